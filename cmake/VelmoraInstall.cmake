@@ -1,0 +1,1 @@
+# Install rules (filled with the package configuration and pkg-config file).

@@ -1,0 +1,69 @@
+/// What the stages of one analysis hand to each other, and the finished structure.
+///
+/// The analysis runs in three stages.  reorder1 forms the adjacency, orders it and cuts the
+/// columns into supernodes; reorder2 builds tree and row lists; stage 3 writes the Structure
+/// that all numeric phases read.  An Analysis lives inside one call; the Structure is one
+/// block that hangs off pt(8).
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "control.hpp"
+#include "view.hpp"
+
+namespace vlm {
+
+/// First and last column position (later: supernode) of a range; empty when last < first.
+struct Range {
+  int first = 1, last = 0;
+};
+
+/// Symmetric adjacency without diagonal, both triangles, 1-based contents.
+struct Adjacency {
+  int n = 0;
+  std::vector<int> xadj;    ///< [n+1]
+  std::vector<int> adjncy;  ///< [xadj(n+1)-1]
+};
+
+/// A fill-reducing order.  perm(position) = node, invp(node) = position.
+struct Ordering {
+  std::vector<int> perm, invp;
+  /// Leaf domains in positions, then the tail pair that holds the separators.
+  /// One range: (1, n-1), (n, n).
+  std::vector<Range> ranges;
+  int nparts = 1;  ///< leaf domains: ranges.size() - 1
+};
+
+/// What the caller asks of an analysis, beside the control record.
+struct AnalysisRequest {
+  InputMatrix matrix;
+  MatchingStore matching;
+  const int* user_perm = nullptr;        ///< perm of the entry point: order, or marks, by node
+  const Ordering* given_order = nullptr; ///< order that symmetric matching brought along
+};
+
+/// Working set of one analysis.
+struct Analysis {
+  Adjacency graph;
+  Ordering order;
+  int trailing = 0;      ///< trailing columns that must begin a supernode (Schur or partial solve)
+  int nfw = 0, nbw = 0;  ///< partial solve: trailing columns with right-hand side, with solution
+
+  // supernodes (sfinit)
+  std::vector<int> parent;   ///< [n] elimination tree by position, 0 for a root
+  std::vector<int> colcnt;   ///< [n] entries of a column of L, diagonal included
+  std::vector<int> snode;    ///< [n] supernode of a column
+  std::vector<int> xsuper;   ///< [nsuper+1] first column of a supernode
+  std::vector<Range> super_ranges;  ///< ranges translated to supernodes
+  int nsuper = 0, maxsup = 0;
+  std::int64_t nofsub = 0;   ///< length of lindx
+
+  // row lists (symfct)
+  std::vector<int> xlindx, lindx;  ///< [nsuper+1], [nofsub]
+  std::vector<int> xlnz, xunz;     ///< [n+1] starts of the columns in the stores of L and of U
+  std::vector<int> sparent;        ///< [nsuper] supernodal tree, 0 for a root
+  std::vector<int> nmod;           ///< [nsuper] number of distinct descendants that update s
+};
+
+}  // namespace vlm

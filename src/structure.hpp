@@ -1,0 +1,57 @@
+/// The finished symbolic structure, `STRUC_FI`: all that the numeric phases read.
+///
+/// One block, allocated by the driver at its exact size, begins with this record; the views
+/// point into the same block, so one free() releases it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "analysis.hpp"
+#include "control.hpp"
+#include "view.hpp"
+
+namespace vlm {
+
+/// Map from the caller's values into one factor store, column by column of the factor.
+///
+/// Entry p of column j (ptr(j) <= p < ptr(j+1)) says: store(|dst(p)|) = a(src(p)); the sign of
+/// dst tells which side of the diagonal the entry came from.
+struct InputMap {
+  View<const int> ptr;  ///< [n+1]
+  View<const int> dst;  ///< [entries] signed position in the store
+  View<const int> src;  ///< [entries] position in a
+};
+
+struct Structure {
+  int n = 0;
+  int nsuper = 0;
+  int nparts = 1;            ///< leaf domains
+  int nfw = 0, nbw = 0;      ///< partial solve
+  int max_rows = 0;          ///< rows of the tallest panel
+  int max_below = 0;         ///< most rows below a diagonal block
+  int max_width = 0;         ///< columns of the widest panel
+  std::int64_t len_lnz = 0;  ///< values in the L store
+  std::int64_t len_unz = 0;  ///< values in the U store; 0 for symmetric storage
+
+  View<const int> perm, invp;     ///< [n]
+  View<const int> xsuper;         ///< [nsuper+1]
+  View<const int> snode;          ///< [n]
+  View<const int> xlindx, lindx;  ///< row lists
+  View<const int> xlnz, xunz;     ///< [n+1]
+  View<const int> sparent;        ///< [nsuper]
+  View<const int> nmod;           ///< [nsuper]
+  View<const int> range;          ///< [2*(nparts+1)] first and last supernode; tail pair last
+  InputMap lmap, umap;            ///< umap is empty for symmetric storage
+};
+
+/// Bytes of the block that build_structure() fills.
+std::size_t structure_bytes(const AnalysisRequest& request, const Control& control,
+                            const Analysis& analysis);
+
+/// Writes the structure into a block of structure_bytes() bytes, input map included.
+/// @return the record at the head of the block
+Structure* build_structure(void* block, const AnalysisRequest& request, const Control& control,
+                           const Analysis& analysis);
+
+}  // namespace vlm
