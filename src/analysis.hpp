@@ -50,20 +50,22 @@ struct Analysis {
   int trailing = 0;      ///< trailing columns that must begin a supernode (Schur or partial solve)
   int nfw = 0, nbw = 0;  ///< partial solve: trailing columns with right-hand side, with solution
 
-  // supernodes (sfinit)
-  std::vector<int> parent;   ///< [n] elimination tree by position, 0 for a root
-  std::vector<int> colcnt;   ///< [n] entries of a column of L, diagonal included
-  std::vector<int> snode;    ///< [n] supernode of a column
-  std::vector<int> xsuper;   ///< [nsuper+1] first column of a supernode
-  std::vector<Range> super_ranges;  ///< ranges translated to supernodes
-  int nsuper = 0, maxsup = 0;
-  std::int64_t nofsub = 0;   ///< length of lindx
+  // exact factor (sfinit)
+  std::vector<int> parent;  ///< [n] elimination tree by position, 0 for a root
+  std::vector<int> colcnt;  ///< [n] entries of a column of L, diagonal included
 
-  // row lists (symfct)
-  std::vector<int> xlindx, lindx;  ///< [nsuper+1], [nofsub]
+  // panels of the numeric phases (symfct)
+  int nsuper = 0;
+  std::vector<int> snode;          ///< [n] panel of a column
+  std::vector<int> xsuper;         ///< [nsuper+1] first column of a panel, then n+1
+  std::vector<int> height;         ///< [nsuper] rows of a panel, its own columns included
+  std::vector<int> xlindx, lindx;  ///< [nsuper+1] starts; row lists, ascending
   std::vector<int> xlnz, xunz;     ///< [n+1] starts of the columns in the stores of L and of U
-  std::vector<int> sparent;        ///< [nsuper] supernodal tree, 0 for a root
-  std::vector<int> nmod;           ///< [nsuper] number of distinct descendants that update s
+  std::vector<int> sparent;        ///< [nsuper] panel tree, 0 for a root
+  std::vector<int> nmod;           ///< [nsuper] number of distinct panels that update s
+  std::vector<Range> super_ranges; ///< ranges in panels; the tail pair is last
+  std::int64_t max_update = 0;     ///< most entries of one update block
+  std::int64_t max_scaled = 0;     ///< most entries of one scaled operand of an update
 };
 
 }  // namespace vlm

@@ -87,7 +87,7 @@ struct Control {
   int nsuper = 0;
   int maxsup = 0;       ///< columns of the largest structural supernode
   int nsets = 0;        ///< independent subgraphs
-  int nnz_l = 0, nnz_u = 0, nlindx = 0;
+  std::int64_t nnz_l = 0, nnz_u = 0;  ///< entries of the exact factor panels; nnz_u is 1 for symmetric storage
   double gflop = 0;     ///< operations of the factorization, in 1e9
   // stabilised solves
   int cgs_diverge = 10000, cgs_itmax = 0, cgs_itmin = 0;

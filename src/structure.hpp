@@ -33,6 +33,8 @@ struct Structure {
   int max_width = 0;         ///< columns of the widest panel
   std::int64_t len_lnz = 0;  ///< values in the L store
   std::int64_t len_unz = 0;  ///< values in the U store; 0 for symmetric storage
+  std::int64_t max_update = 0;  ///< most entries of one update block
+  std::int64_t max_scaled = 0;  ///< most entries of one scaled operand of an update
 
   View<const int> perm, invp;     ///< [n]
   View<const int> xsuper;         ///< [nsuper+1]

@@ -1,0 +1,79 @@
+/// Supernode partition of the exact factor.
+///
+/// From the order come the elimination tree, the column counts and the maximal supernodes
+/// under the panel limit.  Their sums are what iparm(18) and the report tell.  The numeric
+/// phases run on panels derived from these (see symfct.cpp).
+#include "sfinit.hpp"
+
+#include <algorithm>
+
+#include "etree.hpp"
+#include "stages.hpp"
+
+namespace vlm {
+
+Partition fndspa_velmora(View<const int> parent, View<const int> colcnt, int panel,
+                         int trailing) {
+  const int n = static_cast<int>(parent.size());
+  Partition out;
+  out.snode.resize(n);
+  const View<int> snode(out.snode);
+  const int boundary = n - trailing + 1;
+  bool boundary_open = trailing != n;  // the boundary cuts one chain, once
+  int width = 0, chain = 0;
+  for (int k = 1; k <= n; ++k) {
+    const bool chained = k > 1 && parent(k - 1) == k && colcnt(k - 1) == colcnt(k) + 1;
+    bool joins = chained;
+    if (joins && k >= boundary && boundary_open) {
+      boundary_open = false;
+      joins = false;
+    }
+    if (joins && width >= panel) joins = false;
+    chain = chained ? chain + 1 : 1;
+    out.maxsup = std::max(out.maxsup, chain);
+    if (joins) {
+      ++width;
+    } else {
+      width = 1;
+      out.xsuper.push_back(k);
+    }
+    snode(k) = static_cast<int>(out.xsuper.size());
+  }
+  out.xsuper.push_back(n + 1);
+  return out;
+}
+
+namespace {
+
+/// Entries of the L panels and of the U rectangles of the exact partition.
+void count_panels(const Partition& part, View<const int> colcnt, Control& control) {
+  const View<const int> xsuper(part.xsuper);
+  std::int64_t nnzl = 0, nnzu = 0;
+  for (int s = 1; s < static_cast<int>(xsuper.size()); ++s) {
+    const std::int64_t width = xsuper(s + 1) - xsuper(s);
+    nnzl += width * colcnt(xsuper(s));
+    nnzu += width * (colcnt(xsuper(s + 1) - 1) - 1);
+  }
+  control.nnz_l = nnzl;
+  control.nnz_u = control.sym_struct ? 1 : std::max<std::int64_t>(nnzu, 1);
+}
+
+}  // namespace
+
+int sfinit_velmora(Control& control, Analysis& analysis) {
+  const int n = analysis.graph.n;
+  const View<const int> perm(analysis.order.perm), invp(analysis.order.invp);
+  analysis.parent.resize(n);
+  analysis.colcnt.resize(n);
+  const View<int> parent(analysis.parent), colcnt(analysis.colcnt);
+  etep_velmora(analysis.graph, perm, invp, parent);
+  lnnt_velmora(analysis.graph, perm, invp, parent, colcnt);
+
+  const Partition part = fndspa_velmora(parent, colcnt, control.panel, analysis.trailing);
+  control.nsuper = static_cast<int>(part.xsuper.size()) - 1;
+  control.maxsup = part.maxsup;
+  count_panels(part, colcnt, control);
+  return status_ok;
+}
+
+}  // namespace vlm

@@ -1,0 +1,242 @@
+#include "symfct.hpp"
+
+#include <algorithm>
+
+#include "sfinit.hpp"
+#include "stages.hpp"
+
+namespace vlm {
+
+namespace {
+
+/// A run of columns that will share one row structure.
+struct Block {
+  int first = 0;          ///< first column
+  int width = 0;
+  int height = 0;         ///< rows, own columns included
+  std::int64_t nnz = 0;   ///< entries of the exact columns
+};
+
+std::int64_t trapezoid(std::int64_t width, std::int64_t height) {
+  return width * height - width * (width - 1) / 2;
+}
+
+/// Whether merging into `width` columns with the given share of explicit zeros pays.
+///
+/// Narrow panels cost more by their handling than by their arithmetic; the wider the panel
+/// grows, the fewer zeros it may carry.
+bool merge_pays(std::int64_t width, std::int64_t size, std::int64_t zeros) {
+  const double share = static_cast<double>(zeros) / static_cast<double>(size);
+  if (width <= 4) return true;
+  if (width <= 16) return share < 0.6;
+  if (width <= 48) return share < 0.15;
+  return share < 0.05;
+}
+
+/// Columns at which a new panel must begin: trailing block and, with several ranges, every
+/// range start.
+std::vector<char> forced_starts(const Analysis& analysis) {
+  const int n = analysis.graph.n;
+  std::vector<char> forced(n + 2, 0);
+  if (analysis.trailing > 0) forced[n - analysis.trailing + 1] = 1;
+  if (analysis.order.nparts > 1)
+    for (const Range& range : analysis.order.ranges)
+      if (range.first <= n) forced[range.first] = 1;
+  return forced;
+}
+
+/// Maximal supernodes, merged bottom-up with the ancestor block that follows them.
+std::vector<Block> merge_blocks(const Analysis& analysis) {
+  const int n = analysis.graph.n;
+  const View<const int> parent(analysis.parent), colcnt(analysis.colcnt);
+  const std::vector<char> forced = forced_starts(analysis);
+  std::vector<Block> blocks;
+  for (int k = 1; k <= n;) {
+    Block block{k, 1, colcnt(k), colcnt(k)};
+    for (++k; k <= n && !forced[k] && parent(k - 1) == k && colcnt(k - 1) == colcnt(k) + 1; ++k) {
+      ++block.width;
+      block.nnz += colcnt(k);
+    }
+    while (!blocks.empty() && !forced[block.first]) {
+      const Block& prev = blocks.back();
+      const int up = parent(prev.first + prev.width - 1);
+      if (up == 0 || up >= block.first + block.width) break;
+      const int width = prev.width + block.width, height = prev.width + block.height;
+      const std::int64_t size = trapezoid(width, height), nnz = prev.nnz + block.nnz;
+      if (!merge_pays(width, size, size - nnz)) break;
+      block = {prev.first, width, height, nnz};
+      blocks.pop_back();
+    }
+    blocks.push_back(block);
+  }
+  return blocks;
+}
+
+/// Width of the panels of a block: even pieces, in steps of 8 columns where that fits.
+int piece_width(int width, int panel) {
+  const int pieces = (width + panel - 1) / panel;
+  const int even = (width + pieces - 1) / pieces;
+  return std::min(panel, (even + 7) / 8 * 8);
+}
+
+}  // namespace
+
+void relax_panels(const Control& control, Analysis& analysis) {
+  const int n = analysis.graph.n;
+  const std::vector<Block> blocks = merge_blocks(analysis);
+  analysis.xsuper.clear();
+  analysis.height.clear();
+  for (const Block& block : blocks) {
+    const int step = piece_width(block.width, control.panel);
+    for (int done = 0; done < block.width; done += step) {
+      analysis.xsuper.push_back(block.first + done);
+      analysis.height.push_back(block.height - done);
+    }
+  }
+  analysis.nsuper = static_cast<int>(analysis.xsuper.size());
+  analysis.xsuper.push_back(n + 1);
+
+  analysis.snode.resize(n);
+  analysis.sparent.resize(analysis.nsuper);
+  const View<const int> xsuper(analysis.xsuper), parent(analysis.parent);
+  const View<int> snode(analysis.snode), sparent(analysis.sparent);
+  for (int s = 1; s <= analysis.nsuper; ++s)
+    for (int j = xsuper(s); j < xsuper(s + 1); ++j) snode(j) = s;
+  for (int s = 1; s <= analysis.nsuper; ++s) {
+    const int up = parent(xsuper(s + 1) - 1);
+    sparent(s) = up == 0 ? 0 : snode(up);
+  }
+}
+
+int symfct_velmora(Analysis& analysis) {
+  const int n = analysis.graph.n, nsuper = analysis.nsuper;
+  const View<const int> xadj(analysis.graph.xadj), adjncy(analysis.graph.adjncy);
+  const View<const int> perm(analysis.order.perm), invp(analysis.order.invp);
+  const View<const int> xsuper(analysis.xsuper), snode(analysis.snode), height(analysis.height);
+  const View<const int> sparent(analysis.sparent);
+
+  std::int64_t total = 0;
+  for (int s = 1; s <= nsuper; ++s) total += height(s);
+  if (total > 2147483646) return status_overflow;
+  analysis.xlindx.resize(nsuper + 1);
+  analysis.lindx.resize(total);
+  const View<int> xlindx(analysis.xlindx), lindx(analysis.lindx);
+  xlindx(1) = 1;
+  for (int s = 1; s <= nsuper; ++s) xlindx(s + 1) = xlindx(s) + height(s);
+
+  std::vector<int> next_store(nsuper), mark_store(nsuper, 0);
+  const View<int> next(next_store), mark(mark_store);  // next free place; last row appended
+  for (int s = 1; s <= nsuper; ++s) {
+    next(s) = xlindx(s);
+    for (int j = xsuper(s); j < xsuper(s + 1); ++j) lindx(next(s)++) = j;
+  }
+  for (int i = 1; i <= n; ++i) {
+    const int node = perm(i), own = snode(i);
+    mark(own) = i;
+    for (int k = xadj(node); k < xadj(node + 1); ++k) {
+      const int j = invp(adjncy(k));
+      if (j >= i) continue;
+      for (int s = snode(j); mark(s) != i; s = sparent(s)) {
+        if (next(s) == xlindx(s + 1) || sparent(s) == 0) return status_structure;
+        lindx(next(s)++) = i;
+        mark(s) = i;
+      }
+    }
+  }
+  for (int s = 1; s <= nsuper; ++s)
+    if (next(s) != xlindx(s + 1)) return status_structure;
+  return status_ok;
+}
+
+int panel_pointers(bool symmetric, Analysis& analysis) {
+  const int n = analysis.graph.n;
+  analysis.xlnz.resize(n + 1);
+  analysis.xunz.resize(n + 1);
+  const View<int> xlnz(analysis.xlnz), xunz(analysis.xunz);
+  const View<const int> xsuper(analysis.xsuper), height(analysis.height);
+  const std::int64_t limit = 2147483645LL - n;
+  std::int64_t pl = 1, pu = 1;
+  for (int s = 1; s <= analysis.nsuper; ++s) {
+    const int below = height(s) - (xsuper(s + 1) - xsuper(s));
+    for (int j = xsuper(s); j < xsuper(s + 1); ++j) {
+      if (pl + n >= limit || pu + n >= limit) return status_overflow;
+      xlnz(j) = static_cast<int>(pl);
+      xunz(j) = static_cast<int>(pu);
+      pl += height(s);
+      if (!symmetric) pu += below;
+    }
+  }
+  xlnz(n + 1) = static_cast<int>(pl);
+  xunz(n + 1) = static_cast<int>(pu);
+  return pl > limit || pu > limit ? status_overflow : status_ok;
+}
+
+double flops_velmora(const Control& control, Analysis& analysis) {
+  const bool symmetric = control.sym_struct != 0;
+  const View<const int> xsuper(analysis.xsuper), snode(analysis.snode);
+  const View<const int> xlindx(analysis.xlindx), lindx(analysis.lindx);
+  analysis.nmod.assign(analysis.nsuper, 0);
+  const View<int> nmod(analysis.nmod);
+  analysis.max_update = analysis.max_scaled = 0;
+  double sum = 0;
+  for (int s = 1; s <= analysis.nsuper; ++s) {
+    const std::int64_t w = xsuper(s + 1) - xsuper(s), h = xlindx(s + 1) - xlindx(s);
+    const int end = xlindx(s + 1);
+    for (int p = xlindx(s) + static_cast<int>(w); p < end;) {
+      const int target = snode(lindx(p));
+      const std::int64_t m = end - p;
+      const int last = xsuper(target + 1);
+      const int begin = p;
+      while (p < end && lindx(p) < last) ++p;
+      const std::int64_t r = p - begin;
+      ++nmod(target);
+      analysis.max_update = std::max(analysis.max_update, m * r);
+      analysis.max_scaled = std::max(analysis.max_scaled, r * w);
+      sum += 2.0 * static_cast<double>(m) * static_cast<double>(r * w);
+      if (!symmetric) sum += 2.0 * static_cast<double>(m - r) * static_cast<double>(r * w);
+    }
+    const double cube = static_cast<double>(w) * static_cast<double>(w * w);
+    const double below = static_cast<double>(w * w) * static_cast<double>(h - w);
+    sum += symmetric ? cube / 3 - static_cast<double>(w * w / 4) + static_cast<double>(5 * w / 12)
+                     : 2 * cube / 3 - static_cast<double>(w * w / 2) +
+                           static_cast<double>(5 * w / 6);
+    sum += symmetric ? below : 2 * below;
+  }
+  return sum * 1e-9 * (is_complex_type(control.mtype) ? 4 : 1);
+}
+
+namespace {
+
+/// Column ranges as panel ranges; a panel that runs over the end of a range ends it earlier.
+void translate_ranges(Analysis& analysis) {
+  const View<const int> snode(analysis.snode);
+  const int n = analysis.graph.n;
+  analysis.super_ranges.clear();
+  int last_panel = 0;
+  const auto& ranges = analysis.order.ranges;
+  for (std::size_t k = 0; k + 1 < ranges.size(); ++k) {
+    Range out{last_panel + 1, last_panel};
+    if (ranges[k].first <= ranges[k].last) {
+      out.first = snode(ranges[k].first);
+      out.last = snode(ranges[k].last);
+      if (ranges[k].last < n && snode(ranges[k].last + 1) == out.last) --out.last;
+    }
+    last_panel = std::max(last_panel, out.last);
+    analysis.super_ranges.push_back(out);
+  }
+  analysis.super_ranges.push_back({last_panel + 1, analysis.nsuper});
+}
+
+}  // namespace
+
+int reorder2_velmora(Control& control, Analysis& analysis) {
+  relax_panels(control, analysis);
+  int status = panel_pointers(control.sym_struct != 0, analysis);
+  if (status == status_ok) status = symfct_velmora(analysis);
+  if (status != status_ok) return status;
+  translate_ranges(analysis);
+  control.gflop = flops_velmora(control, analysis);
+  return status_ok;
+}
+
+}  // namespace vlm
