@@ -1,0 +1,292 @@
+/*
+ * Velmora: thread-parallel solver for large sparse linear systems A x = b.
+ *
+ * One operation, velmora(), does the work in phases on a handle that the caller owns:
+ *
+ *   void  *pt[64];  int iparm[64];  double dparm[64];
+ *   int mtype = -2, solver = 0, error = 0;
+ *   iparm[2] = 4;                                          four threads, iparm(3)
+ *   velmorainit(pt, &mtype, &solver, iparm, dparm, &error);
+ *   phase = 13;  velmora(pt, ..., &phase, ...);            analyse, factor, solve
+ *   phase = 33;  velmora(pt, ..., &phase, ...);            another right-hand side
+ *   phase = -1;  velmora(pt, ..., &phase, ...);            release everything
+ *
+ * All arguments are passed by reference, so that the same symbols serve C, C++ and Fortran.
+ * Integers are 32 bits, reals are doubles, a complex value is two adjacent doubles.  Entries
+ * of iparm and dparm are numbered from 1 in this text: iparm(3) is iparm[2] in C.
+ *
+ * The operations are not reentrant: one call at a time in a process.  Any number of handles
+ * may be in use.
+ *
+ *
+ * The matrix
+ * ----------
+ * Compressed rows, indices from 1.  ia has n+1 entries, ia(1) = 1, and row i occupies the
+ * positions ia(i) to ia(i+1)-1 of ja (columns, ascending in a row) and of a (values).  Types
+ * marked "upper" store the upper triangle with the diagonal, which comes first in its row and
+ * must be present even where it is zero.  Types 1 and 3 store all entries of a pattern that is
+ * symmetric and has a full diagonal.  velmora_chkmatrix() tests all this.
+ *
+ *   mtype  1   real, structurally symmetric
+ *          2   real, symmetric positive definite                  upper
+ *         -2   real, symmetric indefinite                         upper
+ *          3   complex, structurally symmetric
+ *          4   complex, Hermitian positive definite               upper
+ *         -4   complex, Hermitian indefinite                      upper
+ *          6   complex, symmetric                                 upper
+ *         11   real, unsymmetric
+ *         13   complex, unsymmetric
+ *
+ * This version has numeric kernels for a part of these types.  The analysis of any other type
+ * ends with error -3 and a message that names the type.
+ *
+ *
+ * phase
+ * -----
+ *   11   analysis: ordering and structure of the factor
+ *   12   analysis and factorization
+ *   13   analysis, factorization and solve
+ *   22   factorization; uses the last analysis
+ *   23   factorization and solve
+ *   33   solve; factors first when matrix number mnum has no factor yet, or has one of another
+ *        mtype or precision.  error is 0 afterwards whatever happened, unless iparm(4) is set;
+ *        failures show in the messages only
+ *    0   release the factor of matrix number mnum
+ *   -1   release everything; pt is zero afterwards and can be used again
+ *   -2   query: error 18, iparm(1) 23.  No other argument is looked at; they may be null
+ *   -3   query: error 500000.  No other argument is looked at; they may be null
+ *  -22   selected inversion of the factor.  Not in this version: ends with error -1
+ *
+ * Arrays that a phase does not use may be null: a in phase 11; b and x unless the phase
+ * solves; perm unless iparm(5) or iparm(31) asks for it; all of them in phases 0 and -1.
+ *
+ *
+ * error
+ * -----
+ *     0   success
+ *    -1   an argument is wrong, does not fit the earlier calls or the phase, or asks for what
+ *         this version does not do.  Nothing that the handle holds has changed
+ *    -2   out of memory; the message names the array
+ *    -3   the analysis failed, or the matrix type has no kernels
+ *    -4   the factorization or the solve failed: zero pivot, matrix not positive definite,
+ *         refinement that does not converge
+ *    -6   weighted matching: the matrix is structurally singular
+ *    -7   as -1 when msglvl is 0; also: wrong diagonal system (phases 11, 23, 33)
+ *    -8   a count of the factor exceeds the range of 32-bit integers
+ *     i   diagonal systems, phases 12, 13, 22: row i does not hold exactly one entry
+ *    -i   diagonal systems, phases 12, 13, 22: the entry in row i is zero
+ *
+ * After any error the handle remains good for a new analysis and for phase -1.
+ *
+ *
+ * iparm, 64 integers
+ * ------------------
+ * "in" is set by the caller, "out" by the library.  The value in brackets is the default that
+ * velmorainit() sets.  Entries not listed are reserved; leave them 0.
+ *
+ *    1  in      [1] 0: the analysis loads its own defaults into iparm (refinement off,
+ *               iparm(10) 8 and iparm(21) 1 for -2, -4, 6; iparm(10) 13 for 1, 3; iparm(10) 13,
+ *               iparm(11) 1, iparm(13) 1 for 11, 13), and options of later calls are those of
+ *               the analysis.  Other values: iparm is used as it stands
+ *    2  in      [2] ordering: 0 minimum degree, 1 minimum degree constrained by a partition,
+ *               2 nested dissection
+ *    3  in,out  [not set] number of threads, also of the BLAS.  Below 1: as many as the OpenMP
+ *               runtime gives; that number is written back.  At most 4096
+ *    4  in      [0] stabilised solves with an older factor.  Not in this version: phases that
+ *               factor or solve end with error -1 unless it is 0
+ *    5  in      [0] > 0: perm holds the elimination order to use, position to node;
+ *               < 0: the order that the analysis found is written to perm
+ *    6  in      [0] 0: the solution goes to x, b is kept; 1: the solution overwrites b, and x
+ *               is not used (diagonal systems: x receives it as well)
+ *    7  out     steps of iterative refinement in the last solve
+ *    8  in      [1; 2 for 11, 13] refinement: > 0 at most that many steps; < 0 at most that
+ *               many steps with the solution in an accumulator of its own; 0 two steps when
+ *               pivots were perturbed, else none
+ *    9  in      [0] < 0: memory of the factors is not counted into iparm(17)
+ *   10  in      [8 for -2, -4, 6; 13 for 1, 3; 12 for 11, 13; else 0] pivots below about
+ *               10^-|iparm(10)| times the size of the matrix are perturbed
+ *   11  in      [1 for -4, 6, 11, 13; else 0] 1: scale with the factors of the matching;
+ *               2: the same if iparm(30) > 0; 0: no scaling.  Read by the analysis
+ *   12  in,out  [0] 1: solve with the transposed matrix (unsymmetric storage only).  A diagonal
+ *               system leaves -1 here, which counts as 0
+ *   13  in      [2 for -4, 6; 1 for 11, 13; else 0] weighted matching: 0 off; 1 on; 2 on, with
+ *               2x2 pivot candidates padded to full blocks; 3, 4 as 1, 2 with constraints.
+ *               Types -2, -4, 6, 11, 13 only.  Read by the analysis
+ *   14  in,out  out: pivots perturbed in the last factorization.  in, phase 33: > 0 replaces
+ *               that count, and so asks for refinement
+ *   15  out     KB: peak of the analysis
+ *   16  out     KB: kept after the analysis
+ *   17  out     KB: factors, work space and refinement vectors; after an analysis the forecast
+ *               for one factor
+ *   18  in,out  [-1] < 0 before an analysis: receives the number of nonzeros in L and U; above
+ *               2147483647 the negative count in thousands
+ *   19  out     [-1] operations of the factorization in 10^9, truncated
+ *   20  out     -34 after the two automatic refinement steps of iparm(8) 0; else 0
+ *   21  in      [1 for -4, 6; else 0] pivots of -2, -4, 6: 0 diagonal entries only,
+ *               1 Bunch-Kaufman with 1x1 and 2x2 pivots
+ *   22  out     number of positive eigenvalues (symmetric and Hermitian types)
+ *   23  out     number of negative eigenvalues
+ *   24  in      [1] 1: two-level parallel factorization, 0: fine-grain
+ *   25  in      [1] 1: two-level parallel solve, 0: sequential
+ *   26  in      [0] 0: complete solve; 1: end after the forward step; above 1: without the
+ *               forward step.  Not 0: no refinement
+ *   28  in      [0] 1: parallel nested dissection
+ *   29  in      [0] 1: factor and solve in single precision; types 1, -2, 11 only
+ *   30  in      [0] > 1: width of the panels.  Not 0: iparm(2) outside 0 to 2 is taken as 2
+ *   31  in      [0] not 0: partial solve; perm, read by the analysis, marks with a non-zero the
+ *               nodes with right-hand side and wanted solution.  No refinement then
+ *   32  in      [1 if velmorainit() was asked for the iterative solver] 1: iterative solver.
+ *               Not in this version: ends with error -1
+ *   33  in      [0] 1: dparm(33) receives the logarithm of |det A|
+ *   34  in      [0] not 0: fixed order of updates, so that results do not vary from run to run
+ *               with several threads; no refinement.  Only with iparm(2), (24), (25) at 2, 1, 1
+ *   35  -       [10 if solver is 10 or 11, else 0] not read
+ *   36, 37      options of selected inversion; not read in this version
+ *   38  in      [0] from 1 to n-1: eliminate the first iparm(38) unknowns only, and leave the
+ *               Schur complement of the others for velmora_schur().  Types 2, -2, 1 only.
+ *               Read by the analysis
+ *   39  out     entries of that Schur complement, after a factorization
+ *   48  in      [0] expected number of negative eigenvalues, iterative solver
+ *   50  -       zeroed by every call
+ *   51, 52      [0, 0] distribution over nodes; 1 in iparm(51) becomes 2, and iparm(52) is
+ *               the number of nodes.  The computation stays in the calling process; what they
+ *               change is that options 28, 29, 31 are off and 24, 25 are 1
+ *
+ *
+ * dparm, 64 doubles
+ * -----------------
+ *  1 - 9        limits of the iterative solver, set by velmorainit() for it: iterations 300,
+ *               tolerance 1e-6, smallest level 5000, levels 10, dropping 1e-2, Schur dropping
+ *               5e-3, fill 10, bound on inverses 500, stagnation 25
+ *   33  out     log |det A| when iparm(33) is 1
+ *   34  out     iterative solver: relative residual
+ *   35  out     iterative solver: iterations
+ */
+#ifndef VELMORA_H
+#define VELMORA_H
+
+#if defined(_WIN32)
+#define VELMORA_API
+#elif defined(__GNUC__)
+#define VELMORA_API __attribute__((visibility("default")))
+#else
+#define VELMORA_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Every operation has these spellings, for callers from other languages. */
+#define VELMORA_FOUR_SPELLINGS(lower, upper, arguments) \
+  VELMORA_API void lower arguments;                     \
+  VELMORA_API void lower##_ arguments;                  \
+  VELMORA_API void upper arguments;                     \
+  VELMORA_API void upper##_ arguments;
+#define VELMORA_FIVE_SPELLINGS(lower, upper, arguments)  \
+  VELMORA_FOUR_SPELLINGS(lower, upper, arguments)        \
+  VELMORA_API void lower##__ arguments;
+
+/*
+ * Runs a phase.
+ *   pt      handle, 64 words; zero before the first call                       in, out
+ *   maxfct  number of matrices of one structure whose factors are kept         in
+ *   mnum    which of them this call works on, 1 to maxfct                      in
+ *   mtype   matrix type                                                        in
+ *   phase   what to do                                                         in
+ *   n       number of equations                                                in
+ *   a       values                                                             in
+ *   ia, ja  row starts [n+1] and columns                                       in
+ *   perm    elimination order or marks [n], see iparm(5), iparm(31)            in or out
+ *   nrhs    number of right-hand sides                                         in
+ *   iparm   options and results [64]                                           in, out
+ *   msglvl  0 silent, otherwise messages and a report on standard output       in
+ *   b       right-hand sides, n by nrhs, column by column                      in, out
+ *   x       solutions, n by nrhs                                               out
+ *   error   outcome                                                            out
+ *   dparm   options and results [64]                                           in, out
+ */
+VELMORA_FOUR_SPELLINGS(velmora, VELMORA,
+                       (void **pt, const int *maxfct, const int *mnum, const int *mtype,
+                        const int *phase, const int *n, const double *a, const int *ia,
+                        const int *ja, int *perm, const int *nrhs, int *iparm,
+                        const int *msglvl, double *b, double *x, int *error, double *dparm))
+
+/*
+ * Zeroes the handle and sets iparm and dparm to the defaults for a matrix type.
+ * iparm(3) is left alone.
+ *   solver  0 direct, 1 iterative (types -2, 6, 11; others get the direct solver);
+ *           10, 11 the same, with iparm(35) set to 10
+ *   error   always 0
+ */
+VELMORA_FOUR_SPELLINGS(velmorainit, VELMORAINIT,
+                       (void **pt, const int *mtype, const int *solver, int *iparm,
+                        double *dparm, int *error))
+
+/*
+ * Residual of a solution: y = A x, normb the Euclidean norm of b, normr that of b - A x.
+ * One right-hand side; types 2, -2, 11, 6, 13.  Any other type prints a line and ends the
+ * process.
+ */
+VELMORA_FOUR_SPELLINGS(velmora_residual, VELMORA_RESIDUAL,
+                       (const int *mtype, const int *n, const double *a, const int *ia,
+                        const int *ja, const double *b, const double *x, double *y,
+                        double *normb, double *normr))
+
+/*
+ * Schur complement after a factorization with iparm(38): the upper triangle in compressed
+ * rows, indices from 1, ns = n - iparm(38) rows and iparm(39) entries.  Without such a factor
+ * nothing is written.
+ *   s   values [iparm(39)]        out
+ *   is  row starts [ns+1]         out
+ *   js  columns [iparm(39)]       out
+ */
+VELMORA_FOUR_SPELLINGS(velmora_schur, VELMORA_SCHUR,
+                       (void **pt, const int *maxfct, const int *mnum, const int *mtype,
+                        double *s, int *is, int *js))
+
+/* Both do nothing; programs that ask for the parallel version or the optimiser's interface
+ * link against them. */
+VELMORA_FOUR_SPELLINGS(velmora_exist_parallel, VELMORA_EXIST_PARALLEL, (void))
+VELMORA_FOUR_SPELLINGS(velmora_ipopt_newinterface, VELMORA_IPOPT_NEWINTERFACE, (void))
+
+/*
+ * Checker.  Tests matrix and right-hand sides before they are given to velmora(), and prints
+ * their ranges.  Messages go to standard error, the ranges to standard output; the forms with
+ * _z are for the complex types.
+ *
+ *   error    0  good
+ *           10  null pointer, bad dimension, or a type of the other kind
+ *          100  ia has an entry below 1 or decreases
+ *          101  ja has an entry outside 1 to n
+ *          200  the columns of a row do not ascend strictly
+ *          201  a diagonal entry is missing
+ *          202  an entry below the diagonal in a type that stores the upper triangle
+ *          300  NaN, in the matrix or in a right-hand side
+ *          301  infinity, likewise
+ */
+VELMORA_FIVE_SPELLINGS(velmora_chkmatrix, VELMORA_CHKMATRIX,
+                       (const int *mtype, const int *n, const double *a, const int *ia,
+                        const int *ja, int *error))
+VELMORA_FIVE_SPELLINGS(velmora_chkmatrix_z, VELMORA_CHKMATRIX_Z,
+                       (const int *mtype, const int *n, const double *a, const int *ia,
+                        const int *ja, int *error))
+VELMORA_FIVE_SPELLINGS(velmora_chkvec, VELMORA_CHKVEC,
+                       (const int *n, const int *nrhs, const double *b, int *error))
+VELMORA_FIVE_SPELLINGS(velmora_chkvec_z, VELMORA_CHKVEC_Z,
+                       (const int *n, const int *nrhs, const double *b, int *error))
+VELMORA_FIVE_SPELLINGS(velmora_printstats, VELMORA_PRINTSTATS,
+                       (const int *mtype, const int *n, const double *a, const int *ia,
+                        const int *ja, const int *nrhs, const double *b, int *error))
+VELMORA_FIVE_SPELLINGS(velmora_printstats_z, VELMORA_PRINTSTATS_Z,
+                       (const int *mtype, const int *n, const double *a, const int *ia,
+                        const int *ja, const int *nrhs, const double *b, int *error))
+
+#undef VELMORA_FOUR_SPELLINGS
+#undef VELMORA_FIVE_SPELLINGS
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,35 @@
+/// Lines of text on standard output: messages and the report.
+///
+/// Each call ends up as one line.  Formats mark an integer with %d; they are substituted here,
+/// so that a format may come from a table.
+#pragma once
+
+#include <cstdio>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+namespace vlm {
+
+/// The format with its %d replaced, from the left, by the values.
+inline std::string substitute(std::string_view format, std::initializer_list<long long> values) {
+  std::string line;
+  auto value = values.begin();
+  while (!format.empty()) {
+    if (format.substr(0, 2) == "%d" && value != values.end()) {
+      line += std::to_string(*value++);
+      format.remove_prefix(2);
+    } else {
+      line += format.front();
+      format.remove_prefix(1);
+    }
+  }
+  return line;
+}
+
+/// Prints a line with integers in the places of %d.
+inline void print_ci(std::string_view format, std::initializer_list<long long> values = {}) {
+  std::puts(substitute(format, values).c_str());
+}
+
+}  // namespace vlm
