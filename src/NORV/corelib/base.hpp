@@ -1,0 +1,128 @@
+/// Common ground of the containers: assertions, checked memory, message texts, value kinds.
+///
+/// Assertions stay in every build: the containers' callers are other programs, and a wrong
+/// dimension must stop before it is a wrong address.  Memory comes from malloc, since records
+/// and arrays go back through free() in the hands of C callers; running out of it ends the
+/// process with exit code 7, so no caller tests for null and no exception leaves a routine.
+#pragma once
+
+#include <complex>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include "norv.h"
+
+/// Level of messages, 0 silent, 1 errors to statistics, 2 all.
+extern "C" int _norv_debug_level;
+
+/// Aborts with the text of the test on standard error when the test is false.
+#define NORV_ASSERT(test) NORV_ASSERT_TEXT(test, #test)
+/// The same where the text is fixed and differs from how the test is written.
+#define NORV_ASSERT_TEXT(test, text) \
+  ((test) ? static_cast<void>(0) : ::vlm::assertion_failed(text, __FILE__, __LINE__, __func__))
+
+/// Debug message of the source file NORV/corelib/<source>; both are string literals.
+#define NORV_DEBUG(source, format, ...)                                                           \
+  ::_norv_print_debug_msg("[VELMORA/ML]>> \tNORV/corelib/" source ": " format "\n" __VA_OPT__(, ) \
+                              __VA_ARGS__)
+
+namespace vlm {
+
+/// Code with which the process ends when memory runs out.
+constexpr int exit_out_of_memory = 7;
+
+/// Prints the failed test with its place on standard error and aborts.
+[[noreturn]] void assertion_failed(const char* test, const char* file, int line,
+                                   const char* function);
+
+/// Memory for count values of the given size, not cleared, cleared, or resized.  The number
+/// of bytes must fit 32 bits; otherwise, and when memory runs out, the process ends.
+void* allocate_bytes(std::uint64_t count, std::size_t size);
+void* allocate_cleared_bytes(std::uint64_t count, std::size_t size);
+void* reallocate_bytes(void* old, std::uint64_t count, std::size_t size);
+
+template <class T>
+T* allocate(std::uint64_t count) {
+  return static_cast<T*>(allocate_bytes(count, sizeof(T)));
+}
+template <class T>
+T* allocate_cleared(std::uint64_t count) {
+  return static_cast<T*>(allocate_cleared_bytes(count, sizeof(T)));
+}
+template <class T>
+T* reallocate(T* old, std::uint64_t count) {
+  return static_cast<T*>(reallocate_bytes(old, count, sizeof(T)));
+}
+
+/// Array that lives as long as its scope.  T is a plain type; values are undefined at first,
+/// or `value` everywhere.
+template <class T>
+class Scratch {
+ public:
+  explicit Scratch(std::uint64_t count) : first_(allocate<T>(count)) {}
+  Scratch(std::uint64_t count, T value) : Scratch(count) {
+    for (std::uint64_t i = 0; i < count; ++i) first_[i] = value;
+  }
+  ~Scratch() { std::free(first_); }
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+
+  T& operator[](std::size_t i) { return first_[i]; }
+  const T& operator[](std::size_t i) const { return first_[i]; }
+  T* data() { return first_; }
+  const T* data() const { return first_; }
+
+ private:
+  T* first_;
+};
+
+/// Text put together piece by piece, so that a table or a row is one message of the log.
+class MessageText {
+ public:
+  MessageText() : text_(allocate_cleared<char>(1)) {}
+  ~MessageText() { std::free(text_); }
+  MessageText(const MessageText&) = delete;
+  MessageText& operator=(const MessageText&) = delete;
+
+  void add(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  const char* c_str() const { return text_; }
+
+ private:
+  char* text_;
+  std::size_t length_ = 0;
+  std::size_t capacity_ = 1;
+};
+
+using zcomplex = std::complex<double>;
+
+/// Calls f with a value of the type that the flag stands for, so that one generic lambda holds
+/// the loop for real and complex values: by_kind(x->is_complex, [&](auto kind) {...}).
+template <class F>
+decltype(auto) by_kind(int is_complex, F&& f) {
+  return is_complex ? f(zcomplex{}) : f(double{});
+}
+
+/// The values of an array of doubles as T: one double or two adjacent ones each.
+template <class T>
+T* values_as(double* a) {
+  return reinterpret_cast<T*>(a);
+}
+template <class T>
+const T* values_as(const double* a) {
+  return reinterpret_cast<const T*>(a);
+}
+
+/// Product by the plain formula.  The operator of std::complex repairs infinite parts of
+/// products with NaN by a call, which keeps loops from being vectorized.
+inline double product(double a, double b) { return a * b; }
+inline zcomplex product(double a, zcomplex b) { return {a * b.real(), a * b.imag()}; }
+inline zcomplex product(zcomplex a, double b) { return {a.real() * b, a.imag() * b}; }
+inline zcomplex product(zcomplex a, zcomplex b) {
+  return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
+}
+
+/// Doubles that a value takes in memory.
+inline std::uint64_t doubles_per_value(int is_complex) { return is_complex ? 2 : 1; }
+
+}  // namespace vlm

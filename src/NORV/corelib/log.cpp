@@ -1,0 +1,69 @@
+/// The log of the iterative library.
+///
+/// Each message opens "./velmora-ml.out", appends and closes it again, so that a crash loses
+/// nothing and the file follows the current directory; standard error is the fallback.
+#include <cstdarg>
+#include <cstdio>
+
+#include "base.hpp"
+
+int _norv_debug_level = 0;
+
+namespace {
+
+constexpr const char* log_path = "./velmora-ml.out";
+
+/// Appends head, the formatted text and tail when the level is reached.
+__attribute__((format(printf, 3, 0))) void append(int level, const char* head, const char* format,
+                                                  std::va_list arguments, const char* tail) {
+  if (_norv_debug_level < level) return;
+  std::FILE* file = std::fopen(log_path, "a");
+  std::FILE* sink = file ? file : stderr;
+  std::fputs(head, sink);
+  std::vfprintf(sink, format, arguments);
+  std::fputs(tail, sink);
+  std::fflush(sink);
+  if (file) std::fclose(file);
+}
+
+}  // namespace
+
+/// Body of a printf-like routine: one message of the given level between head and tail.
+#define NORV_APPEND(level, head, tail)          \
+  std::va_list arguments;                       \
+  va_start(arguments, format);                  \
+  append(level, head, format, arguments, tail); \
+  va_end(arguments)
+
+void _norv_print_error_msg(const char* format, ...) {
+  NORV_APPEND(1, "[VELMORA/ML]>> ERROR: ", "\n");
+}
+
+void _norv_print_warn_msg(const char* format, ...) {
+  NORV_APPEND(1, "[VELMORA/ML]>> WARNING: ", "\n");
+}
+
+void _norv_print_stat_msg(const char* format, ...) { NORV_APPEND(1, "[VELMORA/ML]>> ", "\n"); }
+
+void _norv_print_iter_msg(const char* format, ...) { NORV_APPEND(2, "[VELMORA/ML]>> ", "\n"); }
+
+void _norv_print_debug_msg(const char* format, ...) { NORV_APPEND(2, "", ""); }
+
+#undef NORV_APPEND
+
+void norv_log_init(void) {
+  std::remove(log_path);
+  if (std::FILE* file = std::fopen(log_path, "w"))
+    std::fclose(file);
+  else
+    std::fprintf(stderr, "Error while opening file %s\n", log_path);
+}
+
+void norv_debug_set_level(int level) { _norv_debug_level = level; }
+
+int norv_debug_get_level(void) { return _norv_debug_level; }
+
+void norv_not_implemented(void) {
+  _norv_print_error_msg("Function not implemented.");
+  std::exit(vlm::exit_out_of_memory);
+}
