@@ -127,10 +127,21 @@ struct InputMatrix {
   int nnz() const { return ia[n] - 1; }
 };
 
-/// Matching permutation and scalings kept in pt(13), pt(14); null pointers when there are none.
+/// Matching permutation P and scalings R, C kept in pt(13), pt(14); null pointers when there are
+/// none.  All indices are the caller's row and column numbers.
+///
+/// What is factored is M = P R A C:  m(i,j) = r(perm(i)) * a(perm(i),j) * c(j), so the entry
+/// a(perm(j),j) stands on the diagonal of M.  Row k moves to the place i with perm(i) = k;
+/// columns stay where they are.
+///   A x = b :   gather y(i) = r(perm(i)) b(perm(i)),  M z = y,   scatter x(j) = c(j) z(j)
+///   A'x = b :   gather y(j) = c(j) b(j),              M'z = y,   scatter x(perm(i)) = r(perm(i)) z(i)
+/// For symmetric storage perm is the identity and both halves of scale hold the same factors.
 struct MatchingStore {
-  const int* perm = nullptr;      ///< [n], 1-based: row that takes the place of column i
-  const double* scale = nullptr;  ///< [2n]: row factors, then column factors (equal for symmetric)
+  const int* perm = nullptr;      ///< [n], 1-based: row that takes the place of column j
+  const double* scale = nullptr;  ///< [2n]: column factors c, then row factors r
+
+  const double* col_scale() const { return scale; }
+  const double* row_scale(int n) const { return scale + n; }
 };
 
 inline bool is_complex_type(int mtype) {

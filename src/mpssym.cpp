@@ -1,0 +1,265 @@
+#include "mpssym.hpp"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstdint>
+
+namespace vlm {
+
+namespace {
+
+/// Magnitude above which a diagonal entry may be a pivot of its own.
+constexpr double own_pivot = 1e-8;
+
+/// Cycles of a permutation, each from its smallest member.
+struct Cycles {
+  std::vector<int> member;    ///< [n] cycle by cycle
+  std::vector<int> start{0};  ///< [cycles + 1]
+};
+
+Cycles cycles_of(const std::vector<int>& perm) {
+  const int n = static_cast<int>(perm.size());
+  Cycles cycles;
+  cycles.member.reserve(n);
+  std::vector<bool> seen(n, false);
+  for (int first = 0; first < n; ++first) {
+    if (seen[first]) continue;
+    for (int i = first; !seen[i]; i = perm[i]) {
+      seen[i] = true;
+      cycles.member.push_back(i);
+    }
+    cycles.start.push_back(static_cast<int>(cycles.member.size()));
+  }
+  return cycles;
+}
+
+std::vector<bool> nodes_with_pivot(const MatchInput& m) {
+  std::vector<bool> good(m.n, false);
+  for (int i = 0; i < m.n; ++i) {
+    const int p = m.ia[i] - 1;
+    if (m.ia[i] < m.ia[i + 1] && m.ja[p] == i + 1) good[i] = std::fabs(m.a[p]) > own_pivot;
+  }
+  return good;
+}
+
+/// Calls visit(c, d), c < d, for the pairs of compressed nodes that an entry joins; pairs come
+/// as often as there are such entries.
+template <class Visit>
+void for_each_edge(const MatchInput& m, const std::vector<int>& map, Visit visit) {
+  for (int i = 0; i < m.n; ++i) {
+    for (int p = m.ia[i] - 1; p < m.ia[i + 1] - 1; ++p) {
+      const int j = m.ja[p] - 1;
+      if (j >= m.n || map[i] == map[j]) continue;
+      visit(std::min(map[i], map[j]), std::max(map[i], map[j]));
+    }
+  }
+}
+
+/// Lists of the larger neighbours, 0-based, each neighbour once, in any order.
+struct UpperLists {
+  std::vector<int> start, end, list;
+};
+
+UpperLists upper_lists(const MatchInput& m, const std::vector<int>& map, int nodes) {
+  UpperLists upper;
+  upper.start.assign(nodes, 0);
+  for_each_edge(m, map, [&](int c, int) { ++upper.start[c]; });
+  int total = 0;
+  for (int& s : upper.start) {
+    const int length = s;
+    s = total;
+    total += length;
+  }
+  upper.list.resize(total);
+  upper.end = upper.start;
+  for_each_edge(m, map, [&](int c, int d) { upper.list[upper.end[c]++] = d; });
+  std::vector<int> owner(nodes, -1);  // last node in whose list a neighbour was met
+  for (int c = 0; c < nodes; ++c) {
+    int kept = upper.start[c];
+    for (int p = upper.start[c]; p < upper.end[c]; ++p) {
+      const int d = upper.list[p];
+      if (owner[d] == c) continue;
+      owner[d] = c;
+      upper.list[kept++] = d;
+    }
+    upper.end[c] = kept;
+  }
+  return upper;
+}
+
+/// Both triangles of the lists.  Smaller neighbours arrive in ascending order; the larger ones
+/// follow, found through the smaller-neighbour lists, in ascending order too.
+int symmetrise(const UpperLists& upper, Adjacency& graph) {
+  const int nodes = static_cast<int>(upper.start.size());
+  std::vector<int> smaller(nodes, 0);
+  std::int64_t edges = 0;
+  for (int c = 0; c < nodes; ++c) {
+    edges += upper.end[c] - upper.start[c];
+    for (int p = upper.start[c]; p < upper.end[c]; ++p) ++smaller[upper.list[p]];
+  }
+  if (2 * edges >= INT_MAX) return status_overflow;
+  graph.n = nodes;
+  graph.xadj.resize(static_cast<std::size_t>(nodes) + 1);
+  graph.xadj[0] = 1;
+  for (int c = 0; c < nodes; ++c)
+    graph.xadj[c + 1] = graph.xadj[c] + smaller[c] + upper.end[c] - upper.start[c];
+  graph.adjncy.resize(2 * edges);
+  std::vector<int> next(nodes);
+  for (int c = 0; c < nodes; ++c) next[c] = graph.xadj[c] - 1;
+  for (int c = 0; c < nodes; ++c)
+    for (int p = upper.start[c]; p < upper.end[c]; ++p) graph.adjncy[next[upper.list[p]]++] = c + 1;
+  for (int d = 0; d < nodes; ++d) {
+    const int begin = graph.xadj[d] - 1;
+    for (int p = begin; p < begin + smaller[d]; ++p)
+      graph.adjncy[next[graph.adjncy[p] - 1]++] = d + 1;
+  }
+  return status_ok;
+}
+
+/// Calls visit(node) for the members of a compressed node and of its neighbours.
+template <class Visit>
+void for_each_member(const PairedOrder& pairs, const CompressedGraph& g, int c, Visit visit) {
+  const auto members = [&](int d) {
+    for (int k = g.first[d]; k < g.first[d + 1]; ++k) visit(pairs.node[k]);
+  };
+  members(c);
+  for (int p = g.graph.xadj[c] - 1; p < g.graph.xadj[c + 1] - 1; ++p)
+    members(g.graph.adjncy[p] - 1);
+}
+
+}  // namespace
+
+PairedOrder reordering_matching_sym2x2(const MatchInput& matrix, const std::vector<int>& match) {
+  const Cycles cycles = cycles_of(match);
+  const std::vector<bool> good = nodes_with_pivot(matrix);
+  PairedOrder pairs;
+  pairs.node.resize(matrix.n);
+  pairs.block1x1.assign(matrix.n, false);
+  int head = 0, tail = matrix.n;  // positions in [head, tail) are still empty
+  const int count = static_cast<int>(cycles.start.size()) - 1;
+  for (int c = 0; c < count; ++c) {
+    if (cycles.start[c + 1] - cycles.start[c] != 1) continue;
+    pairs.block1x1[head] = true;
+    pairs.node[head++] = cycles.member[cycles.start[c]];
+  }
+  for (int c = 0; c < count; ++c) {
+    int k = cycles.start[c];
+    const int end = cycles.start[c + 1];
+    if (end - k == 1) continue;
+    if ((end - k) % 2 != 0) {
+      pairs.block1x1[--tail] = true;
+      pairs.node[tail] = cycles.member[k++];
+    }
+    for (; k < end; k += 2) {
+      const int a = cycles.member[k], b = cycles.member[k + 1];
+      pairs.block1x1[head] = pairs.block1x1[head + 1] = good[a] && good[b];
+      pairs.node[head++] = a;
+      pairs.node[head++] = b;
+    }
+  }
+  return pairs;
+}
+
+int compress_2x2_blocks(const MatchInput& matrix, const PairedOrder& pairs,
+                        CompressedGraph& compressed) {
+  compressed.first.clear();
+  compressed.map.resize(matrix.n);
+  for (int k = 0; k < matrix.n;) {
+    const int c = static_cast<int>(compressed.first.size()), size = pairs.block1x1[k] ? 1 : 2;
+    compressed.first.push_back(k);
+    for (int member = 0; member < size; ++member) compressed.map[pairs.node[k++]] = c;
+  }
+  const int nodes = static_cast<int>(compressed.first.size());
+  compressed.first.push_back(matrix.n);
+  return symmetrise(upper_lists(matrix, compressed.map, nodes), compressed.graph);
+}
+
+void expand_cond_perm(const PairedOrder& pairs, const CompressedGraph& compressed,
+                      const Ordering& order, Ordering& expanded, PairedOrder& candidates) {
+  const int n = static_cast<int>(pairs.node.size()), nodes = compressed.graph.n;
+  candidates.node.resize(n);
+  candidates.block1x1.resize(n);
+  expanded.perm.resize(n);
+  expanded.invp.resize(n);
+  std::vector<int> start(static_cast<std::size_t>(nodes) + 1);  // expanded position, 1-based
+  int position = 0;
+  for (int k = 0; k < nodes; ++k) {
+    start[k] = position + 1;
+    const int c = order.perm[k] - 1;
+    for (int p = compressed.first[c]; p < compressed.first[c + 1]; ++p, ++position) {
+      candidates.node[position] = pairs.node[p];
+      candidates.block1x1[position] = pairs.block1x1[p];
+      expanded.perm[position] = pairs.node[p] + 1;
+      expanded.invp[pairs.node[p]] = position + 1;
+    }
+  }
+  start[nodes] = n + 1;
+  expanded.nparts = order.nparts;
+  if (order.nparts == 1) {
+    expanded.ranges = {{1, n - 1}, {n, n}};
+    return;
+  }
+  expanded.ranges.clear();
+  for (const Range& r : order.ranges)
+    expanded.ranges.push_back({start[r.first - 1], start[r.last] - 1});
+}
+
+int mps_sym_velmora(const MatchInput& matrix, const std::vector<int>& match,
+                    const GraphOrdering& order_graph, Ordering& order, PairedOrder& candidates) {
+  const PairedOrder pairs = reordering_matching_sym2x2(matrix, match);
+  CompressedGraph compressed;
+  if (const int status = compress_2x2_blocks(matrix, pairs, compressed); status != status_ok)
+    return status;
+  Ordering small;
+  if (const int status = order_graph(compressed.graph, small); status != status_ok) return status;
+  expand_cond_perm(pairs, compressed, small, order, candidates);
+  return status_ok;
+}
+
+int build_padded_2x2_mat(const InputMatrix& matrix, const PairedOrder& candidates,
+                         PaddedMatrix& padded) {
+  const int n = matrix.n;
+  CompressedGraph g;
+  const MatchInput pattern{n, matrix.ia, matrix.ja, matrix.a, true};
+  if (const int status = compress_2x2_blocks(pattern, candidates, g); status != status_ok)
+    return status;
+  // Column by column, so that the columns of every row come out ascending.
+  std::vector<int> length(n, 0);
+  std::int64_t total = 0;
+  for (int j = 0; j < n; ++j)
+    for_each_member(candidates, g, g.map[j], [&](int i) {
+      if (i <= j) ++length[i], ++total;
+    });
+  if (total >= INT_MAX) return status_overflow;
+  padded.n = n;
+  padded.ia.resize(static_cast<std::size_t>(n) + 1);
+  padded.ia[0] = 1;
+  for (int i = 0; i < n; ++i) padded.ia[i + 1] = padded.ia[i] + length[i];
+  padded.ja.resize(total);
+  std::vector<int> next(n);
+  for (int i = 0; i < n; ++i) next[i] = padded.ia[i] - 1;
+  for (int j = 0; j < n; ++j)
+    for_each_member(candidates, g, g.map[j], [&](int i) {
+      if (i <= j) padded.ja[next[i]++] = j + 1;
+    });
+
+  padded.map.resize(matrix.nnz());
+  std::vector<int>& place = next;  // of a column in the present row
+  for (int i = 0; i < n; ++i) {
+    for (int p = padded.ia[i]; p < padded.ia[i + 1]; ++p) place[padded.ja[p - 1] - 1] = p;
+    for (int p = matrix.ia[i] - 1; p < matrix.ia[i + 1] - 1; ++p)
+      padded.map[p] = place[matrix.ja[p] - 1];
+  }
+  return status_ok;
+}
+
+void scatter_padded_values(const PaddedMatrix& padded, int nvals, const double* a, double* out) {
+  std::fill_n(out, padded.ja.size() * nvals, 0.0);
+  for (std::size_t p = 0; p < padded.map.size(); ++p) {
+    double* to = out + static_cast<std::size_t>(padded.map[p] - 1) * nvals;
+    for (int v = 0; v < nvals; ++v) to[v] = a[p * nvals + v];
+  }
+}
+
+}  // namespace vlm
