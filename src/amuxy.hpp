@@ -1,0 +1,46 @@
+/// Products of the caller's matrix with dense vectors, and residuals in the same pass.
+///
+/// One set of kernels serves every matrix type: full storage by rows, the transposed product
+/// by columns of the transpose, and the stored triangle whose entries count on both sides,
+/// conjugated on one of them for Hermitian types.  Vectors are n by nrhs, column after column,
+/// complex values as two doubles.
+///
+/// A pass reads the matrix once for up to four right-hand sides.  With threads the rows are
+/// shared out by their entries; where rows scatter into foreign places each thread but the
+/// first adds into a private vector of the work area, and the vectors are summed afterwards.
+#pragma once
+
+#include <cstddef>
+
+#include "control.hpp"
+
+namespace vlm {
+
+/// The matrix and how it is to be applied.
+struct SparseProduct {
+  InputMatrix matrix;
+  int mtype = 11;
+  bool transpose = false;  ///< apply the transpose (never conjugated)
+  int nthreads = 1;
+};
+
+/// Bytes of the work area that products with matrices of n rows need; may be 0.
+std::size_t amuxy_work_bytes(int n, int mtype, bool transpose, int nthreads);
+
+/// y = A x.
+/// @param x     n by nrhs, in
+/// @param y     n by nrhs, out; must not overlap x
+/// @param work  amuxy_work_bytes() bytes
+void amuxy_velmora(const SparseProduct& product, int nrhs, const double* x, double* y,
+                   double* work);
+
+/// r = rhs - A x.
+/// @param x     n by nrhs, in
+/// @param rhs   n by nrhs, in
+/// @param r     n by nrhs, out; must not overlap x or rhs
+/// @param work  amuxy_work_bytes() bytes
+/// @return sum of absolute values of the doubles of r
+double amuxy_res_velmora(const SparseProduct& product, int nrhs, const double* x, const double* rhs,
+                         double* r, double* work);
+
+}  // namespace vlm

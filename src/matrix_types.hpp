@@ -1,0 +1,34 @@
+/// Wording of the matrix types, as the report and the checker print them.
+#pragma once
+
+#include <algorithm>
+#include <iterator>
+
+namespace vlm {
+
+struct MatrixTypeName {
+  int mtype;
+  const char* report;
+  const char* checker;
+};
+
+inline constexpr MatrixTypeName matrix_type_names[] = {
+    {1, "real struct. sym.", "real structurally symmetric"},
+    {2, "symm. posit. def.", "real symmetric positive definite"},
+    {-2, "symmetric indef.", "real symmetric"},
+    {3, "compl. str. sym.", "complex structurally symmetric"},
+    {4, "Herm. pos. def.", "complex Hermitian positive definite"},
+    {-4, "Hermitian indef.", "complex Hermitian"},
+    {6, "complex symmetr.", "complex symmetric"},
+    {11, "real nonsymmetric", "general real"},
+    {13, "complex nonsym.", "general complex"},
+};
+
+/// The names of a type; a code that means no type gives "unknown type" in both wordings.
+inline const MatrixTypeName& matrix_type_name(int mtype) {
+  static constexpr MatrixTypeName unknown{0, "unknown type", "unknown type"};
+  const auto* found = std::ranges::find(matrix_type_names, mtype, &MatrixTypeName::mtype);
+  return found == std::end(matrix_type_names) ? unknown : *found;
+}
+
+}  // namespace vlm

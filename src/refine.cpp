@@ -1,0 +1,142 @@
+/// The refinement loop and its stopping rules.
+#include "refine.hpp"
+
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+
+#include "amuxy.hpp"
+#include "vector_primitives.hpp"
+
+namespace vlm {
+namespace {
+
+std::size_t vector_length(const Control& control, int nrhs) {
+  return static_cast<std::size_t>(control.neqns) * static_cast<std::size_t>(nrhs) *
+         static_cast<std::size_t>(control.nvals);
+}
+
+bool keeps_accumulator(const Control& control) { return control.refine < 0; }
+
+/// Parts of CGS_ARR, and the arrays that the loop works on.
+struct Vectors {
+  std::size_t length = 0;
+  const double* rhs = nullptr;    ///< right-hand side as the caller gave it
+  double* solution = nullptr;     ///< what the caller receives
+  double* accumulator = nullptr;  ///< refined solution; the solution itself without the mode
+  double* correction = nullptr;   ///< residual, then the correction that it gives
+  double* product_work = nullptr;
+};
+
+Vectors lay_out(const RefineCall& call) {
+  const Control& control = call.control;
+  Vectors v;
+  v.length = vector_length(control, call.nrhs);
+  double* next = call.cgs_arr;
+  const auto take = [&] {
+    double* const vector = next;
+    next += v.length;
+    return vector;
+  };
+  v.rhs = control.overwrite_b == 1 ? take() : call.b;
+  v.solution = control.overwrite_b == 1 ? call.b : call.x;
+  v.accumulator = keeps_accumulator(control) ? take() : v.solution;
+  v.correction = take();
+  v.product_work = next;
+  return v;
+}
+
+/// Sums of absolute values over all right-hand sides.
+struct Sums {
+  double rhs = 0;         ///< right-hand side
+  double x = 0;           ///< solution of the plain solve
+  double residual = 0;    ///< of the step
+  double correction = 0;  ///< of the step
+
+  /// Size of the step's correction beside the first solution.  A zero right-hand side has the
+  /// exact solution zero, whatever the correction; a zero solution of any other has none.
+  double relative_correction() const {
+    if (rhs == 0) return 0;
+    return x == 0 ? std::numeric_limits<double>::infinity() : correction / x;
+  }
+};
+
+enum class Verdict { go_on, leave, no_contraction };
+
+/// Decides after each step; keeps the residual that the next one has to beat.
+class StoppingRule {
+ public:
+  StoppingRule(int limit, double rhs_sum) : limit_(limit), best_(rhs_sum) {}
+
+  Verdict judge(int step, const Sums& sums) {
+    if (step == 2 && limit_ == 0) return Verdict::leave;
+    if (step == 1 && sums.residual > sums.rhs) best_ = 2 * sums.residual;
+    if (step == limit_) return Verdict::leave;
+    if (sums.residual < 0.9 * best_) {
+      best_ = sums.residual;
+      return Verdict::go_on;
+    }
+    if (step <= 3 && step < limit_) return Verdict::go_on;
+    return sums.relative_correction() > 0.5 ? Verdict::no_contraction : Verdict::leave;
+  }
+
+ private:
+  int limit_;
+  double best_;
+};
+
+int refinement_loop(const RefineCall& call, const SolveStep& solve, const Vectors& v, Sums sums) {
+  Control& control = call.control;
+  const SparseProduct product{call.matrix, control.mtype, control.transpose == 1, control.nthreads};
+  StoppingRule rule(std::abs(control.refine), sums.rhs);
+  for (int step = 1;; ++step) {
+    sums.residual =
+        amuxy_res_velmora(product, call.nrhs, v.accumulator, v.rhs, v.correction, v.product_work);
+    if (const int status = solve(call.nrhs, v.correction, v.correction)) return status;
+    sums.correction = sum8_16(v.length, v.correction, v.accumulator, control.nthreads);
+    control.ref_steps = step;
+    const Verdict verdict = rule.judge(step, sums);
+    if (verdict == Verdict::no_contraction) return status_contraction;
+    if (verdict == Verdict::leave) break;
+  }
+  // Only the automatic case ends with its second step while its limit is 0.
+  if (control.refine == 0 && control.ref_steps == 2) call.iparm[19] = -34;
+  return status_ok;
+}
+
+}  // namespace
+
+bool refinement_due(const Control& control, const int* iparm) {
+  return (control.perturbed > 0 || control.refine != 0) && control.ext_res == 0 &&
+         control.partial == 0 && iparm[33] == 0;
+}
+
+std::size_t refine_bytes(const Control& control, int nrhs) {
+  const std::size_t vectors =
+      1 + (control.overwrite_b == 1 ? 1 : 0) + (keeps_accumulator(control) ? 1 : 0);
+  return vectors * vector_length(control, nrhs) * sizeof(double) +
+         amuxy_work_bytes(control.neqns, control.mtype, control.transpose == 1, control.nthreads);
+}
+
+int refine_with(const RefineCall& call, const SolveStep& solve) {
+  Control& control = call.control;
+  control.ref_steps = 0;
+  if (!refinement_due(control, call.iparm))
+    return solve(call.nrhs, call.b, control.overwrite_b == 1 ? call.b : call.x);
+
+  const Vectors v = lay_out(call);
+  const int nthreads = control.nthreads;
+  Sums sums;
+  sums.rhs = v.rhs == call.b ? sum_of_absolutes(v.length, call.b, nthreads)
+                             : conv8_16(v.length, call.b, call.cgs_arr, nthreads);
+  if (const int status = solve(call.nrhs, call.b, v.solution)) return status;
+  sums.x = v.accumulator == v.solution ? sum_of_absolutes(v.length, v.solution, nthreads)
+                                       : conv8_16(v.length, v.solution, v.accumulator, nthreads);
+  const int status = refinement_loop(call, solve, v, sums);
+  const bool finished = status == status_ok || status == status_contraction;
+  if (finished && v.accumulator != v.solution)
+    conv8_16(v.length, v.accumulator, v.solution, nthreads);
+  return status;
+}
+
+}  // namespace vlm

@@ -1,0 +1,79 @@
+/// Parallel loops over long vectors: copies, updates, and sums of absolute values.
+///
+/// A loop is cut into one contiguous piece a thread; short vectors stay on the calling thread.
+/// Each thread keeps its partial sum on its own cache lines, and the sums are added in the
+/// order of the threads, so that a result depends on the number of threads only.  The routines
+/// open their own parallel region.  Complex vectors are passed as twice as many doubles.
+#pragma once
+
+#include <omp.h>
+
+#include <cmath>
+#include <cstddef>
+#include <vector>
+
+namespace vlm {
+
+/// A thread's part of a sum.  128 bytes: adjacent cache lines are fetched in pairs.
+struct alignas(128) PartialSum {
+  double value = 0;
+};
+
+/// Runs body(thread, team), which returns the thread's part, on a team and adds up the parts.
+template <class Body>
+double sum_over_team(int nthreads, const Body& body) {
+  std::vector<PartialSum> parts(static_cast<std::size_t>(nthreads));
+#pragma omp parallel num_threads(nthreads)
+  {
+    const int thread = omp_get_thread_num();
+    parts[static_cast<std::size_t>(thread)].value = body(thread, omp_get_num_threads());
+  }
+  double total = 0;
+  for (const PartialSum& part : parts) total += part.value;
+  return total;
+}
+
+/// Sum of term(k) for first <= k < last, in eight interleaved chains.
+template <class Term>
+double interleaved_sum(std::size_t first, std::size_t last, const Term& term) {
+  double chain[8] = {};
+  std::size_t k = first;
+  for (; k + 8 <= last; k += 8)
+    for (std::size_t c = 0; c < 8; ++c) chain[c] += term(k + c);
+  for (; k < last; ++k) chain[0] += term(k);
+  return ((chain[0] + chain[1]) + (chain[2] + chain[3])) +
+         ((chain[4] + chain[5]) + (chain[6] + chain[7]));
+}
+
+/// Sum of term(k) for 0 <= k < length.
+template <class Term>
+double parallel_sum(std::size_t length, int nthreads, const Term& term) {
+  constexpr std::size_t worth_a_team = 100000;
+  if (nthreads <= 1 || length < worth_a_team) return interleaved_sum(0, length, term);
+  return sum_over_team(nthreads, [&](int thread, int team) {
+    const auto begin = [&](int t) {
+      return length / static_cast<std::size_t>(team) * static_cast<std::size_t>(t);
+    };
+    return interleaved_sum(begin(thread), thread + 1 == team ? length : begin(thread + 1), term);
+  });
+}
+
+/// Sum of |x|.
+inline double sum_of_absolutes(std::size_t length, const double* x, int nthreads) {
+  return parallel_sum(length, nthreads, [=](std::size_t k) { return std::abs(x[k]); });
+}
+
+/// y = x; returns the sum of |x|.
+inline double conv8_16(std::size_t length, const double* x, double* y, int nthreads) {
+  return parallel_sum(length, nthreads, [=](std::size_t k) { return std::abs(y[k] = x[k]); });
+}
+
+/// y = y + x; returns the sum of |x|.
+inline double sum8_16(std::size_t length, const double* x, double* y, int nthreads) {
+  return parallel_sum(length, nthreads, [=](std::size_t k) {
+    y[k] += x[k];
+    return std::abs(x[k]);
+  });
+}
+
+}  // namespace vlm

@@ -1,0 +1,205 @@
+// Stopping rules of the refinement, with solvers whose error is known.
+#include "refine.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "gallery.hpp"
+#include "reference.hpp"
+
+namespace {
+
+using vlm::test::cplx;
+using vlm::test::Matrix;
+
+/// A solve phase on a small matrix whose solver returns factor * A^{-1} rhs: with the factor
+/// 1-e every step leaves e times the residual before.
+struct Phase {
+  Matrix m;
+  int nrhs = 1;
+  double factor = 1;
+  bool fail_at_second = false;
+  vlm::Control control;
+  vlm::Structure structure;
+  std::vector<int> iparm = std::vector<int>(64, 0);
+  std::vector<double> b, x;
+  int solves = 0;
+
+  Phase(const Matrix& matrix, int refine, double solver_factor, int columns = 1)
+      : m(matrix), nrhs(columns), factor(solver_factor) {
+    control.neqns = m.n;
+    control.mtype = m.mtype;
+    control.nvals = m.nvals();
+    control.refine = refine;
+    b = vlm::test::random_vector(m, nrhs, 7);
+    x.assign(b.size(), NAN);
+  }
+
+  int run() {
+    const bool transpose = control.transpose == 1;
+    const auto inverse = vlm::test::to_dense(transpose ? vlm::test::transposed(m) : m);
+    // Exactly the promised room, so that a sanitizer sees a step beyond it.
+    std::vector<double> cgs(vlm::refine_bytes(control, nrhs) / sizeof(double), NAN);
+    const vlm::RefineCall call{.control = control,
+                               .structure = structure,
+                               .matrix = {m.n, m.ia.data(), m.ja.data(), m.a.data()},
+                               .matching = {},
+                               .lu = nullptr,
+                               .nrhs = nrhs,
+                               .iparm = iparm.data(),
+                               .b = b.data(),
+                               .x = control.overwrite_b == 1 ? nullptr : x.data(),
+                               .work = nullptr,
+                               .cgs_arr = cgs.data()};
+    solves = 0;
+    return vlm::refine_with(call, [&](int columns, const double* in, double* out) {
+      if (++solves == 2 && fail_at_second) return static_cast<int>(vlm::status_pivot);
+      const auto count = static_cast<std::size_t>(m.n * columns * m.nvals());
+      const std::vector<double> rhs(in, in + count);
+      std::vector<cplx> dense(static_cast<std::size_t>(m.n * columns));
+      for (std::size_t k = 0; k < dense.size(); ++k) dense[k] = vlm::test::vector_value(m, rhs, k);
+      dense = vlm::test::dense_solve(inverse, dense, columns);
+      for (std::size_t k = 0; k < dense.size(); ++k) {
+        const cplx v = factor * dense[k];
+        out[k * static_cast<std::size_t>(m.nvals())] = v.real();
+        if (m.complex()) out[2 * k + 1] = v.imag();
+      }
+      return 0;
+    });
+  }
+};
+
+Matrix small(int mtype = -2) { return vlm::test::dense(12, 3, mtype); }
+
+TEST(Refinement, PlainSolveWhenNoneIsDue) {
+  Phase none(small(), 0, 0.9);
+  EXPECT_EQ(none.run(), 0);
+  EXPECT_EQ(none.solves, 1);
+  EXPECT_EQ(none.control.ref_steps, 0);
+  EXPECT_EQ(none.iparm[19], 0);
+
+  Phase parts(small(), 3, 0.9), marks(small(), 3, 0.9), fixed(small(), 3, 0.9);
+  parts.control.ext_res = 1;
+  marks.control.partial = 1;
+  fixed.iparm[33] = 1;
+  for (Phase* phase : {&parts, &marks, &fixed}) {
+    phase->control.ref_steps = 5;
+    EXPECT_EQ(phase->run(), 0);
+    EXPECT_EQ(phase->solves, 1);
+    EXPECT_EQ(phase->control.ref_steps, 0);
+  }
+}
+
+TEST(Refinement, StepsEndWhereTheRulesSay) {
+  struct Case {
+    const char* what;
+    int refine;
+    double factor;
+    int steps, status;
+  };
+  // A factor f leaves |1-f| of the residual; the plain solve counts as its first reduction.
+  const Case cases[] = {
+      {"one step as asked", 1, 0.99, 1, 0},
+      {"limit reached while contracting", 5, 0.9, 5, 0},
+      {"accumulator, limit reached", -5, 0.9, 5, 0},
+      {"constant residual, three steps granted, limit 2", 2, 2.0, 2, 0},
+      {"constant residual, limit 4", 4, 2.0, 4, 0},
+      {"constant residual ends at step 4", 9, 2.0, 4, vlm::status_contraction},
+      {"accumulator, constant residual", -9, 2.0, 4, vlm::status_contraction},
+      {"diverging: first growth is forgiven", 9, 4.0, 4, vlm::status_contraction},
+      {"diverging, limit 3", 3, 4.0, 3, 0},
+      // 0.92: steps 1 to 3 are granted, 0.92^2 < 0.9 beats the start at step 2, so best is
+      // 0.92^2; 0.92^3 is no contraction but granted; 0.92^4 < 0.9*0.92^2 goes on; step 5 ends.
+      {"slow", 9, 0.08, 5, vlm::status_contraction},
+      // The correction is nothing beside the solution: not contracting is no error.
+      {"exact solver stagnates at rounding level", 9, 1.0, -1, 0},
+      {"zero solution of a non-zero right-hand side", 9, 0.0, 4, vlm::status_contraction},
+  };
+  for (const Case& c : cases) {
+    Phase phase(small(), c.refine, c.factor);
+    EXPECT_EQ(phase.run(), c.status) << c.what;
+    if (c.steps >= 0) {
+      EXPECT_EQ(phase.control.ref_steps, c.steps) << c.what;
+    }
+    EXPECT_EQ(phase.solves, 1 + phase.control.ref_steps) << c.what;
+    EXPECT_EQ(phase.iparm[19], 0) << c.what;
+  }
+}
+
+TEST(Refinement, PerturbedPivotsAskForTwoSteps) {
+  Phase phase(small(), 0, 0.999);
+  phase.control.perturbed = 1;
+  EXPECT_EQ(phase.run(), 0);
+  EXPECT_EQ(phase.control.ref_steps, 2);
+  EXPECT_EQ(phase.iparm[19], -34);
+  EXPECT_LT(vlm::test::normwise_error(phase.m, phase.x, phase.b), 1e-8);
+
+  Phase stuck(small(), 0, 1.95);
+  stuck.control.perturbed = 1;
+  EXPECT_EQ(stuck.run(), vlm::status_contraction);
+  EXPECT_EQ(stuck.control.ref_steps, 1);
+  EXPECT_EQ(stuck.iparm[19], 0);
+}
+
+TEST(Refinement, ReachesFullAccuracyForEveryTypeAndPlaceOfTheSolution) {
+  for (const int mtype : vlm::test::all_mtypes) {
+    for (const int refine : {8, -8}) {
+      for (const int overwrite : {0, 1}) {
+        for (const int transpose : {0, 1}) {
+          if (transpose == 1 && mtype % 2 == 0) continue;
+          for (const int nthreads : {1, 2}) {
+            Phase phase(small(mtype), refine, 1.01, 3);
+            phase.control.overwrite_b = overwrite;
+            phase.control.transpose = transpose;
+            phase.control.nthreads = nthreads;
+            const auto rhs = phase.b;
+            ASSERT_EQ(phase.run(), 0);
+            const auto& solution = overwrite ? phase.b : phase.x;
+            if (!overwrite) {
+              EXPECT_EQ(phase.b, rhs);
+            }
+            EXPECT_LT(vlm::test::componentwise_error(phase.m, solution, rhs, 3, transpose), 1e-14)
+                << "mtype " << mtype << " refine " << refine << " overwrite " << overwrite
+                << " transpose " << transpose;
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(Refinement, ZeroRightHandSides) {
+  for (const int refine : {0, 1, 9, -9}) {
+    Phase zero(small(), refine, 2.0);
+    zero.control.perturbed = 1;
+    std::ranges::fill(zero.b, 0.0);
+    EXPECT_EQ(zero.run(), 0) << refine;
+    EXPECT_EQ(zero.x, std::vector<double>(zero.b.size(), 0.0)) << refine;
+
+    Phase one(small(), refine, 1.001, 3);
+    one.control.perturbed = 1;
+    const auto n = static_cast<std::size_t>(one.m.n);
+    std::fill_n(one.b.begin() + static_cast<std::ptrdiff_t>(n), n, 0.0);
+    EXPECT_EQ(one.run(), 0) << refine;
+    for (std::size_t k = 0; k < n; ++k) EXPECT_EQ(one.x[n + k], 0.0) << refine;
+    EXPECT_LT(vlm::test::normwise_error(one.m, one.x, one.b, 3), 1e-5) << refine;
+  }
+}
+
+TEST(Refinement, FailuresAndNansEndTheLoop) {
+  Phase failing(small(), 5, 0.9);
+  failing.fail_at_second = true;
+  EXPECT_EQ(failing.run(), vlm::status_pivot);
+  EXPECT_EQ(failing.solves, 2);
+
+  Phase bad(small(), 50, 1.0);
+  bad.b[3] = NAN;
+  bad.run();
+  EXPECT_LE(bad.control.ref_steps, 4);
+  EXPECT_TRUE(std::isnan(bad.x[0]));
+}
+
+}  // namespace
