@@ -1,2 +1,26 @@
 # Dense micro-kernels: one text, compiled for each instruction set and chosen at run time.
-# (Filled by the numeric core.)
+# velmora_kernel_objects lists the objects; they are linked into the library.
+set(velmora_kernel_isas baseline)
+set(velmora_kernel_flags_baseline "")
+include(CheckCXXCompilerFlag)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+  check_cxx_compiler_flag(-mavx512f VELMORA_HAS_AVX512)
+  if(VELMORA_HAS_AVX512)
+    list(APPEND velmora_kernel_isas avx2 avx512)
+    set(velmora_kernel_flags_avx2 -mavx2 -mfma)
+    set(velmora_kernel_flags_avx512 -mavx512f -mavx512dq -mavx512vl -mavx512bw -mfma
+                                    -mprefer-vector-width=512)
+    target_compile_definitions(velmora_objects PRIVATE VELMORA_WIDE_KERNELS)
+  endif()
+endif()
+
+set(velmora_kernel_objects "")
+foreach(isa ${velmora_kernel_isas})
+  add_library(velmora_kernels_${isa} OBJECT src/kernels/kernels.cpp)
+  target_compile_definitions(velmora_kernels_${isa} PRIVATE VELMORA_ISA=${isa})
+  target_compile_options(velmora_kernels_${isa} PRIVATE
+    ${velmora_kernel_flags_${isa}} -ffp-contract=fast -fno-math-errno -fno-trapping-math -Wno-psabi
+    $<$<CONFIG:Release,RelWithDebInfo>:-O3>)
+  target_link_libraries(velmora_kernels_${isa} PRIVATE velmora_warnings velmora_instrumentation)
+  list(APPEND velmora_kernel_objects $<TARGET_OBJECTS:velmora_kernels_${isa}>)
+endforeach()

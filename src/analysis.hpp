@@ -59,6 +59,7 @@ struct Analysis {
   std::vector<int> snode;          ///< [n] panel of a column
   std::vector<int> xsuper;         ///< [nsuper+1] first column of a panel, then n+1
   std::vector<int> height;         ///< [nsuper] rows of a panel, its own columns included
+  std::vector<int> lead;           ///< [nsuper] first panel of the block that a panel is cut from
   std::vector<int> xlindx, lindx;  ///< [nsuper+1] starts; row lists, ascending
   std::vector<int> xlnz, xunz;     ///< [n+1] starts of the columns in the stores of L and of U
   std::vector<int> sparent;        ///< [nsuper] panel tree, 0 for a root

@@ -34,6 +34,9 @@ bool kernels_exist(int mtype);
 /// Bytes of FACT_L&U.
 std::size_t factor_bytes(const Control& control, const Structure& structure);
 
+/// Bytes of work that the solve of nrhs right-hand sides needs, for scalars of that size.
+std::size_t solve_work_bytes(const Structure& structure, int nrhs, std::size_t scalar_bytes);
+
 /// Bytes of WORK_R0 that a factorization, and a solve with nrhs right-hand sides, need.
 std::size_t work_bytes(const Control& control, const Structure& structure, int nrhs);
 

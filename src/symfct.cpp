@@ -86,11 +86,14 @@ void relax_panels(const Control& control, Analysis& analysis) {
   const std::vector<Block> blocks = merge_blocks(analysis);
   analysis.xsuper.clear();
   analysis.height.clear();
+  analysis.lead.clear();
   for (const Block& block : blocks) {
     const int step = piece_width(block.width, control.panel);
+    const int first = static_cast<int>(analysis.xsuper.size()) + 1;
     for (int done = 0; done < block.width; done += step) {
       analysis.xsuper.push_back(block.first + done);
       analysis.height.push_back(block.height - done);
+      analysis.lead.push_back(first);
     }
   }
   analysis.nsuper = static_cast<int>(analysis.xsuper.size());
@@ -98,22 +101,37 @@ void relax_panels(const Control& control, Analysis& analysis) {
 
   analysis.snode.resize(n);
   analysis.sparent.resize(analysis.nsuper);
-  const View<const int> xsuper(analysis.xsuper), parent(analysis.parent);
+  const View<const int> xsuper(analysis.xsuper), lead(analysis.lead), parent(analysis.parent);
   const View<int> snode(analysis.snode), sparent(analysis.sparent);
   for (int s = 1; s <= analysis.nsuper; ++s)
     for (int j = xsuper(s); j < xsuper(s + 1); ++j) snode(j) = s;
   for (int s = 1; s <= analysis.nsuper; ++s) {
+    const bool inside = s < analysis.nsuper && lead(s + 1) == lead(s);
     const int up = parent(xsuper(s + 1) - 1);
-    sparent(s) = up == 0 ? 0 : snode(up);
+    sparent(s) = inside ? s + 1 : up == 0 ? 0 : snode(up);
   }
 }
+
+namespace {
+
+/// First panel of the block that follows block b in the tree, 0 for a root.
+std::vector<int> block_parents(const Analysis& analysis) {
+  const View<const int> sparent(analysis.sparent), lead(analysis.lead);
+  std::vector<int> store(analysis.nsuper);
+  const View<int> up(store);
+  for (int s = 1; s <= analysis.nsuper; ++s)  // the last piece of a block writes last
+    up(lead(s)) = sparent(s) == 0 ? 0 : lead(sparent(s));
+  return store;
+}
+
+}  // namespace
 
 int symfct_velmora(Analysis& analysis) {
   const int n = analysis.graph.n, nsuper = analysis.nsuper;
   const View<const int> xadj(analysis.graph.xadj), adjncy(analysis.graph.adjncy);
   const View<const int> perm(analysis.order.perm), invp(analysis.order.invp);
   const View<const int> xsuper(analysis.xsuper), snode(analysis.snode), height(analysis.height);
-  const View<const int> sparent(analysis.sparent);
+  const View<const int> lead(analysis.lead);
 
   std::int64_t total = 0;
   for (int s = 1; s <= nsuper; ++s) total += height(s);
@@ -124,27 +142,34 @@ int symfct_velmora(Analysis& analysis) {
   xlindx(1) = 1;
   for (int s = 1; s <= nsuper; ++s) xlindx(s + 1) = xlindx(s) + height(s);
 
+  // The list of a block is built at its first panel; next is its free place, mark the last
+  // row appended.
+  const std::vector<int> parents = block_parents(analysis);
+  const View<const int> up(parents);
   std::vector<int> next_store(nsuper), mark_store(nsuper, 0);
-  const View<int> next(next_store), mark(mark_store);  // next free place; last row appended
-  for (int s = 1; s <= nsuper; ++s) {
-    next(s) = xlindx(s);
-    for (int j = xsuper(s); j < xsuper(s + 1); ++j) lindx(next(s)++) = j;
-  }
+  const View<int> next(next_store), mark(mark_store);
+  for (int s = 1; s <= nsuper; ++s) next(s) = xlindx(s);
   for (int i = 1; i <= n; ++i) {
-    const int node = perm(i), own = snode(i);
+    const int node = perm(i), own = lead(snode(i));
+    lindx(next(own)++) = i;
     mark(own) = i;
     for (int k = xadj(node); k < xadj(node + 1); ++k) {
       const int j = invp(adjncy(k));
       if (j >= i) continue;
-      for (int s = snode(j); mark(s) != i; s = sparent(s)) {
-        if (next(s) == xlindx(s + 1) || sparent(s) == 0) return status_structure;
+      for (int s = lead(snode(j)); mark(s) != i; s = up(s)) {
+        if (next(s) == xlindx(s + 1) || up(s) == 0) return status_structure;
         lindx(next(s)++) = i;
         mark(s) = i;
       }
     }
   }
-  for (int s = 1; s <= nsuper; ++s)
-    if (next(s) != xlindx(s + 1)) return status_structure;
+  for (int s = 1; s <= nsuper; ++s) {
+    if (lead(s) == s) {
+      if (next(s) != xlindx(s + 1)) return status_structure;
+    } else {  // a later piece has the end of its block's list
+      std::copy(lindx.at(xlindx(s) - height(s)), lindx.at(xlindx(s)), lindx.at(xlindx(s)));
+    }
+  }
   return status_ok;
 }
 

@@ -1,0 +1,131 @@
+/// Numerical factorization: perturbation threshold, choice of the family, statistics.
+///
+/// The table at the end is the whole family table: one line for each historical name.
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "family.hpp"
+#include "schedule.hpp"
+#include "stages.hpp"
+
+namespace vlm {
+
+namespace {
+
+/// Everything that one factorization is given.
+struct FactorCall {
+  Control& control;
+  const Structure& st;
+  const InputMatrix& matrix;
+  const MatchingStore& matching;
+  void* lu;
+  void* work;
+};
+
+/// Largest magnitude beside the first entry of each row, the diagonal.  Complex matrices are
+/// stepped through as real numbers.
+double largest_off_diagonal(const InputMatrix& m) {
+  double mx = 0;
+  for (int i = 0; i < m.n; ++i)
+    for (int p = m.ia[i]; p < m.ia[i + 1] - 1; ++p) mx = std::max(mx, std::abs(m.a[p]));
+  return mx;
+}
+
+/// Threshold below which a pivot is replaced: 10^-k, made smaller for symmetric indefinite
+/// types by the square root of the matrix's off-diagonal magnitude or its reciprocal.
+double perturbation(const Control& control, const InputMatrix& matrix) {
+  const int k = std::abs(control.eps_exp);
+  if (k == 0) return 0;
+  const double eps = std::exp(-2.302585092994046 * k);
+  const int t = control.mtype;
+  if (t != -2 && t != -4 && t != 6) return eps;
+  double mx = largest_off_diagonal(matrix);
+  if (mx == 0) mx = 1;
+  return mx < 1 ? eps * std::sqrt(mx) : eps / std::sqrt(mx);
+}
+
+/// log |det| of the scaling that the values were multiplied with, over the eliminated part.
+double log_of_scaling(const double* scale, const Structure& st, int last_eliminated) {
+  double sum = 0;
+  if (scale)
+    for (int j = 1; j <= last_eliminated; ++j) {
+      const double s = scale[st.perm(j) - 1];
+      sum += std::log(s * s);
+    }
+  return sum;
+}
+
+template <class Family, class T>
+int factor_with(FactorCall& call) {
+  Control& control = call.control;
+  FactorFrame<T> frame{.control = control,
+                       .st = call.st,
+                       .matrix = call.matrix,
+                       .scale = control.scale_flag ? call.matching.scale : nullptr,
+                       .match = call.matching.perm,
+                       .store = factor_store<T>(call.st, call.lu)};
+  frame.eps = perturbation(control, call.matrix);
+  frame.last_eliminated = call.st.n - control.nschur;
+  int* ints = static_cast<int*>(call.work);
+  FactorScratch<T> scratch(frame, ints);
+  const int status = run_sequential<Family>(frame, scratch, ints + call.st.n);
+  control.perturbed = scratch.stats.perturbed;
+  control.npos = scratch.stats.positive;
+  control.nneg = scratch.stats.negative;
+  control.logdet =
+      scratch.stats.logdet - log_of_scaling(frame.scale, call.st, frame.last_eliminated);
+  return status;
+}
+
+using Kernel = int (*)(FactorCall&);
+
+/// The families, under their historical names.
+constexpr Kernel blkl_velmora = factor_with<CholeskyFamily<double, false>, double>;
+constexpr Kernel blkldl_velmora = factor_with<LdltFamily<double, false>, double>;
+constexpr Kernel blkldl_32_velmora = factor_with<LdltFamily<float, false>, float>;
+
+/// Kernel for a matrix type, null where there is none.
+Kernel choose_kernel(int mtype, bool single) {
+  switch (mtype) {
+    case 2: return blkl_velmora;
+    case -2: return single ? blkldl_32_velmora : blkldl_velmora;
+    default: return nullptr;
+  }
+}
+
+std::size_t scalar_bytes(const Control& control) {
+  return control.single32 ? sizeof(float)
+                          : sizeof(double) * (is_complex_type(control.mtype) ? 2 : 1);
+}
+
+}  // namespace
+
+bool kernels_exist(int mtype) { return choose_kernel(mtype, false) != nullptr; }
+
+std::size_t factor_bytes(const Control& control, const Structure& structure) {
+  if (control.single32) return factor_store_bytes<float>(structure);
+  if (is_complex_type(control.mtype)) return factor_store_bytes<zcomplex>(structure);
+  return factor_store_bytes<double>(structure);
+}
+
+std::size_t factor_work_bytes(const Structure& st) {
+  return (static_cast<std::size_t>(st.n) + 2 * static_cast<std::size_t>(st.nsuper)) * sizeof(int);
+}
+
+std::size_t work_bytes(const Control& control, const Structure& structure, int nrhs) {
+  return std::max(factor_work_bytes(structure),
+                  solve_work_bytes(structure, nrhs, scalar_bytes(control)));
+}
+
+int factorize_velmora(Control& control, const Structure& structure, const InputMatrix& matrix,
+                      const MatchingStore& matching, void* lu, void* work) {
+  control.perturbed = control.npos = control.nneg = 0;
+  control.logdet = 0;
+  const Kernel kernel = choose_kernel(control.mtype, control.single32 != 0);
+  if (kernel == nullptr) return status_unsupported;
+  FactorCall call{control, structure, matrix, matching, lu, work};
+  return kernel(call);
+}
+
+}  // namespace vlm

@@ -1,0 +1,290 @@
+/// Families of the supernodal factorization: what happens to one panel.
+///
+/// Every family supplies three steps: load a panel through the input map, apply the update
+/// of one finished panel, and finish a panel by factoring its diagonal block and solving for
+/// the rows below.  A schedule decides which thread does this to which panel when.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "factor.hpp"
+
+namespace vlm {
+
+/// What a factorization reads and writes, shared by all its threads.
+template <class T>
+struct FactorFrame {
+  const Control& control;
+  const Structure& st;
+  InputMatrix matrix;
+  const double* scale = nullptr;  ///< [2n] scalings, null when there are none
+  const int* match = nullptr;     ///< [n] row of A in the place of each node; null: identity
+  FactorStore<T> store;
+  const Kernels<T>& kernel = kernels<T>();
+  double eps = 0;
+  int last_eliminated = 0;        ///< columns beyond belong to the Schur complement
+};
+
+/// Scratch and counters of one thread.
+template <class T>
+struct FactorScratch {
+  View<int> indmap;          ///< [n] place of a row in the target's list, from 0
+  std::vector<int> relative; ///< places of one source's rows
+  std::vector<T> scaled;     ///< second operand of an update
+  BlockPivots<T> stats;
+
+  FactorScratch(const FactorFrame<T>& frame, int* map) : indmap(map, frame.st.n) {
+    relative.resize(frame.st.max_rows);
+    scaled.resize(static_cast<std::size_t>(frame.st.max_scaled));
+    stats.eps = frame.eps;
+    stats.want_logdet = frame.control.det_flag == 1;
+  }
+};
+
+/// The part of a finished panel that updates one target.
+template <class T>
+struct UpdateSource {
+  Panel<T> panel;
+  int skip = 0;  ///< rows of the list already consumed, own columns included
+  int m = 0;     ///< rows that remain
+  int q = 0;     ///< of these, rows that are columns of the target
+};
+
+/// Number of rows, from the first remaining one, that are columns of the target.
+template <class T>
+UpdateSource<T> update_source(const Panel<T>& source, int skip, const Panel<T>& target) {
+  UpdateSource<T> out{source, skip, source.rows - skip, 0};
+  const int end = target.first + target.width;
+  const int* row = source.row + skip;
+  while (out.q < out.m && row[out.q] < end) ++out.q;
+  return out;
+}
+
+template <class T>
+void index_rows(const Panel<T>& target, View<int> indmap) {
+  for (int k = 0; k < target.rows; ++k) indmap(target.row[k]) = k;
+}
+
+/// Relative rows of the source in the target; null when they follow each other, with the
+/// first place in `start`.
+template <class T>
+const int* relative_rows(const UpdateSource<T>& s, const Panel<T>& target,
+                         FactorScratch<T>& scratch, int& start) {
+  start = 0;
+  if (s.m == target.rows) return nullptr;
+  const int* row = s.panel.row + s.skip;
+  const int first = scratch.indmap(row[0]);
+  if (scratch.indmap(row[s.m - 1]) - first == s.m - 1) {
+    start = first;
+    return nullptr;
+  }
+  for (int i = 0; i < s.m; ++i) scratch.relative[i] = scratch.indmap(row[i]);
+  return scratch.relative.data();
+}
+
+/// Symmetric and Hermitian panels: load and update, for any kind of B operand.
+template <class T, bool hermitian>
+struct SymmetricBase {
+  static void load(const FactorFrame<T>& f, int s) {
+    const Structure& st = f.st;
+    const Panel<T> panel = panel_of(st, f.store, s);
+    std::fill_n(panel.l, static_cast<std::size_t>(panel.rows) * panel.width, T(0));
+    for (int j = panel.first; j < panel.first + panel.width; ++j) {
+      const double column_scale = f.scale ? f.scale[st.perm(j) - 1] : 1.0;
+      for (int p = st.lmap.ptr(j); p < st.lmap.ptr(j + 1); ++p) {
+        const int dst = st.lmap.dst(p), place = std::abs(dst);
+        T v = value_at<T>(f.matrix.a, st.lmap.src(p) - 1);
+        // A positive place marks an entry of the upper triangle, seen from below.
+        if (hermitian && dst > 0) v = maybe_conj<hermitian>(v);
+        if (f.scale) {
+          const int row = panel.row[place - st.xlnz(j)];
+          v = scaled_value(v, column_scale * f.scale[st.perm(row) - 1]);
+        }
+        f.store.lnz[place - 1] += v;
+      }
+    }
+  }
+
+  /// The product with the scale is formed in double, also when the factor is float.
+  static T scaled_value(T v, double scale) {
+    if constexpr (std::is_same_v<T, float>) return static_cast<float>(static_cast<double>(v) * scale);
+    else return v * scale;
+  }
+
+  /// A panel of the Schur complement stays as the updates left it, symmetric in its block.
+  static void keep(const FactorFrame<T>& f, const Panel<T>& panel) {
+    const std::ptrdiff_t ld = panel.rows;
+    for (int k = 0; k < panel.width; ++k) {
+      panel.pivot[k] = k + 1;
+      if (f.control.pivot_type != 0) continue;
+      for (int i = k + 1; i < panel.width; ++i)
+        panel.l[k + i * ld] = maybe_conj<hermitian>(panel.l[i + k * ld]);
+    }
+  }
+
+  static void update(const FactorFrame<T>& f, const UpdateSource<T>& s, const Panel<T>& target,
+                     const T* b, int ldb, FactorScratch<T>& scratch) {
+    int start = 0;
+    PanelUpdate<T> u;
+    u.row = relative_rows(s, target, scratch, start);
+    u.col = u.row;  // the target's first rows are its columns
+    u.m = s.m;
+    u.q = s.q;
+    u.k = s.panel.width;
+    u.a = s.panel.l + s.skip;
+    u.lda = s.panel.rows;
+    u.b = b;
+    u.b_row = 1;
+    u.b_col = ldb;
+    u.c = target.l + start + static_cast<std::ptrdiff_t>(start) * target.rows;
+    u.ldc = target.rows;
+    u.lower = true;
+    f.kernel.update(u);
+  }
+};
+
+/// Cholesky, L L^T or L L^H.
+template <class T, bool hermitian>
+struct CholeskyFamily : SymmetricBase<T, hermitian> {
+  using Base = SymmetricBase<T, hermitian>;
+
+  static void apply(const FactorFrame<T>& f, const UpdateSource<T>& s, const Panel<T>& target,
+                    FactorScratch<T>& scratch) {
+    const T* b = s.panel.l + s.skip;
+    int ldb = s.panel.rows;
+    if constexpr (hermitian && is_complex_v<T>) {
+      for (int k = 0; k < s.panel.width; ++k)
+        for (int j = 0; j < s.q; ++j)
+          scratch.scaled[static_cast<std::size_t>(k) * s.q + j] =
+              std::conj(b[j + static_cast<std::ptrdiff_t>(k) * ldb]);
+      b = scratch.scaled.data();
+      ldb = s.q;
+    }
+    Base::update(f, s, target, b, ldb, scratch);
+  }
+
+  static bool finish(const FactorFrame<T>& f, const Panel<T>& panel, FactorScratch<T>& scratch) {
+    if (f.kernel.cholesky(panel.width, panel.l, panel.rows) != 0) return false;
+    for (int k = 0; k < panel.width; ++k) panel.pivot[k] = k + 1;
+    scratch.stats.positive += panel.width;
+    if (scratch.stats.want_logdet)
+      for (int k = 0; k < panel.width; ++k)
+        scratch.stats.logdet +=
+            2 * std::log(std::abs(static_cast<double>(std::real(
+                    panel.l[k + static_cast<std::ptrdiff_t>(k) * panel.rows]))));
+    RightSolve<T> solve;
+    solve.m = panel.below();
+    solve.n = panel.width;
+    solve.l = panel.l;
+    solve.ldl = solve.ldx = panel.rows;
+    solve.x = panel.l21();
+    solve.conjugate = hermitian;
+    if (solve.m > 0) f.kernel.solve_right(solve);
+    return true;
+  }
+};
+
+/// B := the q rows of a source times D, conjugated for Hermitian factors.
+///
+/// A negative pivot entry marks the two columns of a 2x2 block.  Its diagonal elements stand in
+/// place, and the one below the diagonal, d21, is kept above it.
+template <class T, bool hermitian>
+void scale_by_d(const UpdateSource<T>& s, T* b) {
+  const Panel<T>& p = s.panel;
+  const std::ptrdiff_t ld = p.rows;
+  for (int k = 0; k < p.width;) {
+    const T* l0 = p.l + k * ld + s.skip;
+    T* b0 = b + static_cast<std::ptrdiff_t>(k) * s.q;
+    const T d = p.l[k + k * ld];
+    if (p.pivot[k] > 0) {
+      for (int j = 0; j < s.q; ++j) b0[j] = maybe_conj<hermitian>(l0[j] * d);
+      ++k;
+    } else {
+      const T d21 = p.l[k + (k + 1) * ld], d22 = p.l[k + 1 + (k + 1) * ld];
+      const T d12 = maybe_conj<hermitian>(d21);
+      const T* l1 = l0 + ld;
+      T* b1 = b0 + s.q;
+      for (int j = 0; j < s.q; ++j) {
+        const T x = l0[j], y = l1[j];
+        b0[j] = maybe_conj<hermitian>(x * d + y * d21);
+        b1[j] = maybe_conj<hermitian>(x * d12 + y * d22);
+      }
+      k += 2;
+    }
+  }
+}
+
+/// X := X D^-1 for the columns of a panel, rows m; X D^-T when transposed.
+template <class T, bool hermitian, bool transposed = false>
+void divide_by_d(const Panel<T>& p, T* x, std::ptrdiff_t ldx, int m) {
+  const std::ptrdiff_t ld = p.rows;
+  for (int k = 0; k < p.width;) {
+    T* x0 = x + k * ldx;
+    const T d = p.l[k + k * ld];
+    if (p.pivot[k] > 0) {
+      const T r = T(1) / d;
+      for (int i = 0; i < m; ++i) x0[i] *= r;
+      ++k;
+    } else {
+      const T below = p.l[k + (k + 1) * ld], d22 = p.l[k + 1 + (k + 1) * ld];
+      const T d21 = maybe_conj<hermitian && transposed>(below);
+      const T d12 = maybe_conj<hermitian>(d21);
+      const T a0 = d22 / d21, a1 = d / d12;  // scaled so that nothing overflows
+      const T f = T(1) / (a0 * a1 - T(1));
+      const T f0 = f / d12, f1 = f / d21;
+      T* x1 = x0 + ldx;
+      for (int i = 0; i < m; ++i) {
+        const T y = x0[i], z = x1[i];
+        x0[i] = f0 * (a0 * y - z);
+        x1[i] = f1 * (a1 * z - y);
+      }
+      k += 2;
+    }
+  }
+}
+
+/// LDL^T or LDL^H, with Bunch-Kaufman or diagonal pivots.
+template <class T, bool hermitian>
+struct LdltFamily : SymmetricBase<T, hermitian> {
+  using Base = SymmetricBase<T, hermitian>;
+
+  static void apply(const FactorFrame<T>& f, const UpdateSource<T>& s, const Panel<T>& target,
+                    FactorScratch<T>& scratch) {
+    scale_by_d<T, hermitian>(s, scratch.scaled.data());
+    Base::update(f, s, target, scratch.scaled.data(), s.q, scratch);
+  }
+
+  static bool finish(const FactorFrame<T>& f, const Panel<T>& panel, FactorScratch<T>& scratch) {
+    scratch.stats.hermitian = hermitian;
+    if (f.control.pivot_type != 0)
+      f.kernel.ldlt(panel.width, panel.l, panel.rows, panel.pivot, scratch.stats);
+    else
+      f.kernel.ldlt_diagonal(panel.width, panel.l, panel.rows, panel.pivot, scratch.stats);
+    const int m = panel.below();
+    if (m == 0) return true;
+    T* x = panel.l21();
+    for (int k = 0; k < panel.width; ++k) {
+      const int place = std::abs(panel.pivot[k]) - 1;
+      const int front = panel.pivot[k] < 0 ? ++k : k;  // a 2x2 block exchanged its second row
+      if (place != front)
+        std::swap_ranges(x + static_cast<std::ptrdiff_t>(front) * panel.rows,
+                         x + static_cast<std::ptrdiff_t>(front) * panel.rows + m,
+                         x + static_cast<std::ptrdiff_t>(place) * panel.rows);
+    }
+    RightSolve<T> solve;
+    solve.m = m;
+    solve.n = panel.width;
+    solve.l = panel.l;
+    solve.ldl = solve.ldx = panel.rows;
+    solve.unit = true;
+    solve.x = x;
+    solve.conjugate = hermitian;
+    f.kernel.solve_right(solve);
+    divide_by_d<T, hermitian>(panel, x, panel.rows, m);
+    return true;
+  }
+};
+
+}  // namespace vlm

@@ -1,0 +1,76 @@
+/// Dense kernels of the panels, one table per scalar kind.
+///
+/// The numeric families work on column-major panels through these few operations.  Their
+/// text (kernels/kernels.cpp) is compiled once for each instruction set; kernels<T>() gives
+/// the table that fits the processor.  All sizes count values; all positions are 0-based
+/// offsets, since the operands are panels and not structural arrays.
+#pragma once
+
+#include "blas.hpp"
+
+namespace vlm {
+
+/// C(row(i), col(j)) -= sum over k of A(i,k) B(j,k).
+template <class T>
+struct PanelUpdate {
+  int m = 0, q = 0, k = 0;           ///< rows of A, rows of B, columns of both
+  const T* a = nullptr;              ///< A(i,k) = a[i + k*lda]
+  int lda = 0;
+  const T* b = nullptr;              ///< B(j,k) = b[j*b_row + k*b_col]
+  int b_row = 1, b_col = 0;
+  T* c = nullptr;
+  int ldc = 0;
+  const int* row = nullptr;          ///< [m] rows of C, rising; null: 0, 1, 2, ...
+  const int* col = nullptr;          ///< [q] columns of C, rising; null: 0, 1, 2, ...
+  bool lower = false;                ///< entries with i < j need not be formed
+};
+
+/// X := X op(L)^-1 from the right, in place.
+template <class T>
+struct RightSolve {
+  enum class Op { transposed, plain };
+  int m = 0, n = 0;                  ///< X is m by n, L n by n lower triangular
+  const T* l = nullptr;
+  int ldl = 0;
+  bool unit = false;                 ///< the diagonal of L counts as 1
+  bool conjugate = false;            ///< L is conjugated (complex kinds)
+  Op op = Op::transposed;
+  T* x = nullptr;
+  int ldx = 0;
+};
+
+/// Pivot statistics and threshold of a diagonal block's factorization.
+template <class T>
+struct BlockPivots {
+  double eps = 0;        ///< threshold and replacement; 0: only exact zeros, replaced by 1e-8
+  bool hermitian = false;
+  bool want_logdet = false;
+  double logdet = 0;
+  int perturbed = 0, positive = 0, negative = 0;
+};
+
+template <class T>
+struct Kernels {
+  const char* isa;
+  void (*update)(const PanelUpdate<T>&);
+  void (*solve_right)(const RightSolve<T>&);
+  /// Cholesky of the lower triangle; returns 0, or the 1-based column whose pivot failed.
+  int (*cholesky)(int n, T* a, int lda);
+  /// LDL^T by Bunch-Kaufman pivots inside the block; pivot[n], 1-based, negative for 2x2.
+  void (*ldlt)(int n, T* a, int lda, int* pivot, BlockPivots<T>& stats);
+  /// LDL^T by diagonal pivots inside the block.
+  void (*ldlt_diagonal)(int n, T* a, int lda, int* pivot, BlockPivots<T>& stats);
+  /// t := A x for an m by n panel.
+  void (*multiply)(int m, int n, const T* a, int lda, const T* x, T* t);
+  /// y(j) -= sum over i of A(i,j) t(i).
+  void (*multiply_transposed)(int m, int n, const T* a, int lda, const T* t, T* y);
+  /// x := L^-1 x and x := L^-T x.
+  void (*solve_lower)(int n, const T* l, int ldl, bool unit, T* x);
+  void (*solve_lower_transposed)(int n, const T* l, int ldl, bool unit, T* x);
+};
+
+/// The table for this processor, chosen once.
+template <class T>
+const Kernels<T>& kernels();
+
+}  // namespace vlm

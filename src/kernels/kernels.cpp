@@ -1,0 +1,27 @@
+/// The dense kernels for one instruction set; VELMORA_ISA names its namespace.
+#include "../kernels.hpp"
+
+#include "gemm.hpp"
+#include "ldlt.hpp"
+#include "triangle.hpp"
+#include "vector.hpp"
+
+#define VELMORA_TEXT_(x) #x
+#define VELMORA_TEXT(x) VELMORA_TEXT_(x)
+
+namespace vlm::VELMORA_ISA {
+
+template <class T>
+constexpr Kernels<T> table() {
+  return {VELMORA_TEXT(VELMORA_ISA), update<T>,        solve_right<T>,
+          cholesky<T>,               ldlt<T>,          ldlt_diagonal<T>,
+          multiply<T>,               multiply_transposed<T>,
+          solve_lower<T>,            solve_lower_transposed<T>};
+}
+
+extern const Kernels<double> kernels_double;
+extern const Kernels<float> kernels_float;
+const Kernels<double> kernels_double = table<double>();
+const Kernels<float> kernels_float = table<float>();
+
+}  // namespace vlm::VELMORA_ISA
