@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <utility>
 
 #include "norv.h"
 
@@ -65,6 +66,7 @@ class Scratch {
     for (std::uint64_t i = 0; i < count; ++i) first_[i] = value;
   }
   ~Scratch() { std::free(first_); }
+  Scratch(Scratch&& other) noexcept : first_(std::exchange(other.first_, nullptr)) {}
   Scratch(const Scratch&) = delete;
   Scratch& operator=(const Scratch&) = delete;
 
