@@ -119,6 +119,10 @@ TEST(Checker, NamesTheFirstStructuralFault) {
     expect_fault(check_matrix(m), 100,
                  "[VELMORA]: CHK CSR pointer array not monotonic; first error at row index 3");
     m = good;
+    m.ja[7] = 5;
+    expect_fault(check_matrix(m), 101,
+                 "[VELMORA]: CHK CSR column index out-of-bounds; first error at position 8 "
+                 "(index: 5)");
     m.ja[6] = 5;
     expect_fault(check_matrix(m), 101,
                  "[VELMORA]: CHK CSR column index out-of-bounds; first error at position 7 "

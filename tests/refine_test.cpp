@@ -142,6 +142,12 @@ TEST(Refinement, PerturbedPivotsAskForTwoSteps) {
   EXPECT_EQ(stuck.run(), vlm::status_contraction);
   EXPECT_EQ(stuck.control.ref_steps, 1);
   EXPECT_EQ(stuck.iparm[19], 0);
+
+  // A first solution worse than none does not take the second step away.
+  Phase growing(small(), 0, 4.0);
+  growing.control.perturbed = 1;
+  EXPECT_EQ(growing.run(), 0);
+  EXPECT_EQ(growing.control.ref_steps, 2);
 }
 
 TEST(Refinement, ReachesFullAccuracyForEveryTypeAndPlaceOfTheSolution) {
