@@ -1,0 +1,428 @@
+#include "amd.hpp"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace vlm {
+namespace {
+
+constexpr int none = -1;
+
+// The quotient graph.
+//
+// A live variable i has its list in lists[start[i] ...): elements[i] elements first, then
+// variables, length[i] entries in all.  A live element e has its variables there.  size[i] is
+// the weight of a supervariable: positive while alive, negative while it is a member of the
+// pivot element, 0 when it has been absorbed or eliminated with owner[i].  work[e] is 0 for a
+// dead element; otherwise its distance from `flag` is the part of the element outside the
+// pivot element.
+class QuotientGraph {
+ public:
+  QuotientGraph(const WeightedGraph& graph, int halo, AmdWorkspace& w)
+      : n_(graph.n),
+        inner_(graph.n - halo),
+        lists_(w.lists),
+        start_(w.start),
+        length_(w.length),
+        elements_(w.elements),
+        size_(w.size),
+        degree_(w.degree),
+        work_(w.work),
+        head_(w.head),
+        next_(w.next),
+        previous_(w.previous),
+        bucket_(w.bucket),
+        owner_(w.owner) {
+    load(graph);
+  }
+
+  FactorCost eliminate_all();
+  void postorder(std::vector<int>& order);
+
+ private:
+  void largest_child_last(int e);
+  void load(const WeightedGraph& graph);
+  int pop_least();
+  void unlink(int i);
+  void form_element(int me);
+  void gather_member(int i);
+  void kill_element(int e, int absorber);
+  void make_room(int me);
+  void measure_overlaps();
+  void update_members(int me);
+  void update_member(int me, int i);
+  void merge_indistinguishable();
+  void merge_with_followers(int i);
+  void close_element(int me);
+  void renew_flag();
+
+  bool is_halo(int i) const { return i >= inner_; }
+
+  int n_, inner_;
+  std::vector<int>&lists_, &start_, &length_, &elements_, &size_, &degree_, &work_;
+  std::vector<int>&head_, &next_, &previous_, &bucket_, &owner_;
+  int free_ = 0;          // first unused place of lists_
+  int total_ = 0;         // weight of all vertices
+  int to_eliminate_ = 0;  // weight of the inner vertices
+  int eliminated_ = 0;
+  int least_ = 0;
+  int flag_ = 2;
+  int largest_ = 0;  // weight of the largest element so far
+  // the pivot element
+  int begin_ = 0, end_ = 0;
+  bool in_place_ = false;
+  int members_ = 0;  // weight of its variables
+  int pivots_ = 0;   // weight of the columns eliminated in it
+  FactorCost cost_;
+};
+
+void QuotientGraph::load(const WeightedGraph& graph) {
+  const int edges = graph.ptr[n_];
+  lists_.resize(static_cast<std::size_t>(edges) + edges / 5 + n_ + 1);
+  std::copy(graph.adj.begin(), graph.adj.begin() + edges, lists_.begin());
+  free_ = edges;
+  start_.assign(graph.ptr.begin(), graph.ptr.begin() + n_);
+  length_.resize(n_);
+  for (int i = 0; i < n_; ++i) length_[i] = graph.ptr[i + 1] - graph.ptr[i];
+  size_.assign(graph.weight.begin(), graph.weight.begin() + n_);
+  elements_.assign(n_, 0);
+  work_.assign(n_, 1);
+  next_.assign(n_, none);
+  previous_.assign(n_, none);
+  owner_.assign(n_, none);
+  degree_.assign(n_, 0);
+  bucket_.assign(n_, none);
+  for (int i = 0; i < n_; ++i) {
+    total_ += size_[i];
+    if (!is_halo(i)) to_eliminate_ += size_[i];
+    for (int k = start_[i]; k < start_[i] + length_[i]; ++k) degree_[i] += size_[lists_[k]];
+  }
+  head_.assign(total_ + 1, none);
+  for (int i = 0; i < inner_; ++i) {
+    const int first = head_[degree_[i]];
+    next_[i] = first;
+    if (first != none) previous_[first] = i;
+    head_[degree_[i]] = i;
+  }
+}
+
+FactorCost QuotientGraph::eliminate_all() {
+  while (eliminated_ < to_eliminate_) {
+    const int me = pop_least();
+    form_element(me);
+    renew_flag();
+    measure_overlaps();
+    update_members(me);
+    largest_ = std::max(largest_, members_);
+    flag_ += largest_;
+    renew_flag();
+    merge_indistinguishable();
+    close_element(me);
+  }
+  return cost_;
+}
+
+int QuotientGraph::pop_least() {
+  while (head_[least_] == none) ++least_;
+  const int me = head_[least_];
+  head_[least_] = next_[me];
+  if (next_[me] != none) previous_[next_[me]] = none;
+  return me;
+}
+
+void QuotientGraph::unlink(int i) {
+  if (is_halo(i)) return;
+  if (next_[i] != none) previous_[next_[i]] = previous_[i];
+  if (previous_[i] != none)
+    next_[previous_[i]] = next_[i];
+  else
+    head_[degree_[i]] = next_[i];
+}
+
+// Takes variable i into the pivot element, at the free end of the lists.
+void QuotientGraph::gather_member(int i) {
+  const int weight = size_[i];
+  if (weight <= 0) return;
+  members_ += weight;
+  size_[i] = -weight;
+  lists_[end_++] = i;
+  unlink(i);
+}
+
+// Forms the element of the pivot: its variables and those of its elements, which it absorbs.
+void QuotientGraph::form_element(int me) {
+  pivots_ = size_[me];
+  eliminated_ += pivots_;
+  size_[me] = -pivots_;
+  members_ = 0;
+  in_place_ = elements_[me] == 0;
+  if (in_place_) {
+    begin_ = end_ = start_[me];
+    for (int k = begin_, stop = begin_ + length_[me]; k < stop; ++k) gather_member(lists_[k]);
+  } else {
+    make_room(me);
+    begin_ = end_ = free_;
+    const int variables = start_[me] + elements_[me];
+    for (int k = start_[me]; k < variables; ++k) {
+      const int e = lists_[k];
+      for (int at = start_[e], stop = at + length_[e]; at < stop; ++at) gather_member(lists_[at]);
+      kill_element(e, me);
+    }
+    for (int k = variables, stop = start_[me] + length_[me]; k < stop; ++k)
+      gather_member(lists_[k]);
+    free_ = end_;
+  }
+  start_[me] = begin_;
+  length_[me] = end_ - begin_;
+  degree_[me] = members_;
+}
+
+void QuotientGraph::kill_element(int e, int absorber) {
+  owner_[e] = absorber;
+  work_[e] = 0;
+  length_[e] = 0;
+}
+
+// Sees to it that the element of the pivot fits behind the lists: else the live lists are
+// moved together.  They never hold more than the edges of the graph, so that suffices.
+void QuotientGraph::make_room(int me) {
+  std::int64_t needed = length_[me] - elements_[me];
+  for (int k = start_[me]; k < start_[me] + elements_[me]; ++k) needed += length_[lists_[k]];
+  needed = std::min<std::int64_t>(needed, n_);
+  if (free_ + needed <= static_cast<std::int64_t>(lists_.size())) return;
+
+  // The first entry of each live list gives way to its owner's mark, and waits in start_.
+  for (int i = 0; i < n_; ++i)
+    if (length_[i] > 0) {
+      const int at = start_[i];
+      start_[i] = lists_[at];
+      lists_[at] = -i - 1;
+    }
+  int to = 0;
+  for (int at = 0; at < free_;) {
+    const int i = -lists_[at++] - 1;
+    if (i < 0) continue;
+    lists_[to] = start_[i];
+    start_[i] = to++;
+    for (int k = 1; k < length_[i]; ++k) lists_[to++] = lists_[at++];
+  }
+  free_ = to;
+}
+
+void QuotientGraph::renew_flag() {
+  if (flag_ < 2 || flag_ > 2000000000 - total_) {
+    for (int& w : work_)
+      if (w != 0) w = 1;
+    flag_ = 2;
+  }
+}
+
+// work(e) - flag := weight of element e outside the pivot element, for each element that
+// touches it.
+void QuotientGraph::measure_overlaps() {
+  for (int p = begin_; p < end_; ++p) {
+    const int i = lists_[p];
+    const int weight = -size_[i];
+    for (int k = start_[i]; k < start_[i] + elements_[i]; ++k) {
+      const int e = lists_[k];
+      if (work_[e] >= flag_)
+        work_[e] -= weight;
+      else if (work_[e] != 0)
+        work_[e] = degree_[e] + flag_ - weight;
+    }
+  }
+}
+
+void QuotientGraph::update_members(int me) {
+  for (int p = begin_; p < end_; ++p) update_member(me, lists_[p]);
+  degree_[me] = members_;
+}
+
+// Degree bound and hash of one member; its list loses what the pivot element covers.
+void QuotientGraph::update_member(int me, int i) {
+  const int first = start_[i], variables = first + elements_[i], stop = first + length_[i];
+  int to = first;
+  std::int64_t degree = 0;
+  std::uint32_t hash = 0;
+  for (int k = first; k < variables; ++k) {
+    const int e = lists_[k];
+    if (work_[e] == 0) continue;
+    const int outside = work_[e] - flag_;
+    if (outside > 0) {
+      degree += outside;
+      lists_[to++] = e;
+      hash += static_cast<std::uint32_t>(e);
+    } else {
+      kill_element(e, me);  // aggressive absorption: covered though not next to me
+    }
+  }
+  elements_[i] = to - first + 1;
+  const int kept_elements = to;
+  for (int k = variables; k < stop; ++k) {
+    const int j = lists_[k];
+    if (size_[j] <= 0) continue;
+    degree += size_[j];
+    lists_[to++] = j;
+    hash += static_cast<std::uint32_t>(j);
+  }
+  if (to == first && !is_halo(i)) {
+    // Nothing outside the pivot element: eliminated along with the pivot.
+    const int weight = -size_[i];
+    members_ -= weight;
+    pivots_ += weight;
+    eliminated_ += weight;
+    size_[i] = 0;
+    owner_[i] = me;
+    length_[i] = 0;
+    return;
+  }
+  degree_[i] = static_cast<int>(std::min<std::int64_t>(degree_[i], degree));
+  // me goes first.  A place is free, because me or an absorbed element was on the list.
+  lists_[to] = lists_[kept_elements];
+  lists_[kept_elements] = lists_[first];
+  lists_[first] = me;
+  length_[i] = to - first + 1;
+  const int b = static_cast<int>(hash % static_cast<std::uint32_t>(n_));
+  next_[i] = bucket_[b];
+  bucket_[b] = i;
+  previous_[i] = b;
+}
+
+void QuotientGraph::merge_indistinguishable() {
+  for (int p = begin_; p < end_; ++p) {
+    const int i = lists_[p];
+    if (size_[i] >= 0) continue;
+    const int b = previous_[i];
+    int candidate = bucket_[b];
+    bucket_[b] = none;
+    for (; candidate != none && next_[candidate] != none; candidate = next_[candidate])
+      merge_with_followers(candidate);
+  }
+}
+
+// Absorbs into i the later variables of its bucket that have the same list.
+void QuotientGraph::merge_with_followers(int i) {
+  for (int k = start_[i] + 1; k < start_[i] + length_[i]; ++k) work_[lists_[k]] = flag_;
+  int before = i;
+  for (int j = next_[i]; j != none;) {
+    bool same =
+        length_[j] == length_[i] && elements_[j] == elements_[i] && is_halo(i) == is_halo(j);
+    for (int k = start_[j] + 1; same && k < start_[j] + length_[j]; ++k)
+      same = work_[lists_[k]] == flag_;
+    const int after = next_[j];
+    if (same) {
+      size_[i] += size_[j];
+      size_[j] = 0;
+      owner_[j] = i;
+      length_[j] = 0;
+      next_[before] = after;
+    } else {
+      before = j;
+    }
+    j = after;
+  }
+  ++flag_;
+}
+
+// Puts the remaining members back into the degree lists and closes the element.
+void QuotientGraph::close_element(int me) {
+  const int left = total_ - eliminated_;
+  int to = begin_;
+  for (int p = begin_; p < end_; ++p) {
+    const int i = lists_[p];
+    const int weight = -size_[i];
+    if (weight <= 0) continue;
+    size_[i] = weight;
+    lists_[to++] = i;
+    const int degree = static_cast<int>(std::min<std::int64_t>(
+        static_cast<std::int64_t>(degree_[i]) + members_ - weight, left - weight));
+    degree_[i] = degree;
+    if (is_halo(i)) continue;
+    const int first = head_[degree];
+    next_[i] = first;
+    previous_[i] = none;
+    if (first != none) previous_[first] = i;
+    head_[degree] = i;
+    least_ = std::min(least_, degree);
+  }
+  size_[me] = pivots_;
+  length_[me] = to - begin_;
+  if (length_[me] == 0) work_[me] = 0;
+  if (!in_place_) free_ = to;
+  cost_ += block_cost(pivots_, members_);
+}
+
+// Order of the vertices by a postorder of the assembly tree, in which the child with the most
+// rows comes last, next to its parent.
+void QuotientGraph::postorder(std::vector<int>& order) {
+  std::vector<int>&child = head_, &sibling = next_, &merged = bucket_, &follower = previous_;
+  child.assign(n_, none);
+  merged.assign(n_, none);
+  for (int i = inner_ - 1; i >= 0; --i) {
+    int up = owner_[i];
+    if (size_[i] > 0) {
+      if (up == none) continue;
+      sibling[i] = child[up];
+      child[up] = i;
+    } else {
+      while (size_[up] == 0) up = owner_[up];
+      owner_[i] = up;
+      follower[i] = merged[up];
+      merged[up] = i;
+    }
+  }
+  for (int i = 0; i < inner_; ++i)
+    if (size_[i] > 0) largest_child_last(i);
+
+  std::vector<int>& stack = length_;
+  for (int root = 0; root < inner_; ++root) {
+    if (size_[root] <= 0 || owner_[root] != none) continue;
+    int depth = 0;
+    stack[depth] = root;
+    while (depth >= 0) {
+      const int v = stack[depth];
+      if (const int c = child[v]; c != none) {
+        child[v] = sibling[c];
+        stack[++depth] = c;
+        continue;
+      }
+      --depth;
+      order.push_back(v);
+      for (int i = merged[v]; i != none; i = follower[i]) order.push_back(i);
+    }
+  }
+}
+
+void QuotientGraph::largest_child_last(int e) {
+  std::vector<int>&child = head_, &sibling = next_;
+  int largest = none, before_largest = none, last = none, before = none;
+  for (int c = child[e]; c != none; c = sibling[c]) {
+    if (largest == none || degree_[c] + size_[c] >= degree_[largest] + size_[largest]) {
+      largest = c;
+      before_largest = before;
+    }
+    before = last = c;
+  }
+  if (largest == last) return;
+  (before_largest == none ? child[e] : sibling[before_largest]) = sibling[largest];
+  sibling[last] = largest;
+  sibling[largest] = none;
+}
+
+}  // namespace
+
+FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, std::vector<int>& order,
+                                      AmdWorkspace& workspace) {
+  QuotientGraph quotient(graph, halo, workspace);
+  const FactorCost cost = quotient.eliminate_all();
+  quotient.postorder(order);
+  return cost;
+}
+
+FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo,
+                                      std::vector<int>& order) {
+  AmdWorkspace workspace;
+  return approximate_minimum_degree(graph, halo, order, workspace);
+}
+
+}  // namespace vlm

@@ -1,0 +1,95 @@
+#include "compress.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <numeric>
+
+#include "view.hpp"
+
+namespace vlm {
+namespace {
+
+constexpr int none = -1;
+
+// representative(v): the lowest node with the same closed neighbourhood, v when there is none
+// lower, or `none` for a dense row.  Nodes can only match neighbours of theirs.
+std::vector<int> find_representatives(const Adjacency& graph, int dense_limit) {
+  const int n = graph.n;
+  const View<const int> xadj(graph.xadj), adjncy(graph.adjncy);
+  std::vector<int> representative_store(n), mark_store(n, 0);
+  std::vector<std::uint32_t> hash_store(n);
+  const View<int> representative(representative_store), mark(mark_store);
+  const View<std::uint32_t> hash(hash_store);
+  for (int v = 1; v <= n; ++v) {
+    auto sum = static_cast<std::uint32_t>(v);
+    for (int k = xadj(v); k < xadj(v + 1); ++k) sum += static_cast<std::uint32_t>(adjncy(k));
+    hash(v) = sum;
+    representative(v) = xadj(v + 1) - xadj(v) > dense_limit ? none : 0;
+  }
+  for (int v = 1; v <= n; ++v) {
+    if (representative(v) != 0) continue;
+    representative(v) = v;
+    const int first = xadj(v), stop = xadj(v + 1), degree = stop - first;
+    bool marked = false;
+    for (int k = first; k < stop; ++k) {
+      const int u = adjncy(k);
+      if (u <= v || representative(u) != 0 || hash(u) != hash(v) ||
+          xadj(u + 1) - xadj(u) != degree)
+        continue;
+      if (!marked) {
+        for (int m = first; m < stop; ++m) mark(adjncy(m)) = v;
+        mark(v) = v;
+        marked = true;
+      }
+      bool same = true;
+      for (int m = xadj(u); same && m < xadj(u + 1); ++m) same = mark(adjncy(m)) == v;
+      if (same) representative(u) = v;
+    }
+  }
+  return representative_store;
+}
+
+}  // namespace
+
+CompressedGraph compress_graph(const Adjacency& graph, double dense_factor) {
+  const int n = graph.n;
+  const View<const int> xadj(graph.xadj), adjncy(graph.adjncy);
+  const double limit = std::max(16.0, dense_factor * std::sqrt(static_cast<double>(n)));
+  std::vector<int> representative_store =
+      find_representatives(graph, static_cast<int>(std::min<double>(limit, n)));
+  const View<const int> representative(representative_store);
+
+  CompressedGraph out;
+  std::vector<int> vertex_store(n, none);  // vertex of a representative
+  const View<int> vertex(vertex_store);
+  for (int v = 1; v <= n; ++v) {
+    if (representative(v) == none) out.dense.push_back(v);
+    if (representative(v) == v) vertex(v) = out.graph.n++;
+  }
+  const int nc = out.graph.n;
+  out.graph.weight.assign(nc, 0);
+  for (int v = 1; v <= n; ++v)
+    if (representative(v) != none) ++out.graph.weight[vertex(representative(v))];
+  out.first.assign(nc + 1, 0);
+  std::partial_sum(out.graph.weight.begin(), out.graph.weight.end(), out.first.begin() + 1);
+  out.nodes.resize(out.first[nc]);
+  std::vector<int> next(out.first);
+  for (int v = 1; v <= n; ++v)
+    if (representative(v) != none) out.nodes[next[vertex(representative(v))]++] = v;
+
+  // Each vertex takes the neighbours of its representative that are representatives too: an
+  // indistinguishable set is adjacent as a whole or not at all.
+  out.graph.ptr.assign(nc + 1, 0);
+  const bool same = nc == n;
+  out.graph.adj.reserve(same ? graph.adjncy.size() : 0);
+  for (int v = 1, c = 0; v <= n; ++v) {
+    if (representative(v) != v) continue;
+    for (int k = xadj(v); k < xadj(v + 1); ++k)
+      if (const int u = adjncy(k); representative(u) == u) out.graph.adj.push_back(vertex(u));
+    out.graph.ptr[++c] = static_cast<int>(out.graph.adj.size());
+  }
+  return out;
+}
+
+}  // namespace vlm

@@ -1,0 +1,28 @@
+/// Compression of a graph by indistinguishable vertices.
+///
+/// C. Ashcraft, "Compressed graphs and the minimum degree algorithm", SIAM J. Sci. Comput. 16
+/// (1995): vertices with the same closed neighbourhood, such as the unknowns of one mesh node,
+/// become one weighted vertex.  Linear in the edges: neighbours are compared by hash first.
+#pragma once
+
+#include <vector>
+
+#include "analysis.hpp"
+#include "metis_graph.hpp"
+
+namespace vlm {
+
+/// A weighted graph, and the nodes that stand behind its vertices.
+struct CompressedGraph {
+  WeightedGraph graph;
+  std::vector<int> first;  ///< start of a vertex in members  [graph.n+1]
+  std::vector<int> nodes;  ///< members, 1-based nodes, ascending in a vertex
+  std::vector<int> dense;  ///< nodes with too many neighbours, left out, ascending
+};
+
+/// Compresses the adjacency and leaves its dense rows out.
+///
+/// A row is dense when it has more than max(16, dense_factor * sqrt(n)) entries.
+CompressedGraph compress_graph(const Adjacency& graph, double dense_factor = 10);
+
+}  // namespace vlm

@@ -1,0 +1,226 @@
+#include "dissect.hpp"
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+#include "amd.hpp"
+#include "symbolic_cost.hpp"
+
+namespace vlm {
+namespace {
+
+constexpr int none = -1;
+
+// A piece of the graph, with its own numbering.
+struct Piece {
+  WeightedGraph graph;
+  std::vector<int> vertex;  // vertex of the whole graph
+};
+
+// Seconds that a separator takes to find, and that an operation of the factorization takes;
+// both measured, and both only used in proportion to each other.
+double separator_seconds(const WeightedGraph& graph) {
+  return 2.5e-7 * graph.n + 3e-8 * static_cast<double>(graph.adj.size());
+}
+constexpr double seconds_per_flop = 1.0 / 30e9;
+// Part of the operations of a piece that one separator is expected to save.
+constexpr double expected_saving = 0.25;
+// Pieces of fewer vertices are not cut.
+constexpr int least_piece = 200;
+
+class Dissector {
+ public:
+  Dissector(const WeightedGraph& graph, const DissectionGoal& goal)
+      : graph_(graph), goal_(goal), local_(graph.n, none), index_(graph.n) {
+    result_.order.reserve(graph.n);
+    result_.domain.assign(graph.n, 0);
+  }
+
+  Dissection run();
+
+ private:
+  void cut_into_domains(Piece piece, int domains);
+  void order_domain(Piece piece);
+  void cut_while_it_pays(Piece piece, double flops);
+  bool pays(const WeightedGraph& graph, double flops) const;
+  bool split(Piece& piece, Piece& left, Piece& right, std::vector<int>& separator);
+  Piece take_side(const Piece& piece, const std::vector<int>& side, int wanted);
+  FactorCost order_leaf(const Piece& piece);
+  WeightedGraph with_halo(const Piece& piece, std::vector<int>& vertex);
+  void append(const std::vector<int>& vertices) {
+    result_.order.insert(result_.order.end(), vertices.begin(), vertices.end());
+  }
+
+  const WeightedGraph& graph_;
+  const DissectionGoal& goal_;
+  std::vector<int> local_;  // number of a vertex in the piece at hand
+  std::vector<int> index_;  // number of a vertex in the part taken from it
+  AmdWorkspace workspace_;
+  Dissection result_;
+};
+
+Dissection Dissector::run() {
+  Piece whole{graph_, std::vector<int>(graph_.n)};
+  std::iota(whole.vertex.begin(), whole.vertex.end(), 0);
+  if (goal_.domains > 1) {
+    cut_into_domains(std::move(whole), goal_.domains);
+    postorder_and_cost(graph_, result_.order);
+    return std::move(result_);
+  }
+  const FactorCost plain = order_leaf(whole);
+  std::fill(result_.domain.begin(), result_.domain.end(), 1);
+  result_.domains = 1;
+  if (!pays(graph_, plain.flops)) return std::move(result_);
+  std::vector<int> plain_order;
+  plain_order.swap(result_.order);
+  result_.order.reserve(graph_.n);
+  cut_while_it_pays(std::move(whole), plain.flops);
+  if (postorder_and_cost(graph_, result_.order).flops > plain.flops)
+    result_.order.swap(plain_order);
+  return std::move(result_);
+}
+
+void Dissector::cut_into_domains(Piece piece, int domains) {
+  Piece left, right;
+  std::vector<int> separator;
+  if (domains > 1 && split(piece, left, right, separator)) {
+    piece = {};
+    cut_into_domains(std::move(left), domains / 2);
+    cut_into_domains(std::move(right), domains / 2);
+    append(separator);
+    return;
+  }
+  ++result_.domains;
+  for (const int v : piece.vertex) result_.domain[v] = result_.domains;
+  order_domain(std::move(piece));
+}
+
+void Dissector::order_domain(Piece piece) {
+  const std::size_t before = result_.order.size();
+  const FactorCost plain = order_leaf(piece);
+  if (!pays(piece.graph, plain.flops)) return;
+  result_.order.resize(before);
+  cut_while_it_pays(std::move(piece), plain.flops);
+}
+
+bool Dissector::pays(const WeightedGraph& graph, double flops) const {
+  return goal_.flop_weight * flops * expected_saving * seconds_per_flop >
+         separator_seconds(graph);
+}
+
+// Cuts a piece that is expected to take that many operations, and orders what is left.
+void Dissector::cut_while_it_pays(Piece piece, double flops) {
+  Piece left, right;
+  std::vector<int> separator;
+  if (!pays(piece.graph, flops) || !split(piece, left, right, separator)) {
+    order_leaf(piece);
+    return;
+  }
+  // Operations grow like the square of the vertices, or a little less.
+  const auto share = [&, n = piece.graph.n](const Piece& part) {
+    const double ratio = static_cast<double>(part.graph.n) / n;
+    return flops * ratio * ratio;
+  };
+  const double left_flops = share(left), right_flops = share(right);
+  piece = {};
+  cut_while_it_pays(std::move(left), left_flops);
+  cut_while_it_pays(std::move(right), right_flops);
+  append(separator);
+}
+
+// False when the piece is too small, or has no useful separator.
+bool Dissector::split(Piece& piece, Piece& left, Piece& right, std::vector<int>& separator) {
+  const int n = piece.graph.n;
+  if (n <= least_piece) return false;
+  std::vector<int> side;
+  if (!metis_vertex_separator(piece.graph, {}, side)) return false;
+  const auto count = [&](int s) { return std::count(side.begin(), side.end(), s); };
+  if (count(0) == 0 || count(1) == 0 || count(2) > n / 3) return false;
+  left = take_side(piece, side, 0);
+  right = take_side(piece, side, 1);
+  for (int i = 0; i < n; ++i)
+    if (side[i] == 2) separator.push_back(piece.vertex[i]);
+  return true;
+}
+
+Piece Dissector::take_side(const Piece& piece, const std::vector<int>& side, int wanted) {
+  Piece part;
+  const WeightedGraph& from = piece.graph;
+  int count = 0, edges = 0;
+  for (int i = 0; i < from.n; ++i)
+    if (side[i] == wanted) {
+      index_[i] = count++;
+      edges += from.ptr[i + 1] - from.ptr[i];
+    }
+  part.vertex.reserve(count);
+  part.graph.n = count;
+  part.graph.ptr.reserve(count + 1);
+  part.graph.ptr.push_back(0);
+  part.graph.adj.reserve(edges);
+  part.graph.weight.reserve(count);
+  for (int i = 0; i < from.n; ++i) {
+    if (side[i] != wanted) continue;
+    part.vertex.push_back(piece.vertex[i]);
+    part.graph.weight.push_back(from.weight[i]);
+    for (int k = from.ptr[i]; k < from.ptr[i + 1]; ++k)
+      if (side[from.adj[k]] == wanted) part.graph.adj.push_back(index_[from.adj[k]]);
+    part.graph.ptr.push_back(static_cast<int>(part.graph.adj.size()));
+  }
+  return part;
+}
+
+// The piece with the separator vertices next to it behind its own vertices.
+WeightedGraph Dissector::with_halo(const Piece& piece, std::vector<int>& vertex) {
+  vertex = piece.vertex;
+  const int inner = piece.graph.n;
+  for (int i = 0; i < inner; ++i) local_[vertex[i]] = i;
+  WeightedGraph out;
+  out.ptr.assign(inner + 1, 0);
+  std::vector<int> degree;  // of the halo vertices
+  for (int i = 0; i < inner; ++i) {
+    const int v = vertex[i];
+    for (int k = graph_.ptr[v]; k < graph_.ptr[v + 1]; ++k) {
+      const int u = graph_.adj[k];
+      if (local_[u] == none) {
+        local_[u] = static_cast<int>(vertex.size());
+        vertex.push_back(u);
+        degree.push_back(0);
+      }
+      out.adj.push_back(local_[u]);
+      if (local_[u] >= inner) ++degree[local_[u] - inner];
+    }
+    out.ptr[i + 1] = static_cast<int>(out.adj.size());
+  }
+  out.n = static_cast<int>(vertex.size());
+  for (const int d : degree) out.ptr.push_back(out.ptr.back() + d);
+  out.adj.resize(out.ptr.back());
+  std::vector<int> next(out.ptr.begin() + inner, out.ptr.end());
+  for (int i = 0; i < inner; ++i)
+    for (int k = out.ptr[i]; k < out.ptr[i + 1]; ++k)
+      if (out.adj[k] >= inner) out.adj[next[out.adj[k] - inner]++] = i;
+  out.weight.resize(out.n);
+  for (int i = 0; i < out.n; ++i) {
+    out.weight[i] = graph_.weight[vertex[i]];
+    local_[vertex[i]] = none;
+  }
+  return out;
+}
+
+// Minimum degree on the piece, with the separators around it as halo.
+FactorCost Dissector::order_leaf(const Piece& piece) {
+  std::vector<int> vertex, order;
+  const WeightedGraph leaf = with_halo(piece, vertex);
+  const FactorCost cost =
+      approximate_minimum_degree(leaf, leaf.n - piece.graph.n, order, workspace_);
+  for (const int i : order) result_.order.push_back(vertex[i]);
+  return cost;
+}
+
+}  // namespace
+
+Dissection dissect(const WeightedGraph& graph, const DissectionGoal& goal) {
+  return Dissector(graph, goal).run();
+}
+
+}  // namespace vlm

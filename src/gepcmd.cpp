@@ -1,0 +1,71 @@
+#include "gepcmd.hpp"
+
+#include <algorithm>
+#include <numeric>
+
+#include "gepmmd.hpp"
+#include "metis_graph.hpp"
+#include "view.hpp"
+
+namespace vlm {
+namespace {
+
+// Deterministic shuffle of 1..n (Fisher and Yates with a linear congruential generator).
+std::vector<int> random_sequence(int n) {
+  std::vector<int> sequence(n);
+  std::iota(sequence.begin(), sequence.end(), 1);
+  std::uint64_t state = 4321;
+  for (int k = n - 1; k > 0; --k) {
+    state = state * 6364136223846793005u + 1442695040888963407u;
+    std::swap(sequence[k], sequence[(state >> 33) % static_cast<std::uint64_t>(k + 1)]);
+  }
+  return sequence;
+}
+
+// Marks the vertices with a neighbour in another part, then drops each one whose neighbours
+// across the cut are all marked: what stays covers every cut edge.
+std::vector<char> interface_cover(const Adjacency& graph, const std::vector<int>& part) {
+  const View<const int> xadj(graph.xadj), adjncy(graph.adjncy), part_of(part);
+  std::vector<char> marks(graph.n, 0);
+  const View<char> marked(marks);
+  const auto any_across = [&](int v, auto test) {
+    for (int k = xadj(v); k < xadj(v + 1); ++k)
+      if (part_of(adjncy(k)) != part_of(v) && test(adjncy(k))) return true;
+    return false;
+  };
+  for (int v = 1; v <= graph.n; ++v) marked(v) = any_across(v, [](int) { return true; });
+  for (const int v : random_sequence(graph.n))
+    if (marked(v)) marked(v) = any_across(v, [&](int u) { return !marked(u); });
+  return marks;
+}
+
+}  // namespace
+
+int ddecomp_velmora(const Adjacency& graph, int parts, DomainSplit& split) {
+  const int n = graph.n;
+  parts = std::clamp(parts, 1, std::max(n, 1));
+  std::vector<int> part;
+  if (!metis_kway_parts(graph, parts, part)) return status_work;
+  const std::vector<char> marks = interface_cover(graph, part);
+
+  // Counting sort by interior part, then by interface part.
+  std::vector<int> start(2 * static_cast<std::size_t>(parts) + 1, 0);
+  const auto group = [&](int i) { return part[i] + (marks[i] ? parts : 0); };
+  for (int i = 0; i < n; ++i) ++start[group(i) + 1];
+  for (std::size_t g = 1; g < start.size(); ++g) start[g] += start[g - 1];
+  split.interface_nodes = n - start[parts];
+  split.perm.resize(n);
+  for (int i = 0; i < n; ++i) split.perm[start[group(i)]++] = i + 1;
+  return status_ok;
+}
+
+int gepcmd_velmora(const Adjacency& graph, int parts, Ordering& order) {
+  DomainSplit split;
+  if (const int status = ddecomp_velmora(graph, parts, split); status != status_ok) return status;
+  // Two nodes more than the interface keep their place in the split.
+  const int held = std::min(graph.n, split.interface_nodes + 2);
+  cmd_velmora(graph, {split.perm.end() - held, split.perm.end()}, order);
+  return status_ok;
+}
+
+}  // namespace vlm

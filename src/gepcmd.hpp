@@ -1,0 +1,31 @@
+/// Constrained minimum degree: a k-way split whose interface is held back.
+///
+/// METIS cuts the graph into k parts; a vertex cover of the cut becomes the interface, which
+/// takes the last positions, and multiple minimum degree orders the rest.  The interiors of
+/// the parts are then independent subtrees with the interface on top.
+#pragma once
+
+#include <vector>
+
+#include "analysis.hpp"
+
+namespace vlm {
+
+/// Split of a graph by domains.
+struct DomainSplit {
+  /// Nodes in their new sequence: interior of part 1, of part 2, ..., then the interface
+  /// vertices by part.
+  std::vector<int> perm;
+  int interface_nodes = 0;
+};
+
+/// Partitions the graph into parts and thins the cut to an interface.
+/// @return status_work when METIS fails
+int ddecomp_velmora(const Adjacency& graph, int parts, DomainSplit& split);
+
+/// Order by constrained minimum degree; the order counts as one range.
+/// @param parts  domains wanted, at least 1
+/// @return a Status
+int gepcmd_velmora(const Adjacency& graph, int parts, Ordering& order);
+
+}  // namespace vlm

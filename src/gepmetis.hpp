@@ -1,0 +1,24 @@
+/// Fill-reducing order by nested dissection, cut short where minimum degree does as well.
+///
+/// The graph is compressed by indistinguishable nodes, its dense rows are put last, and the
+/// rest goes to dissect().  Graphs of a few nodes take microseconds; no METIS call is made for
+/// them.
+#pragma once
+
+#include "analysis.hpp"
+
+namespace vlm {
+
+/// What the caller of the ordering asks for.
+struct DissectionRequest {
+  int nparts = 1;          ///< leaf domains wanted; rounded up to a power of two
+  double flop_weight = 1;  ///< cost of an operation against one of a real symmetric factor
+};
+
+/// Orders the graph.
+/// @param order  the interiors of the leaf domains one after another, the separators behind
+///               them; the range table says where.  Fewer domains than wanted come out of a
+///               graph too small for them.
+void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, Ordering& order);
+
+}  // namespace vlm

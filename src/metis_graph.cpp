@@ -1,0 +1,79 @@
+#include "metis_graph.hpp"
+
+#include <metis.h>
+
+#include <algorithm>
+#include <type_traits>
+
+namespace vlm {
+namespace {
+
+// METIS may be built with 64-bit indices; then the lists are converted on the way in and out.
+class MetisArray {
+ public:
+  explicit MetisArray(const std::vector<int>& source, int shift = 0) {
+    if constexpr (std::is_same_v<idx_t, int>) {
+      if (shift == 0) {
+        // METIS takes non-const pointers but does not write to its input graph.
+        data_ = const_cast<idx_t*>(source.data());
+        return;
+      }
+    }
+    copy_.resize(source.size());
+    std::transform(source.begin(), source.end(), copy_.begin(),
+                   [=](int v) { return static_cast<idx_t>(v) - shift; });
+    data_ = copy_.data();
+  }
+  idx_t* data() { return data_; }
+
+ private:
+  std::vector<idx_t> copy_;
+  idx_t* data_ = nullptr;
+};
+
+void copy_out(const std::vector<idx_t>& from, std::vector<int>& to) {
+  to.resize(from.size());
+  std::transform(from.begin(), from.end(), to.begin(), [](idx_t v) { return static_cast<int>(v); });
+}
+
+}  // namespace
+
+bool metis_kway_parts(const Adjacency& graph, int parts, std::vector<int>& part) {
+  part.assign(graph.n, 0);
+  if (parts < 2 || graph.adjncy.empty()) {
+    // Nothing is cut: deal the nodes out in blocks.
+    for (int i = 0; i < graph.n; ++i)
+      part[i] = static_cast<int>(static_cast<std::int64_t>(i) * parts / graph.n);
+    return true;
+  }
+  MetisArray xadj(graph.xadj, 1), adjncy(graph.adjncy, 1);
+  std::vector<idx_t> where(graph.n);
+  idx_t options[METIS_NOPTIONS];
+  METIS_SetDefaultOptions(options);
+  options[METIS_OPTION_SEED] = 4321;
+  idx_t n = graph.n, constraints = 1, nparts = parts, cut = 0;
+  const int result =
+      METIS_PartGraphKway(&n, &constraints, xadj.data(), adjncy.data(), nullptr, nullptr, nullptr,
+                          &nparts, nullptr, nullptr, options, &cut, where.data());
+  copy_out(where, part);
+  return result == METIS_OK;
+}
+
+bool metis_vertex_separator(const WeightedGraph& graph, const SeparatorOptions& options,
+                            std::vector<int>& side) {
+  MetisArray ptr(graph.ptr), adj(graph.adj), weight(graph.weight);
+  std::vector<idx_t> where(graph.n);
+  idx_t words[METIS_NOPTIONS];
+  METIS_SetDefaultOptions(words);
+  words[METIS_OPTION_SEED] = 4321;
+  words[METIS_OPTION_UFACTOR] = static_cast<idx_t>(1000 * options.imbalance);
+  words[METIS_OPTION_NITER] = options.refinements;
+  words[METIS_OPTION_NSEPS] = options.trials;
+  idx_t n = graph.n, size = 0;
+  const int result = METIS_ComputeVertexSeparator(&n, ptr.data(), adj.data(), weight.data(), words,
+                                                  &size, where.data());
+  copy_out(where, side);
+  return result == METIS_OK;
+}
+
+}  // namespace vlm
