@@ -32,8 +32,7 @@ struct FactorCost {
 /// Cost of a block of `width` columns with `below` further rows.
 inline FactorCost block_cost(double width, double below) {
   const double f = width, r = below;
-  return {f * r + f * (f + 1) / 2,
-          f * r * r + r * f * (f + 1) + f * (f + 1) * (2 * f + 1) / 6};
+  return {f * r + f * (f + 1) / 2, f * r * r + r * f * (f + 1) + f * (f + 1) * (2 * f + 1) / 6};
 }
 
 /// Orders the vertices 0 to graph.n - halo - 1; the last `halo` vertices are the halo.

@@ -34,8 +34,7 @@ std::vector<int> find_representatives(const Adjacency& graph, int dense_limit) {
     bool marked = false;
     for (int k = first; k < stop; ++k) {
       const int u = adjncy(k);
-      if (u <= v || representative(u) != 0 || hash(u) != hash(v) ||
-          xadj(u + 1) - xadj(u) != degree)
+      if (u <= v || representative(u) != 0 || hash(u) != hash(v) || xadj(u + 1) - xadj(u) != degree)
         continue;
       if (!marked) {
         for (int m = first; m < stop; ++m) mark(adjncy(m)) = v;

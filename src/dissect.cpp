@@ -105,8 +105,7 @@ void Dissector::order_domain(Piece piece) {
 }
 
 bool Dissector::pays(const WeightedGraph& graph, double flops) const {
-  return goal_.flop_weight * flops * expected_saving * seconds_per_flop >
-         separator_seconds(graph);
+  return goal_.flop_weight * flops * expected_saving * seconds_per_flop > separator_seconds(graph);
 }
 
 // Cuts a piece that is expected to take that many operations, and orders what is left.

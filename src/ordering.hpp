@@ -1,9 +1,11 @@
-/// Small operations on a finished order: inverse, ranges, regrouping.
+/// The choice of an ordering, and small operations on a finished one: inverse, ranges,
+/// regrouping.
 #pragma once
 
 #include <vector>
 
 #include "analysis.hpp"
+#include "control.hpp"
 
 namespace vlm {
 
@@ -15,6 +17,11 @@ void set_identity(Ordering& order, int n);
 
 /// Writes invp from perm; false when perm is not a permutation of 1..n.
 bool invert_order(Ordering& order);
+
+/// Orders a graph by the routine that the control's selector names; any other selector gives
+/// the identity.
+/// @return a Status
+int order_by_selector(const Control& control, const Adjacency& graph, Ordering& order);
 
 /// Sorts the nodes by group, keeping their order within a group, and rebuilds perm and invp.
 /// @param group   group of a node, 1..count                   [n], in

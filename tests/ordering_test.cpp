@@ -1,0 +1,434 @@
+// Every ordering gives permutations and consistent ranges, and costs what elimination on sets
+// says.
+#include "ordering.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+
+#include "adjacency.hpp"
+#include "amd.hpp"
+#include "compress.hpp"
+#include "dissect.hpp"
+#include "gallery.hpp"
+#include "gepcmd.hpp"
+#include "gepmetis.hpp"
+#include "gepmmd.hpp"
+#include "rcm.hpp"
+#include "reference.hpp"
+#include "stages.hpp"
+#include "symbolic_cost.hpp"
+
+namespace vlm {
+namespace {
+
+Adjacency adjacency_of(const test::Matrix& m) {
+  Adjacency graph;
+  const Pattern pattern{m.n, View<const int>(m.ia), View<const int>(m.ja)};
+  if (m.triangle())
+    ladj_mod_velmora(pattern, graph);
+  else
+    ladjun_velmora(pattern, {}, graph);
+  return graph;
+}
+
+WeightedGraph weighted(const Adjacency& graph) {
+  WeightedGraph out{graph.n, graph.xadj, graph.adjncy, std::vector<int>(graph.n, 1)};
+  for (int& x : out.ptr) --x;
+  for (int& x : out.adj) --x;
+  return out;
+}
+
+// The 5-point grid with three unknowns a point, all coupled.
+test::Matrix blocked_grid(int g, int unknowns) {
+  const test::Matrix grid = test::poisson2d(g);
+  test::Builder builder("blocked", 2, grid.n * unknowns);
+  for (int i = 0; i < grid.n; ++i)
+    for (int k = grid.ia[i] - 1; k < grid.ia[i + 1] - 1; ++k)
+      for (int p = 0; p < unknowns; ++p)
+        for (int q = 0; q < unknowns; ++q) {
+          const int row = i * unknowns + p, col = (grid.ja[k] - 1) * unknowns + q;
+          if (row <= col) builder.add(row, col, row == col ? 100.0 : -1.0);
+        }
+  return builder.finish();
+}
+
+std::vector<test::Matrix> gallery() {
+  std::vector<test::Matrix> all{test::poisson2d(13),
+                                test::poisson3d(6),
+                                test::random_spd(150, 4, 1),
+                                test::random_spd(90, 20, 2),
+                                test::arrow(40, true, 3),
+                                test::arrow(2000, true, 4),
+                                test::block_diagonal(6, 5, 5),
+                                test::diagonal_plus_few(50, 6, 6),
+                                test::diagonal_plus_few(12, 0, 7),
+                                test::dense(17, 8),
+                                test::tridiagonal(64, 9),
+                                test::dense(1, 10),
+                                test::tridiagonal(2, 11),
+                                blocked_grid(7, 3),
+                                test::saddle_point(4, 12),
+                                test::interior_point_kkt(9, 3, 13)};
+  return all;
+}
+
+void expect_order(const Ordering& order, int n, const std::string& name) {
+  EXPECT_TRUE(test::is_permutation(order.perm)) << name;
+  EXPECT_TRUE(test::are_inverse(order.perm, order.invp)) << name;
+  EXPECT_EQ(static_cast<int>(order.perm.size()), n) << name;
+}
+
+// Pairs tile 1..n, the tail is not empty, no edge joins two domains.
+void expect_ranges(const Ordering& order, const Adjacency& graph, const std::string& name) {
+  const int n = graph.n;
+  ASSERT_EQ(static_cast<int>(order.ranges.size()), order.nparts + 1) << name;
+  if (order.nparts == 1) {
+    EXPECT_EQ(order.ranges[0].first, 1);
+    EXPECT_EQ(order.ranges[0].last, n - 1);
+    EXPECT_EQ(order.ranges[1].first, n);
+    EXPECT_EQ(order.ranges[1].last, n);
+    return;
+  }
+  std::vector<int> domain(n + 1, 0);
+  int next = 1;
+  for (int k = 0; k <= order.nparts; ++k) {
+    EXPECT_EQ(order.ranges[k].first, next) << name;
+    next = order.ranges[k].last + 1;
+    if (k < order.nparts)
+      std::fill(domain.begin() + order.ranges[k].first, domain.begin() + next, k + 1);
+  }
+  EXPECT_EQ(next, n + 1) << name;
+  EXPECT_LE(order.ranges.back().first, n) << name;
+  for (int v = 1; v <= n; ++v)
+    for (int k = graph.xadj[v - 1]; k < graph.xadj[v]; ++k) {
+      const int a = domain[order.invp[v - 1]], b = domain[order.invp[graph.adjncy[k - 1] - 1]];
+      EXPECT_TRUE(a == b || a == 0 || b == 0) << name << ": edge between domains " << a << ' ' << b;
+    }
+}
+
+std::int64_t entries(const test::Matrix& m, const std::vector<int>& perm) {
+  return test::eliminate(m, perm).nnz_l;
+}
+
+// Entries of L under plain minimum degree by brute force: lowest index among equals.
+std::int64_t brute_minimum_degree(const Adjacency& graph) {
+  std::vector<std::set<int>> sets(graph.n + 1);
+  for (int v = 1; v <= graph.n; ++v)
+    sets[v].insert(graph.adjncy.begin() + graph.xadj[v - 1] - 1,
+                   graph.adjncy.begin() + graph.xadj[v] - 1);
+  std::set<int> alive;
+  for (int v = 1; v <= graph.n; ++v) alive.insert(v);
+  std::int64_t total = 0;
+  while (!alive.empty()) {
+    const int v = *std::min_element(alive.begin(), alive.end(),
+                                    [&](int a, int b) { return sets[a].size() < sets[b].size(); });
+    total += 1 + static_cast<std::int64_t>(sets[v].size());
+    alive.erase(v);
+    for (const int a : sets[v]) {
+      sets[a].erase(v);
+      for (const int b : sets[v])
+        if (a != b) sets[a].insert(b);
+    }
+  }
+  return total;
+}
+
+TEST(Ordering, EverySelectorGivesPermutationsAndRanges) {
+  for (const test::Matrix& m : gallery()) {
+    const Adjacency graph = adjacency_of(m);
+    for (const int selector : {0, 1, 2, 7})
+      for (const int parts : {1, 2, 8}) {
+        Control control;
+        control.order = selector;
+        control.nthreads = control.nparts = parts;
+        Ordering order, again;
+        const std::string name =
+            m.name + " selector " + std::to_string(selector) + " parts " + std::to_string(parts);
+        ASSERT_EQ(order_by_selector(control, graph, order), status_ok) << name;
+        expect_order(order, m.n, name);
+        expect_ranges(order, graph, name);
+        ASSERT_EQ(order_by_selector(control, graph, again), status_ok);
+        EXPECT_EQ(order.perm, again.perm) << name << ": not deterministic";
+      }
+  }
+}
+
+TEST(Ordering, FillIsCloseToBruteForceMinimumDegree) {
+  for (const test::Matrix& m : gallery()) {
+    if (m.n > 500) continue;
+    const Adjacency graph = adjacency_of(m);
+    const auto bound = static_cast<double>(brute_minimum_degree(graph));
+    Ordering mmd, metis;
+    gepmmd_velmora(graph, mmd);
+    EXPECT_LE(static_cast<double>(entries(m, mmd.perm)), 1.15 * bound) << m.name;
+    gepmetis_velmora(graph, {}, metis);
+    EXPECT_LE(static_cast<double>(entries(m, metis.perm)), 1.2 * bound) << m.name;
+    gepmetis_velmora(graph, {4, 1}, metis);
+    EXPECT_LE(static_cast<double>(entries(m, metis.perm)), 1.6 * bound) << m.name;
+  }
+}
+
+TEST(Ordering, MinimumDegreeTies) {
+  // Isolated nodes: highest index first, in every position.
+  Ordering order;
+  gepmmd_velmora(adjacency_of(test::diagonal_plus_few(5, 0, 1)), order);
+  EXPECT_EQ(order.perm, (std::vector<int>{5, 4, 3, 2, 1}));
+  // A path of 5: both ends have degree 1, the higher one goes first, then the other one, then
+  // the neighbours, entered last for element 1, first.
+  gepmmd_velmora(adjacency_of(test::tridiagonal(5, 1)), order);
+  EXPECT_EQ(order.perm, (std::vector<int>{5, 1, 4, 2, 3}));
+  // A clique is one group, its representative the highest index, the others ascending.
+  gepmmd_velmora(adjacency_of(test::dense(4, 1)), order);
+  EXPECT_EQ(order.perm, (std::vector<int>{4, 1, 2, 3}));
+}
+
+TEST(Ordering, RenewedTagsAndDeltaKeepTheOrderSound) {
+  const test::Matrix m = test::random_spd(200, 5, 3);
+  const Adjacency graph = adjacency_of(m);
+  Ordering plain, renewed;
+  gepmmd_velmora(graph, plain);
+  gepmmd_velmora(graph, renewed, {.delta = 0, .maxint = 600});
+  EXPECT_EQ(plain.perm, renewed.perm);
+  for (const int delta : {-1, 2, 10}) {
+    gepmmd_velmora(graph, renewed, {.delta = delta});
+    expect_order(renewed, m.n, "delta " + std::to_string(delta));
+  }
+}
+
+TEST(Ordering, ConstrainedDegreeHoldsTheInterfaceBack) {
+  const test::Matrix m = test::poisson2d(14);
+  const Adjacency graph = adjacency_of(m);
+  DomainSplit split;
+  ASSERT_EQ(ddecomp_velmora(graph, 4, split), status_ok);
+  ASSERT_GT(split.interface_nodes, 0);
+  ASSERT_LT(split.interface_nodes, m.n / 3);
+  Ordering order;
+  ASSERT_EQ(gepcmd_velmora(graph, 4, order), status_ok);
+  const int held = split.interface_nodes + 2;
+  EXPECT_TRUE(std::equal(order.perm.end() - held, order.perm.end(), split.perm.end() - held));
+  // Without the interface the graph falls apart into the parts at least.
+  std::vector<char> free(m.n + 1, 1);
+  for (int k = m.n - split.interface_nodes; k < m.n; ++k) free[split.perm[k]] = 0;
+  std::vector<int> component(m.n + 1, 0);
+  int components = 0;
+  for (int s = 1; s <= m.n; ++s) {
+    if (!free[s] || component[s]) continue;
+    std::vector<int> stack{s};
+    component[s] = ++components;
+    while (!stack.empty()) {
+      const int v = stack.back();
+      stack.pop_back();
+      for (int k = graph.xadj[v - 1]; k < graph.xadj[v]; ++k)
+        if (const int u = graph.adjncy[k - 1]; free[u] && !component[u]) {
+          component[u] = components;
+          stack.push_back(u);
+        }
+    }
+  }
+  EXPECT_GE(components, 4);
+  // One part: no interface, the last two positions keep their nodes.
+  ASSERT_EQ(gepcmd_velmora(graph, 1, order), status_ok);
+  EXPECT_EQ(order.perm[m.n - 2], m.n - 1);
+  EXPECT_EQ(order.perm[m.n - 1], m.n);
+}
+
+TEST(Ordering, ApproximateDegreeCostIsExact) {
+  for (const test::Matrix& m : gallery()) {
+    if (m.n > 500) continue;
+    const WeightedGraph graph = weighted(adjacency_of(m));
+    std::vector<int> order;
+    const FactorCost cost = approximate_minimum_degree(graph, 0, order);
+    std::vector<int> perm(order);
+    for (int& v : perm) ++v;
+    ASSERT_TRUE(test::is_permutation(perm)) << m.name;
+    const test::SymbolicReference reference = test::eliminate(m, perm);
+    double flops = 0;
+    for (int j = 1; j <= m.n; ++j) flops += 1.0 * reference.colcnt[j] * reference.colcnt[j];
+    EXPECT_EQ(cost.entries, static_cast<double>(reference.nnz_l)) << m.name;
+    EXPECT_NEAR(cost.flops, flops, 1e-9 * flops) << m.name;
+    // The separate count agrees, for this and for a random order, and postorders on the way.
+    for (const bool shuffled : {false, true}) {
+      if (shuffled) {
+        order = test::Rng(5).permutation(m.n);
+        for (int& v : order) --v;
+      }
+      const FactorCost counted = postorder_and_cost(graph, order);
+      perm = order;
+      for (int& v : perm) ++v;
+      const test::SymbolicReference after = test::eliminate(m, perm);
+      EXPECT_EQ(counted.entries, static_cast<double>(after.nnz_l)) << m.name;
+      std::vector<int> size(m.n + 1, 1);  // subtrees end at their root when postordered
+      for (int j = 1; j <= m.n; ++j) {
+        if (const int up = after.parent[j]; up > 0) size[up] += size[j];
+        for (int i = j - size[j] + 1; i < j; ++i) EXPECT_LE(after.parent[i], j) << m.name;
+      }
+    }
+  }
+}
+
+TEST(Ordering, HaloCountsButIsNotOrdered) {
+  // The upper half of a grid as halo of the lower half: the cost is that of its columns.
+  const int g = 12, inner = g * g / 2;
+  const test::Matrix m = test::poisson2d(g);
+  std::vector<int> order;
+  const FactorCost cost = approximate_minimum_degree(weighted(adjacency_of(m)), m.n - inner, order);
+  ASSERT_EQ(static_cast<int>(order.size()), inner);
+  std::vector<int> perm(m.n);
+  std::iota(perm.begin(), perm.end(), 1);
+  for (int k = 0; k < inner; ++k) perm[k] = order[k] + 1;
+  ASSERT_TRUE(test::is_permutation(perm));
+  const test::SymbolicReference reference = test::eliminate(m, perm);
+  const double expected =
+      std::accumulate(reference.colcnt.begin() + 1, reference.colcnt.begin() + 1 + inner, 0.0);
+  EXPECT_EQ(cost.entries, expected);
+}
+
+TEST(Ordering, CompressionFindsTheMeshNodes) {
+  const int g = 9, unknowns = 3;
+  const test::Matrix m = blocked_grid(g, unknowns);
+  const Adjacency graph = adjacency_of(m);
+  const CompressedGraph compressed = compress_graph(graph);
+  ASSERT_EQ(compressed.graph.n, g * g);
+  EXPECT_EQ(compressed.graph.weight, std::vector<int>(g * g, unknowns));
+  EXPECT_TRUE(compressed.dense.empty());
+  EXPECT_EQ(compressed.graph.adj, weighted(adjacency_of(test::poisson2d(g))).adj);
+  // The weighted cost is that of the expanded order.
+  std::vector<int> order, perm;
+  const FactorCost cost = approximate_minimum_degree(compressed.graph, 0, order);
+  for (const int v : order)
+    perm.insert(perm.end(), compressed.nodes.begin() + compressed.first[v],
+                compressed.nodes.begin() + compressed.first[v + 1]);
+  EXPECT_EQ(cost.entries, static_cast<double>(entries(m, perm)));
+  // A row next to all others is left out.
+  EXPECT_EQ(compress_graph(adjacency_of(test::arrow(2000, true, 1))).dense, std::vector<int>{1});
+}
+
+TEST(Ordering, DissectionBeatsMinimumDegreeInThreeDimensions) {
+  const Adjacency graph = adjacency_of(test::poisson3d(26));
+  const WeightedGraph whole = weighted(graph);
+  std::vector<int> amd;
+  const FactorCost plain = approximate_minimum_degree(whole, 0, amd);
+  Dissection found = dissect(whole, {});
+  const FactorCost cut = postorder_and_cost(whole, found.order);
+  EXPECT_LT(cut.flops, 0.85 * plain.flops);
+  Ordering order;
+  gepmetis_velmora(graph, {8, 1}, order);
+  EXPECT_EQ(order.nparts, 8);
+  expect_ranges(order, graph, "8 domains");
+  for (int k = 0; k < 8; ++k) {
+    const int size = order.ranges[k].last - order.ranges[k].first + 1;
+    EXPECT_GT(size, graph.n / 16) << "domain " << k << " is far from balanced";
+  }
+}
+
+TEST(Ordering, ReverseCuthillMcKeeKeepsTheBandNarrow) {
+  const test::Matrix m = test::poisson2d(15);
+  const Adjacency graph = adjacency_of(m);
+  const std::vector<int> perm = genrcmvelmora(graph);
+  ASSERT_TRUE(test::is_permutation(perm));
+  std::vector<int> place(m.n + 1);
+  for (int k = 0; k < m.n; ++k) place[perm[k]] = k;
+  int band = 0;
+  for (int v = 1; v <= m.n; ++v)
+    for (int k = graph.xadj[v - 1]; k < graph.xadj[v]; ++k)
+      band = std::max(band, std::abs(place[v] - place[graph.adjncy[k - 1]]));
+  EXPECT_LE(band, 16);
+  EXPECT_TRUE(test::is_permutation(genrcmvelmora(adjacency_of(test::block_diagonal(5, 4, 1)))));
+}
+
+// Runs the first stage on a matrix with the given control words.
+int first_stage(const test::Matrix& m, Control& control, Analysis& analysis,
+                const std::vector<int>& perm = {}) {
+  AnalysisRequest request;
+  request.matrix = {m.n, m.ia.data(), m.ja.data(), m.a.data()};
+  request.user_perm = perm.empty() ? nullptr : perm.data();
+  control.neqns = m.n;
+  control.mtype = m.mtype;
+  control.sym_struct = m.triangle() ? 1 : 0;
+  return reorder1_velmora(request, control, analysis);
+}
+
+TEST(Reorder1, CallersOrderIsTakenOrRefused) {
+  const test::Matrix m = test::poisson2d(6);
+  std::vector<int> perm = test::Rng(3).permutation(m.n);
+  Control control;
+  control.user_perm = 1;
+  control.nparts = 4;
+  Analysis analysis;
+  ASSERT_EQ(first_stage(m, control, analysis, perm), status_ok);
+  EXPECT_EQ(analysis.order.perm, perm);
+  EXPECT_EQ(control.nparts, 1);
+  expect_order(analysis.order, m.n, "caller's");
+  for (const int wrong : {0, -3, m.n + 1, perm[1]}) {
+    std::vector<int> bad(perm);
+    bad[0] = wrong;
+    EXPECT_NE(first_stage(m, control, analysis, bad), status_ok) << wrong;
+  }
+}
+
+TEST(Reorder1, SchurNodesGoLastInTheOrderOfTheInput) {
+  const test::Matrix m = test::poisson2d(24);
+  for (const int selector : {0, 1, 2})
+    for (const int parts : {1, 4}) {
+      Control control;
+      control.order = selector;
+      control.nparts = control.nthreads = parts;
+      control.nschur = 50;
+      Analysis analysis;
+      ASSERT_EQ(first_stage(m, control, analysis), status_ok);
+      expect_order(analysis.order, m.n, "Schur");
+      expect_ranges(analysis.order, analysis.graph, "Schur");
+      EXPECT_EQ(analysis.trailing, 50);
+      for (int i = m.n - 49; i <= m.n; ++i) EXPECT_EQ(analysis.order.perm[i - 1], i);
+      for (int k = 0; k < analysis.order.nparts && analysis.order.nparts > 1; ++k)
+        EXPECT_LE(analysis.order.ranges[k].last, m.n - 50);
+    }
+}
+
+TEST(Reorder1, MarkedNodesGoLast) {
+  const test::Matrix m = test::poisson2d(12);
+  std::vector<int> marks(m.n, 0);
+  Control plain_control, control;
+  control.partial = 2;
+  control.nparts = 4;
+  Analysis plain, analysis;
+  ASSERT_EQ(first_stage(m, plain_control, plain), status_ok);
+  ASSERT_EQ(first_stage(m, control, analysis, marks), status_ok);
+  EXPECT_EQ(analysis.trailing, 0);
+  EXPECT_EQ(analysis.order.perm, plain.order.perm);
+  for (const int node : {3, 77, 140}) marks[node - 1] = -1;
+  ASSERT_EQ(first_stage(m, control, analysis, marks), status_ok);
+  expect_order(analysis.order, m.n, "marked");
+  EXPECT_EQ(analysis.trailing, 3);
+  EXPECT_EQ(analysis.nfw, 3);
+  EXPECT_EQ(analysis.nbw, 3);
+  std::vector<int> expected(plain.order.perm);
+  std::stable_partition(expected.begin(), expected.end(),
+                        [&](int node) { return marks[node - 1] == 0; });
+  EXPECT_EQ(analysis.order.perm, expected);
+}
+
+TEST(Reorder1, MatchedOrderIsUsedForItsTypesOnly) {
+  const test::Matrix spd = test::random_spd(40, 4, 1),
+                     indefinite = test::random_indefinite(40, 0.1, 0.3, 2);
+  Ordering given;
+  given.perm = test::Rng(8).permutation(40);
+  set_single_range(given, 40);
+  for (const test::Matrix* m : {&spd, &indefinite}) {
+    Control control;
+    control.mtype = m->mtype;
+    control.match_mode = 1;
+    AnalysisRequest request;
+    request.matrix = {m->n, m->ia.data(), m->ja.data(), m->a.data()};
+    request.given_order = &given;
+    Analysis analysis;
+    ASSERT_EQ(reorder1_velmora(request, control, analysis), status_ok);
+    EXPECT_EQ(analysis.order.perm == given.perm, m->mtype == -2);
+    expect_order(analysis.order, m->n, m->name);
+  }
+}
+
+}  // namespace
+}  // namespace vlm
