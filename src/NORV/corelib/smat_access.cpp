@@ -1,0 +1,121 @@
+/// Single entries, the diagonal, row lengths, and an index by column.
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "norvmora_names.hpp"
+#include "smat_rows.hpp"
+
+namespace vlm::norv {
+
+namespace {
+
+/// Place of entry (i, j) of the completed matrix, or -1.
+int find_completed(const smat* A, unsigned i, unsigned j) {
+  NORV_ASSERT(i < A->m);
+  NORV_ASSERT(j < A->n);
+  const bool mirrored = A->sym && j < i;
+  return find_entry(A, static_cast<int>(mirrored ? j : i), static_cast<int>(mirrored ? i : j));
+}
+
+/// Counts the entries (i, j) of the completed matrix for which wanted(i, j), by row.
+template <typename F>
+void count_by_row(const smat* A, int* count, F wanted) {
+  std::fill_n(count, A->m, 0);
+  const int m = static_cast<int>(A->m);
+  for (int i = 0; i < m; ++i) {
+    for (int k = A->ia[i]; k < A->ia[i + 1]; ++k) {
+      const int j = A->ja[k];
+      count[i] += wanted(i, j);
+      if (A->sym && j != i) count[j] += wanted(j, i);
+    }
+  }
+}
+
+}  // namespace
+
+}  // namespace vlm::norv
+
+using namespace vlm;
+using namespace vlm::norv;
+
+extern "C" {
+
+double smat_get_ij_elem(const smat* A, unsigned i, unsigned j) {
+  NORV_ASSERT(!A->is_complex);
+  const int k = find_completed(A, i, j);
+  return k < 0 ? 0.0 : A->a[k];
+}
+
+int smat_get_ij_elem_ex(const smat* A, unsigned i, unsigned j, double* re, double* im) {
+  const int k = find_completed(A, i, j);
+  by_kind(A->is_complex, [&](auto zero) {
+    const auto v = k < 0 ? zero : values_as<decltype(zero)>(A->a)[k];
+    if (re) *re = real_part(v);
+    if (im) *im = imag_part(v);
+  });
+  return k >= 0;
+}
+
+int smat_has_ij_index(const smat* A, unsigned i, unsigned j) {
+  return find_completed(A, i, j) >= 0;
+}
+
+vec* smat_get_diag(vec* dst, const smat* A) {
+  const unsigned n = std::min(A->m, A->n);
+  if (!dst) dst = A->is_complex ? vec_new_cpx(n) : vec_new(n);
+  NORV_ASSERT(dst->n == n);
+  NORV_ASSERT(dst->is_complex == A->is_complex);
+  by_kind(A->is_complex, [&](auto zero) {
+    using T = decltype(zero);
+    for (unsigned i = 0; i < n; ++i) {
+      const int k = find_entry(A, static_cast<int>(i), static_cast<int>(i));
+      values_as<T>(dst->v)[i] = k < 0 ? zero : values_as<T>(A->a)[k];
+    }
+  });
+  return dst;
+}
+
+void smat_get_row_nnzs(const smat* A, int* count) {
+  count_by_row(A, count, [](int, int) { return 1; });
+}
+
+void smat_get_row_nnzs_L(const smat* A, int* count) {
+  count_by_row(A, count, [](int i, int j) { return j < i; });
+}
+
+void smat_get_row_nnzs_U(const smat* A, int* count) {
+  count_by_row(A, count, [](int i, int j) { return j > i; });
+}
+
+smat_col_index* smat_col_index_new(const smat* A) {
+  smat_col_index* index = allocate<smat_col_index>(1);
+  index->n = A->n;
+  index->start = allocate_cleared<int>(std::uint64_t{A->n} + 1);
+  index->row = allocate<int>(std::uint64_t{A->nnz} + 1);
+  index->place = allocate<int>(std::uint64_t{A->nnz} + 1);
+  for (unsigned k = 0; k < A->nnz; ++k) ++index->start[A->ja[k] + 1];
+  counts_to_starts(index->start, A->n);
+  Buffer<int> next(index->start, index->start + A->n);
+  for (int i = 0; i < static_cast<int>(A->m); ++i) {
+    for (int k = A->ia[i]; k < A->ia[i + 1]; ++k) {
+      const int at = next[A->ja[k]]++;
+      index->row[at] = i;
+      index->place[at] = k;
+    }
+  }
+  return index;
+}
+
+void smat_col_index_free(smat_col_index* index) {
+  if (!index) return;
+  std::free(index->start);
+  std::free(index->row);
+  std::free(index->place);
+  std::free(index);
+}
+
+}  // extern "C"
+
+NORVMORA_SMAT_ACCESS(NORVMORA_ALIAS)
