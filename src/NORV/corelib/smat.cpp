@@ -130,21 +130,19 @@ smat* new_factor(unsigned m, unsigned n, unsigned estimate, int type, std::size_
   *capacity = 0;
   int fill = 15;
   while (fill > 0 && !allocate(fill)) {
-    NORV_DEBUG("NORV/corelib/smat", "Trying to allocate matrix with fill-in of %d ... failed",
-               fill);
+    NORV_DEBUG("smat", "Trying to allocate matrix with fill-in of %d ... failed", fill);
     --fill;
   }
   if (fill == 0) return L;
-  NORV_DEBUG("NORV/corelib/smat", "Trying to allocate matrix with fill-in of %d ... success", fill);
-  NORV_DEBUG("NORV/corelib/smat", "Re-allocate matrix with fill-in of %d ... ", fill);
+  NORV_DEBUG("smat", "Trying to allocate matrix with fill-in of %d ... success", fill);
+  NORV_DEBUG("smat", "Re-allocate matrix with fill-in of %d ... ", fill);
   if (fill >= 3) {  // the freed room is left to the rest of the computation
     --fill;
-    NORV_DEBUG("NORV/corelib/smat", "Re-allocate matrix with final fill-in of %d ... ", fill);
+    NORV_DEBUG("smat", "Re-allocate matrix with final fill-in of %d ... ", fill);
     void* ja = std::realloc(L->ja, places(fill) * sizeof(int));
     void* a = std::realloc(L->a, doubles(L, places(fill)) * sizeof(double));
     if (!ja || !a) {
-      NORV_DEBUG("NORV/corelib/smat", "Trying to reallocate matrix will fill-in of %d ... failed",
-                 fill);
+      NORV_DEBUG("smat", "Trying to reallocate matrix will fill-in of %d ... failed", fill);
       std::exit(7);
     }
     L->ja = static_cast<int*>(ja);

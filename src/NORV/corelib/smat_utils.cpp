@@ -88,7 +88,7 @@ int add_double_entries(smat* A) {
     for (int k = begin; k < end; ++k) {
       if (put > first && A->ja[put - 1] == A->ja[k]) {
         ++found;
-        NORV_DEBUG("NORV/corelib/smat_utils", "Double entry: a(%d,%d) = %e, %e", i, A->ja[k],
+        NORV_DEBUG("smat_utils", "Double entry: a(%d,%d) = %e, %e", i, A->ja[k],
                    real_part(a[put - 1]), real_part(a[k]));
         a[put - 1] += a[k];
       } else {
