@@ -14,19 +14,12 @@ namespace {
 void print_trace() { std::puts("Backtrace not available."); }
 
 /// Bytes of a request, at least 1 so that null always means failure; 0 when the number does
-/// not fit 64 bits.
+/// not fit 32 bits.
 std::size_t request_bytes(std::uint64_t count, std::size_t size) {
+  constexpr std::uint64_t limit = std::numeric_limits<std::uint32_t>::max();
   std::uint64_t bytes = 0;
-  if (__builtin_mul_overflow(count, size, &bytes)) return 0;
+  if (__builtin_mul_overflow(count, size, &bytes) || bytes > limit) return 0;
   return std::max<std::uint64_t>(bytes, 1);
-}
-
-/// A count for which the request cannot be met when count * size does not fit 32 bits.
-std::uint64_t count_in_32_bits(unsigned count, unsigned size) {
-  const std::uint64_t bytes = std::uint64_t{count} * size;
-  return bytes <= std::numeric_limits<std::uint32_t>::max()
-             ? count
-             : std::numeric_limits<std::uint64_t>::max();
 }
 
 }  // namespace
@@ -86,15 +79,15 @@ void MessageText::add(const char* format, ...) {
 }  // namespace vlm
 
 void* _norv_malloc(unsigned int count, unsigned int size) {
-  return vlm::allocate_bytes(vlm::count_in_32_bits(count, size), size);
+  return vlm::allocate_bytes(count, size);
 }
 
 void* _norv_calloc(unsigned int count, unsigned int size) {
-  return vlm::allocate_cleared_bytes(vlm::count_in_32_bits(count, size), size);
+  return vlm::allocate_cleared_bytes(count, size);
 }
 
 void* _norv_realloc(void* ptr, unsigned int count, unsigned int size) {
-  return vlm::reallocate_bytes(ptr, vlm::count_in_32_bits(count, size), size);
+  return vlm::reallocate_bytes(ptr, count, size);
 }
 
 void start_timing(timeval* tv) {

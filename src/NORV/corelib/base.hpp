@@ -37,11 +37,11 @@ constexpr int exit_out_of_memory = 7;
 [[noreturn]] void assertion_failed(const char* test, const char* file, int line,
                                    const char* function);
 
-/// Prints the message and ends the process.
+/// Prints the message and ends the process with that code.
 [[noreturn]] void out_of_memory(const char* message);
 
-/// Memory for count values of the given size, not cleared, cleared, or resized.  When it runs
-/// out, the process ends; only the exported allocators stop at 32-bit sizes.
+/// Memory for count values of the given size, not cleared, cleared, or resized.  The number
+/// of bytes must fit 32 bits; otherwise, and when memory runs out, the process ends.
 void* allocate_bytes(std::uint64_t count, std::size_t size);
 void* allocate_cleared_bytes(std::uint64_t count, std::size_t size);
 void* reallocate_bytes(void* old, std::uint64_t count, std::size_t size);
