@@ -57,8 +57,8 @@
  *   -3   query: error 500000.  No other argument is looked at; they may be null
  *  -22   selected inversion of the factor.  Not in this version: ends with error -1
  *
- * Arrays that a phase does not use may be null: a in phase 11; b and x unless the phase
- * solves; perm unless iparm(5) or iparm(31) asks for it; all of them in phases 0 and -1.
+ * Arrays that a phase does not use may be null: a in phase 11 unless iparm(13) asks for
+ * matching; b and x unless the phase solves; perm unless iparm(5) or iparm(31) asks for it; all of them in phases 0 and -1.
  *
  *
  * error
@@ -111,7 +111,8 @@
  *               system leaves -1 here, which counts as 0
  *   13  in      [2 for -4, 6; 1 for 11, 13; else 0] weighted matching: 0 off; 1 on; 2 on, with
  *               2x2 pivot candidates padded to full blocks; 3, 4 as 1, 2 with constraints.
- *               Types -2, -4, 6, 11, 13 only.  Read by the analysis
+ *               Types -2, -4, 6, 11, 13 only; constraints only with
+ *               real values.  Read by the analysis
  *   14  in,out  out: pivots perturbed in the last factorization.  in, phase 33: > 0 replaces
  *               that count, and so asks for refinement
  *   15  out     KB: peak of the analysis

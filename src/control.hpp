@@ -22,6 +22,8 @@ enum Status : int {
   status_structure = -180,     ///< inconsistent row lists
   status_overflow = -182,      ///< factor does not fit 32-bit positions
   status_unsupported = -190,   ///< matrix type without kernels
+  status_type_change = -191,   ///< matrix type that does not fit the analysis
+  status_no_matching = -192,   ///< matching mode that does not exist for the matrix type
 };
 
 /// Wall-clock seconds of the phases, in the order of the report.
@@ -55,6 +57,7 @@ struct Control {
   int nvals = 1;        ///< doubles per value
   // what the caller asked for
   int maxfct = 0;       ///< stored maxfct
+  int nrecords = 0;     ///< length of the factor table; maxfct may be lowered below it
   int mnum_cur = 2147483647;
   int mtype = 0;
   int nrhs = 0;
@@ -98,9 +101,8 @@ struct Control {
   double logdet = 0;
   // memory figures, KB
   int mem_peak = 0, mem_perm = 0, mem_fact = 0;
-  std::int64_t len_work = 0;  ///< values of WORK_R0
-  std::int64_t len_lu = 0;    ///< length of the allocated real work
-  std::int64_t len_cgs = 0;
+  std::int64_t len_work = 0;  ///< doubles of WORK_R0
+  std::int64_t len_cgs = 0;   ///< doubles of CGS_ARR in the last solve that took it
 
   Clocks dpar;
   StageFlags flags;
@@ -110,9 +112,12 @@ struct Control {
 struct FactorRecord {
   void* lu = nullptr;         ///< FACT_L&U
   void* factored = nullptr;   ///< lu at the last successful factorization; null when there is none
+  std::size_t bytes = 0;      ///< size of lu
+  // what the factor is; a solve with other settings needs another factor
+  int mtype = 0;
   int nvals = 0;              ///< doubles per value of that factor
   int single32 = 0;           ///< 1: single-precision factor
-  std::int64_t length = 0;    ///< values of L and U
+  int pivot_type = 0;         ///< whether 2x2 pivots may occur
   // results that belong to the factor, not to the call
   int perturbed = 0, npos = 0, nneg = 0;
   double logdet = 0;

@@ -1,0 +1,52 @@
+/// The arguments of one exported call, and its outcome.
+#pragma once
+
+#include <cstdint>
+
+#include "view.hpp"
+
+namespace vlm {
+
+/// Arguments of velmora(), scalars by value.
+struct Call {
+  void** pt = nullptr;
+  int maxfct = 0, mnum = 0, mtype = 0, phase = 0, n = 0;
+  const double* a = nullptr;
+  const int* ia = nullptr;
+  const int* ja = nullptr;
+  int* perm = nullptr;
+  int nrhs = 0;
+  View<int> iparm;  ///< [64]
+  int msg = 0;      ///< 0 silent, 1 with messages and report
+  double* b = nullptr;
+  double* x = nullptr;
+  View<double> dparm;  ///< [64]
+
+  int first_digit() const { return phase / 10; }
+  int last_digit() const { return phase % 10; }
+};
+
+/// Class that goes to the caller in `error`.
+enum ErrorClass : int {
+  error_none = 0,
+  error_input = -1,
+  error_memory = -2,
+  error_analysis = -3,
+  error_numeric = -4,
+  error_unclassified = -5,
+  error_matching = -6,
+  error_internal = -7,
+  error_overflow = -8,
+};
+
+/// Class, and what selects and fills the message.
+struct Outcome {
+  int error = error_none;
+  std::int64_t code = 0;  ///< input code, location code, or status
+  int argument = 0;       ///< position of a null argument; order of a matching
+  std::size_t bytes = 0;  ///< memory error: size that was asked for, 0 when not known
+
+  explicit operator bool() const { return error != error_none; }
+};
+
+}  // namespace vlm

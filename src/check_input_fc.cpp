@@ -1,0 +1,185 @@
+/// Input check.
+///
+/// The tests look at the arguments in a fixed order and stop at the first failure, before
+/// anything that the handle holds has changed.  n is tested before ia(n+1) is read.
+#include "check_input_fc.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <optional>
+
+#include "factor_store.hpp"
+#include "thread_guard.hpp"
+
+namespace vlm {
+namespace {
+
+/// More threads than this are a mistake, such as an iparm(3) that was never set.
+constexpr int most_threads = 4096;
+
+Outcome fault(int code, int argument = 0) { return {error_input, code, argument, 0}; }
+
+bool is_accepted_type(int mtype) {
+  return (mtype >= -6 && mtype <= 6 && mtype != 0) || mtype == 11 || mtype == -11 || mtype == 13;
+}
+
+/// Whether the analysis of this call computes a weighted matching, which reads the values.
+bool matching_asked(const Call& call) {
+  const int t = call.mtype;
+  return (t == -2 || t == -4 || t == 6 || t == 11 || t == 13) && call.iparm(13) > 0;
+}
+
+/// Position of the first array in the argument list that is needed and null; 0 for none.
+int missing_array(const Call& call, int nnz) {
+  const bool analyses = call.first_digit() == 1;
+  const bool factors = call.first_digit() <= 2 && call.last_digit() >= 2;
+  const bool solves = call.last_digit() == 3 && call.nrhs > 0;
+  const bool reads_matrix = analyses || factors || refinement_asked(call) || nnz == call.n;
+  const bool reads_perm = analyses && (call.iparm(5) != 0 || call.iparm(31) != 0);
+  const bool writes_x = call.iparm(6) == 0 || nnz == call.n;
+  const bool reads_values =
+      (reads_matrix && call.last_digit() >= 2) || (analyses && matching_asked(call));
+  if (call.a == nullptr && reads_values) return 7;
+  if (call.ia == nullptr && reads_matrix) return 8;
+  if (call.ja == nullptr && reads_matrix) return 9;
+  if (call.perm == nullptr && reads_perm) return 10;
+  if (call.b == nullptr && solves) return 14;
+  if (call.x == nullptr && solves && writes_x) return 15;
+  return 0;
+}
+
+std::optional<Outcome> test_store(const Call& call, const Control& stored) {
+  if (stored.maxfct > 0 && stored.maxfct < call.maxfct) return fault(code_maxfct);
+  if (call.mnum > call.maxfct) return fault(code_mnum_above);
+  // Phases 12 and 13 factor as well and need a place for the factor.
+  const bool factors = call.phase > 21 || call.last_digit() > 1;
+  if (call.mnum < 1 && factors) return fault(code_mnum_phase);
+  return {};
+}
+
+std::optional<Outcome> test_sizes(const Call& call, const Control& stored) {
+  if (!is_accepted_type(call.mtype)) return fault(code_mtype);
+  const int t = std::abs(call.mtype), t_stored = std::abs(stored.mtype);
+  if (stored.mtype != 0 && t != t_stored && t / 2 != t_stored / 2) return fault(code_mtype_change);
+  if (stored.neqns > 0 && stored.neqns != call.n) return fault(code_n_change);
+  if (call.n < 1) return fault(code_n);
+  if (call.first_digit() > 2) return {};
+  if (call.ia == nullptr) return fault(code_null, 8);
+  const int nnz = call.ia[call.n] - 1;
+  if (nnz < call.n || (stored.nnz > 0 && stored.nnz != nnz)) return fault(code_nnz);
+  return {};
+}
+
+std::optional<Outcome> test_options(const Call& call) {
+  const bool solves = call.last_digit() == 3;
+  if ((call.nrhs < 1 && call.phase > 32) || (call.nrhs < 0 && solves)) return fault(code_nrhs);
+  const int overwrite = call.iparm(6), order = call.iparm(2);
+  if (overwrite != 0 && overwrite != 1) return fault(code_overwrite);
+  if (call.iparm(30) == 0 && (order < 0 || order > 2)) return fault(code_order);
+  if (call.iparm(3) > most_threads) return fault(code_threads);
+  return {};
+}
+
+/// Options that are read in every call.
+void accept_options(const Call& call, Control& control) {
+  const View<int>& iparm = call.iparm;
+  control.transpose = iparm(12) == 1 ? 1 : 0;
+  control.partial = iparm(31);
+  control.fact_ctl = control.partial != 0 ? 0 : iparm(24);
+  control.solve_ctl = control.partial != 0 ? 0 : iparm(25);
+  control.opt28 = iparm(28);
+  control.single32 = iparm(29) != 0 ? 1 : 0;
+  if (iparm(51) == 0) iparm(52) = 1;
+  if (iparm(51) == 1) iparm(51) = 2;
+  if (control.nthreads == 1 && iparm(52) == 1) iparm(51) = 0;
+  control.dist_mode = iparm(51);
+  control.nnodes = std::max(iparm(52), 1);
+  if (control.dist_mode == 1 || control.dist_mode == 2) {
+    control.fact_ctl = control.solve_ctl = 1;
+    control.opt28 = control.partial = control.single32 = 0;
+  }
+  const int t = call.mtype;
+  if (t != 1 && t != -2 && t != 11) control.single32 = 0;
+  control.opt34 = iparm(2) > 1 && iparm(24) == 1 && iparm(25) == 1 ? iparm(34) : 0;
+  control.det_flag = iparm(33);
+}
+
+/// Options that decide the structure: they hold until the next analysis.
+void accept_analysis_options(const Call& call, Control& control) {
+  const View<int>& iparm = call.iparm;
+  const int t = call.mtype, leading = iparm(38);
+  control.match_mode = matching_asked(call) ? iparm(13) : 0;
+  const bool scaled = iparm(11) == 1 || (iparm(11) == 2 && iparm(30) > 0);
+  control.scale_flag = control.match_mode > 0 && scaled ? 1 : 0;
+  const bool schur = t == 2 || t == -2 || t == 1;
+  control.nschur = schur && leading >= 1 && leading <= call.n ? call.n - leading : 0;
+  control.order = iparm(2) < 0 || iparm(2) > 2 ? 2 : iparm(2);
+  control.user_perm = iparm(5);
+  control.sym_struct = is_symmetric_storage(t) ? 1 : 0;
+  const int off_diagonal = control.nnz - call.n;
+  control.nadj_half = control.sym_struct ? off_diagonal : off_diagonal / 2;
+  const bool crowded = control.nthreads > 4;
+  control.panel = is_symmetric_storage(t) ? (crowded ? 64 : 80) : (crowded ? 112 : 128);
+  if (iparm(30) > 1) control.panel = iparm(30);
+}
+
+}  // namespace
+
+bool is_work_phase(int phase) {
+  return phase == 11 || phase == 12 || phase == 13 || phase == 22 || phase == 23 || phase == 33;
+}
+
+bool is_matrix_type(int mtype) {
+  return mtype == 2 || mtype == -2 || mtype == 4 || mtype == -4 || mtype == 1 || mtype == 3 ||
+         mtype == 6 || mtype == 11 || mtype == 13;
+}
+
+bool contradicts_handle(const Call& call) {
+  if (call.pt == nullptr || handle_is_empty(call.pt) || call.first_digit() < 2) return false;
+  const int stored = control_of(call.pt).neqns;
+  return stored > 0 && stored != call.n;
+}
+
+bool refinement_asked(const Call& call) {
+  return call.last_digit() == 3 && call.nrhs > 0 && call.iparm(8) != 0 && call.iparm(26) == 0 &&
+         call.iparm(31) == 0 && call.iparm(34) == 0;
+}
+
+Outcome check_input_fc(Call& call, const Control& stored) {
+  if (call.phase < -1 || call.phase > 33) return fault(code_phase_bounds);
+  if (call.iparm(3) < 1) call.iparm(3) = count_threads();
+  if (auto failed = test_store(call, stored)) return *failed;
+  if (auto failed = test_sizes(call, stored)) return *failed;
+  if (auto failed = test_options(call)) return *failed;
+  if (!is_work_phase(call.phase)) return fault(code_phase);
+  if (call.iparm(4) != 0 && call.last_digit() >= 2) return fault(code_no_stabilised);
+  const int nnz = call.first_digit() > 2 ? stored.nnz : call.ia[call.n] - 1;
+  if (const int argument = missing_array(call, nnz)) return fault(code_null, argument);
+  return {};
+}
+
+void accept_input(const Call& call, Control& control) {
+  const bool analyses = call.first_digit() == 1;
+  control.maxfct = call.maxfct;
+  control.mtype = call.mtype;
+  control.neqns = call.n;
+  control.phase = call.phase;
+  if (call.first_digit() < 3) control.nnz = call.ia[call.n] - 1;
+  control.nrhs = call.nrhs;
+  control.mnum_cur = call.mnum;
+  control.nvals = is_complex_type(call.mtype) ? 2 : 1;
+  control.nthreads = call.iparm(3);
+  // With iparm(1) 0 the options stay those of the analysis, which set the defaults.
+  if (analyses || call.iparm(1) != 0) accept_options(call, control);
+  if (analyses) accept_analysis_options(call, control);
+  if (control.sym_struct) control.transpose = 0;
+  control.overwrite_b = call.iparm(6);
+  control.ext_res = call.iparm(26);
+  control.refine = call.iparm(8);
+  control.eps_exp = call.iparm(10);
+  control.pivot_type = call.iparm(21);
+  control.serial = control.nthreads == 1 && control.nnodes == 1 ? 1 : 0;
+}
+
+}  // namespace vlm

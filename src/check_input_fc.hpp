@@ -1,0 +1,60 @@
+/// Tests of the arguments of a call, and the transfer of the accepted ones to the control record.
+#pragma once
+
+#include "call.hpp"
+#include "control.hpp"
+
+namespace vlm {
+
+/// Codes of the input check that have a message of their own.
+enum InputCode : int {
+  code_phase_bounds = 1,
+  code_maxfct = 2,
+  code_mnum_above = 3,
+  code_mnum_phase = 4,
+  code_mtype_change = 5,
+  code_n_change = 6,
+  code_n = 7,
+  code_nnz = 8,
+  code_nrhs = 9,
+  code_overwrite = 10,
+  code_order = 11,
+  code_threads = 12,
+  code_threads_differ = 13,
+  code_mtype = 15,
+  code_null = 16,           ///< an array that the phase needs is null
+  code_no_stabilised = 17,  ///< iparm(4)
+  code_no_iterative = 18,   ///< iparm(32)
+  code_no_inversion = 19,   ///< phase -22
+  code_phase = 20,
+  code_clean_mnum = 100,
+  code_diagonal_symbolic = 999,
+  code_empty_handle = 1000,
+  code_clean = 10000,
+  code_no_analysis = 100000,
+};
+
+/// True for the phases that exist and work on a matrix.
+bool is_work_phase(int phase);
+
+/// True for the nine codes that name a matrix type.  The input check accepts a few more, which
+/// have no kernels.
+bool is_matrix_type(int mtype);
+
+/// True when pt belongs to an analysis of another order than n and this phase would use it:
+/// then nothing may read ia(n+1).
+bool contradicts_handle(const Call& call);
+
+/// Whether the call could refine, so that the phase reads the matrix.
+bool refinement_asked(const Call& call);
+
+/// Tests a call that is neither a release nor a query against itself and, unless it begins a
+/// new analysis, against the sizes of the last accepted call.  Writes the counted threads to
+/// iparm(3) when it is below 1; changes nothing else.
+/// @return success, or class error_input with the code of the first test that failed
+Outcome check_input_fc(Call& call, const Control& stored);
+
+/// Takes over what an accepted call says: sizes and options.
+void accept_input(const Call& call, Control& control);
+
+}  // namespace vlm

@@ -1,0 +1,144 @@
+/// Handle and factor store, see factor_store.hpp.
+#include "factor_store.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <utility>
+
+namespace vlm {
+namespace {
+
+template <class T>
+std::size_t bytes_of(const std::vector<T>& v) {
+  return v.capacity() * sizeof(T);
+}
+
+FactorRecord* allocate_table(int maxfct) {
+  const std::size_t length = static_cast<std::size_t>(std::max(maxfct, 1));
+  // Zero bytes are the empty record; calloc does not touch them.
+  void* table = std::calloc(length, sizeof(FactorRecord));
+  if (table == nullptr) throw OutOfMemory(at_table, length * sizeof(FactorRecord));
+  return static_cast<FactorRecord*>(table);
+}
+
+}  // namespace
+
+FactorRecord* factor_record(void** pt, int mnum) {
+  if (mnum < 1 || mnum > control_of(pt).nrecords) return nullptr;
+  return factor_table(pt) + (mnum - 1);
+}
+
+void* allocate(std::size_t bytes, Location location) {
+  void* block = std::malloc(std::max<std::size_t>(bytes, 1));
+  if (block == nullptr) throw OutOfMemory(location, bytes);
+  return block;
+}
+
+void release(void** pt, Slot number) {
+  std::free(slot(pt, number));
+  slot(pt, number) = nullptr;
+}
+
+void keep_padded(void** pt, PaddedMatrix&& padded) {
+  slot(pt, slot_padded) = new PaddedMatrix(std::move(padded));
+}
+
+const PaddedMatrix* padded_of(void** pt) {
+  return static_cast<const PaddedMatrix*>(slot(pt, slot_padded));
+}
+
+void count_call(void** pt) {
+  void*& word = slot(pt, slot_calls);
+  word = reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(word) + 1);
+}
+
+void create_handle(void** pt, int maxfct) {
+  std::fill_n(pt, 64, nullptr);
+  slot(pt, slot_basic) = new (allocate(sizeof(Control), at_basic)) Control{};
+  try {
+    slot(pt, slot_table) = allocate_table(maxfct);
+  } catch (const OutOfMemory&) {
+    release(pt, slot_basic);
+    throw;
+  }
+  control_of(pt).nrecords = std::max(maxfct, 0);
+}
+
+void resize_factor_table(void** pt, int maxfct) {
+  if (std::max(maxfct, 0) == control_of(pt).nrecords) return;
+  FactorRecord* table = allocate_table(maxfct);
+  release(pt, slot_table);
+  slot(pt, slot_table) = table;
+  control_of(pt).nrecords = std::max(maxfct, 0);
+}
+
+void clean_fact_fc(FactorRecord& record) {
+  std::free(record.lu);
+  record = FactorRecord{};
+}
+
+int release_analysis(void** pt) {
+  int deleted = 0;
+  for (int mnum = 1; mnum <= control_of(pt).nrecords; ++mnum) {
+    FactorRecord& record = *factor_record(pt, mnum);
+    if (record.lu != nullptr) ++deleted;
+    clean_fact_fc(record);
+  }
+  delete padded_of(pt);
+  slot(pt, slot_padded) = nullptr;
+  for (int number = slot_last; number > slot_table; --number) release(pt, Slot(number));
+  control_of(pt).len_work = 0;
+  return deleted;
+}
+
+void release_handle(void** pt) {
+  release(pt, slot_table);
+  release(pt, slot_basic);
+  slot(pt, slot_calls) = nullptr;
+}
+
+void provide_factor(FactorRecord& record, std::size_t bytes) {
+  if (record.lu != nullptr && record.bytes == bytes) return;
+  clean_fact_fc(record);
+  record.lu = allocate(bytes, at_factor);
+  record.bytes = bytes;
+}
+
+void provide_work(void** pt, std::size_t bytes) {
+  Control& control = control_of(pt);
+  const auto doubles = static_cast<std::int64_t>((bytes + sizeof(double) - 1) / sizeof(double));
+  if (slot(pt, slot_work) != nullptr && control.len_work >= doubles) return;
+  release(pt, slot_work);
+  control.len_work = 0;
+  slot(pt, slot_work) = allocate(static_cast<std::size_t>(doubles) * sizeof(double), at_work);
+  control.len_work = doubles;
+}
+
+std::size_t analysis_bytes(const Analysis& analysis) {
+  return bytes_of(analysis.graph.xadj) + bytes_of(analysis.graph.adjncy) +
+         bytes_of(analysis.order.perm) + bytes_of(analysis.order.invp) +
+         bytes_of(analysis.order.ranges) + bytes_of(analysis.parent) + bytes_of(analysis.colcnt) +
+         bytes_of(analysis.snode) + bytes_of(analysis.xsuper) + bytes_of(analysis.height) +
+         bytes_of(analysis.xlindx) + bytes_of(analysis.lindx) + bytes_of(analysis.xlnz) +
+         bytes_of(analysis.xunz) + bytes_of(analysis.sparent) + bytes_of(analysis.nmod) +
+         bytes_of(analysis.super_ranges);
+}
+
+int numeric_kilobytes(void** pt) {
+  const Control& control = control_of(pt);
+  int sum = 0;
+  for (int mnum = 1; mnum <= control.nrecords; ++mnum)
+    if (factor_record(pt, mnum)->lu != nullptr) sum += kilobytes(factor_record(pt, mnum)->bytes);
+  for (const std::int64_t length : {control.len_work, control.len_cgs})
+    if (length > 0) sum += kilobytes(static_cast<std::size_t>(length) * sizeof(double));
+  return sum;
+}
+
+void store_memory_figures(const Control& control, View<int> iparm) {
+  iparm(15) = control.mem_peak;
+  iparm(16) = control.mem_perm;
+  iparm(17) = control.mem_fact;
+}
+
+}  // namespace vlm

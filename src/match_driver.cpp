@@ -1,0 +1,91 @@
+/// Weighted matching within an analysis, see match_driver.hpp.
+#include "match_driver.hpp"
+
+#include <numeric>
+#include <vector>
+
+#include "mps.hpp"
+#include "mps_constraint.hpp"
+#include "ordering.hpp"
+
+namespace vlm {
+namespace {
+
+constexpr int last_mode = 4;
+bool is_constrained(int mode) { return mode == 3 || mode == 4; }
+bool is_padded(int mode) { return mode == 2 || mode == 4; }
+
+MatchResult match(const MatchInput& matrix, const Control& control) {
+  MatchResult result;
+  const bool constrained = is_constrained(control.match_mode) && control.nvals == 1;
+  if (!constrained || !constrained_matching(matrix, result)) result = mps_velmora(matrix);
+  return result;
+}
+
+/// Stores the scalings of all n nodes; those that took no part, behind the matched ones, get
+/// the factor 1, as do all when the matching is incomplete.
+void store_matching(const MatchInput& matrix, const Control& control, MatchResult& result,
+                    int* perm_store, double* scale_store) {
+  const int n = control.neqns;
+  const bool scaled = control.scale_flag == 1 && result.count == matrix.n;
+  // The rows of a symmetric matrix stay with their columns.
+  const std::size_t kept = control.sym_struct ? 0 : result.perm.size();
+  result.perm.resize(static_cast<std::size_t>(n));
+  std::iota(result.perm.begin() + static_cast<std::ptrdiff_t>(kept), result.perm.end(),
+            static_cast<int>(kept));
+  result.u.resize(static_cast<std::size_t>(n));
+  result.v.resize(static_cast<std::size_t>(n));
+  rr33adcopy(scaled ? ScaleMode::scale : ScaleMode::permute, n, result.perm.data(), result.u.data(),
+             result.v.data(), control.mtype, n - matrix.n, perm_store, scale_store);
+}
+
+/// Puts the nodes that took no part behind the ordered ones, each a pivot of its own.
+void append_unmatched(int n, Ordering& order, PairedOrder& candidates) {
+  for (int node = static_cast<int>(order.perm.size()) + 1; node <= n; ++node) {
+    order.perm.push_back(node);
+    order.invp.push_back(node);
+    candidates.node.push_back(node - 1);
+    candidates.block1x1.push_back(true);
+  }
+  order.ranges.back().last = n;
+}
+
+Outcome order_symmetrically(const InputMatrix& matrix, const MatchInput& part,
+                            const Control& control, const std::vector<int>& match,
+                            MatchedOrder& matched) {
+  PairedOrder candidates;
+  Ordering& order = matched.order.emplace();
+  const auto order_graph = [&control](const Adjacency& graph, Ordering& found) {
+    return order_by_selector(control, graph, found);
+  };
+  int status = mps_sym_velmora(part, match, order_graph, order, candidates);
+  if (status == status_ok) {
+    append_unmatched(matrix.n, order, candidates);
+    if (is_padded(control.match_mode))
+      status = build_padded_2x2_mat(matrix, candidates, matched.padded.emplace());
+  }
+  if (status == status_ok) return {};
+  return {status == status_overflow ? error_overflow : error_analysis, status, 0, 0};
+}
+
+}  // namespace
+
+Outcome run_matching(const InputMatrix& matrix, const Control& control, int* perm_store,
+                     double* scale_store, MatchedOrder& matched) {
+  if (control.match_mode > last_mode) return {error_analysis, status_no_matching, 0, 0};
+  const bool symmetric = control.sym_struct == 1;
+  const std::vector<double> magnitudes =
+      control.nvals == 2 ? convert2abs(matrix.nnz(), matrix.a) : std::vector<double>();
+  const MatchInput part{symmetric ? matrix.n - control.nschur : matrix.n, matrix.ia, matrix.ja,
+                        control.nvals == 2 ? magnitudes.data() : matrix.a, symmetric};
+  MatchResult result = match(part, control);
+  if (!symmetric && result.count < part.n) return {error_matching, -result.count, 0, 0};
+  // A given order stands; the matching then only scales.
+  if (symmetric && control.user_perm <= 0)
+    if (Outcome failed = order_symmetrically(matrix, part, control, result.perm, matched))
+      return failed;
+  store_matching(part, control, result, perm_store, scale_store);
+  return {};
+}
+
+}  // namespace vlm

@@ -1,0 +1,12 @@
+/// The driver behind velmora().
+#pragma once
+
+#include "call.hpp"
+
+namespace vlm {
+
+/// Runs a phase: handle, input check, allocation, stages, messages and report.
+/// @return the error class, or the row code of a diagonal system
+int velmora_c(Call& call);
+
+}  // namespace vlm

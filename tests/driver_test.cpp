@@ -1,0 +1,360 @@
+// Input check, order of the phases, messages, release and memory figures.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include "caller.hpp"
+#include "stages.hpp"
+
+namespace vlm::test {
+namespace {
+
+using Change = void (*)(Caller&);
+
+bool contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+/// A handle with a factor: maxfct 2, matrix number 1, n 10, type -2.
+void factor(Caller& c) {
+  c.maxfct = 2;
+  ASSERT_EQ(c.run(12), 0);
+}
+
+struct Fault {
+  int phase;
+  Change change;
+  int code;
+  const char* line;
+};
+
+// Each wrong call on a handle in use: its message, -1 with messages and -7 without; and the
+// handle goes on as if the call had not been made.
+TEST(InputCheck, WrongCallsOnAUsedHandle) {
+  const Fault faults[] = {
+      {34, [](Caller&) {}, 1, "*** Input check: ido_new 34 (out of bounds) "},
+      {22, [](Caller& c) { c.maxfct = 3; }, 2,
+       "*** Input check: max_fac_store_new 3 _old 2 are incompatible"},
+      {22, [](Caller& c) { c.mnum = 3; }, 3,
+       "*** Input check: max_fac_store_in 2 matrix_number_in 3"},
+      {22, [](Caller& c) { c.mnum = 0; }, 4,
+       "*** Input check: matrix_number_new 0 ido 22 are incompatible"},
+      {12, [](Caller& c) { c.mnum = 0; }, 4,
+       "*** Input check: matrix_number_new 0 ido 12 are incompatible"},
+      {22, [](Caller& c) { c.mtype = 7; }, 15,
+       "*** Input check: matrix_type_new 7 (out of bounds)"},
+      {22, [](Caller& c) { c.mtype = -13; }, 15,
+       "*** Input check: matrix_type_new -13 (out of bounds)"},
+      {22, [](Caller& c) { c.mtype = 11; }, 5,
+       "*** Input check: matrix_type_new 11 _old -2 are incompatible"},
+      {22, [](Caller& c) { c.n = 1000000000; }, 6,
+       "*** Input check: neqns_new 1000000000 _old 10 are incompatible"},
+      {11, [](Caller& c) { c.n = 0; }, 7, "*** Input check: neqns_new 0"},
+      {22, [](Caller& c) { c.ia[10] = 19; }, 8,
+       "*** Input check: ia(neqns+1)_new 18 _old 19 are incompatible"},
+      {33, [](Caller& c) { c.nrhs = 0, c.iparm(32) = 2; }, 9,
+       "*** Input check: nb_new  0  ido 33 are incompatible"},
+      {23, [](Caller& c) { c.nrhs = -1; }, 9,
+       "*** Input check: nb_new  -1  ido 23 are incompatible"},
+      {22, [](Caller& c) { c.iparm(6) = 2; }, 10, "*** Input check: iparam(6) 2 (out of bounds)"},
+      {11, [](Caller& c) { c.iparm(2) = 3; }, 11,
+       "*** Input check: preprocessing 3 (out of bounds)"},
+      {11, [](Caller& c) { c.iparm(3) = 100000; }, 12,
+       "*** Input check: internal error, counted # threads 100000"},
+      {22, [](Caller& c) { c.iparm(4) = 61; }, 17,
+       "*** Input check: iparam(4) 61, stabilised solves are not available"},
+      {14, [](Caller&) {}, 20, "*** wrong controlstep parameter ido 14"},
+      {1, [](Caller&) {}, 20, "*** wrong controlstep parameter ido 1"},
+      {0, [](Caller& c) { c.mnum = 0; }, 100, "*** error velmora: wrong matrix number, clean 0"},
+      {0, [](Caller& c) { c.mnum = 3; }, 100, "*** error velmora: wrong matrix number, clean 3"},
+      {22, [](Caller& c) { c.iparm(32) = 1; }, 18,
+       "*** Input check: iparam(32) 1, the iterative solver is not available"},
+  };
+  for (const Fault& fault : faults) {
+    SCOPED_TRACE(fault.line);
+    Caller c = make_tridiagonal(10, -2);
+    factor(c);
+    const auto iparm = c.iparm_array;
+    const auto ia = c.ia;
+    const int kept[] = {c.maxfct, c.mnum, c.mtype, c.n, c.nrhs};
+    fault.change(c);
+    EXPECT_EQ(c.run(fault.phase), -7);
+    const std::string text = c.run_and_read(fault.phase);
+    EXPECT_EQ(c.error, -1);
+    EXPECT_TRUE(contains(text, "*** error VELMORA  (sequence_ido,parameters ) error_num= " +
+                                   std::to_string(fault.code) + "\n" + fault.line + "\n"))
+        << text;
+
+    c.iparm_array = iparm;
+    c.ia = ia;
+    c.maxfct = kept[0], c.mnum = kept[1], c.mtype = kept[2], c.n = kept[3], c.nrhs = kept[4];
+    EXPECT_EQ(c.run(33), 0);
+    EXPECT_NEAR(4 * c.x[0] - c.x[1], 1, 1e-14);
+  }
+}
+
+TEST(InputCheck, NegativePhasesThatFail) {
+  Caller c = make_tridiagonal(10, -2);
+  for (const bool used : {false, true}) {
+    if (used) factor(c);
+    for (const int phase : {-10, -5, -22}) {
+      EXPECT_EQ(c.run(phase), -7) << phase;
+      EXPECT_TRUE(contains(c.run_and_read(phase), "*** error velmora: internal error \n"));
+      EXPECT_EQ(c.error, -1) << phase;
+      EXPECT_EQ(c.empty(), !used);
+    }
+  }
+  EXPECT_TRUE(contains(c.run_and_read(-22), "selected inversion is not available"));
+  EXPECT_EQ(c.run(33), 0);
+}
+
+TEST(InputCheck, TooFewEntries) {
+  Caller c = make_tridiagonal(5, -2);
+  c.ia = {1, 2, 3, 4, 5, 5};
+  const std::string text = c.run_and_read(11);
+  EXPECT_EQ(c.error, -1);
+  EXPECT_TRUE(contains(text, "error_num= 8\n")) << text;
+}
+
+// Which type may follow which on one analysis.
+TEST(InputCheck, TypesThatMayFollow) {
+  struct Pair {
+    int first, second;
+    bool accepted;
+  };
+  for (const Pair& pair : {Pair{2, -2, true},
+                           {-2, 2, true},
+                           {2, 3, true},
+                           {2, 11, false},
+                           {2, 6, false},
+                           {2, 1, false},
+                           {-2, 13, false}}) {
+    Caller c = make_tridiagonal(10, pair.first);
+    c.a.resize(2 * c.a.size());
+    c.a_ptr = c.a.data();
+    ASSERT_EQ(c.run(12), 0);
+    c.mtype = pair.second;
+    const std::string text = c.run_and_read(22);
+    EXPECT_EQ(contains(text, "error_num= 5\n"), !pair.accepted)
+        << pair.first << " " << pair.second << text;
+    // Storage of another kind passes the check and ends in the numeric phase.
+    const int expected = !pair.accepted ? -1 : pair.second == 3 ? -4 : 0;
+    EXPECT_EQ(c.error, expected);
+  }
+}
+
+TEST(InputCheck, CodesThatNameNoTypeFailInTheAnalysis) {
+  for (const int mtype : {5, -5, -1, -3, -6, -11}) {
+    Caller c = make_tridiagonal(10, mtype);
+    EXPECT_EQ(c.run(13), -3) << mtype;
+    EXPECT_TRUE(contains(c.run_and_read(13), "matrix type " + std::to_string(mtype)));
+    EXPECT_EQ(c.x[0], -77);
+    EXPECT_EQ(c.run(22), -7);  // no analysis to build on
+    c.mtype = 2;
+    EXPECT_NE(c.run(-1), -7);
+  }
+}
+
+TEST(InputCheck, OrderingSelectorWithPanelWidth) {
+  Caller c = make_tridiagonal(10, -2);
+  c.iparm(2) = 7;
+  c.iparm(30) = 1;
+  EXPECT_EQ(c.run(13), 0);
+  EXPECT_NEAR(4 * c.x[0] - c.x[1], 1, 1e-14);
+}
+
+TEST(InputCheck, EmptyHandle) {
+  Caller c = make_tridiagonal(10, -2);
+  // A phase below 1 has nothing to work on.
+  EXPECT_EQ(c.run(-1), -7);
+  EXPECT_EQ(c.run(0), -7);
+  EXPECT_EQ(c.run_and_read(0),
+            "*** error VELMORA  (contradictory input, initialization failed)\n"
+            "handle=0 ?? ido= 0\n");
+  EXPECT_EQ(c.error, -1);
+  EXPECT_EQ(c.run_and_read(-1), "*** error velmora: internal error \n");
+  EXPECT_EQ(c.error, -1);
+  EXPECT_TRUE(c.empty());
+  // Numeric phases need an analysis; a plain solve hides its failure and writes nothing.
+  const std::string text = c.run_and_read(22);
+  EXPECT_EQ(c.error, -1);
+  EXPECT_EQ(text,
+            "*** error VELMORA  (sequence_ido,parameters ) error_num= 100000\n"
+            "*** error velmora: clean impossible (ido?)\n");
+  EXPECT_TRUE(contains(c.run_and_read(33), "error_num= 100000"));
+  EXPECT_EQ(c.error, 0);
+  EXPECT_EQ(c.x[0], -77);
+  EXPECT_EQ(c.run(-1), 0);
+  EXPECT_TRUE(c.empty());
+}
+
+TEST(Phases, ReleaseAndReuse) {
+  Caller c = make_tridiagonal(10, -2);
+  factor(c);
+  c.mnum = 2;
+  EXPECT_EQ(c.run(22), 0);
+  std::string text = c.run_and_read(0);
+  EXPECT_EQ(c.error, 0);
+  EXPECT_TRUE(contains(text, "( clean )"));
+  EXPECT_TRUE(contains(text, " L&U for matrix number 2 deleted\n"));
+  for (const int k : {15, 16, 17}) EXPECT_EQ(c.iparm(k), 0);
+  // A solve for a matrix number without factor makes the factor.
+  EXPECT_EQ(c.run(33), 0);
+  EXPECT_NEAR(4 * c.x[0] - c.x[1], 1, 1e-14);
+  text = c.run_and_read(-1);
+  EXPECT_EQ(c.error, 0);
+  EXPECT_TRUE(contains(text, " cleaned memory, deleted number of L&U-factorizations: 2\n"));
+  EXPECT_TRUE(c.empty());
+  EXPECT_EQ(c.run(-1), -7);
+  // The handle serves again, for another order and type.
+  Caller d = make_tridiagonal(7, 2);
+  d.pt = c.pt;
+  EXPECT_EQ(d.run(13), 0);
+  EXPECT_EQ(d.run(-1), 0);
+  EXPECT_TRUE(c.empty());
+}
+
+TEST(Phases, NewAnalysisAcceptsNewSizes) {
+  Caller c = make_tridiagonal(10, -2);
+  factor(c);
+  Caller d = make_tridiagonal(30, 2);
+  d.pt = c.pt;
+  d.maxfct = 5;
+  d.mnum = 5;
+  EXPECT_EQ(d.run(13), 0);
+  EXPECT_NEAR(4 * d.x[0] - d.x[1], 1, 1e-14);
+  // maxfct may be lowered; -1 still finds the records above it.
+  d.maxfct = d.mnum = 1;
+  EXPECT_EQ(d.run(22), 0);
+  EXPECT_TRUE(contains(d.run_and_read(-1), "L&U-factorizations: 2\n"));
+  EXPECT_EQ(d.error, 0);
+  EXPECT_TRUE(c.empty());
+}
+
+// A factor of another type does not serve; the solve makes the right one.
+TEST(Phases, SolveWithAnotherTypeFactorsAnew) {
+  Caller c = make_tridiagonal(10, 2);
+  ASSERT_EQ(c.run(12), 0);
+  c.mtype = -2;
+  EXPECT_EQ(c.run(33), 0);
+  EXPECT_NEAR(4 * c.x[0] - c.x[1], 1, 1e-14);
+  EXPECT_EQ(c.iparm(22), 10);
+  // The pivot rule of the factor goes with the factor.
+  c.iparm(21) = 1;
+  EXPECT_EQ(c.run(22), 0);
+  c.iparm(21) = 0;
+  EXPECT_EQ(c.run(33), 0);
+  EXPECT_NEAR(4 * c.x[0] - c.x[1], 1, 1e-14);
+  // Without values there is nothing to factor.
+  c.mtype = 2;
+  c.a_ptr = nullptr;
+  c.x[0] = -77;
+  EXPECT_TRUE(contains(c.run_and_read(33), "argument number 7 is a null pointer"));
+  EXPECT_EQ(c.x[0], -77);
+}
+
+TEST(Phases, SingularMatrixOfADefiniteType) {
+  Caller c = make_tridiagonal(10, 2);
+  for (double& value : c.a) value = -value;
+  EXPECT_EQ(c.run(13), -4);
+  EXPECT_TRUE(contains(c.run_and_read(13), "*** error velmora: zero or neg. pivot, A not spd\n"));
+  for (double& value : c.a) value = -value;
+  EXPECT_EQ(c.run(23), 0);
+  EXPECT_NEAR(4 * c.x[0] - c.x[1], 1, 1e-14);
+}
+
+TEST(Phases, MatchingThatDoesNotExist) {
+  Caller c = make_tridiagonal(10, 2);
+  c.iparm(13) = 1;  // means nothing for a definite type
+  EXPECT_EQ(c.run(13), 0);
+  Caller d = make_tridiagonal(10, -2);
+  d.iparm(13) = 5;
+  EXPECT_EQ(d.run(11), -3);
+  EXPECT_TRUE(contains(d.run_and_read(11), "matching iparam(13) 5 is not available"));
+}
+
+TEST(Phases, ReportNamesTheSteps) {
+  Caller c = make_tridiagonal(10, -2);
+  std::string text = c.run_and_read(13);
+  EXPECT_TRUE(contains(text, "Summary VELMORA 4.9.0: ( reorder to solve )"));
+  EXPECT_TRUE(contains(text, "Time numfct :"));
+  text = c.run_and_read(33);
+  EXPECT_TRUE(contains(text, "( solve to solve )"));
+  EXPECT_TRUE(contains(text, "Time solve  :"));
+  EXPECT_FALSE(contains(text, "Time reorder:"));
+  c.msglvl = -3;  // any level but 0 prints
+  ::testing::internal::CaptureStdout();
+  c.run(22);
+  EXPECT_TRUE(contains(::testing::internal::GetCapturedStdout(), "( factorize to factorize )"));
+}
+
+TEST(Memory, FiguresFollowWhatIsHeld) {
+  Caller c = make_tridiagonal(3000, -2);
+  c.maxfct = 2;
+  ASSERT_EQ(c.run(11), 0);
+  const int peak = c.iparm(15), kept = c.iparm(16), forecast = c.iparm(17);
+  // The structure alone holds more than ten integers a row; a factor two values a row.
+  EXPECT_GT(kept, 3000 * 10 * 4 / 1024);
+  EXPECT_GT(peak, kept);
+  EXPECT_GT(forecast, 3000 * 2 * 8 / 1024);
+  EXPECT_LT(forecast, 20 * 3000 * 8 / 1024);
+  ASSERT_EQ(c.run(22), 0);
+  EXPECT_EQ(c.iparm(17), forecast);
+  c.mnum = 2;
+  ASSERT_EQ(c.run(22), 0);
+  EXPECT_GT(c.iparm(17), forecast + 3000 * 8 / 1024);
+  EXPECT_EQ(c.iparm(16), kept);
+  c.iparm(9) = -1;
+  ASSERT_EQ(c.run(22), 0);
+  EXPECT_EQ(c.iparm(17), 0);
+}
+
+TEST(Memory, ExhaustedMemoryNamesTheArray) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the sanitizers replace malloc";
+#endif
+  // A factor table of 2^31 records does not fit into 100 GB.
+  rlimit before;
+  getrlimit(RLIMIT_AS, &before);
+  const rlimit lowered{rlim_t{100} << 30, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_AS, &lowered), 0);
+  Caller c = make_tridiagonal(10, -2);
+  c.maxfct = 2147483647;
+  const std::string text = c.run_and_read(11);
+  EXPECT_EQ(setrlimit(RLIMIT_AS, &before), 0);
+  EXPECT_EQ(c.error, -2);
+  EXPECT_TRUE(contains(text,
+                       "*** error VELMORA  (insufficient_memory     ) error_num= -200\n"
+                       "*** error velmora (memory allocation) FACT_ADR, size to allocate:"))
+      << text;
+  EXPECT_TRUE(c.empty());
+  c.maxfct = 1;
+  EXPECT_EQ(c.run(13), 0);
+}
+
+TEST(Schur, TrailingBlockOfATridiagonalMatrix) {
+  // Eliminating 1..3 of (-1, 4, -1) changes the first entry of the rest only.
+  for (const int mtype : {2, -2}) {
+    Caller c = make_tridiagonal(6, mtype);
+    double s[9] = {};
+    int is[4] = {}, js[9] = {};
+    velmora_schur(c.pt, &c.maxfct, &c.mnum, &c.mtype, s, is, js);
+    EXPECT_EQ(is[0], 0);  // no factor: nothing is written
+    c.iparm(38) = 3;
+    ASSERT_EQ(c.run(12), 0);
+    ASSERT_GE(c.iparm(39), 5);
+    ASSERT_LE(c.iparm(39), 6);
+    velmora_schur_(c.pt, &c.maxfct, &c.mnum, &c.mtype, s, is, js);
+    EXPECT_EQ(is[3], c.iparm(39) + 1);
+    double dense[3][3] = {};
+    for (int i = 0; i < 3; ++i)
+      for (int k = is[i] - 1; k < is[i + 1] - 1; ++k) dense[i][js[k] - 1] = s[k];
+    EXPECT_NEAR(dense[0][0], 4 - 1 / (4 - 1 / (4 - 1 / 4.0)), 1e-15);
+    EXPECT_EQ(dense[1][1], 4);
+    EXPECT_EQ(dense[0][1], -1);
+    EXPECT_EQ(dense[0][2], 0);
+    EXPECT_EQ(dense[1][2], -1);
+  }
+}
+
+}  // namespace
+}  // namespace vlm::test
