@@ -2,6 +2,7 @@
 #include "match_driver.hpp"
 
 #include <numeric>
+#include <stdexcept>
 #include <vector>
 
 #include "mps.hpp"
@@ -12,6 +13,8 @@ namespace vlm {
 namespace {
 
 constexpr int last_mode = 4;
+/// Below this many compressed nodes nested dissection leaves the order alone.
+constexpr int smallest_dissection = 9;
 bool is_constrained(int mode) { return mode == 3 || mode == 4; }
 bool is_padded(int mode) { return mode == 2 || mode == 4; }
 
@@ -55,8 +58,11 @@ Outcome order_symmetrically(const InputMatrix& matrix, const MatchInput& part,
                             MatchedOrder& matched) {
   PairedOrder candidates;
   Ordering& order = matched.order.emplace();
-  const auto order_graph = [&control](const Adjacency& graph, Ordering& found) {
-    return order_by_selector(control, graph, found);
+  const auto order_graph = [&control](const Adjacency& graph, Ordering& found) -> int {
+    if (control.order != 2 || graph.n >= smallest_dissection)
+      return order_by_selector(control, graph, found);
+    set_identity(found, graph.n);
+    return status_ok;
   };
   int status = mps_sym_velmora(part, match, order_graph, order, candidates);
   if (status == status_ok) {
@@ -71,7 +77,7 @@ Outcome order_symmetrically(const InputMatrix& matrix, const MatchInput& part,
 }  // namespace
 
 Outcome run_matching(const InputMatrix& matrix, const Control& control, int* perm_store,
-                     double* scale_store, MatchedOrder& matched) {
+                     double* scale_store, MatchedOrder& matched) try {
   if (control.match_mode > last_mode) return {error_analysis, status_no_matching, 0, 0};
   const bool symmetric = control.sym_struct == 1;
   const std::vector<double> magnitudes =
@@ -86,6 +92,8 @@ Outcome run_matching(const InputMatrix& matrix, const Control& control, int* per
       return failed;
   store_matching(part, control, result, perm_store, scale_store);
   return {};
+} catch (const std::length_error&) {  // both triangles don't fit 32-bit positions
+  return {error_overflow, status_overflow, 0, 0};
 }
 
 }  // namespace vlm

@@ -23,8 +23,8 @@ struct MatchedOrder {
 /// incomplete one costs them the scaling.  Schur nodes take no part.  The constrained modes 3
 /// and 4 are for real values; where no constraint block is found they act as 1 and 2.
 /// @param matrix       in
-/// @param perm_store   [n] 1-based, row that takes the place of column i, out
-/// @param scale_store  [2n] factors, out
+/// @param perm_store   [n] 1-based, row that takes the place of column j, out
+/// @param scale_store  [2n] column factors, then row factors, out
 /// @return success, error_matching, error_overflow, or error_analysis for an unknown mode
 Outcome run_matching(const InputMatrix& matrix, const Control& control, int* perm_store,
                      double* scale_store, MatchedOrder& matched);

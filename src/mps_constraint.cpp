@@ -78,25 +78,26 @@ int guess_constraint_size(const MatchInput& m) {
 
 int unsym_reordering_mps(mps_csr& b, const std::vector<double>& weight, std::vector<int>& match,
                          std::vector<double>& u, std::vector<double>& v) {
-  std::vector<double> top(b.ncol, -DBL_MAX);
-  for (std::size_t p = 0; p < b.col.size(); ++p) top[b.col[p]] = std::max(top[b.col[p]], b.val[p]);
-  const double shift = weight.empty() ? 0 : *std::min_element(weight.begin(), weight.end());
-  for (int j = 0; j < b.ncol; ++j) {
-    u[j] = top[j] == -DBL_MAX ? 0 : top[j];
-    u[j] += weight[j] - shift;
-  }
   double smallest = 0;
-  for (std::size_t p = 0; p < b.col.size(); ++p) {
-    b.val[p] -= u[b.col[p]];
-    smallest = std::min(smallest, b.val[p]);
+  for (int i = 0; i < b.n; ++i) {
+    double top = -DBL_MAX;
+    for (int p = b.rowptr[i]; p < b.rowptr[i + 1]; ++p) {
+      b.val[p] -= weight[b.col[p]];
+      top = std::max(top, b.val[p]);
+    }
+    v[i] = top;
+    for (int p = b.rowptr[i]; p < b.rowptr[i + 1]; ++p) {
+      b.val[p] -= top;
+      smallest = std::min(smallest, b.val[p]);
+    }
   }
   b.path_bound = smallest * (-1.0 - b.n);
 
   MatchState state = kuhn_munkres_init(b);
   const int count = kuhn_munkres(b, state);
   match = std::move(state.match);
-  for (int j = 0; j < b.ncol; ++j) u[j] = -(u[j] + state.v[j]);
-  for (int i = 0; i < b.n; ++i) v[i] = -state.u[i];
+  for (int j = 0; j < b.ncol; ++j) u[j] = -(weight[j] + state.v[j]);
+  for (int i = 0; i < b.n; ++i) v[i] = -(v[i] + state.u[i]);
   if (count < b.n || max_norm(u) >= largest_dual || max_norm(v) >= largest_dual) {
     std::fill(u.begin(), u.end(), 0.0);
     std::fill(v.begin(), v.end(), 0.0);
@@ -118,7 +119,7 @@ bool constrained_matching(const MatchInput& matrix, MatchResult& result) {
   for (int i = 0; i < nf; ++i)
     if (match[i] >= 0) std::swap(result.perm[i], result.perm[nf + match[i]]);
   result.u = std::move(u);
-  result.u.resize(n, 0.0);
+  result.u.insert(result.u.end(), v.begin(), v.end());
   result.v = result.u;
   return true;
 }

@@ -119,7 +119,7 @@ int symmetrise(const UpperLists& upper, Adjacency& graph) {
 
 /// Calls visit(node) for the members of a compressed node and of its neighbours.
 template <class Visit>
-void for_each_member(const PairedOrder& pairs, const CompressedGraph& g, int c, Visit visit) {
+void for_each_member(const PairedOrder& pairs, const PairGraph& g, int c, Visit visit) {
   const auto members = [&](int d) {
     for (int k = g.first[d]; k < g.first[d + 1]; ++k) visit(pairs.node[k]);
   };
@@ -161,8 +161,7 @@ PairedOrder reordering_matching_sym2x2(const MatchInput& matrix, const std::vect
   return pairs;
 }
 
-int compress_2x2_blocks(const MatchInput& matrix, const PairedOrder& pairs,
-                        CompressedGraph& compressed) {
+int compress_2x2_blocks(const MatchInput& matrix, const PairedOrder& pairs, PairGraph& compressed) {
   compressed.first.clear();
   compressed.map.resize(matrix.n);
   for (int k = 0; k < matrix.n;) {
@@ -175,8 +174,8 @@ int compress_2x2_blocks(const MatchInput& matrix, const PairedOrder& pairs,
   return symmetrise(upper_lists(matrix, compressed.map, nodes), compressed.graph);
 }
 
-void expand_cond_perm(const PairedOrder& pairs, const CompressedGraph& compressed,
-                      const Ordering& order, Ordering& expanded, PairedOrder& candidates) {
+void expand_cond_perm(const PairedOrder& pairs, const PairGraph& compressed, const Ordering& order,
+                      Ordering& expanded, PairedOrder& candidates) {
   const int n = static_cast<int>(pairs.node.size()), nodes = compressed.graph.n;
   candidates.node.resize(n);
   candidates.block1x1.resize(n);
@@ -208,7 +207,7 @@ void expand_cond_perm(const PairedOrder& pairs, const CompressedGraph& compresse
 int mps_sym_velmora(const MatchInput& matrix, const std::vector<int>& match,
                     const GraphOrdering& order_graph, Ordering& order, PairedOrder& candidates) {
   const PairedOrder pairs = reordering_matching_sym2x2(matrix, match);
-  CompressedGraph compressed;
+  PairGraph compressed;
   if (const int status = compress_2x2_blocks(matrix, pairs, compressed); status != status_ok)
     return status;
   Ordering small;
@@ -220,29 +219,31 @@ int mps_sym_velmora(const MatchInput& matrix, const std::vector<int>& match,
 int build_padded_2x2_mat(const InputMatrix& matrix, const PairedOrder& candidates,
                          PaddedMatrix& padded) {
   const int n = matrix.n;
-  CompressedGraph g;
+  PairGraph g;
   const MatchInput pattern{n, matrix.ia, matrix.ja, matrix.a, true};
   if (const int status = compress_2x2_blocks(pattern, candidates, g); status != status_ok)
     return status;
   // Column by column, so that the columns of every row come out ascending.
-  std::vector<int> length(n, 0);
+  const auto for_each_upper = [&](auto visit) {
+    for (int j = 0; j < n; ++j) {
+      for_each_member(candidates, g, g.map[j], [&](int i) {
+        if (i <= j) visit(i, j);
+      });
+    }
+  };
+  std::vector<int> next(n, 0);
   std::int64_t total = 0;
-  for (int j = 0; j < n; ++j)
-    for_each_member(candidates, g, g.map[j], [&](int i) {
-      if (i <= j) ++length[i], ++total;
-    });
+  for_each_upper([&](int i, int) { ++next[i], ++total; });
   if (total >= INT_MAX) return status_overflow;
   padded.n = n;
   padded.ia.resize(static_cast<std::size_t>(n) + 1);
   padded.ia[0] = 1;
-  for (int i = 0; i < n; ++i) padded.ia[i + 1] = padded.ia[i] + length[i];
+  for (int i = 0; i < n; ++i) {
+    padded.ia[i + 1] = padded.ia[i] + next[i];
+    next[i] = padded.ia[i] - 1;
+  }
   padded.ja.resize(total);
-  std::vector<int> next(n);
-  for (int i = 0; i < n; ++i) next[i] = padded.ia[i] - 1;
-  for (int j = 0; j < n; ++j)
-    for_each_member(candidates, g, g.map[j], [&](int i) {
-      if (i <= j) padded.ja[next[i]++] = j + 1;
-    });
+  for_each_upper([&](int i, int j) { padded.ja[next[i]++] = j + 1; });
 
   padded.map.resize(matrix.nnz());
   std::vector<int>& place = next;  // of a column in the present row

@@ -27,7 +27,7 @@ struct PairedOrder {
 };
 
 /// Graph in which each 2x2 candidate is one node.
-struct CompressedGraph {
+struct PairGraph {
   Adjacency graph;         ///< 1-based, both triangles, no diagonal, lists ascending
   std::vector<int> first;  ///< [graph.n + 1] first position of a compressed node
   std::vector<int> map;    ///< [n] compressed node of a node of the matrix, 0-based
@@ -56,13 +56,13 @@ PairedOrder reordering_matching_sym2x2(const MatchInput& matrix, const std::vect
 /// Compressed nodes are numbered by position.
 /// @return status_overflow when the graph does not fit 32-bit positions
 int compress_2x2_blocks(const MatchInput& matrix, const PairedOrder& pairs,
-                        CompressedGraph& compressed);
+                        PairGraph& compressed);
 
 /// Expands an order of the compressed graph, its ranges included.
 /// @param order       of the compressed nodes, in
 /// @param expanded    order of the matrix's nodes, out
 /// @param candidates  the same order with its candidates, out
-void expand_cond_perm(const PairedOrder& pairs, const CompressedGraph& compressed,
+void expand_cond_perm(const PairedOrder& pairs, const PairGraph& compressed,
                       const Ordering& order, Ordering& expanded, PairedOrder& candidates);
 
 /// From a matching to a symmetric order: pairing, compression, ordering, expansion.

@@ -92,7 +92,9 @@ Outcome analyse(const Call& call) {
   control.mem_perm = kilobytes(sizeof(Control)) +
                      kilobytes(sizeof(FactorRecord) * static_cast<std::size_t>(control.nrecords));
   MatchedOrder matched;
+  const double match_start = timer_velmora();
   if (Outcome failed = match(matrix_of(call), pt, matched)) return failed;
+  const double match_time = timer_velmora() - match_start;
 
   StageArrays arrays{.call = call, .control = control, .request = {}};
   arrays.request.matrix = pattern_of(call);
@@ -102,6 +104,7 @@ Outcome analyse(const Call& call) {
   if (const int status =
           with_location(at_adjacency, [&] { return do_all_velmora_fc(Stage::order, arrays); }))
     return failed_analysis(status);
+  control.dpar.timer.reorder += match_time;  // it is where the order came from
   std::size_t peak = analysis_bytes(arrays.analysis);
   if (const int status =
           with_location(at_lists, [&] { return do_all_velmora_fc(Stage::lists, arrays); }))

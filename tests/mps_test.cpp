@@ -324,10 +324,8 @@ struct Saddle {
         if (unit(gen) < density) dense[k][i] = dense[i][k] = std::exp(4 * unit(gen));
   }
   double cost(int k, int i) const {
-    double top = 0;
-    for (int row = nf; row < nf + nc; ++row) top = std::max(top, dense[row][i]);
     const double weight = dense[i][i] != 0 ? 0.5 * std::log(dense[i][i]) : 0;
-    return std::log(top) + weight - std::log(dense[nf + k][i]);
+    return weight - std::log(dense[nf + k][i]);
   }
   double best(int k, std::vector<char>& used) const {
     if (k == nc) return 0;
@@ -362,7 +360,6 @@ TEST(ConstrainedMatching, LeastCostAgainstAllChoices) {
     for (int i = 0; i < n; ++i) EXPECT_EQ(result.perm[result.perm[i]], i);  // only exchanges
     int free_constraints = 0;
     for (int k = 0; k < s.nc; ++k) {
-      EXPECT_EQ(result.u[s.nf + k], 0);
       const int i = result.perm[s.nf + k];
       if (i >= s.nf) {
         EXPECT_EQ(i, s.nf + k);
@@ -380,8 +377,17 @@ TEST(ConstrainedMatching, LeastCostAgainstAllChoices) {
       ++full;
       EXPECT_EQ(free_constraints, 0);
       EXPECT_NEAR(cost, least, 1e-10);
-      for (int k = s.nf; k < n; ++k)
-        for (int i = 0; i < s.nf; ++i) EXPECT_LE(std::exp(result.u[i]) * s.dense[k][i], 1 + 1e-12);
+      // the scaled matrix: pivots of 1, the rest of B and the diagonal of F below
+      const auto scaled = [&](int k, int l) {
+        return std::exp(result.u[k] + result.u[l]) * s.dense[k][l];
+      };
+      EXPECT_EQ(result.u, result.v);
+      for (int i = 0; i < s.nf; ++i) {
+        for (int k = s.nf; k < n; ++k) EXPECT_LE(scaled(k, i), 1 + 1e-12);
+        EXPECT_LE(scaled(i, i), 1 + 1e-12);
+        const int partner = result.perm[i];
+        EXPECT_NEAR(scaled(i, partner), partner == i && s.dense[i][i] == 0 ? 0 : 1, 1e-12);
+      }
     }
   }
   EXPECT_GT(full, 50);
@@ -406,6 +412,7 @@ TEST(ConstrainedMatching, NoConstraintsAndHugeDuals) {
   EXPECT_EQ(unsym_reordering_mps(b, {0, 0}, match, u, v), 1);
   EXPECT_EQ(match, (std::vector<int>{0, -1}));
   EXPECT_EQ(u, (std::vector<double>{0, 0}));
+  EXPECT_EQ(v, (std::vector<double>{0}));
 }
 
 }  // namespace

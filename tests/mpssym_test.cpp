@@ -108,7 +108,7 @@ TEST(SymmetricMatching, GoodDiagonalLeavesThePermutedGraph) {
   const Upper m(3, 25, 0.2, 0.0);
   std::mt19937 gen(3);
   const PairedOrder pairs = reordering_matching_sym2x2(m.input(), random_permutation(gen, m.n));
-  CompressedGraph g;
+  PairGraph g;
   ASSERT_EQ(compress_2x2_blocks(m.input(), pairs, g), status_ok);
   ASSERT_EQ(g.graph.n, m.n);
   for (int k = 0; k < m.n; ++k) {
@@ -122,7 +122,7 @@ TEST(SymmetricMatching, GoodDiagonalLeavesThePermutedGraph) {
   }
 }
 
-TEST(SymmetricMatching, CompressedGraphIsTheQuotient) {
+TEST(SymmetricMatching, PairGraphIsTheQuotient) {
   for (unsigned seed = 0; seed < 60; ++seed) {
     SCOPED_TRACE(seed);
     std::mt19937 gen(seed);
@@ -130,7 +130,7 @@ TEST(SymmetricMatching, CompressedGraphIsTheQuotient) {
     const Upper m(seed, n, 0.15, 0.5);
     const PairedOrder pairs = random_pairs(gen, n);
     const std::vector<int> block = blocks_of(pairs);
-    CompressedGraph g;
+    PairGraph g;
     ASSERT_EQ(compress_2x2_blocks(m.input(), pairs, g), status_ok);
     EXPECT_EQ(g.map, block);
     std::vector<std::set<int>> quotient(g.graph.n);
@@ -151,7 +151,7 @@ TEST(SymmetricMatching, ExpansionKeepsPartnersAndMovesRanges) {
     const int n = 6 + static_cast<int>(seed % 25);
     const Upper m(seed, n, 0.1, 0.5);
     const PairedOrder pairs = random_pairs(gen, n);
-    CompressedGraph g;
+    PairGraph g;
     ASSERT_EQ(compress_2x2_blocks(m.input(), pairs, g), status_ok);
     const int nodes = g.graph.n, cut = 1 + nodes / 3, end = nodes - 1;
     Ordering small;
