@@ -1,15 +1,13 @@
 #include "matrix_market.hpp"
 
 #include <fmt/format.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
-#include <cmath>
-#include <cstring>
 #include <limits>
 #include <string_view>
+
+#include "text_output.hpp"
 
 namespace tool {
 namespace {
@@ -336,32 +334,18 @@ DenseColumns read_columns(const std::string& path) {
 }
 
 void write_columns(const std::string& path, const DenseColumns& columns) {
-  errno = 0;
-  const bool packed = path.size() > 3 && path.ends_with(".gz");
-  gzFile file = gzopen(path.c_str(), packed ? "wb" : "wbT");
-  if (file == nullptr) {
-    throw InputError(fmt::format("cannot write {}: {}", path, std::strerror(errno)));
-  }
-  fmt::memory_buffer text;
-  bool good = true;
-  const auto flush = [&] {
-    const auto size = static_cast<unsigned>(text.size());
-    good = good && (size == 0 || gzwrite(file, text.data(), size) == static_cast<int>(size));
-    text.clear();
-  };
-  fmt::format_to(std::back_inserter(text), "%%MatrixMarket matrix array {} general\n{} {}\n",
-                 columns.complex ? "complex" : "real", columns.rows, columns.cols);
+  TextOutput out(path);
+  out.print("%%MatrixMarket matrix array {} general\n{} {}\n", columns.complex ? "complex" : "real",
+            columns.rows, columns.cols);
   const std::size_t doubles = columns.complex ? 2 : 1;
   for (std::size_t k = 0; k < columns.value.size(); k += doubles) {
-    fmt::format_to(std::back_inserter(text), "{}", columns.value[k]);
-    if (columns.complex) fmt::format_to(std::back_inserter(text), " {}", columns.value[k + 1]);
-    text.push_back('\n');
-    if (text.size() > (std::size_t{1} << 16)) flush();
+    if (columns.complex) {
+      out.print("{} {}\n", columns.value[k], columns.value[k + 1]);
+    } else {
+      out.print("{}\n", columns.value[k]);
+    }
   }
-  flush();
-  if (gzclose(file) != Z_OK || !good) {
-    throw InputError(fmt::format("cannot write {}: {}", path, std::strerror(errno)));
-  }
+  out.close();
 }
 
 }  // namespace tool

@@ -1,0 +1,123 @@
+#!/usr/bin/env bash
+# velmora-solve from the outside: what it answers, what it prints, how it ends.
+#   solve_test.sh VELMORA_SOLVE VELMORA_GALLERY EXAMPLES SCRATCH
+set -uo pipefail
+solve=$1 gallery=$2 examples=$3 scratch=$4
+rm -rf "$scratch"
+mkdir -p "$scratch"
+cd "$scratch" || exit 1
+failures=0
+
+fail() {
+  echo "FAILED: $*"
+  sed 's/^/  out: /' out
+  sed 's/^/  err: /' err
+  failures=$((failures + 1))
+}
+
+# solves NAME PATTERN arguments: ends with 0, says nothing on standard error, prints PATTERN.
+solves() {
+  local name=$1 pattern=$2
+  shift 2
+  "$solve" "$@" >out 2>err || fail "$name: status $?"
+  [[ -s err ]] && fail "$name: something on standard error"
+  grep -qE -- "$pattern" out || fail "$name: no '$pattern'"
+}
+
+# refuses NAME STATUS PATTERN arguments: ends with STATUS and one line on standard error.
+refuses() {
+  local name=$1 expected=$2 pattern=$3
+  shift 3
+  "$solve" "$@" >out 2>err
+  local status=$?
+  [[ $status -eq $expected ]] || fail "$name: status $status instead of $expected"
+  [[ $(wc -l <err) -eq 1 ]] || fail "$name: not one line on standard error"
+  grep -qE -- "$pattern" err || fail "$name: no '$pattern'"
+}
+
+market() { printf '%%%%MatrixMarket matrix coordinate %s\n' "$1"; }
+{ market "real symmetric"; printf '3 3 5\n1 1 4\n2 1 1\n2 2 3\n3 3 2\n3 2 -1\n'; } >spd.mtx
+{ market "real symmetric"; printf '3 3 4\n1 1 2\n3 1 1\n2 2 3\n3 2 1\n'; } >saddle.mtx
+# Positive diagonal and 2x2 minors, yet one eigenvalue is negative.
+{ market "real symmetric"; printf '3 3 6\n1 1 1\n2 2 1\n3 3 1\n2 1 -.9\n3 1 -.9\n3 2 -.9\n'; } >trap.mtx
+{ market "real general"; printf '3 3 5\n1 1 4\n1 2 1\n2 1 1\n2 2 3\n3 3 2\n'; } >mirrored.mtx
+{ market "complex hermitian"; printf '2 2 3\n1 1 2 0\n2 1 1 1\n2 2 5 0\n'; } >hermitian.mtx
+{ market "real skew-symmetric"; printf '2 2 1\n2 1 1\n'; } >skew.mtx
+{ market "real symmetric"; printf '2 2 3\n1 1 nan\n2 2 1\n2 1 0\n'; } >nan.mtx
+{ market "real symmetric"; printf '2 2 3\n1 1 2\n2 2 2\n2 1 inf\n'; } >inf.mtx
+{ market "real symmetric"; printf '3 3 2\n1 1 1\n2 2 1\n'; } >empty_row.mtx
+{ market "real symmetric"; printf '2 2 2\n1 1 4\n2 2 -5\n'; } >diagonal.mtx
+printf '1 1 3\n' >rhs.txt
+printf '1 2\n' >short.txt
+
+solves "a definite matrix" '^type +2 .*Cholesky' spd.mtx
+solves "its inertia" '^inertia +3 positive, 0 negative$' spd.mtx
+solves "a saddle point" '^inertia +2 positive, 1 negative$' saddle.mtx
+solves "the way back from Cholesky" 'not positive definite.*; now as real symmetric indefinite, default settings' trap.mtx
+solves "inertia after the way back" '^inertia +2 positive, 1 negative$' trap.mtx
+solves "symmetry in a general file" '^type +2 ' mirrored.mtx
+solves "a diagonal matrix" '^status +solved' diagonal.mtx
+solves "a diagonal matrix by force" '^inertia +1 positive, 1 negative$' diagonal.mtx --type sym
+solves "the demo system" '^status +solved' "$examples/bracket.mtx.gz" --rhs "$examples/bracket_load.mtx.gz"
+solves "two threads" '2 threads' "$examples/bracket.mtx.gz" --threads 2
+solves "minimum degree" '^status +solved' "$examples/bracket.mtx.gz" --ordering mmd --type sym
+solves "repetition" 'again +3 times' "$examples/bracket.mtx.gz" --refactor 3 --resolve 2 --threads 1
+solves "standard input" '^status +solved' - <spd.mtx
+solves "only the check" '^check .*passed' saddle.mtx --check
+solves "the library's report" 'Summary VELMORA' spd.mtx --msglvl 1
+solves "determinant" 'A\| = 2\.890371758' spd.mtx --determinant    # ln 18
+
+# The solution of spd.mtx for (1, 1, 3) is (0, 1, 2), written and read back as a right-hand side.
+solves "a solution file" '^written' spd.mtx --rhs rhs.txt --output x.mtx.gz
+gzip -dc x.mtx.gz | awk 'NR > 2 { d = $1 - (NR - 3); if (d * d > 1e-24) bad = 1; ++n }
+                         END { exit bad || n != 3 }' || fail "a wrong solution"
+solves "many right-hand sides" '^error +[0-9.]+e-1[0-9]' "$examples/bracket.mtx.gz" --nrhs 4
+
+"$solve" saddle.mtx --json - >out 2>err || fail "JSON: status"
+grep -q '"status": "solved"' out && grep -q '"negative": 1' out && head -c 1 out | grep -q '{' ||
+  fail "JSON on standard output"
+"$solve" "$examples/bracket.mtx.gz" --quiet >out 2>err || fail "quiet: status"
+[[ -s out || -s err ]] && fail "quiet is not"
+
+refuses "no file" 1 'cannot open nowhere.mtx' nowhere.mtx
+refuses "a folder" 1 'cannot read' .
+refuses "skew symmetry" 1 'skew-symmetric' skew.mtx
+refuses "NaN" 1 'NaN .*checker error 300' nan.mtx
+refuses "infinity" 1 'inf .*checker error 301' inf.mtx
+refuses "a singular matrix" 1 'velmora-solve: ' empty_row.mtx
+refuses "a type that does not fit" 1 'complex values' hermitian.mtx --type spd
+refuses "Cholesky by force" 1 'not positive definite' trap.mtx --type spd
+refuses "a short right-hand side" 1 'short.txt has 2 rows, the matrix 3' spd.mtx --rhs short.txt
+refuses "no place for the solution" 1 'cannot write /nowhere/x' spd.mtx --output /nowhere/x
+refuses "an impossible tolerance" 1 'above the tolerance' "$examples/bracket.mtx.gz" --tolerance 0 \
+  --rhs-kind random
+refuses "no input" 2 'give a Matrix Market file'
+refuses "an unknown option" 2 'not expected: --fast' spd.mtx --fast
+refuses "an unknown type" 2 "unknown type 'best'" spd.mtx --type best
+"$solve" nan.mtx --json report.json >out 2>err
+grep -q '"status": "failed"' report.json || fail "JSON of a failure"
+
+# A dump of the library is solved again, with its right-hand side.
+VELMORA_WRITE_MAT=1 VELMORA_WRITE_PREFIX=case "$solve" saddle.mtx --quiet >out 2>err
+dump=$(ls case_*-phase-22.iajaa 2>/dev/null | head -1)
+if [[ -n $dump ]]; then
+  solves "a replay" '^inertia +2 positive, 1 negative$' --replay "$dump"
+  head -5 "$dump" >cut.iajaa
+  refuses "half a dump" 1 'the dump ends before' --replay cut.iajaa
+  sed '4s/.*/99/' "$dump" >wrong.iajaa
+  refuses "a damaged dump" 1 'is not between' --replay wrong.iajaa
+else
+  fail "no dump was written"
+fi
+printf '2\n3\n1\n3\n4\n1\n2\n2\n2\n1\n3\n4\n5\n' >with_rhs.iajaa
+solves "the right-hand side of a dump" 'right side +of the dump' --replay with_rhs.iajaa --output x.mtx
+tail -2 x.mtx | tr '\n' ' ' | awk '{ exit !(($1-1.4)^2 < 1e-24 && ($2-1.2)^2 < 1e-24) }' ||
+  fail "the solution of the dump"
+
+for kind in grid2d grid3d elasticity saddle shifted; do
+  "$gallery" "$kind" --size 5 --output "$kind.mtx" >out 2>err || fail "gallery $kind"
+  solves "gallery $kind" '^status +solved' "$kind.mtx"
+done
+"$gallery" cube --size 5 --output x.mtx >out 2>err && fail "an unknown kind was written"
+
+[[ $failures -eq 0 ]] && echo "passed" || exit 1

@@ -1,0 +1,201 @@
+#include "session.hpp"
+
+#include <fmt/format.h>
+#include <unistd.h>
+#include <velmora.h>
+
+#include <chrono>
+#include <cstdio>
+
+namespace tool {
+namespace {
+
+/// Catches what is written to standard output or error while it lives.
+///
+/// The library tells the reason of a failure in its messages only; they are taken from here
+/// instead of leaving the user to read them in between the program's own lines.
+class Capture {
+ public:
+  explicit Capture(std::FILE* stream) : stream_(stream), file_(std::tmpfile()) {
+    if (file_ == nullptr) return;  // messages then appear where they were bound for
+    std::fflush(stream_);
+    saved_ = dup(fileno(stream_));
+    dup2(fileno(file_), fileno(stream_));
+  }
+  ~Capture() {
+    restore();
+    if (file_ != nullptr) std::fclose(file_);
+  }
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
+
+  /// Ends the capture and returns its text.
+  std::string text() {
+    restore();
+    std::string out;
+    if (file_ == nullptr) return out;
+    std::rewind(file_);
+    char block[4096];
+    for (std::size_t got; (got = std::fread(block, 1, sizeof block, file_)) > 0;) {
+      out.append(block, got);
+    }
+    return out;
+  }
+
+ private:
+  void restore() {
+    if (saved_ < 0) return;
+    std::fflush(stream_);
+    dup2(saved_, fileno(stream_));
+    close(saved_);
+    saved_ = -1;
+  }
+  std::FILE* stream_;
+  std::FILE* file_;
+  int saved_ = -1;
+};
+
+/// `line` without blanks at its ends.
+std::string trimmed(std::string_view line) {
+  const std::size_t first = line.find_first_not_of(" \t");
+  if (first == std::string_view::npos) return {};
+  return std::string(line.substr(first, line.find_last_not_of(" \t") - first + 1));
+}
+
+/// The last line that begins with `mark`, without the mark and a prefix that ends in `colon`.
+std::string last_line(const std::string& text, std::string_view mark, std::string_view colon) {
+  std::string found;
+  std::string_view rest = text;
+  while (!rest.empty()) {
+    const std::size_t stop = std::min(rest.find('\n'), rest.size());
+    std::string_view line = rest.substr(0, stop);
+    rest.remove_prefix(std::min(stop + 1, rest.size()));
+    if (!line.starts_with(mark)) continue;
+    line.remove_prefix(mark.size());
+    if (line.starts_with(colon)) line.remove_prefix(colon.size());
+    found = trimmed(line);
+  }
+  return found;
+}
+
+}  // namespace
+
+Session::Session(const SparseMatrix& matrix, int mtype, const Settings& settings,
+                 bool show_messages)
+    : matrix_(matrix), mtype_(mtype), show_messages_(show_messages) {
+  const int solver = settings.iterative ? 1 : 0;
+  int error = 0;
+  velmorainit(handle_.data(), &mtype_, &solver, iparm_.data(), dparm_.data(), &error);
+  if (settings.iterative && iparm(32) != 1) {
+    throw InputError(fmt::format("the iterative solver does not cover type {}", mtype_));
+  }
+  apply(settings);
+  perm_.assign(static_cast<std::size_t>(matrix.n), 0);
+}
+
+void Session::apply(const Settings& settings) {
+  option(3) = settings.threads;
+  if (settings.robust) {
+    option(11) = 1;
+    option(13) = mtype_ == 11 || mtype_ == 13 ? 1 : 2;
+    option(21) = 1;
+    option(8) = 3;
+  }
+  const auto set = [this](int number, const std::optional<int>& value) {
+    if (value) option(number) = *value;
+  };
+  set(2, settings.ordering);
+  set(21, settings.pivoting);
+  set(10, settings.perturbation);
+  set(8, settings.refinement);
+  set(11, settings.scaling);
+  set(13, settings.matching);
+  option(28) = settings.parallel_ordering ? 1 : 0;
+  option(29) = settings.single_precision ? 1 : 0;
+  option(33) = settings.determinant ? 1 : 0;
+  option(12) = settings.transposed ? 1 : 0;
+  for (const auto& [number, value] : settings.iparm) option(number) = value;
+  for (const auto& [number, value] : settings.dparm)
+    dparm_[static_cast<std::size_t>(number - 1)] = value;
+}
+
+Session::~Session() {
+  int phase = -1, one = 1, quiet = 0, error = 0;
+  velmora(handle_.data(), &one, &one, &mtype_, &phase, &matrix_.n, nullptr, nullptr, nullptr,
+          nullptr, &one, iparm_.data(), &quiet, nullptr, nullptr, &error, dparm_.data());
+}
+
+void Session::set_rhs(const std::vector<double>& b, int nrhs) {
+  b_ = b;
+  nrhs_ = nrhs;
+  x_.assign(b.size(), 0.0);
+}
+
+Call Session::run(Phase phase) {
+  Call call;
+  const int number = static_cast<int>(phase), one = 1, loud = 1;
+  Capture capture(stdout);
+  const auto start = std::chrono::steady_clock::now();
+  velmora(handle_.data(), &one, &one, &mtype_, &number, &matrix_.n, matrix_.a.data(),
+          matrix_.ia.data(), matrix_.ja.data(), perm_.data(), &nrhs_, iparm_.data(), &loud,
+          b_.data(), x_.data(), &call.error, dparm_.data());
+  call.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const std::string text = capture.text();
+  if (show_messages_) std::fwrite(text.data(), 1, text.size(), stdout);
+  call.complaint = last_line(text, "*** ", "error velmora: ");
+  return call;
+}
+
+std::string check(const SparseMatrix& matrix, int mtype, const std::vector<double>& b, int nrhs) {
+  Capture capture(stderr);
+  int error = 0;
+  if (complex_type(mtype)) {
+    velmora_chkmatrix_z(&mtype, &matrix.n, matrix.a.data(), matrix.ia.data(), matrix.ja.data(),
+                        &error);
+    if (error == 0) velmora_chkvec_z(&matrix.n, &nrhs, b.data(), &error);
+  } else {
+    velmora_chkmatrix(&mtype, &matrix.n, matrix.a.data(), matrix.ia.data(), matrix.ja.data(),
+                      &error);
+    if (error == 0) velmora_chkvec(&matrix.n, &nrhs, b.data(), &error);
+  }
+  const std::string text = capture.text();
+  if (error == 0) return {};
+  const std::string found = last_line(text, "[VELMORA]: CHK", ":");
+  return fmt::format("{} (checker error {})", found.empty() ? "the input is wrong" : found, error);
+}
+
+std::string explain(const Call& call, Phase phase, int mtype) {
+  const char* step = phase == Phase::analysis        ? "analysis"
+                     : phase == Phase::factorization ? "factorization"
+                                                     : "solution";
+  std::string meaning;
+  switch (call.error) {
+    case -2:
+      meaning = "not enough memory";
+      break;
+    case -4:
+      if (phase == Phase::factorization) {
+        meaning = mtype == 2 || mtype == 4
+                      ? "the matrix is not positive definite; without --type spd or hpd it is "
+                        "solved as indefinite"
+                      : "zero pivot; --robust may help";
+      }
+      break;
+    case -6:
+      meaning = "the matrix is structurally singular";
+      break;
+    case -8:
+      meaning = "the factor is too large for 32-bit positions";
+      break;
+    default:
+      break;
+  }
+  if (meaning.empty()) {
+    meaning = call.complaint.empty() ? "the library gave no reason" : call.complaint;
+  } else if (!call.complaint.empty()) {
+    meaning += " (" + call.complaint + ")";
+  }
+  return fmt::format("{} failed with error {}: {}", step, call.error, meaning);
+}
+
+}  // namespace tool

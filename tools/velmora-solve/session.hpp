@@ -1,0 +1,65 @@
+/// One handle of the library, and what its calls said.
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "options.hpp"
+#include "system.hpp"
+#include "types.hpp"
+
+namespace tool {
+
+/// Result of one call of the library.
+struct Call {
+  int error = 0;
+  double seconds = 0;
+  std::string complaint;  ///< its error line, without decoration; empty where it gave none
+};
+
+/// Phases of the library, by number.
+enum class Phase { analysis = 11, factorization = 22, solution = 33 };
+
+class Session {
+ public:
+  /// Loads the defaults of `mtype`, then the settings.  The matrix must outlive the session.
+  /// @throws InputError when a setting does not fit the type
+  Session(const SparseMatrix& matrix, int mtype, const Settings& settings, bool show_messages);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  Call run(Phase phase);
+
+  /// Right-hand sides for the solution phase; x becomes as long.
+  void set_rhs(const std::vector<double>& b, int nrhs);
+  const std::vector<double>& x() const { return x_; }
+
+  /// iparm and dparm by the numbers of the header, from 1.
+  int iparm(int number) const { return iparm_[static_cast<std::size_t>(number - 1)]; }
+  double dparm(int number) const { return dparm_[static_cast<std::size_t>(number - 1)]; }
+
+ private:
+  void apply(const Settings& settings);
+  int& option(int number) { return iparm_[static_cast<std::size_t>(number - 1)]; }
+
+  const SparseMatrix& matrix_;
+  int mtype_;
+  bool show_messages_;
+  int nrhs_ = 1;
+  std::array<void*, 64> handle_{};
+  std::array<int, 64> iparm_{};
+  std::array<double, 64> dparm_{};
+  std::vector<int> perm_;
+  std::vector<double> b_, x_;
+};
+
+/// The checker of the library on matrix and right-hand sides.
+/// @return empty, or what it found, in one line
+std::string check(const SparseMatrix& matrix, int mtype, const std::vector<double>& b, int nrhs);
+
+/// What an error of the library means to the user, in one line.
+std::string explain(const Call& call, Phase phase, int mtype);
+
+}  // namespace tool

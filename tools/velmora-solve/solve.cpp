@@ -1,0 +1,376 @@
+#include "solve.hpp"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "replay.hpp"
+#include "session.hpp"
+#include "types.hpp"
+
+namespace tool {
+namespace {
+
+class Stopwatch {
+ public:
+  double seconds() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+  }
+
+ private:
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+struct Rhs {
+  std::vector<double> b;
+  bool solution_is_ones = false;
+};
+
+/// The matrix from its file; `dumped_rhs` receives the right-hand side of a dump that has one.
+SparseMatrix read_matrix(const Options& options, Report& report, std::vector<double>& dumped_rhs) {
+  if (!options.replay.empty()) {
+    Dump dump = read_dump(options.replay, options.type);
+    report.file = options.replay;
+    report.described = dump.matrix.complex ? "complex, from a dump" : "real, from a dump";
+    if (dump.assumed_triangle) {
+      report.notes.push_back(
+          "the dump is taken as the upper triangle of a symmetric matrix; --type unsym or "
+          "complex-unsym if it is a triangular one");
+    }
+    dumped_rhs = std::move(dump.rhs);
+    return std::move(dump.matrix);
+  }
+  report.file = options.matrix;
+  MarketFile file = read_market(options.matrix);
+  report.described = fmt::format("{} {}{}", name(file.field), name(file.symmetry),
+                                 file.layout == Layout::array ? " array" : "");
+  BuildNotes notes;
+  SparseMatrix matrix = build_matrix(std::move(file), notes);
+  if (notes.duplicates > 0) {
+    report.notes.push_back(fmt::format("{} duplicate entries summed", notes.duplicates));
+  }
+  if (notes.dropped_imaginary) {
+    report.notes.emplace_back("all imaginary parts are zero: taken as real");
+  }
+  return matrix;
+}
+
+/// Right-hand sides from a file, fitted to the kind of the matrix.
+std::vector<double> read_rhs(const std::string& path, const SparseMatrix& matrix, int& nrhs) {
+  DenseColumns columns = read_columns(path);
+  if (columns.rows != matrix.n && columns.cols == 1 && columns.rows % matrix.n == 0) {
+    columns.cols = columns.rows / matrix.n;  // plain numbers, column after column
+    columns.rows = matrix.n;
+  }
+  if (columns.rows != matrix.n) {
+    throw InputError(fmt::format("{} has {} rows, the matrix {}", path, columns.rows, matrix.n));
+  }
+  if (columns.complex && !matrix.complex) {
+    throw InputError(
+        fmt::format("{} is complex, the matrix real; a complex --type takes both", path));
+  }
+  if (!columns.complex && matrix.complex) {
+    std::vector<double> pairs(2 * columns.value.size(), 0.0);
+    for (std::size_t k = 0; k < columns.value.size(); ++k) pairs[2 * k] = columns.value[k];
+    columns.value = std::move(pairs);
+  }
+  nrhs = columns.cols;
+  return std::move(columns.value);
+}
+
+Rhs make_rhs(const Options& options, const SparseMatrix& matrix, std::vector<double>&& dumped,
+             Report& report) {
+  report.nrhs = options.nrhs;
+  if (!options.rhs.empty()) {
+    report.rhs = options.rhs;
+    return {read_rhs(options.rhs, matrix, report.nrhs), false};
+  }
+  if (!dumped.empty()) {
+    report.rhs = "of the dump";
+    report.nrhs = 1;
+    return {std::move(dumped), false};
+  }
+  const std::size_t doubles = matrix.complex ? 2 : 1;
+  const std::size_t column = static_cast<std::size_t>(matrix.n) * doubles;
+  const auto count = static_cast<std::size_t>(options.nrhs);
+  std::vector<double> b;
+  b.reserve(column * count);
+  std::vector<double> ones(column, 0.0);
+  for (std::size_t k = 0; k < column; k += doubles) ones[k] = 1;
+  if (options.rhs_kind == RhsKind::random) {
+    report.rhs = fmt::format("random, seed {}", options.seed);
+    std::mt19937_64 bits(options.seed);
+    while (b.size() < column * count) b.push_back(static_cast<double>(bits() >> 10) * 0x1p-53 - 1);
+    return {std::move(b), false};
+  }
+  const bool sums = options.rhs_kind == RhsKind::row_sums;
+  report.rhs = sums ? "row sums" : "ones";
+  const std::vector<double> one =
+      sums ? multiply(matrix, options.settings.transposed, ones) : std::move(ones);
+  for (std::size_t k = 0; k < count; ++k) b.insert(b.end(), one.begin(), one.end());
+  return {std::move(b), sums};
+}
+
+/// Largest distance of the entries of x from one.
+double distance_from_ones(const std::vector<double>& x, bool complex) {
+  double most = 0;
+  const std::size_t doubles = complex ? 2 : 1;
+  for (std::size_t k = 0; k < x.size(); k += doubles) {
+    const double off = std::hypot(x[k] - 1, complex ? x[k + 1] : 0.0);
+    if (!std::isnan(most) && !(off <= most)) most = off;
+  }
+  return most;
+}
+
+/// The number of nonzeros as iparm(18) tells it: thousands, negative, where it is too large.
+std::int64_t nonzeros_of(int told) { return told < 0 ? std::int64_t{-1000} * told : told; }
+
+/// How hard a symmetric indefinite matrix is taken; each step costs more than the one before.
+enum class Effort {
+  defaults,       ///< of the library, with the user's settings
+  bunch_kaufman,  ///< 2x2 pivots
+  robust          ///< matching and scaling as well
+};
+
+/// What is tried.
+struct Attempt {
+  int mtype = 0;
+  Effort effort = Effort::defaults;
+};
+
+enum class Outcome {
+  solved,
+  inaccurate,
+  no_factor,  ///< this factorization does not suit the matrix; another may
+  error       ///< nothing else will do better
+};
+
+const char* describe(Effort effort) {
+  constexpr const char* words[] = {"default settings", "Bunch-Kaufman pivoting",
+                                   "matching, scaling and Bunch-Kaufman pivoting"};
+  return words[static_cast<int>(effort)];
+}
+
+/// True when the user leaves pivoting and matching to the program.
+bool free_to_choose(const Settings& settings) {
+  return !settings.pivoting && !settings.matching && !settings.scaling && !settings.robust &&
+         !settings.iterative;
+}
+
+/// What follows an attempt that did not solve the system.
+std::optional<Attempt> next_attempt(const Options& options, const Attempt& failed,
+                                    Outcome outcome) {
+  if (outcome == Outcome::error) return std::nullopt;
+  if (!options.type) {
+    // A Cholesky factor that exists is as good as any other of the same matrix.
+    const bool cholesky = failed.mtype == 2 || failed.mtype == 4;
+    if (cholesky && outcome == Outcome::no_factor) return Attempt{-failed.mtype};
+    if (failed.mtype == 1 || failed.mtype == 3) return Attempt{failed.mtype + 10};
+  }
+  if (failed.mtype != -2 || !free_to_choose(options.settings)) return std::nullopt;
+  switch (failed.effort) {
+    case Effort::defaults:
+      return Attempt{-2, Effort::bunch_kaufman};
+    case Effort::bunch_kaufman:
+      return Attempt{-2, Effort::robust};
+    case Effort::robust:
+      return std::nullopt;
+  }
+  return std::nullopt;
+}
+
+class Solver {
+ public:
+  Solver(const Options& options, const Printer& printer, Report& report, SparseMatrix& matrix,
+         const Rhs& rhs)
+      : options_(options), printer_(printer), report_(report), matrix_(matrix), rhs_(rhs) {}
+
+  /// Runs one attempt; `failure` receives why it did not solve the system.
+  Outcome run(const Attempt& attempt, std::string& failure) {
+    Settings settings = options_.settings;
+    settings.robust |= attempt.effort == Effort::robust;
+    if (attempt.effort == Effort::bunch_kaufman) settings.pivoting = 1;
+    Session session(matrix_, attempt.mtype, settings, options_.msglvl > 0 && !options_.quiet);
+    session.set_rhs(rhs_.b, report_.nrhs);
+    Factor factor;
+    factor.mtype = attempt.mtype;
+    factor.robust = settings.robust;
+    try {
+      factor_and_solve(session, factor);
+    } catch (const PhaseFailed& failed) {
+      failure = failed.what();
+      return failed.error == -4 || failed.error == -6 ? Outcome::no_factor : Outcome::error;
+    }
+    failure = judge(session, factor);
+    const Outcome outcome = failure.empty() ? Outcome::solved : Outcome::inaccurate;
+    // A later attempt replaces an earlier one only when it is better.
+    if (report_.factor && !(factor.residual.normwise < report_.factor->residual.normwise)) {
+      return outcome;
+    }
+    report_.factor = std::move(factor);
+    if (rhs_.solution_is_ones) {
+      report_.solution_error = distance_from_ones(session.x(), matrix_.complex);
+    }
+    solution_ = session.x();
+    return outcome;
+  }
+
+  const std::vector<double>& solution() const { return solution_; }
+
+ private:
+  /// A call of the library that ended with an error, explained.
+  struct PhaseFailed : std::runtime_error {
+    PhaseFailed(const std::string& what, int code) : std::runtime_error(what), error(code) {}
+    int error;
+  };
+
+  static Call step(Session& session, Phase phase, int mtype) {
+    Call call = session.run(phase);
+    if (call.error != 0) throw PhaseFailed(explain(call, phase, mtype), call.error);
+    return call;
+  }
+
+  void factor_and_solve(Session& session, Factor& factor) {
+    Call call = step(session, Phase::analysis, factor.mtype);
+    factor.analysis_seconds = call.seconds;
+    factor.threads = session.iparm(3);
+    factor.nonzeros = nonzeros_of(session.iparm(18));
+    factor.gflop = session.iparm(19);
+    printer_.line("analysis", fmt::format("{}   {} nonzeros in the factor, {}",
+                                          seconds(call.seconds), factor.nonzeros,
+                                          factor.gflop > 0 ? fmt::format("{} Gflop", factor.gflop)
+                                                           : std::string("below 1 Gflop")));
+    call = step(session, Phase::factorization, factor.mtype);
+    factor.factorization_seconds = call.seconds;
+    factor.perturbed = session.iparm(14);
+    printer_.line("factorization",
+                  fmt::format("{}   {} perturbed pivots, {} threads", seconds(call.seconds),
+                              factor.perturbed, factor.threads));
+    for (int k = 0; k < options_.refactor; ++k) {
+      call = step(session, Phase::factorization, factor.mtype);
+      factor.refactor_seconds.push_back(call.seconds);
+    }
+    for (int k = 0; k <= options_.resolve; ++k) {
+      call = step(session, Phase::solution, factor.mtype);
+      if (k == 0) {
+        factor.solution_seconds = call.seconds;
+      } else {
+        factor.resolve_seconds.push_back(call.seconds);
+      }
+    }
+    factor.warning = call.complaint;  // a solve reports success whatever its refinement did
+    factor.refinement_steps = session.iparm(7);
+    printer_.line("solution", fmt::format("{}   {} right-hand side{}, {} refinement step{}",
+                                          seconds(factor.solution_seconds), report_.nrhs,
+                                          report_.nrhs == 1 ? "" : "s", factor.refinement_steps,
+                                          factor.refinement_steps == 1 ? "" : "s"));
+  }
+
+  std::string judge(const Session& session, Factor& factor) {
+    factor.positive = session.iparm(22);
+    factor.negative = session.iparm(23);
+    factor.memory_analysis_peak = session.iparm(15);
+    factor.memory_analysis = session.iparm(16);
+    factor.memory_factor = session.iparm(17);
+    if (options_.settings.determinant) factor.log_determinant = session.dparm(33);
+    factor.residual =
+        residual(matrix_, options_.settings.transposed, report_.nrhs, rhs_.b, session.x());
+    if (factor.residual.normwise <= options_.tolerance) return {};
+    return fmt::format("residual {:.2e} is above the tolerance {:.0e}{}", factor.residual.normwise,
+                       options_.tolerance,
+                       factor.warning.empty() ? "" : " (" + factor.warning + ")");
+  }
+
+  const Options& options_;
+  const Printer& printer_;
+  Report& report_;
+  SparseMatrix& matrix_;
+  const Rhs& rhs_;
+  std::vector<double> solution_;
+};
+
+/// Chooses the type and says why.
+void decide_type(const Options& options, const SparseMatrix& matrix, const Traits& traits,
+                 Report& report) {
+  report.type =
+      options.type ? TypeChoice{*options.type, "as asked for"} : choose_type(matrix, traits);
+}
+
+/// Runs attempts until one solves the system or none is left.
+///  empty, or why the best of them failed
+std::string solve(const Options& options, const Traits& traits, const Printer& printer,
+                  SparseMatrix& matrix, Solver& solver, Report& report) {
+  Attempt attempt{report.type.mtype};
+  // Diagonal pivots are hopeless where the diagonal has zeros.
+  if (attempt.mtype == -2 && traits.zero_diagonal > 0 && free_to_choose(options.settings)) {
+    attempt.effort = Effort::bunch_kaufman;
+    printer.line("settings",
+                 fmt::format("{}, for the zeros on the diagonal", describe(attempt.effort)));
+  }
+  std::string best;
+  for (;;) {
+    std::string failure;
+    const Outcome outcome = solver.run(attempt, failure);
+    if (outcome == Outcome::solved) return {};
+    if (best.empty() || outcome == Outcome::inaccurate) best = failure;
+    const auto next = next_attempt(options, attempt, outcome);
+    if (next) {
+      failure += fmt::format("; now as {}, {}", label(next->mtype), describe(next->effort));
+    } else if (failure == best) {
+      return best;
+    }
+    report.notes.push_back(failure);
+    printer.line("note", failure);
+    if (!next) return best;
+    attempt = *next;
+    report.type.mtype = attempt.mtype;
+    convert(matrix, traits, attempt.mtype);
+  }
+}
+
+}  // namespace
+
+void run(const Options& options, const Printer& printer, Report& report) {
+  report.tolerance = options.tolerance;
+  std::vector<double> dumped_rhs;
+  Stopwatch reading;
+  SparseMatrix matrix = read_matrix(options, report, dumped_rhs);
+  report.n = matrix.n;
+  report.entries = static_cast<std::int64_t>(matrix.entries());
+  const Traits traits = examine(matrix);
+  decide_type(options, matrix, traits, report);
+  const std::int64_t added = convert(matrix, traits, report.type.mtype);
+  if (added > 0)
+    report.notes.push_back(fmt::format("{} missing diagonal entries set to zero", added));
+  report.read_seconds = reading.seconds();
+  printer.line("matrix", fmt::format("{}: {} equations, {} entries, {}", report.file, report.n,
+                                     report.entries, report.described));
+  printer.line("type", fmt::format("{} ({}): {}", report.type.mtype, label(report.type.mtype),
+                                   report.type.reason));
+  for (const std::string& note : report.notes) printer.line("note", note);
+  printer.line("read", seconds(report.read_seconds));
+
+  const Rhs rhs = make_rhs(options, matrix, std::move(dumped_rhs), report);
+  Stopwatch checking;
+  const std::string found = check(matrix, report.type.mtype, rhs.b, report.nrhs);
+  report.check_seconds = checking.seconds();
+  if (!found.empty()) throw InputError(fmt::format("{}: {}", report.file, found));
+  printer.line("check", seconds(report.check_seconds) + "   passed");
+  printer.line("right side", report.rhs);
+  if (options.check_only) return;
+
+  Solver solver(options, printer, report, matrix, rhs);
+  report.failure = solve(options, traits, printer, matrix, solver, report);
+  if (!report.factor) return;
+  print_factor(printer, report);
+  print_outcome(printer, report);
+  if (!options.output.empty()) {
+    write_columns(options.output, {report.n, report.nrhs, matrix.complex, solver.solution()});
+    printer.line("written", options.output);
+  }
+}
+
+}  // namespace tool
