@@ -38,6 +38,8 @@ if(TARGET velmora-solve)
           DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()
 
+install(FILES ${PROJECT_SOURCE_DIR}/docs/man/velmora.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
+
 set(CPACK_PACKAGE_NAME velmora)
 set(CPACK_PACKAGE_CONTACT "Velmora developers <velmora@localhost>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")

@@ -194,7 +194,7 @@ struct ldu {
   vec* D;
 };
 
-/* The entries of a matrix by column: column j has the places start[j] ..
+/* The entries of a matrix by column: column j has the places start[j] to
  * start[j+1]-1, each with the row of the entry and its position in ja and a. */
 struct smat_col_index {
   unsigned int n; /* columns */
@@ -239,6 +239,7 @@ NORV_API void norv_log_init(void);
 NORV_API void norv_debug_set_level(int level);
 NORV_API int norv_debug_get_level(void);
 
+/* printf-style messages of falling urgency, from errors to debugging output. */
 NORV_API void _norv_print_error_msg(const char* format, ...) NORV_PRINTF;
 NORV_API void _norv_print_warn_msg(const char* format, ...) NORV_PRINTF;
 NORV_API void _norv_print_stat_msg(const char* format, ...) NORV_PRINTF;
@@ -429,8 +430,8 @@ NORV_API void smat_col_index_free(smat_col_index* index); /* null is fine */
  * ------------------------------------------------------------------------- */
 
 NORV_API double smat_frobenius_norm(const smat* A);
-NORV_API double smat_1_norm(const smat* A);   /* largest column sum */
-NORV_API double smat_inf_norm(const smat* A); /* largest row sum */
+NORV_API double smat_1_norm(const smat* A);       /* largest column sum */
+NORV_API double smat_inf_norm(const smat* A);     /* largest row sum */
 NORV_API double smat_row_sum_norm(const smat* A); /* second name of smat_inf_norm */
 NORV_API double smat_maxval(const smat* A);       /* largest |a(i,j)| */
 NORV_API vec* smat_col_1_norms(vec* dst, const smat* A);
@@ -460,7 +461,7 @@ NORV_API void print_residual(const smat* A, const vec* x, const vec* b);
 NORV_API int smat_is_consistent(const smat* A);
 /* The first two tests, |a(i,j)| <= 1.001 and |a(i,i)| >= 0.998. */
 NORV_API int smat_is_mps_consistent(const smat* A);
-NORV_API int smat_check_ia(const smat* A);          /* an empty row is a fault */
+NORV_API int smat_check_ia(const smat* A); /* an empty row is a fault */
 NORV_API int smat_check_ja(const smat* A);
 NORV_API int smat_check_diagonal(const smat* A);            /* missing is a fault, zero a warning */
 NORV_API int smat_check_structural_symmetry(const smat* A); /* nothing below the diagonal */
@@ -575,25 +576,29 @@ NORV_API vec* vec_resize(vec* x, unsigned int n);
 
 NORV_API void vec_init(vec* x);  /* all values 0 */
 NORV_API void vec_clear(vec* x); /* all values 0 */
+/* All values alpha, or re + i im. */
 NORV_API void vec_set(double alpha, vec* x);
 NORV_API void vec_set_cpx(double re, double im, vec* x);
 NORV_API void vec_rand(vec* x); /* rand() 2^-31, imaginary 0 */
 
+/* dst = src, dst = the n values at v, dst = alpha src. */
 NORV_API vec* vec_copy(vec* dst, const vec* src);
 NORV_API vec* vec_copy_from(vec* dst, unsigned int n, const double* v);
 NORV_API vec* vec_copy_scaled(double alpha, vec* dst, const vec* src);
 NORV_API vec* vec_copy_scaled_cpx(double re, double im, vec* dst, const vec* src);
 
-NORV_API void vec_scale(double alpha, vec* x);
+NORV_API void vec_scale(double alpha, vec* x);             /* x = alpha x */
 NORV_API void vec_scale_vec(vec* x, const vec* s);         /* x(i) *= s(i) */
 NORV_API void vec_scale_vec_squared(vec* x, const vec* s); /* x(i) *= s(i)^2 */
 NORV_API void vec_scale_vec_recip(vec* x, const vec* s);   /* x(i) /= s(i) */
+/* As vec_scale_vec and vec_scale_vec_squared, into dst. */
 NORV_API vec* vec_copy_scale_vec(vec* dst, const vec* src, const vec* s);
 NORV_API vec* vec_copy_scale_vec_squared(vec* dst, const vec* src, const vec* s);
-NORV_API void vec_recip(vec* x); /* x(i) = 1/x(i) */
-NORV_API void vec_sqrt(vec* x);
-NORV_API void vec_apply_func(vec* x, double (*f)(double));
+NORV_API void vec_recip(vec* x);                           /* x(i) = 1/x(i) */
+NORV_API void vec_sqrt(vec* x);                            /* x(i) = sqrt(x(i)) */
+NORV_API void vec_apply_func(vec* x, double (*f)(double)); /* x(i) = f(x(i)) */
 
+/* Inner product of real vectors. */
 NORV_API double vec_dot(const vec* x, const vec* y);
 /* sum x(i) y(i), no conjugation. */
 NORV_API void vec_dot_cpx(const vec* x, const vec* y, double* re, double* im);
@@ -603,6 +608,7 @@ NORV_API double vec_euclid_norm_cpx(const vec* x);
 NORV_API double vec_inf_norm(const vec* x);
 NORV_API double vec_min_norm(const vec* x); /* smallest |x(i)| */
 
+/* dst = a + b, dst = a - b; below, sums with real or complex (_cpx) factors. */
 NORV_API vec* vec_add(vec* dst, const vec* a, const vec* b);
 NORV_API vec* vec_sub(vec* dst, const vec* a, const vec* b);
 NORV_API vec* vec_mul(vec* dst, const vec* a, const vec* b);                /* elementwise */
@@ -612,17 +618,19 @@ NORV_API vec* vec_axpy_cpx(double re, double im, vec* dst, const vec* x, const v
 NORV_API vec* vec_axpby_cpx(double re, double im, double beta, vec* dst, const vec* x,
                             const vec* y);
 
+/* Permutations of the places of a vector, by p and by its inverse. */
 NORV_API vec* vec_copy_permute(vec* dst, const vec* src, const perm* p); /* dst[p[i]] = src[i] */
 NORV_API vec* vec_copy_permute_inverse(vec* dst, const vec* src,
-                                       const perm* p); /* dst[i] = src[p[i]] */
-NORV_API void vec_permute(vec* x, const perm* p);      /* in place */
-NORV_API void vec_permute_inverse(vec* x, const perm* p);
+                                       const perm* p);    /* dst[i] = src[p[i]] */
+NORV_API void vec_permute(vec* x, const perm* p);         /* in place */
+NORV_API void vec_permute_inverse(vec* x, const perm* p); /* in place */
 /* The same for blocks of bs values; p has n/bs places. */
 NORV_API vec* vec_copy_block_permute(vec* dst, const vec* src, const perm* p, unsigned int bs);
 NORV_API vec* vec_copy_block_permute_inverse(vec* dst, const vec* src, const perm* p,
                                              unsigned int bs);
 NORV_API vec* vec_concat(vec* dst, const vec* a, const vec* b); /* a, then b */
 
+/* Comparisons: 1 when they hold, else 0; vec_equal is exact. */
 NORV_API int vec_equal_up_to(const vec* a, const vec* b, double tol); /* |a(i)-b(i)| <= tol */
 NORV_API int vec_equal(const vec* a, const vec* b);
 NORV_API int vec_check_positive(const vec* x);            /* all >= 0 */
@@ -760,10 +768,10 @@ NORV_API void smat_into_dmat(dmat* dst, const smat* A);
 NORV_API dmat* dmat_get_diag_block_from_smat(dmat* dst, const smat* A, unsigned int first,
                                              unsigned int size);
 
-NORV_API dmat* dmat_copy(const dmat* A); /* values alone, perm is null */
-NORV_API void dmat_copy_to(dmat* dst, const dmat* src);
-NORV_API void dmat_trans(dmat* A); /* in place */
-NORV_API void dmat_copy_trans_to(dmat* dst, const dmat* src);
+NORV_API dmat* dmat_copy(const dmat* A);                      /* values alone, perm is null */
+NORV_API void dmat_copy_to(dmat* dst, const dmat* src);       /* values alone */
+NORV_API void dmat_trans(dmat* A);                            /* in place */
+NORV_API void dmat_copy_trans_to(dmat* dst, const dmat* src); /* dst = src' */
 /* Symmetric matrices: the upper triangle of src into both triangles of dst, and
  * the upper triangle alone, with 0 below it.  dst may be src. */
 NORV_API void dmat_copy_to_full_from_sym(dmat* dst, const dmat* src);
