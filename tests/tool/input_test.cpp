@@ -190,7 +190,7 @@ TEST_F(ToolInput, DamagedFilesNeverCrash) {
   std::mt19937 random(20240611);
   const std::string alphabet = "0123456789 -+.eE\n\r\t%ax";
   int errors = 0;
-  for (int trial = 0; trial < 2000; ++trial) {
+  for (int trial = 0; trial < 500; ++trial) {
     std::string text = good;
     for (int change = 0; change < 3; ++change) {
       const std::size_t at = random() % text.size();
@@ -209,7 +209,7 @@ TEST_F(ToolInput, DamagedFilesNeverCrash) {
     errors += error == "no error" ? 0 : 1;
     ASSERT_EQ(error.find('\n'), std::string::npos) << text;
   }
-  EXPECT_GT(errors, 500);
+  EXPECT_GT(errors, 125);
 }
 
 TEST_F(ToolInput, ArchivesAreReadAndDamageIsSeen) {
