@@ -5,7 +5,8 @@ set(velmora_kernel_flags_baseline "")
 include(CheckCXXCompilerFlag)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
   check_cxx_compiler_flag(-mavx512f VELMORA_HAS_AVX512)
-  if(VELMORA_HAS_AVX512)
+  # An unoptimised build emits library templates in every unit, which must not be wide ones.
+  if(VELMORA_HAS_AVX512 AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
     list(APPEND velmora_kernel_isas avx2 avx512)
     set(velmora_kernel_flags_avx2 -mavx2 -mfma)
     set(velmora_kernel_flags_avx512 -mavx512f -mavx512dq -mavx512vl -mavx512bw -mfma
@@ -19,8 +20,11 @@ foreach(isa ${velmora_kernel_isas})
   add_library(velmora_kernels_${isa} OBJECT src/kernels/kernels.cpp)
   target_compile_definitions(velmora_kernels_${isa} PRIVATE VELMORA_ISA=${isa})
   target_compile_options(velmora_kernels_${isa} PRIVATE
-    ${velmora_kernel_flags_${isa}} -ffp-contract=fast -fno-math-errno -fno-trapping-math -Wno-psabi
+    ${velmora_kernel_flags_${isa}} -ffp-contract=fast -fno-math-errno -fno-trapping-math -fcx-fortran-rules -Wno-psabi
     $<$<CONFIG:Release,RelWithDebInfo>:-O3>)
   target_link_libraries(velmora_kernels_${isa} PRIVATE velmora_warnings velmora_instrumentation)
   list(APPEND velmora_kernel_objects $<TARGET_OBJECTS:velmora_kernels_${isa}>)
 endforeach()
+
+# The families multiply complex values in plain loops; the naive product is what the BLAS uses.
+target_compile_options(velmora_objects PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fcx-fortran-rules>)

@@ -39,8 +39,8 @@ struct Ordering {
 struct AnalysisRequest {
   InputMatrix matrix;
   MatchingStore matching;
-  const int* user_perm = nullptr;        ///< perm of the entry point: order, or marks, by node
-  const Ordering* given_order = nullptr; ///< order that symmetric matching brought along
+  const int* user_perm = nullptr;         ///< perm of the entry point: order, or marks, by node
+  const Ordering* given_order = nullptr;  ///< order that symmetric matching brought along
 };
 
 /// Working set of one analysis.
@@ -56,17 +56,17 @@ struct Analysis {
 
   // panels of the numeric phases (symfct)
   int nsuper = 0;
-  std::vector<int> snode;          ///< [n] panel of a column
-  std::vector<int> xsuper;         ///< [nsuper+1] first column of a panel, then n+1
-  std::vector<int> height;         ///< [nsuper] rows of a panel, its own columns included
-  std::vector<int> lead;           ///< [nsuper] first panel of the block that a panel is cut from
-  std::vector<int> xlindx, lindx;  ///< [nsuper+1] starts; row lists, ascending
-  std::vector<int> xlnz, xunz;     ///< [n+1] starts of the columns in the stores of L and of U
-  std::vector<int> sparent;        ///< [nsuper] panel tree, 0 for a root
-  std::vector<int> nmod;           ///< [nsuper] number of distinct panels that update s
-  std::vector<Range> super_ranges; ///< ranges in panels; the tail pair is last
-  std::int64_t max_update = 0;     ///< most entries of one update block
-  std::int64_t max_scaled = 0;     ///< most entries of one scaled operand of an update
+  std::vector<int> snode;           ///< [n] panel of a column
+  std::vector<int> xsuper;          ///< [nsuper+1] first column of a panel, then n+1
+  std::vector<int> height;          ///< [nsuper] rows of a panel, its own columns included
+  std::vector<int> lead;            ///< [nsuper] first panel of the block that a panel is cut from
+  std::vector<int> xlindx, lindx;   ///< [nsuper+1] starts; row lists, ascending
+  std::vector<int> xlnz, xunz;      ///< [n+1] starts of the columns in the stores of L and of U
+  std::vector<int> sparent;         ///< [nsuper] panel tree, 0 for a root
+  std::vector<int> nmod;            ///< [nsuper] number of distinct panels that update s
+  std::vector<Range> super_ranges;  ///< ranges in panels; the tail pair is last
+  std::int64_t max_update = 0;      ///< most entries of one update block
+  std::int64_t max_scaled = 0;      ///< most entries of one scaled operand of an update
 };
 
 }  // namespace vlm

@@ -101,7 +101,7 @@ void lnnt_velmora(const Adjacency& graph, View<const int> perm, View<const int> 
   const View<const int> xadj(graph.xadj), adjncy(graph.adjncy);
   std::vector<int> store(static_cast<std::size_t>(n) * 5);
   const View<int> post(store.data(), n);
-  const View<int> first(store.data() + n, n);     // earliest postorder number in the subtree
+  const View<int> first(store.data() + n, n);  // earliest postorder number in the subtree
   const View<int> reach(store.data() + 2 * std::size_t(n), n);  // first() of row i's last leaf
   const View<int> leaf(store.data() + 3 * std::size_t(n), n);   // last leaf of row i's subtree
   const View<int> set(store.data() + 4 * std::size_t(n), n);    // ancestors met so far

@@ -15,9 +15,9 @@ namespace vlm {
 template <class T>
 struct FactorStore {
   T* lnz = nullptr;
-  T* unz = nullptr;             ///< empty for symmetric storage
-  View<int> pivot;              ///< [n] interchanges inside the diagonal blocks, local, 1-based
-  View<int> column_pivot;       ///< [n] column interchanges; LU only
+  T* unz = nullptr;        ///< empty for symmetric storage
+  View<int> pivot;         ///< [n] interchanges inside the diagonal blocks, local, 1-based
+  View<int> column_pivot;  ///< [n] column interchanges; LU only
 };
 
 inline std::size_t align_up(std::size_t bytes) { return (bytes + 63) / 64 * 64; }
@@ -46,12 +46,12 @@ std::size_t factor_store_bytes(const Structure& structure) {
 /// One panel: `rows` by `width` values, leading dimension `rows`, diagonal block on top.
 template <class T>
 struct Panel {
-  int first = 0;         ///< first column
+  int first = 0;  ///< first column
   int width = 0, rows = 0;
   const int* row = nullptr;  ///< [rows] row list, the panel's own columns first
-  T* l = nullptr;        ///< L panel
-  T* u = nullptr;        ///< U rectangle, transposed: below() by width
-  int* pivot = nullptr;  ///< [width]
+  T* l = nullptr;            ///< L panel
+  T* u = nullptr;            ///< U rectangle, transposed: below() by width
+  int* pivot = nullptr;      ///< [width]
   int* column_pivot = nullptr;
   int below() const { return rows - width; }
   T* l21() const { return l + width; }
@@ -79,8 +79,10 @@ inline constexpr bool is_complex_v<std::complex<R>> = true;
 /// Conjugate of a value where the family is Hermitian.
 template <bool hermitian, class T>
 inline T maybe_conj(T x) {
-  if constexpr (hermitian && is_complex_v<T>) return std::conj(x);
-  else return x;
+  if constexpr (hermitian && is_complex_v<T>)
+    return std::conj(x);
+  else
+    return x;
 }
 
 /// Value k of a caller's array of doubles, as a T.

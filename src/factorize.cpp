@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "family.hpp"
+#include "family_lu.hpp"
 #include "schedule.hpp"
 #include "stages.hpp"
 
@@ -46,13 +47,16 @@ double perturbation(const Control& control, const InputMatrix& matrix) {
 }
 
 /// log |det| of the scaling that the values were multiplied with, over the eliminated part.
-double log_of_scaling(const double* scale, const Structure& st, int last_eliminated) {
+template <class T>
+double log_of_scaling(const FactorFrame<T>& f) {
+  if (!f.scale) return 0;
   double sum = 0;
-  if (scale)
-    for (int j = 1; j <= last_eliminated; ++j) {
-      const double s = scale[st.perm(j) - 1];
-      sum += std::log(s * s);
-    }
+  const int n = f.st.n;
+  for (int j = 1; j <= f.last_eliminated; ++j) {
+    const int node = f.st.perm(j);
+    const int row = f.match ? f.match[node - 1] : node;
+    sum += std::log(f.scale[node - 1]) + std::log(f.scale[n + row - 1]);
+  }
   return sum;
 }
 
@@ -63,7 +67,7 @@ int factor_with(FactorCall& call) {
                        .st = call.st,
                        .matrix = call.matrix,
                        .scale = control.scale_flag ? call.matching.scale : nullptr,
-                       .match = call.matching.perm,
+                       .match = control.sym_struct ? nullptr : call.matching.perm,
                        .store = factor_store<T>(call.st, call.lu)};
   frame.eps = perturbation(control, call.matrix);
   frame.last_eliminated = call.st.n - control.nschur;
@@ -73,8 +77,7 @@ int factor_with(FactorCall& call) {
   control.perturbed = scratch.stats.perturbed;
   control.npos = scratch.stats.positive;
   control.nneg = scratch.stats.negative;
-  control.logdet =
-      scratch.stats.logdet - log_of_scaling(frame.scale, call.st, frame.last_eliminated);
+  control.logdet = scratch.stats.logdet - log_of_scaling(frame);
   return status;
 }
 
@@ -82,15 +85,41 @@ using Kernel = int (*)(FactorCall&);
 
 /// The families, under their historical names.
 constexpr Kernel blkl_velmora = factor_with<CholeskyFamily<double, false>, double>;
+constexpr Kernel ch_blkl_velmora = factor_with<CholeskyFamily<zcomplex, true>, zcomplex>;
 constexpr Kernel blkldl_velmora = factor_with<LdltFamily<double, false>, double>;
 constexpr Kernel blkldl_32_velmora = factor_with<LdltFamily<float, false>, float>;
+constexpr Kernel ch_blkldl_velmora = factor_with<LdltFamily<zcomplex, true>, zcomplex>;
+constexpr Kernel c_blkl_velmora = factor_with<LdltFamily<zcomplex, false>, zcomplex>;
+constexpr Kernel blklu_velmora = factor_with<LuFamily<double, false>, double>;
+constexpr Kernel blklu_32_velmora = factor_with<LuFamily<float, false>, float>;
+constexpr Kernel c_blklu_velmora = factor_with<LuFamily<zcomplex, false>, zcomplex>;
+constexpr Kernel blklu_unsym_velmora = factor_with<LuFamily<double, true>, double>;
+constexpr Kernel blklu_32_unsym_velmora = factor_with<LuFamily<float, true>, float>;
+constexpr Kernel c_blklu_unsym_velmora = factor_with<LuFamily<zcomplex, true>, zcomplex>;
 
 /// Kernel for a matrix type, null where there is none.
 Kernel choose_kernel(int mtype, bool single) {
   switch (mtype) {
-    case 2: return blkl_velmora;
-    case -2: return single ? blkldl_32_velmora : blkldl_velmora;
-    default: return nullptr;
+    case 2:
+      return blkl_velmora;
+    case -2:
+      return single ? blkldl_32_velmora : blkldl_velmora;
+    case 4:
+      return ch_blkl_velmora;
+    case -4:
+      return ch_blkldl_velmora;
+    case 6:
+      return c_blkl_velmora;
+    case 1:
+      return single ? blklu_32_velmora : blklu_velmora;
+    case 3:
+      return c_blklu_velmora;
+    case 11:
+      return single ? blklu_32_unsym_velmora : blklu_unsym_velmora;
+    case 13:
+      return c_blklu_unsym_velmora;
+    default:
+      return nullptr;
   }
 }
 

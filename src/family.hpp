@@ -20,24 +20,25 @@ struct FactorFrame {
   const Structure& st;
   InputMatrix matrix;
   const double* scale = nullptr;  ///< [2n] scalings, null when there are none
-  const int* match = nullptr;     ///< [n] row of A in the place of each node; null: identity
+  const int* match = nullptr;     ///< [n] row of A in the place of each column; null: identity
   FactorStore<T> store;
   const Kernels<T>& kernel = kernels<T>();
   double eps = 0;
-  int last_eliminated = 0;        ///< columns beyond belong to the Schur complement
+  int last_eliminated = 0;  ///< columns beyond belong to the Schur complement
 };
 
 /// Scratch and counters of one thread.
 template <class T>
 struct FactorScratch {
-  View<int> indmap;          ///< [n] place of a row in the target's list, from 0
-  std::vector<int> relative; ///< places of one source's rows
-  std::vector<T> scaled;     ///< second operand of an update
+  View<int> indmap;           ///< [n] place of a row in the target's list, from 0
+  std::vector<int> relative;  ///< places of one source's rows
+  std::vector<T> scaled;      ///< second operand of an update, or a diagonal block's work
   BlockPivots<T> stats;
 
   FactorScratch(const FactorFrame<T>& frame, int* map) : indmap(map, frame.st.n) {
     relative.resize(frame.st.max_rows);
-    scaled.resize(static_cast<std::size_t>(frame.st.max_scaled));
+    scaled.resize(
+        static_cast<std::size_t>(std::max<std::int64_t>(frame.st.max_scaled, frame.st.max_width)));
     stats.eps = frame.eps;
     stats.want_logdet = frame.control.det_flag == 1;
   }
@@ -84,6 +85,13 @@ const int* relative_rows(const UpdateSource<T>& s, const Panel<T>& target,
   return scratch.relative.data();
 }
 
+/// Value times scale, formed in double also when the factor is float.
+template <class T>
+T scaled_value(const double* a, std::ptrdiff_t k, double scale) {
+  using Wide = std::conditional_t<is_complex_v<T>, zcomplex, double>;
+  return static_cast<T>(value_at<Wide>(a, k) * scale);
+}
+
 /// Symmetric and Hermitian panels: load and update, for any kind of B operand.
 template <class T, bool hermitian>
 struct SymmetricBase {
@@ -95,22 +103,13 @@ struct SymmetricBase {
       const double column_scale = f.scale ? f.scale[st.perm(j) - 1] : 1.0;
       for (int p = st.lmap.ptr(j); p < st.lmap.ptr(j + 1); ++p) {
         const int dst = st.lmap.dst(p), place = std::abs(dst);
-        T v = value_at<T>(f.matrix.a, st.lmap.src(p) - 1);
+        double scale = column_scale;
+        if (f.scale) scale *= f.scale[st.perm(panel.row[place - st.xlnz(j)]) - 1];
+        const T v = scaled_value<T>(f.matrix.a, st.lmap.src(p) - 1, scale);
         // A positive place marks an entry of the upper triangle, seen from below.
-        if (hermitian && dst > 0) v = maybe_conj<hermitian>(v);
-        if (f.scale) {
-          const int row = panel.row[place - st.xlnz(j)];
-          v = scaled_value(v, column_scale * f.scale[st.perm(row) - 1]);
-        }
-        f.store.lnz[place - 1] += v;
+        f.store.lnz[place - 1] += dst > 0 ? maybe_conj<hermitian>(v) : v;
       }
     }
-  }
-
-  /// The product with the scale is formed in double, also when the factor is float.
-  static T scaled_value(T v, double scale) {
-    if constexpr (std::is_same_v<T, float>) return static_cast<float>(static_cast<double>(v) * scale);
-    else return v * scale;
   }
 
   /// A panel of the Schur complement stays as the updates left it, symmetric in its block.
@@ -125,7 +124,7 @@ struct SymmetricBase {
   }
 
   static void update(const FactorFrame<T>& f, const UpdateSource<T>& s, const Panel<T>& target,
-                     const T* b, int ldb, FactorScratch<T>& scratch) {
+                     const T* b, int ldb, bool conjugate, FactorScratch<T>& scratch) {
     int start = 0;
     PanelUpdate<T> u;
     u.row = relative_rows(s, target, scratch, start);
@@ -141,6 +140,7 @@ struct SymmetricBase {
     u.c = target.l + start + static_cast<std::ptrdiff_t>(start) * target.rows;
     u.ldc = target.rows;
     u.lower = true;
+    u.conjugate = conjugate;
     f.kernel.update(u);
   }
 };
@@ -152,17 +152,7 @@ struct CholeskyFamily : SymmetricBase<T, hermitian> {
 
   static void apply(const FactorFrame<T>& f, const UpdateSource<T>& s, const Panel<T>& target,
                     FactorScratch<T>& scratch) {
-    const T* b = s.panel.l + s.skip;
-    int ldb = s.panel.rows;
-    if constexpr (hermitian && is_complex_v<T>) {
-      for (int k = 0; k < s.panel.width; ++k)
-        for (int j = 0; j < s.q; ++j)
-          scratch.scaled[static_cast<std::size_t>(k) * s.q + j] =
-              std::conj(b[j + static_cast<std::ptrdiff_t>(k) * ldb]);
-      b = scratch.scaled.data();
-      ldb = s.q;
-    }
-    Base::update(f, s, target, b, ldb, scratch);
+    Base::update(f, s, target, s.panel.l + s.skip, s.panel.rows, hermitian, scratch);
   }
 
   static bool finish(const FactorFrame<T>& f, const Panel<T>& panel, FactorScratch<T>& scratch) {
@@ -172,13 +162,13 @@ struct CholeskyFamily : SymmetricBase<T, hermitian> {
     if (scratch.stats.want_logdet)
       for (int k = 0; k < panel.width; ++k)
         scratch.stats.logdet +=
-            2 * std::log(std::abs(static_cast<double>(std::real(
-                    panel.l[k + static_cast<std::ptrdiff_t>(k) * panel.rows]))));
+            2 * std::log(std::abs(static_cast<double>(
+                    std::real(panel.l[k + static_cast<std::ptrdiff_t>(k) * panel.rows]))));
     RightSolve<T> solve;
     solve.m = panel.below();
     solve.n = panel.width;
     solve.l = panel.l;
-    solve.ldl = solve.ldx = panel.rows;
+    solve.l_col = solve.ldx = panel.rows;
     solve.x = panel.l21();
     solve.conjugate = hermitian;
     if (solve.m > 0) f.kernel.solve_right(solve);
@@ -229,7 +219,7 @@ void divide_by_d(const Panel<T>& p, T* x, std::ptrdiff_t ldx, int m) {
       ++k;
     } else {
       const T below = p.l[k + (k + 1) * ld], d22 = p.l[k + 1 + (k + 1) * ld];
-      const T d21 = maybe_conj<hermitian && transposed>(below);
+      const T d21 = maybe_conj < hermitian && transposed > (below);
       const T d12 = maybe_conj<hermitian>(d21);
       const T a0 = d22 / d21, a1 = d / d12;  // scaled so that nothing overflows
       const T f = T(1) / (a0 * a1 - T(1));
@@ -253,7 +243,7 @@ struct LdltFamily : SymmetricBase<T, hermitian> {
   static void apply(const FactorFrame<T>& f, const UpdateSource<T>& s, const Panel<T>& target,
                     FactorScratch<T>& scratch) {
     scale_by_d<T, hermitian>(s, scratch.scaled.data());
-    Base::update(f, s, target, scratch.scaled.data(), s.q, scratch);
+    Base::update(f, s, target, scratch.scaled.data(), s.q, false, scratch);
   }
 
   static bool finish(const FactorFrame<T>& f, const Panel<T>& panel, FactorScratch<T>& scratch) {
@@ -277,7 +267,7 @@ struct LdltFamily : SymmetricBase<T, hermitian> {
     solve.m = m;
     solve.n = panel.width;
     solve.l = panel.l;
-    solve.ldl = solve.ldx = panel.rows;
+    solve.l_col = solve.ldx = panel.rows;
     solve.unit = true;
     solve.x = x;
     solve.conjugate = hermitian;

@@ -157,15 +157,20 @@ void distribute(const AnalysisRequest& request, const Control& control, const An
   };
   each_entry([&](const Place& at, bool in_u, int) {
     // An entry of U11 belongs to the column that it stands in, which is the later one.
-    if (in_u) upper.count(at.column);
-    else lower.count(!symmetric && at.upper ? at.row : at.column);
+    if (in_u)
+      upper.count(at.column);
+    else
+      lower.count(!symmetric && at.upper ? at.row : at.column);
   });
   lower.start();
   if (!symmetric) upper.start();
   each_entry([&](const Place& at, bool in_u, int p) {
-    if (in_u) upper.put(at.column, at.row, p);
-    else if (!symmetric && at.upper) lower.put(at.row, at.column, p);
-    else lower.put(at.column, symmetric && !at.upper ? -at.row : at.row, p);
+    if (in_u)
+      upper.put(at.column, at.row, p);
+    else if (!symmetric && at.upper)
+      lower.put(at.row, at.column, p);
+    else
+      lower.put(at.column, symmetric && !at.upper ? -at.row : at.row, p);
   });
   lower.finish();
   if (!symmetric) upper.finish();

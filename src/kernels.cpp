@@ -3,10 +3,11 @@
 
 namespace vlm {
 
-#define VELMORA_DECLARE(isa)                     \
-  namespace isa {                                \
-  extern const Kernels<double> kernels_double;   \
-  extern const Kernels<float> kernels_float;     \
+#define VELMORA_DECLARE(isa)                      \
+  namespace isa {                                 \
+  extern const Kernels<double> kernels_double;    \
+  extern const Kernels<float> kernels_float;      \
+  extern const Kernels<zcomplex> kernels_complex; \
   }
 VELMORA_DECLARE(baseline)
 #ifdef VELMORA_WIDE_KERNELS
@@ -42,6 +43,12 @@ const Kernels<T>& pick(const Kernels<T>& base, const Kernels<T>& four, const Ker
 template <>
 const Kernels<double>& kernels<double>() {
   static const Kernels<double>& chosen = VELMORA_PICK(kernels_double);
+  return chosen;
+}
+
+template <>
+const Kernels<zcomplex>& kernels<zcomplex>() {
+  static const Kernels<zcomplex>& chosen = VELMORA_PICK(kernels_complex);
   return chosen;
 }
 

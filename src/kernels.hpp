@@ -13,40 +13,54 @@ namespace vlm {
 /// C(row(i), col(j)) -= sum over k of A(i,k) B(j,k).
 template <class T>
 struct PanelUpdate {
-  int m = 0, q = 0, k = 0;           ///< rows of A, rows of B, columns of both
-  const T* a = nullptr;              ///< A(i,k) = a[i + k*lda]
+  int m = 0, q = 0, k = 0;  ///< rows of A, rows of B, columns of both
+  const T* a = nullptr;     ///< A(i,k) = a[i + k*lda]
   int lda = 0;
-  const T* b = nullptr;              ///< B(j,k) = b[j*b_row + k*b_col]
+  const T* b = nullptr;  ///< B(j,k) = b[j*b_row + k*b_col]
   int b_row = 1, b_col = 0;
   T* c = nullptr;
   int ldc = 0;
-  const int* row = nullptr;          ///< [m] rows of C, rising; null: 0, 1, 2, ...
-  const int* col = nullptr;          ///< [q] columns of C, rising; null: 0, 1, 2, ...
-  bool lower = false;                ///< entries with i < j need not be formed
+  const int* row = nullptr;  ///< [m] rows of C, rising; null: 0, 1, 2, ...
+  const int* col = nullptr;  ///< [q] columns of C, rising; null: 0, 1, 2, ...
+  bool lower = false;        ///< entries with i < j need not be formed
+  bool conjugate = false;    ///< B is conjugated (complex kinds)
 };
 
-/// X := X op(L)^-1 from the right, in place.
+/// X := X op(L)^-1 from the right, in place.  An upper triangle is given as the lower one that
+/// it is transposed, by its strides.
 template <class T>
 struct RightSolve {
   enum class Op { transposed, plain };
-  int m = 0, n = 0;                  ///< X is m by n, L n by n lower triangular
-  const T* l = nullptr;
-  int ldl = 0;
-  bool unit = false;                 ///< the diagonal of L counts as 1
-  bool conjugate = false;            ///< L is conjugated (complex kinds)
+  int m = 0, n = 0;      ///< X is m by n, L n by n lower triangular
+  const T* l = nullptr;  ///< L(j,k) = l[j*l_row + k*l_col]
+  int l_row = 1, l_col = 0;
+  bool unit = false;       ///< the diagonal of L counts as 1
+  bool conjugate = false;  ///< L is conjugated (complex kinds)
   Op op = Op::transposed;
   T* x = nullptr;
   int ldx = 0;
 };
 
+/// One vector against a lower triangle L(j,k) = l[j*l_row + k*l_col], one stride being 1.
+template <class T>
+struct TriangleSolve {
+  int n = 0;
+  const T* l = nullptr;
+  int l_row = 1, l_col = 0;
+  bool unit = false;
+  bool conjugate = false;
+  T* x = nullptr;
+};
+
 /// Pivot statistics and threshold of a diagonal block's factorization.
 template <class T>
 struct BlockPivots {
-  double eps = 0;        ///< threshold and replacement; 0: only exact zeros, replaced by 1e-8
+  double eps = 0;  ///< threshold and replacement; 0: exact zeros only, replaced by a default
   bool hermitian = false;
   bool want_logdet = false;
   double logdet = 0;
-  int perturbed = 0, positive = 0, negative = 0;
+  int perturbed = 0;
+  int positive = 0, negative = 0;  ///< signs of D; not counted for complex symmetric blocks
 };
 
 template <class T>
@@ -54,19 +68,21 @@ struct Kernels {
   const char* isa;
   void (*update)(const PanelUpdate<T>&);
   void (*solve_right)(const RightSolve<T>&);
-  /// Cholesky of the lower triangle; returns 0, or the 1-based column whose pivot failed.
+  /// Cholesky of the lower triangle, L L^H; returns 0, or the 1-based column that failed.
   int (*cholesky)(int n, T* a, int lda);
   /// LDL^T by Bunch-Kaufman pivots inside the block; pivot[n], 1-based, negative for 2x2.
   void (*ldlt)(int n, T* a, int lda, int* pivot, BlockPivots<T>& stats);
   /// LDL^T by diagonal pivots inside the block.
   void (*ldlt_diagonal)(int n, T* a, int lda, int* pivot, BlockPivots<T>& stats);
+  /// LU with complete pivoting; row[n] and column[n] take the interchanges, 1-based; work[n].
+  void (*lu_complete)(int n, T* a, int lda, int* row, int* column, T* work, BlockPivots<T>& stats);
   /// t := A x for an m by n panel.
   void (*multiply)(int m, int n, const T* a, int lda, const T* x, T* t);
-  /// y(j) -= sum over i of A(i,j) t(i).
-  void (*multiply_transposed)(int m, int n, const T* a, int lda, const T* t, T* y);
-  /// x := L^-1 x and x := L^-T x.
-  void (*solve_lower)(int n, const T* l, int ldl, bool unit, T* x);
-  void (*solve_lower_transposed)(int n, const T* l, int ldl, bool unit, T* x);
+  /// y(j) -= sum over i of op(A(i,j)) t(i), op the conjugate where asked.
+  void (*multiply_transposed)(int m, int n, const T* a, int lda, bool conjugate, const T* t, T* y);
+  /// x := op(L)^-1 x and x := op(L)^-T x for one vector; strides as in RightSolve.
+  void (*solve_lower)(const TriangleSolve<T>&);
+  void (*solve_lower_transposed)(const TriangleSolve<T>&);
 };
 
 /// The table for this processor, chosen once.

@@ -18,8 +18,8 @@ template <class Family, class T>
 int run_sequential(const FactorFrame<T>& f, FactorScratch<T>& scratch, int* links) {
   const Structure& st = f.st;
   const std::size_t nsuper = static_cast<std::size_t>(st.nsuper);
-  const View<int> head(links, nsuper);              // first panel waiting for a target, 0: none
-  const View<int> next(links + nsuper, nsuper);     // next one in the same list
+  const View<int> head(links, nsuper);           // first panel waiting for a target, 0: none
+  const View<int> next(links + nsuper, nsuper);  // next one in the same list
   std::vector<int> consumed_store(nsuper, 0);
   const View<int> consumed(consumed_store);
   std::fill(head.begin(), head.end(), 0);

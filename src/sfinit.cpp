@@ -12,8 +12,7 @@
 
 namespace vlm {
 
-Partition fndspa_velmora(View<const int> parent, View<const int> colcnt, int panel,
-                         int trailing) {
+Partition fndspa_velmora(View<const int> parent, View<const int> colcnt, int panel, int trailing) {
   const int n = static_cast<int>(parent.size());
   Partition out;
   out.snode.resize(n);

@@ -21,7 +21,6 @@ struct Partition {
 /// @param colcnt    column counts [n], in
 /// @param panel     most columns of a supernode
 /// @param trailing  number of last columns that begin a new supernode (0: no such block)
-Partition fndspa_velmora(View<const int> parent, View<const int> colcnt, int panel,
-                         int trailing);
+Partition fndspa_velmora(View<const int> parent, View<const int> colcnt, int panel, int trailing);
 
 }  // namespace vlm

@@ -32,11 +32,11 @@ struct SolveCall {
 /// Which parts of the two sweeps run.
 struct Sweep {
   bool forward = true, backward = true;
-  int forward_from = 1;   ///< panels that end before this column meet zeros only
-  int backward_to = 1;    ///< columns before this one aren't wanted
-  int gather_from = 1;    ///< positions with right-hand side values
-  int scatter_from = 1;   ///< positions of the solution that are delivered
-  int last_panel = 0;     ///< panels beyond belong to the Schur complement
+  int forward_from = 1;  ///< panels that end before this column meet zeros only
+  int backward_to = 1;   ///< columns before this one aren't wanted
+  int gather_from = 1;   ///< positions with right-hand side values
+  int scatter_from = 1;  ///< positions of the solution that are delivered
+  int last_panel = 0;    ///< panels beyond belong to the Schur complement
 };
 
 Sweep plan_sweep(const Control& control, const Structure& st) {
@@ -80,16 +80,43 @@ void put_value(double* x, std::ptrdiff_t k, T v) {
   }
 }
 
-/// y := scaled right-hand sides in elimination order.
+/// Node and scale of each position, on the side of the right-hand side or of the solution.
+///
+/// The factored matrix is P R A C under the symmetric order.  Right-hand sides enter through
+/// its rows and solutions leave through its columns; with the transposed matrix the sides
+/// change places.
+struct Side {
+  const int* match = nullptr;  ///< row of A in the place of a node; null: the node itself
+  const double* scale = nullptr;
+  int node(int order_node) const { return match ? match[order_node - 1] : order_node; }
+  double factor(int at) const { return scale ? scale[at - 1] : 1.0; }
+};
+
+Side row_side(const SolveCall& call) {
+  Side side;
+  if (!call.control.sym_struct) side.match = call.matching.perm;
+  if (call.control.scale_flag && call.matching.scale) side.scale = call.matching.scale + call.st.n;
+  return side;
+}
+
+Side column_side(const SolveCall& call) {
+  Side side;
+  if (call.control.scale_flag) side.scale = call.matching.scale;
+  return side;
+}
+
+/// y := scaled right-hand sides in elimination order; a backward step alone takes them as they
+/// stand.
 template <class T>
 void psol_fwgath_velmora(const SolveFrame<T>& f, const SolveCall& call, int k0) {
   const Structure& st = f.st;
-  const double* scale = f.control.scale_flag ? call.matching.scale : nullptr;
+  const Side side = call.control.transpose ? column_side(call) : row_side(call);
   using Wide = std::conditional_t<is_complex_v<T>, zcomplex, double>;
+  const bool plain = f.control.ext_res > 1;
   for (int i = 1; i <= st.n; ++i) {
     T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
-    const int node = f.control.ext_res > 1 ? i : st.perm(i);
-    const double s = scale && f.control.ext_res <= 1 ? scale[node - 1] : 1.0;
+    const int node = plain ? i : side.node(st.perm(i));
+    const double s = plain ? 1.0 : side.factor(node);
     for (int k = 0; k < f.nb; ++k) {
       const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1;
       yi[k] = i < f.sweep.gather_from ? T(0) : static_cast<T>(value_at<Wide>(call.b, at) * s);
@@ -97,17 +124,17 @@ void psol_fwgath_velmora(const SolveFrame<T>& f, const SolveCall& call, int k0) 
   }
 }
 
-/// Solutions back to the caller's order.
+/// Solutions back to the caller's order; a forward step alone gives them as they stand.
 template <class T>
 void psol_bwscat_velmora(const SolveFrame<T>& f, const SolveCall& call, int k0) {
   const Structure& st = f.st;
-  const double* scale = f.control.scale_flag ? call.matching.scale : nullptr;
+  const Side side = call.control.transpose ? row_side(call) : column_side(call);
   using Wide = std::conditional_t<is_complex_v<T>, zcomplex, double>;
   const bool plain = f.control.ext_res == 1;
   for (int i = f.sweep.scatter_from; i <= st.n; ++i) {
     const T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
-    const int node = plain ? i : st.perm(i);
-    const double s = scale && !plain ? scale[node - 1] : 1.0;
+    const int node = plain ? i : side.node(st.perm(i));
+    const double s = plain ? 1.0 : side.factor(node);
     for (int k = 0; k < f.nb; ++k)
       put_value(call.x, static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1,
                 static_cast<Wide>(yi[k]) * s);
@@ -116,79 +143,155 @@ void psol_bwscat_velmora(const SolveFrame<T>& f, const SolveCall& call, int k0) 
 
 /// Applies the interchanges of a panel's diagonal block to its part of y.
 template <class T>
-void interchange_block(const Panel<T>& p, T* y, int nb, bool undo) {
+void interchange_block(const int* pivot, int width, T* y, int nb, bool undo) {
   const auto swap = [&](int k) {
-    const int place = std::abs(p.pivot[k]) - 1;
+    const int place = std::abs(pivot[k]) - 1;
     // Of a 2x2 block the second row was exchanged; its first entry repeats the record.
-    if (place != k) std::swap_ranges(y + static_cast<std::ptrdiff_t>(k) * nb,
-                                     y + static_cast<std::ptrdiff_t>(k + 1) * nb,
-                                     y + static_cast<std::ptrdiff_t>(place) * nb);
+    if (place != k)
+      std::swap_ranges(y + static_cast<std::ptrdiff_t>(k) * nb,
+                       y + static_cast<std::ptrdiff_t>(k + 1) * nb,
+                       y + static_cast<std::ptrdiff_t>(place) * nb);
   };
   if (!undo) {
-    for (int k = 0; k < p.width; ++k) {
-      if (p.pivot[k] < 0) ++k;
+    for (int k = 0; k < width; ++k) {
+      if (pivot[k] < 0) ++k;
       swap(k);
     }
   } else {
-    for (int k = p.width - 1; k >= 0; --k) {
+    for (int k = width - 1; k >= 0; --k) {
       swap(k);
-      if (p.pivot[k] < 0) --k;
+      if (pivot[k] < 0) --k;
     }
   }
 }
 
-/// Symmetric factors: what the forward, diagonal and backward steps do with one panel.
+/// One triangle of a panel, seen as the lower one: L itself, or U through its transpose.
+template <class T>
+struct Triangle {
+  const T* block;  ///< diagonal block, element (j,k) at j*row + k*col
+  int row, col;
+  bool unit;
+  bool conjugate;  ///< the backward sweep of Hermitian factors
+  const T* below;  ///< rows below the block, column-major
+  int ld_below;
+  const int* pivot;  ///< interchanges that belong to this side; null: none
+};
+
+/// y := (triangle)^-1 y for a panel's columns, and the rows below brought up to date.
+template <class T>
+void forward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t) {
+  T* y = f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb;
+  if (t.pivot) interchange_block(t.pivot, p.width, y, f.nb, false);
+  const int* row = p.row + p.width;
+  if (f.nb == 1) {
+    f.kernel.solve_lower({p.width, t.block, t.row, t.col, t.unit, t.conjugate, y});
+    if (p.below() == 0) return;
+    f.kernel.multiply(p.below(), p.width, t.below, t.ld_below, y, f.temp);
+    for (int i = 0; i < p.below(); ++i) f.y[row[i] - 1] -= f.temp[i];
+    return;
+  }
+  // Held transposed: L y = b reads Y L^T = B.
+  RightSolve<T> solve{.m = f.nb,
+                      .n = p.width,
+                      .l = t.block,
+                      .l_row = t.row,
+                      .l_col = t.col,
+                      .unit = t.unit,
+                      .conjugate = t.conjugate,
+                      .op = RightSolve<T>::Op::transposed,
+                      .x = y,
+                      .ldx = f.nb};
+  f.kernel.solve_right(solve);
+  if (p.below() == 0) return;
+  PanelUpdate<T> u{.m = f.nb,
+                   .q = p.below(),
+                   .k = p.width,
+                   .a = y,
+                   .lda = f.nb,
+                   .b = t.below,
+                   .b_row = 1,
+                   .b_col = t.ld_below,
+                   .c = f.y - f.nb,
+                   .ldc = f.nb,
+                   .col = row,
+                   .conjugate = t.conjugate};
+  f.kernel.update(u);
+}
+
+/// y := (triangle)^-T y for a panel's columns, from the finished rows below.
+template <class T>
+void backward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t) {
+  T* y = f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb;
+  const int* row = p.row + p.width;
+  if (f.nb == 1) {
+    for (int i = 0; i < p.below(); ++i) f.temp[i] = f.y[row[i] - 1];
+    f.kernel.multiply_transposed(p.below(), p.width, t.below, t.ld_below, t.conjugate, f.temp, y);
+    f.kernel.solve_lower_transposed({p.width, t.block, t.row, t.col, t.unit, t.conjugate, y});
+  } else {
+    for (int i = 0; i < p.below(); ++i)
+      std::copy_n(f.y + static_cast<std::ptrdiff_t>(row[i] - 1) * f.nb, f.nb,
+                  f.temp + static_cast<std::ptrdiff_t>(i) * f.nb);
+    if (p.below() > 0) {
+      PanelUpdate<T> u{.m = f.nb,
+                       .q = p.width,
+                       .k = p.below(),
+                       .a = f.temp,
+                       .lda = f.nb,
+                       .b = t.below,
+                       .b_row = t.ld_below,
+                       .b_col = 1,
+                       .c = y,
+                       .ldc = f.nb,
+                       .conjugate = t.conjugate};
+      f.kernel.update(u);
+    }
+    RightSolve<T> solve{.m = f.nb,
+                        .n = p.width,
+                        .l = t.block,
+                        .l_row = t.row,
+                        .l_col = t.col,
+                        .unit = t.unit,
+                        .conjugate = t.conjugate,
+                        .op = RightSolve<T>::Op::plain,
+                        .x = y,
+                        .ldx = f.nb};
+    f.kernel.solve_right(solve);
+  }
+  if (t.pivot) interchange_block(t.pivot, p.width, y, f.nb, true);
+}
+
+/// Symmetric factors: what the three steps do with one panel.
 template <class T, bool hermitian, bool unit>
 struct SymmetricSolve {
+  static Triangle<T> triangle(const Panel<T>& p, bool backward) {
+    return {p.l, 1, p.rows, unit, hermitian && backward, p.l21(), p.rows, unit ? p.pivot : nullptr};
+  }
   static void forward(const SolveFrame<T>& f, const Panel<T>& p) {
-    T* y = f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb;
-    if (unit) interchange_block(p, y, f.nb, false);
-    if (f.nb == 1) {
-      f.kernel.solve_lower(p.width, p.l, p.rows, unit, y);
-      if (p.below() == 0) return;
-      f.kernel.multiply(p.below(), p.width, p.l21(), p.rows, y, f.temp);
-      const int* row = p.row + p.width;
-      for (int i = 0; i < p.below(); ++i) f.y[row[i] - 1] -= f.temp[i];
-      return;
-    }
-    // Held transposed, L y = b reads Y L^T = B, and Hermitian factors need no conjugates.
-    RightSolve<T> solve{.m = f.nb, .n = p.width, .l = p.l, .ldl = p.rows, .unit = unit,
-                        .op = RightSolve<T>::Op::transposed, .x = y, .ldx = f.nb};
-    f.kernel.solve_right(solve);
-    if (p.below() == 0) return;
-    PanelUpdate<T> u{.m = f.nb, .q = p.below(), .k = p.width, .a = y, .lda = f.nb, .b = p.l21(),
-                     .b_row = 1, .b_col = p.rows, .c = f.y - f.nb, .ldc = f.nb,
-                     .col = p.row + p.width};
-    f.kernel.update(u);
+    forward_panel(f, p, triangle(p, false));
+    // The block is held transposed: y^T D^-T.
+    if (unit)
+      divide_by_d<T, hermitian, true>(p, f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb,
+                                      f.nb, f.nb);
   }
-
-  static void diagonal(const SolveFrame<T>& f, const Panel<T>& p) {
-    T* y = f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb;
-    // The block is held transposed: y^T D^-T, and D^T is D or its conjugate.
-    if (unit) divide_by_d<T, hermitian, true>(p, y, f.nb, f.nb);
-  }
-
   static void backward(const SolveFrame<T>& f, const Panel<T>& p) {
-    T* y = f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb;
-    const int* row = p.row + p.width;
-    if (f.nb == 1) {
-      for (int i = 0; i < p.below(); ++i) f.temp[i] = f.y[row[i] - 1];
-      f.kernel.multiply_transposed(p.below(), p.width, p.l21(), p.rows, f.temp, y);
-      f.kernel.solve_lower_transposed(p.width, p.l, p.rows, unit, y);
-    } else {
-      for (int i = 0; i < p.below(); ++i)
-        std::copy_n(f.y + static_cast<std::ptrdiff_t>(row[i] - 1) * f.nb, f.nb,
-                    f.temp + static_cast<std::ptrdiff_t>(i) * f.nb);
-      if (p.below() > 0) {
-        PanelUpdate<T> u{.m = f.nb, .q = p.width, .k = p.below(), .a = f.temp, .lda = f.nb,
-                         .b = p.l21(), .b_row = p.rows, .b_col = 1, .c = y, .ldc = f.nb};
-        f.kernel.update(u);
-      }
-      RightSolve<T> solve{.m = f.nb, .n = p.width, .l = p.l, .ldl = p.rows, .unit = unit,
-                          .op = RightSolve<T>::Op::plain, .x = y, .ldx = f.nb};
-      f.kernel.solve_right(solve);
-    }
-    if (unit) interchange_block(p, y, f.nb, true);
+    backward_panel(f, p, triangle(p, true));
+  }
+};
+
+/// LU factors: L forward and U backward, or with the transposed matrix U^T and L^T.
+template <class T>
+struct LuSolve {
+  static Triangle<T> lower(const Panel<T>& p) {
+    return {p.l, 1, p.rows, true, false, p.l21(), p.rows, p.pivot};
+  }
+  static Triangle<T> upper(const Panel<T>& p) {
+    return {p.l, p.rows, 1, false, false, p.u, p.below(), p.column_pivot};
+  }
+  static void forward(const SolveFrame<T>& f, const Panel<T>& p) {
+    forward_panel(f, p, f.control.transpose ? upper(p) : lower(p));
+  }
+  static void backward(const SolveFrame<T>& f, const Panel<T>& p) {
+    backward_panel(f, p, f.control.transpose ? lower(p) : upper(p));
   }
 };
 
@@ -200,9 +303,7 @@ void run_sweeps(const SolveFrame<T>& f) {
   if (f.sweep.forward) {
     for (int s = 1; s <= f.sweep.last_panel; ++s) {
       if (st.xsuper(s + 1) - 1 < f.sweep.forward_from) continue;
-      const Panel<T> p = panel(s);
-      Family::forward(f, p);
-      Family::diagonal(f, p);
+      Family::forward(f, panel(s));
     }
     if (f.control.nschur > 0) {
       const std::ptrdiff_t start = st.n - f.control.nschur;
@@ -240,12 +341,35 @@ using Kernel = int (*)(const SolveCall&);
 constexpr Kernel blkslvs_velmora = solve_with<SymmetricSolve<double, false, false>, double>;
 constexpr Kernel blkldlslvs_velmora = solve_with<SymmetricSolve<double, false, true>, double>;
 constexpr Kernel blkldlslvs_32_velmora = solve_with<SymmetricSolve<float, false, true>, float>;
+constexpr Kernel ch_blkslvs_velmora = solve_with<SymmetricSolve<zcomplex, true, false>, zcomplex>;
+constexpr Kernel ch_blkldlslvs_velmora = solve_with<SymmetricSolve<zcomplex, true, true>, zcomplex>;
+constexpr Kernel c_blkslvs_velmora = solve_with<SymmetricSolve<zcomplex, false, true>, zcomplex>;
+constexpr Kernel blkslv_velmora = solve_with<LuSolve<double>, double>;
+constexpr Kernel blkslv_32_velmora = solve_with<LuSolve<float>, float>;
+constexpr Kernel c_blkslv_velmora = solve_with<LuSolve<zcomplex>, zcomplex>;
 
+/// Kernel for a matrix type; partial and complete pivoting leave records of one kind, so one
+/// solve serves both LU families.
 Kernel choose_kernel(int mtype, bool single) {
   switch (mtype) {
-    case 2: return blkslvs_velmora;
-    case -2: return single ? blkldlslvs_32_velmora : blkldlslvs_velmora;
-    default: return nullptr;
+    case 2:
+      return blkslvs_velmora;
+    case -2:
+      return single ? blkldlslvs_32_velmora : blkldlslvs_velmora;
+    case 4:
+      return ch_blkslvs_velmora;
+    case -4:
+      return ch_blkldlslvs_velmora;
+    case 6:
+      return c_blkslvs_velmora;
+    case 1:
+    case 11:
+      return single ? blkslv_32_velmora : blkslv_velmora;
+    case 3:
+    case 13:
+      return c_blkslv_velmora;
+    default:
+      return nullptr;
   }
 }
 
@@ -257,9 +381,8 @@ std::size_t solve_work_bytes(const Structure& st, int nrhs, std::size_t scalar_b
          scalar_bytes;
 }
 
-int solve_velmora(const Control& control, const Structure& structure,
-                  const MatchingStore& matching, const void* lu, int nrhs, const double* b,
-                  double* x, void* work) {
+int solve_velmora(const Control& control, const Structure& structure, const MatchingStore& matching,
+                  const void* lu, int nrhs, const double* b, double* x, void* work) {
   const Kernel kernel = choose_kernel(control.mtype, control.single32 != 0);
   if (kernel == nullptr) return status_unsupported;
   return kernel({control, structure, matching, lu, nrhs, b, x, work});

@@ -48,8 +48,7 @@ int factorize_velmora(Control& control, const Structure& structure, const InputM
 /// Solves with a finished factor: gather and scale, forward, diagonal, backward, scatter.
 /// @param b  right-hand sides, n by nrhs, complex values as two doubles, in
 /// @param x  solutions, n by nrhs, out; may be b itself
-int solve_velmora(const Control& control, const Structure& structure,
-                  const MatchingStore& matching, const void* lu, int nrhs, const double* b,
-                  double* x, void* work);
+int solve_velmora(const Control& control, const Structure& structure, const MatchingStore& matching,
+                  const void* lu, int nrhs, const double* b, double* x, void* work);
 
 }  // namespace vlm

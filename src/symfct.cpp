@@ -11,10 +11,10 @@ namespace {
 
 /// A run of columns that will share one row structure.
 struct Block {
-  int first = 0;          ///< first column
+  int first = 0;  ///< first column
   int width = 0;
-  int height = 0;         ///< rows, own columns included
-  std::int64_t nnz = 0;   ///< entries of the exact columns
+  int height = 0;        ///< rows, own columns included
+  std::int64_t nnz = 0;  ///< entries of the exact columns
 };
 
 std::int64_t trapezoid(std::int64_t width, std::int64_t height) {
@@ -222,9 +222,9 @@ double flops_velmora(const Control& control, Analysis& analysis) {
     }
     const double cube = static_cast<double>(w) * static_cast<double>(w * w);
     const double below = static_cast<double>(w * w) * static_cast<double>(h - w);
-    sum += symmetric ? cube / 3 - static_cast<double>(w * w / 4) + static_cast<double>(5 * w / 12)
-                     : 2 * cube / 3 - static_cast<double>(w * w / 2) +
-                           static_cast<double>(5 * w / 6);
+    sum += symmetric
+               ? cube / 3 - static_cast<double>(w * w / 4) + static_cast<double>(5 * w / 12)
+               : 2 * cube / 3 - static_cast<double>(w * w / 2) + static_cast<double>(5 * w / 6);
     sum += symmetric ? below : 2 * below;
   }
   return sum * 1e-9 * (is_complex_type(control.mtype) ? 4 : 1);

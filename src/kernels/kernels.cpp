@@ -3,6 +3,7 @@
 
 #include "gemm.hpp"
 #include "ldlt.hpp"
+#include "lu.hpp"
 #include "triangle.hpp"
 #include "vector.hpp"
 
@@ -13,15 +14,24 @@ namespace vlm::VELMORA_ISA {
 
 template <class T>
 constexpr Kernels<T> table() {
-  return {VELMORA_TEXT(VELMORA_ISA), update<T>,        solve_right<T>,
-          cholesky<T>,               ldlt<T>,          ldlt_diagonal<T>,
-          multiply<T>,               multiply_transposed<T>,
-          solve_lower<T>,            solve_lower_transposed<T>};
+  return {VELMORA_TEXT(VELMORA_ISA),
+          update<T>,
+          solve_right<T>,
+          cholesky<T>,
+          ldlt<T>,
+          ldlt_diagonal<T>,
+          lu_complete<T>,
+          multiply<T>,
+          multiply_transposed<T>,
+          solve_lower<T>,
+          solve_lower_transposed<T>};
 }
 
 extern const Kernels<double> kernels_double;
 extern const Kernels<float> kernels_float;
+extern const Kernels<zcomplex> kernels_complex;
 const Kernels<double> kernels_double = table<double>();
 const Kernels<float> kernels_float = table<float>();
+const Kernels<zcomplex> kernels_complex = table<zcomplex>();
 
 }  // namespace vlm::VELMORA_ISA

@@ -5,40 +5,47 @@
 #pragma once
 
 #include "gemm.hpp"
+#include "scalar.hpp"
 
 namespace vlm::VELMORA_ISA {
 
 inline constexpr int strip = 8;
 
-inline double magnitude(double x) { return __builtin_fabs(x); }
-inline float magnitude(float x) { return __builtin_fabsf(x); }
-inline double square_root(double x) { return __builtin_sqrt(x); }
-inline float square_root(float x) { return __builtin_sqrtf(x); }
+/// A strip's own triangle.
+template <class T>
+struct StripTriangle {
+  const T* l;
+  long l_row, l_col;
+  bool unit, transposed, conjugate;
+  T at(int j, int k) const { return conjugated_if(l[j * l_row + k * l_col], conjugate); }
+};
 
 /// X(:,0..w) := X(:,0..w) op(L)^-1 for one strip.
 template <class T>
-inline void solve_strip(int m, int w, const T* l, long ldl, bool unit, bool transposed, T* x,
-                        long ldx) {
+inline void solve_strip(int m, int w, StripTriangle<T> t, T* x, long ldx) {
   for (int c = 0; c < w; ++c) {
-    const int j = transposed ? c : w - 1 - c;
+    const int j = t.transposed ? c : w - 1 - c;
     T* xj = x + j * ldx;
     for (int d = 0; d < c; ++d) {
-      const int k = transposed ? d : w - 1 - d;
-      const T f = transposed ? l[j + k * ldl] : l[k + j * ldl];
+      const int k = t.transposed ? d : w - 1 - d;
+      const T f = t.transposed ? t.at(j, k) : t.at(k, j);
       const T* xk = x + k * ldx;
       for (int i = 0; i < m; ++i) xj[i] -= f * xk[i];
     }
-    if (unit) continue;
-    const T r = T(1) / l[j + j * ldl];
+    if (t.unit) continue;
+    const T r = T(1) / t.at(j, j);
     for (int i = 0; i < m; ++i) xj[i] *= r;
   }
 }
 
-/// Rows of X small enough to stay in cache through all strips.
+/// Rows of X few enough to stay in cache through all strips.
 template <class T>
 inline void solve_rows(const RightSolve<T>& s, T* x, int m) {
   const bool transposed = s.op == RightSolve<T>::Op::transposed;
   const int strips = (s.n + strip - 1) / strip;
+  const auto element = [&](int j, int k) {
+    return s.l + static_cast<long>(j) * s.l_row + static_cast<long>(k) * s.l_col;
+  };
   for (int number = 0; number < strips; ++number) {
     const int j = (transposed ? number : strips - 1 - number) * strip;
     const int w = s.n - j < strip ? s.n - j : strip;
@@ -48,28 +55,30 @@ inline void solve_rows(const RightSolve<T>& s, T* x, int m) {
     u.q = w;
     u.lda = u.ldc = s.ldx;
     u.c = xj;
+    u.conjugate = s.conjugate;
     if (transposed) {  // columns before the strip are final
       u.k = j;
       u.a = x;
-      u.b = s.l + j;
-      u.b_row = 1;
-      u.b_col = s.ldl;
-    } else {           // columns behind the strip are final
+      u.b = element(j, 0);
+      u.b_row = s.l_row;
+      u.b_col = s.l_col;
+    } else {  // columns behind the strip are final
       u.k = s.n - j - w;
       u.a = x + static_cast<long>(j + w) * s.ldx;
-      u.b = s.l + (j + w) + static_cast<long>(j) * s.ldl;
-      u.b_row = s.ldl;
-      u.b_col = 1;
+      u.b = element(j + w, j);
+      u.b_row = s.l_col;
+      u.b_col = s.l_row;
     }
     if (u.k > 0) update(u);
-    solve_strip(m, w, s.l + j + static_cast<long>(j) * s.ldl, s.ldl, s.unit, transposed, xj,
-                s.ldx);
+    solve_strip(m, w,
+                StripTriangle<T>{element(j, j), s.l_row, s.l_col, s.unit, transposed, s.conjugate},
+                xj, s.ldx);
   }
 }
 
 template <class T>
 void solve_right(const RightSolve<T>& s) {
-  constexpr int rows = 4 * tile_vectors * Simd<T>::width;
+  constexpr int rows = 4 * Kind<T>::vectors * lanes<T>;
   for (int i = 0; i < s.m; i += rows) solve_rows(s, s.x + i, s.m - i < rows ? s.m - i : rows);
 }
 
@@ -77,15 +86,15 @@ void solve_right(const RightSolve<T>& s) {
 template <class T>
 inline int cholesky_strip(int n, T* a, long lda) {
   for (int j = 0; j < n; ++j) {
-    T d = a[j + j * lda];
-    for (int k = 0; k < j; ++k) d -= a[j + k * lda] * a[j + k * lda];
-    if (!(d > T(0))) return j + 1;
+    auto d = real_part(a[j + j * lda]);
+    for (int k = 0; k < j; ++k) d -= real_part(a[j + k * lda] * conjugated(a[j + k * lda]));
+    if (!(d > 0)) return j + 1;
     d = square_root(d);
-    a[j + j * lda] = d;
-    const T r = T(1) / d;
+    a[j + j * lda] = T(d);
+    const auto r = 1 / d;
     for (int i = j + 1; i < n; ++i) {
       T x = a[i + j * lda];
-      for (int k = 0; k < j; ++k) x -= a[i + k * lda] * a[j + k * lda];
+      for (int k = 0; k < j; ++k) x -= a[i + k * lda] * conjugated(a[j + k * lda]);
       a[i + j * lda] = x * r;
     }
   }
@@ -106,10 +115,13 @@ int cholesky(int n, T* a, int lda) {
       u.lda = u.b_col = u.ldc = lda;
       u.c = corner;
       u.lower = true;
+      u.conjugate = true;
       update(u);
     }
     if (const int info = cholesky_strip(w, corner, lda); info != 0) return j + info;
-    if (j + w < n) solve_strip(n - j - w, w, corner, lda, false, true, corner + w, lda);
+    if (j + w < n)
+      solve_strip(n - j - w, w, StripTriangle<T>{corner, 1, lda, false, true, true}, corner + w,
+                  lda);
   }
   return 0;
 }

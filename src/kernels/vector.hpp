@@ -2,7 +2,8 @@
 /// the reading of the panel, so each pass takes several columns.
 #pragma once
 
-#include "simd.hpp"
+#include "gemm.hpp"
+#include "scalar.hpp"
 
 namespace vlm::VELMORA_ISA {
 
@@ -37,55 +38,82 @@ void multiply(int m, int n, const T* a, int lda_int, const T* x, T* __restrict t
   if (j < n) add_columns<T, 1>(m, a + j * lda, lda, x + j, t, j == 0);
 }
 
+/// y(c) -= sum of op(A(:,c)) t for NC columns.
 template <class T, int NC>
-inline void dot_columns(int m, const T* a, long lda, const T* t, T* y) {
-  using S = Simd<T>;
-  typename S::Vector acc[NC] = {};
-  int i = 0;
-  for (; i + S::width <= m; i += S::width) {
-    const typename S::Vector tv = S::load(t + i);
-    for (int c = 0; c < NC; ++c) acc[c] += S::load(a + i + c * lda) * tv;
-  }
-  for (int c = 0; c < NC; ++c) {
-    T s = T(0);
-    for (int v = 0; v < S::width; ++v) s += acc[c][v];
-    for (int r = i; r < m; ++r) s += a[r + c * lda] * t[r];
-    y[c] -= s;
+inline void dot_columns(int m, const T* a, long lda, bool conjugate, const T* t, T* y) {
+  if constexpr (Kind<T>::parts == 1) {
+    using S = Simd<T>;
+    typename S::Vector acc[NC] = {};
+    int i = 0;
+    for (; i + S::width <= m; i += S::width) {
+      const typename S::Vector tv = S::load(t + i);
+      for (int c = 0; c < NC; ++c) acc[c] += S::load(a + i + c * lda) * tv;
+    }
+    for (int c = 0; c < NC; ++c) {
+      T s = T(0);
+      for (int v = 0; v < S::width; ++v) s += acc[c][v];
+      for (int r = i; r < m; ++r) s += a[r + c * lda] * t[r];
+      y[c] -= s;
+    }
+  } else {
+    for (int c = 0; c < NC; ++c) {
+      T s = T(0);
+      const T* ac = a + c * lda;
+      if (conjugate)
+        for (int i = 0; i < m; ++i) s += conjugated(ac[i]) * t[i];
+      else
+        for (int i = 0; i < m; ++i) s += ac[i] * t[i];
+      y[c] -= s;
+    }
   }
 }
 
 template <class T>
-void multiply_transposed(int m, int n, const T* a, int lda_int, const T* t, T* y) {
+void multiply_transposed(int m, int n, const T* a, int lda_int, bool conjugate, const T* t, T* y) {
   const long lda = lda_int;
   int j = 0;
-  for (; j + 4 <= n; j += 4) dot_columns<T, 4>(m, a + j * lda, lda, t, y + j);
+  for (; j + 4 <= n; j += 4) dot_columns<T, 4>(m, a + j * lda, lda, conjugate, t, y + j);
   if (j + 2 <= n) {
-    dot_columns<T, 2>(m, a + j * lda, lda, t, y + j);
+    dot_columns<T, 2>(m, a + j * lda, lda, conjugate, t, y + j);
     j += 2;
   }
-  if (j < n) dot_columns<T, 1>(m, a + j * lda, lda, t, y + j);
+  if (j < n) dot_columns<T, 1>(m, a + j * lda, lda, conjugate, t, y + j);
 }
 
-/// x := L^-1 x for a lower triangle.
+/// Forward substitution, by columns of L where they are contiguous and else by its rows.
 template <class T>
-void solve_lower(int n, const T* l, int ldl_int, bool unit, T* x) {
-  const long ldl = ldl_int;
-  for (int j = 0; j < n; ++j) {
-    const T* lj = l + j * ldl;
-    if (!unit) x[j] /= lj[j];
-    const T f = x[j];
-    for (int i = j + 1; i < n; ++i) x[i] -= lj[i] * f;
+void solve_lower(const TriangleSolve<T>& s) {
+  T* x = s.x;
+  for (int j = 0; j < s.n; ++j) {
+    const T d = s.l[static_cast<long>(j) * s.l_row + static_cast<long>(j) * s.l_col];
+    if (s.l_row == 1) {
+      if (!s.unit) x[j] /= conjugated_if(d, s.conjugate);
+      const T f = x[j];
+      const T* lj = s.l + static_cast<long>(j) * s.l_col;
+      for (int i = j + 1; i < s.n; ++i) x[i] -= conjugated_if(lj[i], s.conjugate) * f;
+    } else {
+      dot_columns<T, 1>(j, s.l + static_cast<long>(j) * s.l_row, 0, s.conjugate, x, x + j);
+      if (!s.unit) x[j] /= conjugated_if(d, s.conjugate);
+    }
   }
 }
 
-/// x := L^-T x for a lower triangle.
+/// Backward substitution with the transposed triangle.
 template <class T>
-void solve_lower_transposed(int n, const T* l, int ldl_int, bool unit, T* x) {
-  const long ldl = ldl_int;
-  for (int j = n - 1; j >= 0; --j) {
-    const T* lj = l + j * ldl;
-    if (j + 1 < n) dot_columns<T, 1>(n - j - 1, lj + j + 1, ldl, x + j + 1, x + j);
-    if (!unit) x[j] /= lj[j];
+void solve_lower_transposed(const TriangleSolve<T>& s) {
+  T* x = s.x;
+  for (int j = s.n - 1; j >= 0; --j) {
+    const T d = s.l[static_cast<long>(j) * s.l_row + static_cast<long>(j) * s.l_col];
+    if (s.l_row == 1) {
+      const T* lj = s.l + static_cast<long>(j) * s.l_col;
+      if (j + 1 < s.n) dot_columns<T, 1>(s.n - j - 1, lj + j + 1, 0, s.conjugate, x + j + 1, x + j);
+      if (!s.unit) x[j] /= conjugated_if(d, s.conjugate);
+    } else {
+      if (!s.unit) x[j] /= conjugated_if(d, s.conjugate);
+      const T f = x[j];
+      const T* lj = s.l + static_cast<long>(j) * s.l_row;
+      for (int i = 0; i < j; ++i) x[i] -= conjugated_if(lj[i], s.conjugate) * f;
+    }
   }
 }
 
