@@ -61,4 +61,19 @@ inline void add_block_product_trans(double* y, const double* a, const double* x)
     for (unsigned j = 0; j < N; ++j) y[j] += a[i * N + j] * x[i];
 }
 
+/// The same for a block of size n; size 5 goes to its own instance.
+inline void add_block_product(unsigned n, double* y, const double* a, const double* x) {
+  if (n == 5) return add_block_product<5>(y, a, x);
+  for (std::size_t i = 0; i < n; ++i) {
+    double sum = y[i];
+    for (std::size_t j = 0; j < n; ++j) sum += a[i * n + j] * x[j];
+    y[i] = sum;
+  }
+}
+inline void add_block_product_trans(unsigned n, double* y, const double* a, const double* x) {
+  if (n == 5) return add_block_product_trans<5>(y, a, x);
+  for (std::size_t i = 0; i < n; ++i)
+    for (std::size_t j = 0; j < n; ++j) y[j] += a[i * n + j] * x[i];
+}
+
 }  // namespace vlm
