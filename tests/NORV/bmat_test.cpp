@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -53,6 +54,9 @@ Vec random_vec(unsigned n, std::mt19937& random) {
 struct Case {
   unsigned m, n, bn;
   bool sym;
+  friend std::ostream& operator<<(std::ostream& out, const Case& c) {
+    return out << c.m << " x " << c.n << " blocks of " << c.bn << (c.sym ? ", symmetric" : "");
+  }
 };
 
 class BmatTest : public ::testing::TestWithParam<Case> {
