@@ -12,8 +12,14 @@
 
 #define DECLARE_SECOND_NAME(name) extern "C" decltype(::name) NORVMORA_##name;
 #define EXPECT_SECOND_NAME(name) EXPECT_EQ(&::name, &NORVMORA_##name);
-#define NORVMORA_ALL(X) \
-  NORVMORA_PERM(X) NORVMORA_PERMCYCLE(X) NORVMORA_BITVEC(X) NORVMORA_PRIOQ(X) NORVMORA_JDXLIST(X)
+#define NORVMORA_ALL(X)                                                                           \
+  NORVMORA_PERM(X)                                                                                \
+  NORVMORA_PERMCYCLE(X) NORVMORA_BITVEC(X) NORVMORA_PRIOQ(X) NORVMORA_JDXLIST(X) NORVMORA_SMAT(X) \
+      NORVMORA_SMAT_PRODUCT(X) NORVMORA_SMAT_MATMUL(X) NORVMORA_SMAT_TRANSFORM(X)                 \
+          NORVMORA_SMAT_UTILS(X) NORVMORA_SMAT_SCALE(X) NORVMORA_SMAT_ACCESS(X)                   \
+              NORVMORA_SMAT_NORMS(X) NORVMORA_SMAT_PRINT(X) NORVMORA_SMAT_CHECK(X)                \
+                  NORVMORA_SMAT_SPARSIFY(X) NORVMORA_SMAT_SPLIT(X) NORVMORA_SMAT_ANALYSIS(X)      \
+                      NORVMORA_SMAT_BLOCKS(X) NORVMORA_SMAT_CPX(X) NORVMORA_SBMAT(X)
 NORVMORA_ALL(DECLARE_SECOND_NAME)
 
 TEST(Names, SecondNamesAreTheSameRoutines){NORVMORA_ALL(EXPECT_SECOND_NAME)}

@@ -117,3 +117,5 @@
   X(smat_inv_sym_block_diag) X(smat_invroot_sym_block_diag) X(smat_block_condense_max)
 
 #define NORVMORA_SMAT_CPX(X) X(smat_2x2_to_cpx) X(smat_cpx_to_2x2)
+
+#define NORVMORA_SBMAT(X) X(smat_find_blocks)

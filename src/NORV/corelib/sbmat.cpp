@@ -92,3 +92,5 @@ void sbmat_free(sbmat* S) {
   std::free(S->sizes);
   std::free(S);
 }
+
+NORVMORA_SBMAT(NORVMORA_ALIAS)
