@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "norvmora_names.hpp"
 #include "smat_rows.hpp"
 
 namespace vlm::norv {
