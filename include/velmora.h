@@ -58,7 +58,8 @@
  *  -22   selected inversion of the factor.  Not in this version: ends with error -1
  *
  * Arrays that a phase does not use may be null: a in phase 11 unless iparm(13) asks for
- * matching; b and x unless the phase solves; perm unless iparm(5) or iparm(31) asks for it; all of them in phases 0 and -1.
+ * matching; b and x unless the phase solves; perm unless iparm(5) or iparm(31) asks for it;
+ * all of them in phases 0 and -1.
  *
  *
  * error
