@@ -2,7 +2,11 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <algorithm>
+#include <cmath>
+
 #include "caller.hpp"
+#include "gallery.hpp"
 #include "stages.hpp"
 
 namespace vlm::test {
@@ -270,6 +274,63 @@ TEST(Phases, MatchingThatDoesNotExist) {
   d.iparm(13) = 5;
   EXPECT_EQ(d.run(11), -3);
   EXPECT_TRUE(contains(d.run_and_read(11), "matching iparam(13) 5 is not available"));
+}
+
+double relative_residual(Caller& c, const std::vector<double>& b) {
+  std::vector<double> y(b.size());
+  double normb, normr;
+  velmora_residual(&c.mtype, &c.n, c.a_ptr, c.ia_ptr, c.ja_ptr, b.data(), c.x.data(), y.data(),
+                   &normb, &normr);
+  return normr / normb;
+}
+
+// Every matching mode with every ordering, through analysis, factorization and refactorization
+// with other values, on the stored analysis.
+TEST(Phases, MatchingModes) {
+  for (const Matrix& m : {interior_point_kkt(9, 8, 1), saddle_point(3, 2)})
+    for (int mode = 1; mode <= 4; ++mode)
+      for (int order = 0; order <= 2; ++order)
+        for (const int user_perm : {0, 1}) {
+          SCOPED_TRACE(m.name + " mode " + std::to_string(mode) + " order " +
+                       std::to_string(order) + " perm " + std::to_string(user_perm));
+          Caller c(-2, m.ia, m.ja, m.a);
+          c.iparm(2) = order;
+          c.iparm(5) = user_perm;
+          c.iparm(8) = 3;
+          c.iparm(11) = c.iparm(21) = 1;
+          c.iparm(13) = mode;
+          for (int i = 0; i < c.n; ++i) c.perm[i] = c.n - i;
+          const std::vector<double> b(c.b.begin(), c.b.begin() + c.n);
+          ASSERT_EQ(c.run(11), 0);
+          ASSERT_EQ(c.run(22), 0);
+          ASSERT_EQ(c.run(33), 0);
+          EXPECT_LE(relative_residual(c, b), 1e-9);
+          const Matrix other = with_new_values(m, 3);
+          c.a = other.a;
+          ASSERT_EQ(c.run(23), 0);
+          EXPECT_LE(relative_residual(c, b), 1e-9);
+        }
+}
+
+// A matching that leaves out the Schur nodes changes nothing in the complement.
+TEST(Schur, MatchingScalesOnlyWhatIsEliminated) {
+  const Matrix m = interior_point_kkt(6, 4, 1);
+  std::vector<double> plain;
+  for (const int mode : {0, 1, 2}) {
+    Caller c(-2, m.ia, m.ja, m.a);
+    c.iparm(11) = c.iparm(21) = 1;
+    c.iparm(13) = mode;
+    c.iparm(38) = c.n - 5;
+    ASSERT_EQ(c.run(12), 0);
+    std::vector<double> s(c.iparm(39)), dense(25);
+    std::vector<int> is(6), js(c.iparm(39));
+    velmora_schur(c.pt, &c.maxfct, &c.mnum, &c.mtype, s.data(), is.data(), js.data());
+    for (int i = 0; i < 5; ++i)
+      for (int k = is[i] - 1; k < is[i + 1] - 1; ++k) dense[5 * i + js[k] - 1] = s[k];
+    if (mode == 0) plain = dense;
+    const double scale = std::abs(*std::max_element(plain.begin(), plain.end()));
+    for (int k = 0; k < 25; ++k) EXPECT_NEAR(dense[k], plain[k], 1e-10 * scale) << mode;
+  }
 }
 
 TEST(Phases, ReportNamesTheSteps) {
