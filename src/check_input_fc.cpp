@@ -117,8 +117,6 @@ void accept_analysis_options(const Call& call, Control& control) {
   control.order = iparm(2) < 0 || iparm(2) > 2 ? 2 : iparm(2);
   control.user_perm = iparm(5);
   control.sym_struct = is_symmetric_storage(t) ? 1 : 0;
-  const int off_diagonal = control.nnz - call.n;
-  control.nadj_half = control.sym_struct ? off_diagonal : off_diagonal / 2;
   const bool crowded = control.nthreads > 4;
   control.panel = is_symmetric_storage(t) ? (crowded ? 64 : 80) : (crowded ? 112 : 128);
   if (iparm(30) > 1) control.panel = iparm(30);

@@ -52,8 +52,6 @@ struct Control {
   // sizes of the matrix
   int neqns = 0;
   int nnz = 0;        ///< entries of the matrix in use
-  int nadj_half = 0;  ///< off-diagonal entries, halved for symmetric storage
-  int nadj = 0;       ///< length of the adjacency structure
   int nvals = 1;      ///< doubles per value
   // what the caller asked for
   int maxfct = 0;    ///< stored maxfct

@@ -67,7 +67,11 @@ void velmora_f(Call& call, int* error) {
     *error = solve_at_once(call);
     return;
   }
-  *error = velmora_c(call);
+  try {
+    *error = velmora_c(call);
+  } catch (...) {  // no memory even for a message
+    *error = error_unclassified;
+  }
   // A plain solve always succeeds for the caller; what went wrong shows in the messages.
   if (call.iparm(32) == 0 && call.phase == 33 && call.iparm(4) == 0) *error = 0;
 }

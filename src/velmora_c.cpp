@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -115,7 +116,7 @@ Outcome analyse(const Call& call) {
   arrays.structure_block = slot(pt, slot_structure) = allocate(bytes, at_structure);
   try {
     with_location(at_structure, [&] { return do_all_velmora_fc(Stage::structure, arrays); });
-  } catch (const std::bad_alloc&) {
+  } catch (...) {
     release(pt, slot_structure);  // what marks a finished analysis
     throw;
   }
@@ -322,6 +323,8 @@ Outcome run_phase_without_exceptions(Call& call, double start, int& deleted) {
     return {error_memory, failure.location, 0, failure.bytes};
   } catch (const std::bad_alloc&) {
     return {error_memory, at_basic, 0, 0};
+  } catch (const std::length_error&) {  // a scratch array beyond 32-bit positions
+    return {error_overflow, status_overflow, 0, 0};
   } catch (const std::exception&) {
     return {error_unclassified, 0, 0, 0};
   }
