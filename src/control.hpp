@@ -51,8 +51,8 @@ struct Clocks {
 struct Control {
   // sizes of the matrix
   int neqns = 0;
-  int nnz = 0;        ///< entries of the matrix in use
-  int nvals = 1;      ///< doubles per value
+  int nnz = 0;    ///< entries of the matrix in use
+  int nvals = 1;  ///< doubles per value
   // what the caller asked for
   int maxfct = 0;    ///< stored maxfct
   int nrecords = 0;  ///< length of the factor table; maxfct may be lowered below it
