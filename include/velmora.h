@@ -37,8 +37,8 @@
  *         11   real, unsymmetric
  *         13   complex, unsymmetric
  *
- * This version has numeric kernels for a part of these types.  The analysis of any other type
- * ends with error -3 and a message that names the type.
+ * The codes 5, -1, -3, -5, -6, -11 pass the check of the arguments but name no type: the analysis
+ * ends with error -3 and a message.
  *
  *
  * phase
@@ -68,7 +68,7 @@
  *    -1   an argument is wrong, does not fit the earlier calls or the phase, or asks for what
  *         this version does not do.  Nothing that the handle holds has changed
  *    -2   out of memory; the message names the array
- *    -3   the analysis failed, or the matrix type has no kernels
+ *    -3   the analysis failed: perm is no permutation, or mtype names no type
  *    -4   the factorization or the solve failed: zero pivot, matrix not positive definite,
  *         refinement that does not converge
  *    -6   weighted matching: the matrix is structurally singular

@@ -169,7 +169,7 @@ void print_memory_message(const Outcome& outcome, const Call& call, const Contro
 void print_analysis_message(const Outcome& outcome, const Call& call) {
   print_ci("*** error velmora: reordering, symb. factorization");
   if (outcome.code == status_unsupported)
-    print_ci("*** matrix type %d is not available in this version", {call.mtype});
+    print_ci("*** matrix type %d does not exist", {call.mtype});
   if (outcome.code == status_structure && call.iparm(5) > 0)
     print_ci("*** perm is not a permutation of the equations");
   if (outcome.code == status_no_matching)

@@ -333,6 +333,20 @@ TEST(Schur, MatchingScalesOnlyWhatIsEliminated) {
   }
 }
 
+TEST(Phases, PermutationThatIsNone) {
+  Caller c = make_tridiagonal(10, -2);
+  c.iparm(5) = 1;
+  for (const int wrong : {0, 3, -1, 11, 1000000000}) {
+    for (int i = 0; i < c.n; ++i) c.perm[i] = i + 1;
+    c.perm[4] = wrong;
+    EXPECT_EQ(c.run(13), -3) << wrong;
+    EXPECT_TRUE(contains(c.run_and_read(11), "*** perm is not a permutation"));
+  }
+  c.perm[4] = 5;
+  EXPECT_EQ(c.run(13), 0);
+  EXPECT_NEAR(4 * c.x[0] - c.x[1], 1, 1e-14);
+}
+
 TEST(Phases, ReportNamesTheSteps) {
   Caller c = make_tridiagonal(10, -2);
   std::string text = c.run_and_read(13);
@@ -394,7 +408,7 @@ TEST(Memory, ExhaustedMemoryNamesTheArray) {
 
 TEST(Schur, TrailingBlockOfATridiagonalMatrix) {
   // Eliminating 1..3 of (-1, 4, -1) changes the first entry of the rest only.
-  for (const int mtype : {2, -2}) {
+  for (const int mtype : {2, -2, 1}) {
     Caller c = make_tridiagonal(6, mtype);
     double s[9] = {};
     int is[4] = {}, js[9] = {};
