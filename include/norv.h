@@ -342,6 +342,8 @@ NORV_API vec* smat_calc_residual(vec* r, const smat* A, const vec* x, const vec*
  * smat: copies and transforms
  * ------------------------------------------------------------------------- */
 
+/* Copies, transposes, permutations and the change between one and both
+ * triangles also take a bare structure (a is null), which they keep bare. */
 NORV_API smat* smat_copy(const smat* A);
 NORV_API smat* smat_copy_structure(const smat* A);   /* values 0 */
 NORV_API smat* smat_copy_trans(const smat* A);       /* new A' */

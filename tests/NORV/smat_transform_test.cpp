@@ -144,6 +144,20 @@ TEST(SmatTransform, TrianglesAndBothTriangles) {
     }
     std::free(place);
 
+    // A bare structure stays bare.
+    const Perm p = random.permutation(25);
+    Smat moved(smat_copy_permute(pattern.get(), p.get()));
+    smat_trans(moved.get());
+    perm_invert(p.get());
+    smat_permute(moved.get(), p.get());
+    smat_to_symmetric_structure(moved.get());
+    EXPECT_TRUE(smat_is_consistent(moved.get()));
+    EXPECT_TRUE(smat_equal_structure(moved.get(), A.get()));
+    moved.reset(smat_copy(moved.get()));
+    smat_to_full_structure(moved.get());
+    EXPECT_TRUE(smat_equal_structure(moved.get(), full.get()));
+    EXPECT_EQ(moved->a, nullptr);
+
     smat_to_symmetric_structure(full.get());
     EXPECT_TRUE(smat_equal_same_sym(full.get(), A.get()));
     EXPECT_EQ(log.take(), "");

@@ -62,10 +62,10 @@ void shift_indices(smat* A, int by) {
 
 }  // namespace
 
-void reserve_entries(smat* A, unsigned nnz) {
+void reserve_entries(smat* A, unsigned nnz, bool with_values) {
   A->nnz = nnz;
   A->ja = allocate<int>(std::size_t{nnz} + 1);
-  A->a = allocate<double>(doubles(A, nnz) + 1);
+  if (with_values) A->a = allocate<double>(doubles(A, nnz) + 1);
 }
 
 unsigned counts_to_starts(int* start, unsigned n) {
@@ -170,8 +170,7 @@ smat* smat_new_cpx(unsigned m, unsigned n, int sym) { return smat_new(m, n, type
 
 smat* smat_new_nnz_struct(unsigned m, unsigned n, unsigned nnz, int type) {
   smat* A = smat_new(m, n, type);
-  A->nnz = nnz;
-  A->ja = allocate<int>(std::size_t{nnz} + 1);
+  reserve_entries(A, nnz, false);
   return A;
 }
 

@@ -105,7 +105,7 @@ int smat_check_diagonal(const smat* A) {
       while (k < R.ia[i + 1] && R.ja[k] != i) ++k;
       if (k == R.ia[i + 1]) {
         if (++missing == 1) first_missing = i;
-      } else if (R.a[k] == zero && ++zeros == 1) {
+      } else if (R.a && R.a[k] == zero && ++zeros == 1) {
         first_zero = i;
       }
     }

@@ -110,9 +110,10 @@ void keep_entries(smat* A, F keep) {
   for (int i = 0; i < static_cast<int>(A->m); ++i) {
     const int end = A->ia[i + 1];
     for (int k = begin; k < end; ++k) {
-      if (!keep(i, A->ja[k], a[k])) continue;
+      if (!keep(i, A->ja[k], a ? a[k] : T{})) continue;
       A->ja[put] = A->ja[k];
-      a[put++] = a[k];
+      if (a) a[put] = a[k];
+      ++put;
     }
     begin = end;
     A->ia[i + 1] = put;
@@ -128,8 +129,9 @@ int find_entry(const smat* A, int i, int j);
 /// @return  number of entries
 unsigned counts_to_starts(int* start, unsigned n);
 
-/// Gives a record without entries its arrays for nnz of them, and sets nnz.
-void reserve_entries(smat* A, unsigned nnz);
+/// Gives a record without entries its arrays for nnz of them, and sets nnz.  A bare structure
+/// has no values.
+void reserve_entries(smat* A, unsigned nnz, bool with_values = true);
 
 /// Sorts every row by column, values along (A->a may be null); equal columns keep their order.
 template <typename T>

@@ -12,9 +12,10 @@ namespace vlm::norv {
 
 namespace {
 
-/// New matrix with A's pattern and room for values of the given kind.
-smat* same_pattern(const smat* A, int is_complex) {
-  smat* B = smat_new_nnz(A->m, A->n, A->nnz, type_of(A->sym, is_complex));
+/// New matrix with A's pattern, and room for values of the given kind.
+smat* same_pattern(const smat* A, int is_complex, bool with_values = true) {
+  smat* B = smat_new(A->m, A->n, type_of(A->sym, is_complex));
+  reserve_entries(B, A->nnz, with_values);
   std::copy_n(A->ia, A->m + 1, B->ia);
   std::copy_n(A->ja, A->nnz, B->ja);
   return B;
@@ -67,10 +68,13 @@ template <typename T>
 smat* complete(const smat* A) {
   T* b = nullptr;
   const auto with_values = [&](smat* B) {
+    if (!A->a) return;
     B->a = allocate<double>(std::size_t{B->nnz} * (sizeof(T) / sizeof(double)) + 1);
     b = values_as<T>(B->a);
   };
-  return both_triangles(A, with_values, [&](int at, int k) { b[at] = values_as<T>(A->a)[k]; });
+  return both_triangles(A, with_values, [&](int at, int k) {
+    if (b) b[at] = values_as<T>(A->a)[k];
+  });
 }
 
 /// Whether every row of a symmetric matrix begins with its diagonal entry.
@@ -85,7 +89,7 @@ bool has_full_diagonal(const smat* A) {
 void overwrite(smat* A, smat* B) {
   std::copy_n(B->ia, B->m + 1, A->ia);
   std::copy_n(B->ja, B->nnz, A->ja);
-  std::copy_n(B->a, std::size_t{B->nnz} << A->is_complex, A->a);
+  if (B->a) std::copy_n(B->a, std::size_t{B->nnz} << A->is_complex, A->a);
   smat_free(B);
 }
 
@@ -101,7 +105,7 @@ smat* permuted_copy(const Rows<T>& A, const smat* head, const int* row, const in
   for (int i = 0; i < A.m; ++i) {
     for (int k = A.ia[i]; k < A.ia[i + 1]; ++k) ++B->ia[target(i, A.ja[k]).first + 1];
   }
-  reserve_entries(B, counts_to_starts(B->ia, B->m));
+  reserve_entries(B, counts_to_starts(B->ia, B->m), A.a != nullptr);
   Buffer<int> next(B->ia, B->ia + B->m);
   T* b = values_as<T>(B->a);
   for (int i = 0; i < A.m; ++i) {
@@ -109,7 +113,7 @@ smat* permuted_copy(const Rows<T>& A, const smat* head, const int* row, const in
       const auto [p, q] = target(i, A.ja[k]);
       const int at = next[p]++;
       B->ja[at] = q;
-      b[at] = A.a[k];
+      if (b) b[at] = A.a[k];
     }
   }
   sort_rows<T>(B);
@@ -126,8 +130,8 @@ using namespace vlm::norv;
 extern "C" {
 
 smat* smat_copy(const smat* A) {
-  smat* B = same_pattern(A, A->is_complex);
-  std::copy_n(A->a, std::size_t{A->nnz} << A->is_complex, B->a);
+  smat* B = same_pattern(A, A->is_complex, A->a != nullptr);
+  if (A->a) std::copy_n(A->a, std::size_t{A->nnz} << A->is_complex, B->a);
   B->npos = A->npos;
   B->nneg = A->nneg;
   B->nperturbed = A->nperturbed;

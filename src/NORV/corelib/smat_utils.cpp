@@ -61,14 +61,14 @@ smat* transpose_stored(const smat* A) {
   const Rows<T> R = rows<T>(A);
   smat* B = smat_new(A->n, A->m, type_of(A));
   for (unsigned k = 0; k < A->nnz; ++k) ++B->ia[R.ja[k] + 1];
-  reserve_entries(B, counts_to_starts(B->ia, B->m));
+  reserve_entries(B, counts_to_starts(B->ia, B->m), R.a != nullptr);
   Buffer<int> next(B->ia, B->ia + B->m);
   T* b = values_as<T>(B->a);
   for (int i = 0; i < R.m; ++i) {
     for (int k = R.ia[i]; k < R.ia[i + 1]; ++k) {
       const int at = next[R.ja[k]]++;
       B->ja[at] = i;
-      b[at] = R.a[k];
+      if (b) b[at] = R.a[k];
     }
   }
   return B;
