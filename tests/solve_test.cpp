@@ -114,6 +114,43 @@ TEST_P(Solve, RefactorizationEqualsAFreshOne) {
   }
 }
 
+Matrix small_random(int mtype, int n, std::uint64_t seed) {
+  switch (mtype) {
+    case 2:
+    case 4:
+      return random_spd(n, 3, seed, mtype);
+    case 1:
+    case 3:
+      return random_structurally_symmetric(n, 3, seed, mtype);
+    case 11:
+    case 13:
+      return random_unsymmetric(n, 2, 0.5, seed, mtype);
+    default:
+      return random_indefinite(n, 0.5, 0.2, seed, mtype);
+  }
+}
+
+// Sizes at which every loop has its first and last steps, and structures of every shape.
+TEST_P(Solve, ManySmallRandomSystems) {
+  for (int n = 1; n <= 12; ++n)
+    for (std::uint64_t seed = 1; seed <= 12; ++seed) {
+      const Matrix m = small_random(GetParam(), n, 100 * n + seed);
+      if (m.nnz() == m.n && GetParam() % 2 == 0 && GetParam() != 2 && GetParam() != 4)
+        continue;  // a diagonal system may have a zero there
+      SCOPED_TRACE(m.name + " seed " + std::to_string(100 * n + seed));
+      Session s(m);
+      s.iparm(8) = 5;
+      s.iparm(21) = 1;
+      const std::vector<double> b = random_vector(m, 2, seed);
+      const std::vector<double> x = s.solve(b, 2, 13);
+      ASSERT_EQ(s.error, 0);
+      if (s.iparm(14) == 0) {
+        EXPECT_LE(normwise_error(m, x, b, 2), 1e-14);
+        if (has_inertia(m.mtype) && m.nnz() > m.n) expect_inertia(s, inertia_of(m));
+      }
+    }
+}
+
 std::string type_name(const testing::TestParamInfo<int>& info) {
   return (info.param < 0 ? "minus" : "type") + std::to_string(std::abs(info.param));
 }

@@ -509,6 +509,24 @@ Matrix structurally_symmetric(int g, std::uint64_t seed, int mtype) {
   return b.finish();
 }
 
+Matrix random_structurally_symmetric(int n, int degree, std::uint64_t seed, int mtype) {
+  Rng rng(seed);
+  Builder b(label("random_structsym", n), mtype, n);
+  std::vector<double> sum(static_cast<std::size_t>(n), 0.0);
+  for (int i = 0; i < n; ++i)
+    for (int k = 0; k < degree; k += 2) {  // each pair counts in two rows
+      const int j = rng.below(n);
+      if (j == i) continue;
+      const cplx v = rng.centred(mtype == 3), w = rng.centred(mtype == 3);
+      b.add(i, j, v);
+      b.add(j, i, w);
+      sum[i] += std::abs(v);
+      sum[j] += std::abs(w);
+    }
+  for (int i = 0; i < n; ++i) b.add(i, i, sum[i] + rng.uniform(0.1, 1));
+  return b.finish();
+}
+
 Matrix helmholtz(int g, double wavenumber, bool flat, std::uint64_t seed) {
   Rng rng(seed);
   const Grid grid = flat ? Grid::square(g) : Grid::cube(g);
@@ -617,6 +635,7 @@ std::vector<Matrix> well_conditioned(int mtype) {
     case 1:
     case 3:
       list.insert(list.end(), {structurally_symmetric(5, 71, mtype),
+                               random_structurally_symmetric(120, 5, 74, mtype),
                                expanded(mtype == 1 ? poisson3d(6) : helmholtz(12, 0.6, true, 72)),
                                expanded(dense(40, 73, mtype == 1 ? 2 : 4), mtype)});
       break;

@@ -142,6 +142,9 @@ Matrix random_unsymmetric(int n, int degree, double dominance, std::uint64_t see
 /// Two reacting species a cell on a g^3 grid, central differences: a(i,j) and a(j,i) both stored
 /// and different.  mtype 1 or 3.
 Matrix structurally_symmetric(int g, std::uint64_t seed, int mtype = 1);
+/// Random symmetric pattern of about `degree` off-diagonal entries a row, values unrelated,
+/// diagonally dominant by rows.  mtype 1 or 3.
+Matrix random_structurally_symmetric(int n, int degree, std::uint64_t seed, int mtype = 1);
 /// Helmholtz equation with absorbing boundary, `wavenumber` per cell, complex symmetric (6).
 Matrix helmholtz(int g, double wavenumber, bool flat, std::uint64_t seed);
 /// Magnetic Laplacian: hopping exp(i theta) between neighbours of a g^3 grid.  shift 0 gives a
