@@ -16,6 +16,10 @@ void zheev_(const char*, const char*, const int*, std::complex<double>*, const i
 
 namespace vlm::test {
 
+namespace {
+constexpr double infinity = std::numeric_limits<double>::infinity();
+}
+
 // --- dense ----------------------------------------------------------------------------------
 
 Dense to_dense(const Matrix& m) {
@@ -68,6 +72,14 @@ Inertia dense_inertia(const Dense& a) {
   Inertia r;
   for (const double w : dense_eigenvalues(a)) ++(w > 0 ? r.positive : r.negative);
   return r;
+}
+
+double dense_condition(const Dense& a) {
+  Dense gram{a.n, std::vector<cplx>(a.a.size())};
+  blas::gemm('C', 'N', a.n, a.n, a.n, cplx(1), a.a.data(), a.n, a.a.data(), a.n, cplx(0),
+             gram.a.data(), a.n);
+  const std::vector<double> w = dense_eigenvalues(gram);
+  return w.front() > 0 ? std::sqrt(w.back() / w.front()) : infinity;
 }
 
 Dense dense_schur(const Dense& a, int leading) {
@@ -141,8 +153,6 @@ void residual(const Matrix& m, const std::vector<double>& x, const std::vector<d
     scale[i] += std::abs(v) * std::abs(xj);
   });
 }
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
 
 }  // namespace
 

@@ -41,6 +41,10 @@ struct Inertia {
 /// Signs of the eigenvalues of a real symmetric or Hermitian matrix.
 Inertia dense_inertia(const Dense& a);
 
+/// Ratio of the extreme singular values, from the eigenvalues of A^H A: exact enough up to 1e7,
+/// infinity for a singular matrix.
+double dense_condition(const Dense& a);
+
 /// Leading ns by ns block eliminated: S = A22 - A21 A11^{-1} A12 of the trailing n-ns rows.
 Dense dense_schur(const Dense& a, int leading);
 
