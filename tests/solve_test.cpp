@@ -20,6 +20,9 @@ class Solve : public testing::TestWithParam<int> {
   }
 };
 
+/// Complex diagonal systems are solved without counting.
+bool has_counts(const Matrix& m) { return has_inertia(m.mtype) && (m.nnz() > m.n || !m.complex()); }
+
 Inertia inertia_of(const Matrix& m) {
   if (m.positive >= 0) return {m.positive, m.negative};
   return has_inertia(m.mtype) ? dense_inertia(to_dense(m)) : Inertia{};
@@ -52,7 +55,7 @@ TEST_P(Solve, EveryOrderAndPivotRuleGivesASmallBackwardError) {
         const std::vector<double> x = s.solve(b, 3);
         ASSERT_EQ(s.error, 0);
         EXPECT_LE(componentwise_error(m, x, b, 3), 1e-14);
-        if (has_inertia(mtype) && s.iparm(14) == 0) expect_inertia(s, right);
+        if (has_counts(m) && s.iparm(14) == 0) expect_inertia(s, right);
       }
   }
 }
@@ -145,7 +148,7 @@ TEST_P(Solve, ManySmallRandomSystems) {
       ASSERT_EQ(s.error, 0);
       if (s.iparm(14) == 0) {
         EXPECT_LE(normwise_error(m, x, b, 2), 1e-14);
-        if (has_inertia(m.mtype) && m.nnz() > m.n) expect_inertia(s, inertia_of(m));
+        if (has_counts(m)) expect_inertia(s, inertia_of(m));
       }
     }
 }

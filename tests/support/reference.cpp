@@ -1,5 +1,7 @@
 #include "reference.hpp"
 
+#include <omp.h>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -17,8 +19,20 @@ void zheev_(const char*, const char*, const int*, std::complex<double>*, const i
 namespace vlm::test {
 
 namespace {
+
 constexpr double infinity = std::numeric_limits<double>::infinity();
-}
+
+/// Small matrices on one thread: a team that spins beside other processes takes 100 times as long.
+class OneThread {
+ public:
+  OneThread() : before_(omp_get_max_threads()) { omp_set_num_threads(1); }
+  ~OneThread() { omp_set_num_threads(before_); }
+
+ private:
+  int before_;
+};
+
+}  // namespace
 
 // --- dense ----------------------------------------------------------------------------------
 
@@ -34,6 +48,7 @@ Dense to_dense(const Matrix& m) {
 }
 
 std::vector<cplx> dense_solve(const Dense& a, const std::vector<cplx>& b, int nrhs) {
+  const OneThread one;
   Dense lu = a;
   std::vector<cplx> x = b;
   std::vector<int> pivot(static_cast<std::size_t>(a.n));
@@ -46,6 +61,7 @@ std::vector<cplx> dense_solve(const Dense& a, const std::vector<cplx>& b, int nr
 }
 
 double dense_log_abs_det(const Dense& a) {
+  const OneThread one;
   Dense lu = a;
   std::vector<int> pivot(static_cast<std::size_t>(a.n));
   blas::getrf(a.n, a.n, lu.a.data(), a.n, pivot.data());
@@ -55,6 +71,7 @@ double dense_log_abs_det(const Dense& a) {
 }
 
 std::vector<double> dense_eigenvalues(const Dense& a) {
+  const OneThread one;
   Dense work = a;
   const int length = 64 * a.n, rwork_length = std::max(1, 3 * a.n);
   std::vector<cplx> scratch(static_cast<std::size_t>(length));
@@ -75,6 +92,7 @@ Inertia dense_inertia(const Dense& a) {
 }
 
 double dense_condition(const Dense& a) {
+  const OneThread one;
   Dense gram{a.n, std::vector<cplx>(a.a.size())};
   blas::gemm('C', 'N', a.n, a.n, a.n, cplx(1), a.a.data(), a.n, a.a.data(), a.n, cplx(0),
              gram.a.data(), a.n);
