@@ -1,6 +1,8 @@
 /// Choice of the dense kernels by the processor.
 #include "kernels.hpp"
 
+#include <vector>
+
 namespace vlm {
 
 #define VELMORA_DECLARE(isa)                      \
@@ -18,44 +20,39 @@ VELMORA_DECLARE(avx512)
 
 namespace {
 
+/// The tables that this processor can run, the widest last.
 template <class T>
-const Kernels<T>& pick(const Kernels<T>& base, const Kernels<T>& four, const Kernels<T>& eight) {
+std::vector<const Kernels<T>*> runnable(const Kernels<T>& base,
+                                        [[maybe_unused]] const Kernels<T>& four,
+                                        [[maybe_unused]] const Kernels<T>& eight) {
+  std::vector<const Kernels<T>*> list{&base};
 #ifdef VELMORA_WIDE_KERNELS
-  if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-      __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw"))
-    return eight;
-  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) return four;
-#else
-  static_cast<void>(four);
-  static_cast<void>(eight);
+  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) {
+    list.push_back(&four);
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
+        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw"))
+      list.push_back(&eight);
+  }
 #endif
-  return base;
+  return list;
 }
 
 }  // namespace
 
 #ifdef VELMORA_WIDE_KERNELS
-#define VELMORA_PICK(name) pick(baseline::name, avx2::name, avx512::name)
+#define VELMORA_TABLES(name) runnable(baseline::name, avx2::name, avx512::name)
 #else
-#define VELMORA_PICK(name) pick(baseline::name, baseline::name, baseline::name)
+#define VELMORA_TABLES(name) runnable(baseline::name, baseline::name, baseline::name)
 #endif
-
-template <>
-const Kernels<double>& kernels<double>() {
-  static const Kernels<double>& chosen = VELMORA_PICK(kernels_double);
-  return chosen;
-}
-
-template <>
-const Kernels<zcomplex>& kernels<zcomplex>() {
-  static const Kernels<zcomplex>& chosen = VELMORA_PICK(kernels_complex);
-  return chosen;
-}
-
-template <>
-const Kernels<float>& kernels<float>() {
-  static const Kernels<float>& chosen = VELMORA_PICK(kernels_float);
-  return chosen;
-}
+#define VELMORA_DEFINE(T, name)                              \
+  template <>                                                \
+  const std::vector<const Kernels<T>*>& runnable_kernels() { \
+    static const auto list = VELMORA_TABLES(name);           \
+    return list;                                             \
+  }
+VELMORA_DEFINE(double, kernels_double)
+VELMORA_DEFINE(float, kernels_float)
+VELMORA_DEFINE(zcomplex, kernels_complex)
+#undef VELMORA_DEFINE
 
 }  // namespace vlm

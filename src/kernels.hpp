@@ -6,6 +6,8 @@
 /// offsets, since the operands are panels and not structural arrays.
 #pragma once
 
+#include <vector>
+
 #include "blas.hpp"
 
 namespace vlm {
@@ -85,8 +87,20 @@ struct Kernels {
   void (*solve_lower_transposed)(const TriangleSolve<T>&);
 };
 
-/// The table for this processor, chosen once.
+/// The tables that this processor can run, the widest last; listed once.
 template <class T>
-const Kernels<T>& kernels();
+const std::vector<const Kernels<T>*>& runnable_kernels();
+template <>
+const std::vector<const Kernels<double>*>& runnable_kernels();
+template <>
+const std::vector<const Kernels<float>*>& runnable_kernels();
+template <>
+const std::vector<const Kernels<zcomplex>*>& runnable_kernels();
+
+/// The table for this processor.
+template <class T>
+const Kernels<T>& kernels() {
+  return *runnable_kernels<T>().back();
+}
 
 }  // namespace vlm
