@@ -44,14 +44,17 @@ struct RightSolve {
 };
 
 /// One vector against a lower triangle L(j,k) = l[j*l_row + k*l_col], one stride being 1.
+///
+/// With contiguous columns (l_row 1) more rows may follow the triangle: the forward solve
+/// takes its columns off x(n..rows), the transposed one starts from those entries.
 template <class T>
 struct TriangleSolve {
-  int n = 0;
+  int n = 0, rows = 0;  ///< columns; rows, n for a plain triangle
   const T* l = nullptr;
   int l_row = 1, l_col = 0;
   bool unit = false;
   bool conjugate = false;
-  T* x = nullptr;
+  T* x = nullptr;  ///< [rows]
 };
 
 /// Pivot statistics and threshold of a diagonal block's factorization.

@@ -15,7 +15,7 @@ namespace vlm {
 
 namespace {
 
-inline constexpr int block_rhs = 64;  ///< right-hand sides taken at once
+inline constexpr int block_rhs = 32;  ///< right-hand sides taken at once
 
 /// Everything that one solve is given.
 struct SolveCall {
@@ -65,7 +65,7 @@ struct SolveFrame {
   const Kernels<T>& kernel = kernels<T>();
   Sweep sweep;
   T* y = nullptr;     ///< [n * nb]
-  T* temp = nullptr;  ///< [max_below * nb]
+  T* temp = nullptr;  ///< [max_rows * nb]
   int nb = 1;
 };
 
@@ -177,6 +177,53 @@ struct Triangle {
   const int* pivot;  ///< interchanges that belong to this side; null: none
 };
 
+/// Whether the rows below the block continue its columns, so that one kernel takes both.
+template <class T>
+bool is_trapezoid(const Panel<T>& p, const Triangle<T>& t) {
+  return t.row == 1 && t.below == t.block + p.width;
+}
+
+/// Forward step of one right-hand side, y being the panel's own part.
+template <class T>
+void forward_vector(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t, T* y) {
+  const int* row = p.row + p.width;
+  TriangleSolve<T> solve{p.width, p.width, t.block, t.row, t.col, t.unit, t.conjugate, y};
+  if (p.below() == 0) {
+    f.kernel.solve_lower(solve);
+  } else if (is_trapezoid(p, t)) {
+    solve.rows = p.rows;
+    solve.x = f.temp;
+    std::copy_n(y, p.width, f.temp);
+    std::fill_n(f.temp + p.width, p.below(), T(0));
+    f.kernel.solve_lower(solve);
+    std::copy_n(f.temp, p.width, y);
+    for (int i = 0; i < p.below(); ++i) f.y[row[i] - 1] += f.temp[p.width + i];
+  } else {
+    f.kernel.solve_lower(solve);
+    f.kernel.multiply(p.below(), p.width, t.below, t.ld_below, y, f.temp);
+    for (int i = 0; i < p.below(); ++i) f.y[row[i] - 1] -= f.temp[i];
+  }
+}
+
+/// Backward step of one right-hand side.
+template <class T>
+void backward_vector(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t, T* y) {
+  const int* row = p.row + p.width;
+  TriangleSolve<T> solve{p.width, p.width, t.block, t.row, t.col, t.unit, t.conjugate, y};
+  if (p.below() > 0 && is_trapezoid(p, t)) {
+    solve.rows = p.rows;
+    solve.x = f.temp;
+    std::copy_n(y, p.width, f.temp);
+    for (int i = 0; i < p.below(); ++i) f.temp[p.width + i] = f.y[row[i] - 1];
+    f.kernel.solve_lower_transposed(solve);
+    std::copy_n(f.temp, p.width, y);
+    return;
+  }
+  for (int i = 0; i < p.below(); ++i) f.temp[i] = f.y[row[i] - 1];
+  f.kernel.multiply_transposed(p.below(), p.width, t.below, t.ld_below, t.conjugate, f.temp, y);
+  f.kernel.solve_lower_transposed(solve);
+}
+
 /// y := (triangle)^-1 y for a panel's columns, and the rows below brought up to date.
 template <class T>
 void forward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t) {
@@ -184,10 +231,7 @@ void forward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>&
   if (t.pivot) interchange_block(t.pivot, p.width, y, f.nb, false);
   const int* row = p.row + p.width;
   if (f.nb == 1) {
-    f.kernel.solve_lower({p.width, t.block, t.row, t.col, t.unit, t.conjugate, y});
-    if (p.below() == 0) return;
-    f.kernel.multiply(p.below(), p.width, t.below, t.ld_below, y, f.temp);
-    for (int i = 0; i < p.below(); ++i) f.y[row[i] - 1] -= f.temp[i];
+    forward_vector(f, p, t, y);
     return;
   }
   // Held transposed: L y = b reads Y L^T = B.
@@ -224,9 +268,7 @@ void backward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>
   T* y = f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb;
   const int* row = p.row + p.width;
   if (f.nb == 1) {
-    for (int i = 0; i < p.below(); ++i) f.temp[i] = f.y[row[i] - 1];
-    f.kernel.multiply_transposed(p.below(), p.width, t.below, t.ld_below, t.conjugate, f.temp, y);
-    f.kernel.solve_lower_transposed({p.width, t.block, t.row, t.col, t.unit, t.conjugate, y});
+    backward_vector(f, p, t, y);
   } else {
     for (int i = 0; i < p.below(); ++i)
       std::copy_n(f.y + static_cast<std::ptrdiff_t>(row[i] - 1) * f.nb, f.nb,
@@ -377,7 +419,7 @@ Kernel choose_kernel(int mtype, bool single) {
 
 std::size_t solve_work_bytes(const Structure& st, int nrhs, std::size_t scalar_bytes) {
   const std::size_t nb = static_cast<std::size_t>(std::clamp(nrhs, 1, block_rhs));
-  return (static_cast<std::size_t>(st.n) + static_cast<std::size_t>(st.max_below)) * nb *
+  return (static_cast<std::size_t>(st.n) + static_cast<std::size_t>(st.max_rows)) * nb *
          scalar_bytes;
 }
 

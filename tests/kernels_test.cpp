@@ -1,4 +1,6 @@
 // Dense kernels of every instruction set that this processor runs, against plain loops.
+#include "kernels.hpp"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,16 +9,16 @@
 #include <type_traits>
 #include <vector>
 
-#include "kernels.hpp"
-
 namespace vlm {
 namespace {
 
 template <class T>
 T random_value(std::mt19937& gen) {
   std::uniform_real_distribution<double> u(-1, 1);
-  if constexpr (std::is_same_v<T, zcomplex>) return {u(gen), u(gen)};
-  else return static_cast<T>(u(gen));
+  if constexpr (std::is_same_v<T, zcomplex>)
+    return {u(gen), u(gen)};
+  else
+    return static_cast<T>(u(gen));
 }
 
 template <class T>
@@ -28,8 +30,10 @@ std::vector<T> random_values(std::size_t count, std::mt19937& gen) {
 
 template <class T>
 T conj_if(T x, bool flag) {
-  if constexpr (std::is_same_v<T, zcomplex>) return flag ? std::conj(x) : x;
-  else return x;
+  if constexpr (std::is_same_v<T, zcomplex>)
+    return flag ? std::conj(x) : x;
+  else
+    return x;
 }
 
 template <class T>
@@ -99,8 +103,8 @@ TYPED_TEST(KernelTest, UpdateSubtractsTheProductWhereItBelongs) {
       std::vector<bool> free(c.size(), false);  // above the diagonal, may be formed or not
       for (int j = 0; j < u.q; ++j)
         for (int i = 0; i < u.m; ++i) {
-          const std::size_t at = static_cast<std::size_t>(scatter ? rows[j] : j) * u.ldc +
-                                 (scatter ? rows[i] : i);
+          const std::size_t at =
+              static_cast<std::size_t>(scatter ? rows[j] : j) * u.ldc + (scatter ? rows[i] : i);
           for (int k = 0; k < u.k; ++k)
             want[at] -= a[i + k * u.lda] * conj_if(b[j * u.b_row + k * u.b_col], u.conjugate);
           free[at] = u.lower && i < j;
@@ -137,16 +141,50 @@ TYPED_TEST(KernelTest, RightSolveAndVectorSolveInvertTheProduct) {
             for (int i = 0; i < m; ++i) b[i + j * m] += x[i + k * m] * f;
             v[j] += (transposed ? element(j, k) : element(k, j)) * x[k * m];
           }
-        RightSolve<T> solve{.m = m, .n = n, .l = l.data(), .l_row = row, .l_col = col,
-                            .unit = unit, .conjugate = conjugate,
-                            .op = transposed ? Op::transposed : Op::plain, .x = b.data(),
+        RightSolve<T> solve{.m = m,
+                            .n = n,
+                            .l = l.data(),
+                            .l_row = row,
+                            .l_col = col,
+                            .unit = unit,
+                            .conjugate = conjugate,
+                            .op = transposed ? Op::transposed : Op::plain,
+                            .x = b.data(),
                             .ldx = m};
         kernel->solve_right(solve);
         ASSERT_LT(distance(b, x), this->tolerance) << kernel->isa << " n " << n << " " << bits;
-        const TriangleSolve<T> one{n, l.data(), row, col, unit, conjugate, v.data()};
+        const TriangleSolve<T> one{n, n, l.data(), row, col, unit, conjugate, v.data()};
         (transposed ? kernel->solve_lower : kernel->solve_lower_transposed)(one);
         for (int k = 0; k < n; ++k)
           ASSERT_LT(std::abs(v[k] - x[k * m]), this->tolerance) << kernel->isa << " n " << n;
+      }
+}
+
+TYPED_TEST(KernelTest, TrapezoidSolveTakesTheRowsBelowAlong) {
+  using T = TypeParam;
+  for (const Kernels<T>* kernel : runnable_kernels<T>())
+    for (int n : {1, 3, 4, 6, 13})
+      for (int below : {1, 2, 7, 40}) {
+        const int rows = n + below;
+        auto l = random_values<T>(static_cast<std::size_t>(rows) * n, this->gen);
+        for (int j = 0; j < n; ++j) l[j + j * rows] += T(4);
+        const auto x = random_values<T>(rows, this->gen);
+        auto forward = x, backward = x;
+        for (int j = 0; j < n; ++j) {  // column by column, as on paper
+          forward[j] /= l[j + j * rows];
+          for (int i = j + 1; i < rows; ++i) forward[i] -= l[i + j * rows] * forward[j];
+        }
+        for (int j = n - 1; j >= 0; --j) {
+          for (int i = j + 1; i < rows; ++i) backward[j] -= l[i + j * rows] * backward[i];
+          backward[j] /= l[j + j * rows];
+        }
+        auto got = x;
+        const TriangleSolve<T> solve{n, rows, l.data(), 1, rows, false, false, got.data()};
+        kernel->solve_lower(solve);
+        ASSERT_LT(distance(got, forward), this->tolerance) << kernel->isa << " n " << n;
+        got = x;
+        kernel->solve_lower_transposed(solve);
+        ASSERT_LT(distance(got, backward), this->tolerance) << kernel->isa << " n " << n;
       }
 }
 
@@ -158,8 +196,7 @@ TYPED_TEST(KernelTest, CholeskyRebuildsTheBlockAndRefusesIndefiniteOnes) {
       std::vector<T> a(g.size(), T(0));
       for (int j = 0; j < n; ++j)
         for (int i = 0; i < n; ++i) {
-          for (int k = 0; k < n; ++k)
-            a[i + j * n] += g[i + k * n] * conj_if(g[j + k * n], true);
+          for (int k = 0; k < n; ++k) a[i + j * n] += g[i + k * n] * conj_if(g[j + k * n], true);
           if (i == j) a[i + j * n] += T(n);
         }
       auto l = a;

@@ -182,7 +182,16 @@ void update(const PanelUpdate<T>& u) {
   for (int k0 = 0; k0 < u.k; k0 += depth_limit) {
     const int k = u.k - k0 < depth_limit ? u.k - k0 : depth_limit;
     int i = 0;
-    for (; i + rows <= u.m; i += rows) update_rows<T, Kind<T>::vectors>(u, k0, k, i, rows, buffer);
+    while (u.m - i >= rows) {
+      // One vector left over is better taken as two tiles of two.
+      if (Kind<T>::vectors == 3 && u.m - i > rows && u.m - i <= rows + width) {
+        update_rows<T, 2>(u, k0, k, i, 2 * width, buffer);
+        i += 2 * width;
+        break;
+      }
+      update_rows<T, Kind<T>::vectors>(u, k0, k, i, rows, buffer);
+      i += rows;
+    }
     const int left = u.m - i;
     if constexpr (Kind<T>::vectors > 2) {
       if (left > 2 * width) {

@@ -28,4 +28,36 @@ struct Simd {
   static inline Vector fill(T x) { return Vector{} + x; }
 };
 
+/// Vector of `width` values, for the ends of loops that a full one overshoots.
+template <class T, int width>
+struct Lanes {
+  typedef T Vector __attribute__((vector_size(width * sizeof(T))));
+  static inline Vector load(const T* p) {
+    Vector v;
+    __builtin_memcpy(&v, p, sizeof v);
+    return v;
+  }
+  /// Sum of the two halves.
+  static inline auto fold(Vector v) {
+    typename Lanes<T, width / 2>::Vector low, high;
+    __builtin_memcpy(&low, &v, sizeof low);
+    __builtin_memcpy(&high, reinterpret_cast<const char*>(&v) + sizeof low, sizeof high);
+    return low + high;
+  }
+};
+
+/// Sum of x(i) y(i) from i on, given the partial sums; halves the width as the end comes near.
+template <class T, int width>
+inline T finish_dot(typename Lanes<T, width>::Vector sum, const T* x, const T* y, int i, int m) {
+  using L = Lanes<T, width>;
+  for (; i + width <= m; i += width) sum += L::load(x + i) * L::load(y + i);
+  if constexpr (width > 2) {
+    return finish_dot<T, width / 2>(L::fold(sum), x, y, i, m);
+  } else {
+    T s = sum[0] + sum[1];
+    if (i < m) s += x[i] * y[i];
+    return s;
+  }
+}
+
 }  // namespace vlm::VELMORA_ISA
