@@ -15,20 +15,42 @@ namespace {
 
 /// Sum of a[k] x[ja[k]] over k = begin .. end-1.  Four partial sums: one alone waits for each
 /// addition to finish.
-template <typename T>
-inline T gather(const Rows<T>& A, int begin, int end, const T* __restrict x) {
+inline double gather(const Rows<double>& A, int begin, int end, const double* __restrict x) {
   const int* __restrict ja = A.ja;
-  const T* __restrict a = A.a;
-  T s0{}, s1{}, s2{}, s3{};
+  const double* __restrict a = A.a;
+  double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
   int k = begin;
   for (; k + 4 <= end; k += 4) {
-    s0 = madd(s0, a[k], x[ja[k]]);
-    s1 = madd(s1, a[k + 1], x[ja[k + 1]]);
-    s2 = madd(s2, a[k + 2], x[ja[k + 2]]);
-    s3 = madd(s3, a[k + 3], x[ja[k + 3]]);
+    s0 += a[k] * x[ja[k]];
+    s1 += a[k + 1] * x[ja[k + 1]];
+    s2 += a[k + 2] * x[ja[k + 2]];
+    s3 += a[k + 3] * x[ja[k + 3]];
   }
-  for (; k < end; ++k) s0 = madd(s0, a[k], x[ja[k]]);
+  for (; k < end; ++k) s0 += a[k] * x[ja[k]];
   return (s0 + s1) + (s2 + s3);
+}
+
+/// The same for complex values, which the vector unit takes as pairs: a is summed up times the
+/// real and times the imaginary part of x, and the two sums are joined at the end.
+inline zcomplex gather(const Rows<zcomplex>& A, int begin, int end, const zcomplex* x) {
+  using Pair = double __attribute__((vector_size(16)));
+  const auto pair = [](const zcomplex& z) { return Pair{z.real(), z.imag()}; };
+  Pair re0{}, im0{}, re1{}, im1{};
+  int k = begin;
+  for (; k + 2 <= end; k += 2) {
+    const zcomplex &x0 = x[A.ja[k]], &x1 = x[A.ja[k + 1]];
+    re0 += pair(A.a[k]) * x0.real();
+    im0 += pair(A.a[k]) * x0.imag();
+    re1 += pair(A.a[k + 1]) * x1.real();
+    im1 += pair(A.a[k + 1]) * x1.imag();
+  }
+  if (k < end) {
+    re0 += pair(A.a[k]) * x[A.ja[k]].real();
+    im0 += pair(A.a[k]) * x[A.ja[k]].imag();
+  }
+  re0 += re1;
+  im0 += im1;
+  return {re0[0] - im0[1], re0[1] + im0[0]};
 }
 
 /// y := beta y; a beta of 0 overwrites whatever stands there.
