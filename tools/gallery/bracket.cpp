@@ -45,7 +45,7 @@ std::array<std::array<double, 8>, 8> element_stiffness() {
 class Mesh {
  public:
   explicit Mesh(int cells) : h_(leg / cells), side_(3 * cells) {
-    const auto nodes = static_cast<std::size_t>((side_ + 1) * (side_ + 1));
+    const auto nodes = static_cast<std::size_t>(side_ + 1) * static_cast<std::size_t>(side_ + 1);
     number_.assign(nodes, -1);
     for (int y = 0; y < side_; ++y) {
       for (int x = 0; x < side_; ++x) {
@@ -79,7 +79,8 @@ class Mesh {
  private:
   /// On the rim of a clamped hole.
   bool clamped(int node) const {
-    const double x = (node % (side_ + 1)) * h_, y = (node / (side_ + 1)) * h_;
+    const int row = node / (side_ + 1), column = node % (side_ + 1);
+    const double x = column * h_, y = row * h_;
     for (const Hole& hole : holes) {
       if (hole.clamped && std::hypot(x - hole.x, y - hole.y) < hole.radius + h_) return true;
     }
@@ -119,7 +120,7 @@ Bracket bracket(int cells) {
   for (int y = 0; y <= cells; ++y) {
     const int tip = mesh.number(mesh.node(mesh.side(), y));
     const double share = tip_force / cells * (y == 0 || y == cells ? 0.5 : 1.0);
-    out.load[static_cast<std::size_t>(2 * tip + 1)] = share;
+    out.load[2 * static_cast<std::size_t>(tip) + 1] = share;
   }
   return out;
 }
