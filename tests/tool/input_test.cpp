@@ -4,13 +4,17 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <numeric>
 #include <random>
+#include <set>
 
+#include "elimination.hpp"
 #include "matrix_market.hpp"
 #include "system.hpp"
 
@@ -316,6 +320,66 @@ TEST_F(ToolInput, ResidualsAreThoseOfTheDenseMatrix) {
     x[3] = std::numeric_limits<double>::quiet_NaN();
     EXPECT_TRUE(std::isnan(tool::residual(matrix, false, 1, b, x).normwise));
     EXPECT_TRUE(std::isnan(tool::residual(matrix, false, 1, b, x).componentwise));
+  }
+}
+
+TEST_F(ToolInput, FactorStructureIsThatOfEliminationOnSets) {
+  std::mt19937 random(11);
+  const std::size_t n = 40;
+  std::string text = "%%MatrixMarket matrix coordinate pattern general\n40 40 60\n";
+  for (int k = 0; k < 60; ++k) {
+    text += std::to_string(1 + random() % n) + " " + std::to_string(1 + random() % n) + "\n";
+  }
+  const SparseMatrix matrix = build(file(text));
+  std::vector<int> order(n);
+  std::iota(order.begin(), order.end(), 1);
+  std::shuffle(order.begin(), order.end(), random);
+
+  std::vector<std::set<std::size_t>> below(n);  // rows below the diagonal, column by column
+  const Dense a = dense(matrix);
+  for (std::size_t p = 0; p < n; ++p) {
+    for (std::size_t q = 0; q < n; ++q) {
+      const auto i = static_cast<std::size_t>(order[p] - 1),
+                 j = static_cast<std::size_t>(order[q] - 1);
+      if (p != q && a[i * n + j] != 0.0) below[std::min(p, q)].insert(std::max(p, q));
+    }
+  }
+  const auto original = below;
+  std::size_t nonzeros = n;
+  for (std::size_t k = 0; k < n; ++k) {
+    nonzeros += below[k].size();
+    for (std::size_t i : below[k]) {
+      for (std::size_t j : below[k]) {
+        if (j > i) below[i].insert(j);
+      }
+    }
+  }
+  const tool::Elimination elimination(matrix, order);
+  EXPECT_EQ(elimination.nonzeros(), static_cast<std::int64_t>(nonzeros));
+  std::vector<std::set<std::size_t>> seen(n);
+  elimination.for_factor([&](int row, int column, bool of_matrix) {
+    const auto i = static_cast<std::size_t>(row), j = static_cast<std::size_t>(column);
+    EXPECT_TRUE(seen[j].insert(i).second);
+    EXPECT_EQ(of_matrix, original[j].count(i) == 1);
+  });
+  EXPECT_EQ(seen, below);
+  int next = 0;
+  for (const tool::Range& run : elimination.supernodes()) {
+    EXPECT_EQ(run.first, next);
+    next = run.last + 1;
+    for (auto j = static_cast<std::size_t>(run.first); static_cast<int>(j) < run.last; ++j) {
+      std::set<std::size_t> expected = below[j + 1];
+      expected.insert(j + 1);
+      EXPECT_EQ(below[j], expected);
+    }
+  }
+  EXPECT_EQ(next, static_cast<int>(n));
+  for (const tool::Range& domain : elimination.domains(3)) {
+    for (int row = domain.first; row <= domain.last; ++row) {
+      for (int column = 0; column < domain.first; ++column) {
+        EXPECT_EQ(below[static_cast<std::size_t>(column)].count(static_cast<std::size_t>(row)), 0U);
+      }
+    }
   }
 }
 

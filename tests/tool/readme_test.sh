@@ -52,6 +52,9 @@ for file in block-*.sh; do
   while IFS= read -r line; do
     line=${line%%  #*}
     case $line in
+      *--spy* | *--plot*)
+        command -v gnuplot >/dev/null || continue
+        ;;&
       *velmora-solve\ * | *velmora-gallery\ *)
         ((++commands))
         bash -c "$line" >log 2>&1 || {

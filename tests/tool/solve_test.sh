@@ -93,6 +93,7 @@ refuses "an impossible tolerance" 1 'above the tolerance' "$examples/bracket.mtx
   --rhs-kind random
 refuses "no input" 2 'give a Matrix Market file'
 refuses "an unknown option" 2 'not expected: --fast' spd.mtx --fast
+refuses "an entry it could not follow" 2 'use --transpose' spd.mtx --iparm 12=1
 refuses "an unknown type" 2 "unknown type 'best'" spd.mtx --type best
 "$solve" nan.mtx --json report.json >out 2>err
 grep -q '"status": "failed"' report.json || fail "JSON of a failure"
@@ -113,6 +114,15 @@ printf '2\n3\n1\n3\n4\n1\n2\n2\n2\n1\n3\n4\n5\n' >with_rhs.iajaa
 solves "the right-hand side of a dump" 'right side +of the dump' --replay with_rhs.iajaa --output x.mtx
 tail -2 x.mtx | tr '\n' ' ' | awk '{ exit !(($1-1.4)^2 < 1e-24 && ($2-1.2)^2 < 1e-24) }' ||
   fail "the solution of the dump"
+
+"$gallery" grid2d --size 12 --output grid.mtx >out 2>err
+if command -v gnuplot >/dev/null; then
+  solves "pictures" '^drawn +r.png' grid.mtx --spy s.png --plot-convergence r.png
+  for picture in s.png r.png; do
+    [[ $(head -c 4 $picture | tail -c 3) == PNG ]] || fail "$picture is no picture"
+  done
+  refuses "no place for a picture" 1 'cannot write /nowhere/s.png' grid.mtx --spy /nowhere/s.png
+fi
 
 for kind in grid2d grid3d elasticity saddle shifted; do
   "$gallery" "$kind" --size 5 --output "$kind.mtx" >out 2>err || fail "gallery $kind"

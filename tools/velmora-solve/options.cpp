@@ -47,6 +47,23 @@ std::pair<int, Value> assignment(const std::string& option, const std::string& t
   throw CLI::ValidationError(option, "'" + text + "' is not N=VALUE with N from 1 to 64");
 }
 
+/// Entries that change what the arrays of a call mean, which this program could not follow.
+void refuse_reserved(int number) {
+  constexpr std::pair<int, const char*> reserved[] = {{3, "use --threads"},
+                                                      {5, "the order is the program's"},
+                                                      {6, "the solution must not overwrite b"},
+                                                      {12, "use --transpose"},
+                                                      {26, "only complete solves have a residual"},
+                                                      {31, "only complete solves have a residual"},
+                                                      {32, "use --iterative"},
+                                                      {38, "a Schur complement needs a program"}};
+  for (const auto& [entry, why] : reserved) {
+    if (number == entry) {
+      throw CLI::ValidationError("--iparm", fmt::format("iparm({}) cannot be set: {}", entry, why));
+    }
+  }
+}
+
 void add_system_options(CLI::App& app, Options& options) {
   const char* group = "System";
   app.add_option("matrix", options.matrix,
@@ -147,6 +164,7 @@ void add_solver_options(CLI::App& app, Settings& settings) {
          [&settings](const std::vector<std::string>& texts) {
            for (const std::string& text : texts) {
              settings.iparm.push_back(assignment<int>("--iparm", text));
+             refuse_reserved(settings.iparm.back().first);
            }
          },
          "Set iparm(N) of the library, after all other options; may be repeated")
@@ -187,6 +205,14 @@ void add_run_options(CLI::App& app, Options& options) {
   app.add_flag("--check", options.check_only, "Only read and check the matrix, and tell its type")
       ->group(group);
   app.add_option("--json", options.json, "Write the report as JSON, - to standard output")
+      ->type_name("FILE")
+      ->group(group);
+  app.add_option("--spy", options.spy,
+                 "Draw the patterns of matrix and factor as PNG (needs gnuplot)")
+      ->type_name("FILE")
+      ->group(group);
+  app.add_option("--plot-convergence", options.convergence,
+                 "Draw the residual over the steps of refinement as PNG (needs gnuplot)")
       ->type_name("FILE")
       ->group(group);
   app.add_flag("-q,--quiet", options.quiet, "Print nothing but errors")->group(group);

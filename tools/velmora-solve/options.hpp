@@ -50,7 +50,9 @@ struct Options {
   bool check_only = false;
   bool quiet = false;
   int msglvl = 0;
-  std::string json;  ///< file, or "-" for standard output
+  std::string json;         ///< file, or "-" for standard output
+  std::string spy;          ///< picture of the patterns
+  std::string convergence;  ///< picture of the refinement
 };
 
 /// Reads the command line.

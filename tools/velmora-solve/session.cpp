@@ -95,6 +95,7 @@ Session::Session(const SparseMatrix& matrix, int mtype, const Settings& settings
 
 void Session::apply(const Settings& settings) {
   option(3) = settings.threads;
+  option(5) = -1;  // the order comes back
   if (settings.robust) {
     option(11) = 1;
     option(13) = mtype_ == 11 || mtype_ == 13 ? 1 : 2;

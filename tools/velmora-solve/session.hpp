@@ -36,6 +36,12 @@ class Session {
   void set_rhs(const std::vector<double>& b, int nrhs);
   const std::vector<double>& x() const { return x_; }
 
+  /// Elimination order that the analysis found: node, from 1, at each position.
+  const std::vector<int>& order() const { return perm_; }
+
+  /// Most steps of refinement in later solves.
+  void limit_refinement(int steps) { option(8) = steps; }
+
   /// iparm and dparm by the numbers of the header, from 1.
   int iparm(int number) const { return iparm_[static_cast<std::size_t>(number - 1)]; }
   double dparm(int number) const { return dparm_[static_cast<std::size_t>(number - 1)]; }

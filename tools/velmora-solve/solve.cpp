@@ -5,8 +5,10 @@
 #include <chrono>
 #include <cmath>
 #include <limits>
+#include <map>
 #include <random>
 
+#include "pictures.hpp"
 #include "replay.hpp"
 #include "session.hpp"
 #include "types.hpp"
@@ -215,10 +217,14 @@ class Solver {
       report_.solution_error = distance_from_ones(session.x(), matrix_.complex);
     }
     solution_ = session.x();
+    order_ = session.order();
+    if (!options_.convergence.empty()) trace_refinement(session);
     return outcome;
   }
 
   const std::vector<double>& solution() const { return solution_; }
+  const std::vector<int>& order() const { return order_; }
+  const std::vector<RefinementPoint>& refinement() const { return refinement_; }
 
  private:
   /// A call of the library that ended with an error, explained.
@@ -269,6 +275,21 @@ class Solver {
                                           factor.refinement_steps == 1 ? "" : "s"));
   }
 
+  /// Solves with more and more steps allowed.  A solve may take fewer, and where pivots were
+  /// perturbed it takes two when it is allowed none.
+  void trace_refinement(Session& session) {
+    constexpr int most = 10;
+    std::map<int, Residual> after;
+    for (int limit = 0; limit <= most; ++limit) {
+      session.limit_refinement(limit);
+      step(session, Phase::solution, report_.factor->mtype);
+      after[session.iparm(7)] =
+          residual(matrix_, options_.settings.transposed, report_.nrhs, rhs_.b, session.x());
+    }
+    refinement_.clear();
+    for (const auto& [steps, worst] : after) refinement_.push_back({steps, worst});
+  }
+
   std::string judge(const Session& session, Factor& factor) {
     factor.positive = session.iparm(22);
     factor.negative = session.iparm(23);
@@ -290,6 +311,8 @@ class Solver {
   SparseMatrix& matrix_;
   const Rhs& rhs_;
   std::vector<double> solution_;
+  std::vector<int> order_;
+  std::vector<RefinementPoint> refinement_;
 };
 
 /// Chooses the type and says why.
@@ -362,6 +385,12 @@ void run(const Options& options, const Printer& printer, Report& report) {
   printer.line("right side", report.rhs);
   if (options.check_only) return;
 
+  const bool unsymmetric = report.type.mtype == 11 || report.type.mtype == 13;
+  if (!options.spy.empty() && unsymmetric && options.settings.matching.value_or(1) != 0) {
+    throw InputError(
+        "--spy of an unsymmetric matrix needs --matching 0: the rows that the matching exchanges "
+        "are not known outside of the library");
+  }
   Solver solver(options, printer, report, matrix, rhs);
   report.failure = solve(options, traits, printer, matrix, solver, report);
   if (!report.factor) return;
@@ -370,6 +399,16 @@ void run(const Options& options, const Printer& printer, Report& report) {
   if (!options.output.empty()) {
     write_columns(options.output, {report.n, report.nrhs, matrix.complex, solver.solution()});
     printer.line("written", options.output);
+  }
+  const std::string title =
+      fmt::format("{}: {} equations, {}", report.file, report.n, label(report.factor->mtype));
+  if (!options.spy.empty()) {
+    draw_spy(options.spy, title, matrix, solver.order(), std::max(2, report.factor->threads));
+    printer.line("drawn", options.spy);
+  }
+  if (!options.convergence.empty()) {
+    draw_convergence(options.convergence, title, solver.refinement());
+    printer.line("drawn", options.convergence);
   }
 }
 

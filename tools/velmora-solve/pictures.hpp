@@ -1,0 +1,31 @@
+/// Pictures as PNG files, drawn by gnuplot.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "elimination.hpp"
+#include "system.hpp"
+
+namespace tool {
+
+/// The pattern of the matrix beside that of the factor in elimination order: entries of the matrix
+/// dark, fill orange, supernodes and domains as squares on the diagonal.
+/// @param order    node, from 1, at each position
+/// @param domains  independent subtrees to mark
+/// @throws InputError without gnuplot, or when the file cannot be written
+void draw_spy(const std::string& path, const std::string& title, const SparseMatrix& matrix,
+              const std::vector<int>& order, int domains);
+
+/// Residuals after a number of refinement steps.
+struct RefinementPoint {
+  int steps = 0;
+  Residual residual;
+};
+
+/// Componentwise and normwise residual over the steps of refinement.
+/// @throws InputError as above
+void draw_convergence(const std::string& path, const std::string& title,
+                      const std::vector<RefinementPoint>& points);
+
+}  // namespace tool
