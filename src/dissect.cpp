@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "amd.hpp"
+#include "separator.hpp"
 #include "symbolic_cost.hpp"
 
 namespace vlm {
@@ -16,16 +17,23 @@ constexpr int none = -1;
 struct Piece {
   WeightedGraph graph;
   std::vector<int> vertex;  // vertex of the whole graph
+  MeshKind kind = MeshKind::unknown;
 };
 
-// Seconds that a separator takes to find, and that an operation of the factorization takes;
-// both measured, and both only used in proportion to each other.
-double separator_seconds(const WeightedGraph& graph) {
-  return 2.5e-7 * graph.n + 3e-8 * static_cast<double>(graph.adj.size());
+// Seconds that a separator takes to find, and that an operation of the factorization takes.
+// Rough figures of one machine, used only in proportion to each other; saved operations lie in
+// large fronts and run at about 45e9 a second there, and count twice because a factor is
+// computed and used more than once.
+double separator_seconds(const Piece& piece) {
+  const double solid = 2.5e-7 * piece.graph.n + 3e-8 * static_cast<double>(piece.graph.adj.size());
+  return piece.kind == MeshKind::thin ? solid / 4 : solid;
 }
-constexpr double seconds_per_flop = 1.0 / 30e9;
+constexpr double seconds_per_flop = 1.0 / 20e9;
 // Part of the operations of a piece that one separator is expected to save.
 constexpr double expected_saving = 0.25;
+// The first cut of a domain has to pay for a second round of minimum degree as well, which
+// takes about as long as the separator.
+constexpr double first_cut = 2;
 // Pieces of fewer vertices are not cut.
 constexpr int least_piece = 200;
 
@@ -43,7 +51,7 @@ class Dissector {
   void cut_into_domains(Piece piece, int domains);
   void order_domain(Piece piece);
   void cut_while_it_pays(Piece piece, double flops);
-  bool pays(const WeightedGraph& graph, double flops) const;
+  bool pays(const Piece& piece, double flops, double cost_factor = 1) const;
   bool split(Piece& piece, Piece& left, Piece& right, std::vector<int>& separator);
   Piece take_side(const Piece& piece, const std::vector<int>& side, int wanted);
   FactorCost order_leaf(const Piece& piece);
@@ -61,7 +69,7 @@ class Dissector {
 };
 
 Dissection Dissector::run() {
-  Piece whole{graph_, std::vector<int>(graph_.n)};
+  Piece whole{graph_, std::vector<int>(graph_.n), MeshKind::unknown};
   std::iota(whole.vertex.begin(), whole.vertex.end(), 0);
   if (goal_.domains > 1) {
     cut_into_domains(std::move(whole), goal_.domains);
@@ -71,7 +79,7 @@ Dissection Dissector::run() {
   const FactorCost plain = order_leaf(whole);
   std::fill(result_.domain.begin(), result_.domain.end(), 1);
   result_.domains = 1;
-  if (!pays(graph_, plain.flops)) return std::move(result_);
+  if (!pays(whole, plain.flops, first_cut)) return std::move(result_);
   std::vector<int> plain_order;
   plain_order.swap(result_.order);
   result_.order.reserve(graph_.n);
@@ -99,20 +107,21 @@ void Dissector::cut_into_domains(Piece piece, int domains) {
 void Dissector::order_domain(Piece piece) {
   const std::size_t before = result_.order.size();
   const FactorCost plain = order_leaf(piece);
-  if (!pays(piece.graph, plain.flops)) return;
+  if (!pays(piece, plain.flops, first_cut)) return;
   result_.order.resize(before);
   cut_while_it_pays(std::move(piece), plain.flops);
 }
 
-bool Dissector::pays(const WeightedGraph& graph, double flops) const {
-  return goal_.flop_weight * flops * expected_saving * seconds_per_flop > separator_seconds(graph);
+bool Dissector::pays(const Piece& piece, double flops, double cost_factor) const {
+  return goal_.flop_weight * flops * expected_saving * seconds_per_flop >
+         cost_factor * separator_seconds(piece);
 }
 
 // Cuts a piece that is expected to take that many operations, and orders what is left.
 void Dissector::cut_while_it_pays(Piece piece, double flops) {
   Piece left, right;
   std::vector<int> separator;
-  if (!pays(piece.graph, flops) || !split(piece, left, right, separator)) {
+  if (!pays(piece, flops) || !split(piece, left, right, separator)) {
     order_leaf(piece);
     return;
   }
@@ -133,7 +142,7 @@ bool Dissector::split(Piece& piece, Piece& left, Piece& right, std::vector<int>&
   const int n = piece.graph.n;
   if (n <= least_piece) return false;
   std::vector<int> side;
-  if (!metis_vertex_separator(piece.graph, {}, side)) return false;
+  if (!find_separator(piece.graph, piece.kind, side)) return false;
   const auto count = [&](int s) { return std::count(side.begin(), side.end(), s); };
   if (count(0) == 0 || count(1) == 0 || count(2) > n / 3) return false;
   left = take_side(piece, side, 0);
@@ -145,6 +154,7 @@ bool Dissector::split(Piece& piece, Piece& left, Piece& right, std::vector<int>&
 
 Piece Dissector::take_side(const Piece& piece, const std::vector<int>& side, int wanted) {
   Piece part;
+  part.kind = piece.kind;
   const WeightedGraph& from = piece.graph;
   int count = 0, edges = 0;
   for (int i = 0; i < from.n; ++i)

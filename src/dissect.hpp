@@ -2,7 +2,7 @@
 ///
 /// A. George, "Nested dissection of a regular finite element mesh", SIAM J. Numer. Anal. 10
 /// (1973); leaves by halo approximate minimum degree as in F. Pellegrini, J. Roman and
-/// P. Amestoy (2000).  Vertex separators come from METIS.
+/// P. Amestoy (2000); separators from find_separator().
 ///
 /// Minimum degree alone is fast and close to optimal on thin, two-dimensional graphs; solid
 /// ones gain a factor from separators.  So every domain is ordered by minimum degree first,

@@ -59,16 +59,13 @@ bool metis_kway_parts(const Adjacency& graph, int parts, std::vector<int>& part)
   return result == METIS_OK;
 }
 
-bool metis_vertex_separator(const WeightedGraph& graph, const SeparatorOptions& options,
-                            std::vector<int>& side) {
+bool metis_vertex_separator(const WeightedGraph& graph, std::vector<int>& side) {
   MetisArray ptr(graph.ptr), adj(graph.adj), weight(graph.weight);
   std::vector<idx_t> where(graph.n);
   idx_t words[METIS_NOPTIONS];
   METIS_SetDefaultOptions(words);
   words[METIS_OPTION_SEED] = 4321;
-  words[METIS_OPTION_UFACTOR] = static_cast<idx_t>(1000 * options.imbalance);
-  words[METIS_OPTION_NITER] = options.refinements;
-  words[METIS_OPTION_NSEPS] = options.trials;
+  words[METIS_OPTION_UFACTOR] = 200;
   idx_t n = graph.n, size = 0;
   const int result = METIS_ComputeVertexSeparator(&n, ptr.data(), adj.data(), weight.data(), words,
                                                   &size, where.data());

@@ -15,22 +15,15 @@ struct WeightedGraph {
   std::vector<int> weight;  ///< [n]
 };
 
-/// Options of a vertex separator.
-struct SeparatorOptions {
-  double imbalance = 0.2;  ///< weight of a side above one half
-  int refinements = 10;    ///< passes of refinement on every level
-  int trials = 1;          ///< separators computed, of which the best is kept
-};
-
 /// Partition into parts of like size: part numbers from 0.
 /// @param part  part of each node  [n], out
 /// @return false when METIS reports an error
 bool metis_kway_parts(const Adjacency& graph, int parts, std::vector<int>& part);
 
-/// Vertex separator: 0 and 1 for the sides, 2 for the separator.
+/// Vertex separator: 0 and 1 for the sides, 2 for the separator; a side may be a fifth heavier
+/// than one half.
 /// @param side  [n], out
 /// @return false when METIS reports an error
-bool metis_vertex_separator(const WeightedGraph& graph, const SeparatorOptions& options,
-                            std::vector<int>& side);
+bool metis_vertex_separator(const WeightedGraph& graph, std::vector<int>& side);
 
 }  // namespace vlm

@@ -17,8 +17,10 @@
 #include "gepmmd.hpp"
 #include "rcm.hpp"
 #include "reference.hpp"
+#include "separator.hpp"
 #include "stages.hpp"
 #include "symbolic_cost.hpp"
+#include "vertex_cut.hpp"
 
 namespace vlm {
 namespace {
@@ -320,6 +322,81 @@ TEST(Ordering, DissectionBeatsMinimumDegreeInThreeDimensions) {
   for (int k = 0; k < 8; ++k) {
     const int size = order.ranges[k].last - order.ranges[k].first + 1;
     EXPECT_GT(size, graph.n / 16) << "domain " << k << " is far from balanced";
+  }
+}
+
+// Weight of the separator; 0 sides only when no edge joins them.
+int checked_weight(const WeightedGraph& graph, const std::vector<int>& side) {
+  int weight = 0;
+  for (int v = 0; v < graph.n; ++v) {
+    if (side[v] == 2) weight += graph.weight[v];
+    for (int k = graph.ptr[v]; k < graph.ptr[v + 1]; ++k)
+      EXPECT_NE(side[v] + side[graph.adj[k]], 1) << "edge between the sides";
+  }
+  return weight;
+}
+
+TEST(Separator, VertexCutIsMinimum) {
+  for (std::uint64_t seed = 1; seed <= 30; ++seed) {
+    const int n = 11;
+    test::Rng rng(seed);
+    WeightedGraph graph = weighted(adjacency_of(test::random_spd(n, 3, seed)));
+    std::vector<char> at_source(n, 0), at_sink(n, 0);
+    for (int v = 0; v < n; ++v) {
+      graph.weight[v] = 1 + rng.below(4);
+      at_source[v] = rng.below(4) == 0;
+      at_sink[v] = rng.below(4) == 0;
+    }
+    // All subsets: those that leave no way from the source to the sink.
+    int least = 1 << 20;
+    for (int removed = 0; removed < 1 << n; ++removed) {
+      std::vector<int> stack, seen(n, 0);
+      int weight = 0;
+      bool parted = true;
+      for (int v = 0; v < n; ++v) {
+        if (removed >> v & 1)
+          weight += graph.weight[v];
+        else if (at_source[v])
+          stack.push_back(v);
+      }
+      while (!stack.empty()) {
+        const int v = stack.back();
+        stack.pop_back();
+        if (seen[v]++) continue;
+        parted = parted && !at_sink[v];
+        for (int k = graph.ptr[v]; k < graph.ptr[v + 1]; ++k)
+          if (!(removed >> graph.adj[k] & 1)) stack.push_back(graph.adj[k]);
+      }
+      if (parted) least = std::min(least, weight);
+    }
+    const VertexCut cut = minimum_vertex_cut(graph, at_source, at_sink);
+    for (const std::vector<int>& side : {cut.near_source, cut.near_sink}) {
+      EXPECT_EQ(checked_weight(graph, side), least) << "seed " << seed;
+      for (int v = 0; v < n; ++v) {
+        EXPECT_FALSE(at_source[v] && side[v] == 1);
+        EXPECT_FALSE(at_sink[v] && side[v] == 0);
+      }
+    }
+  }
+}
+
+TEST(Separator, SeparatesThinAndSolidMeshes) {
+  const struct {
+    test::Matrix matrix;
+    MeshKind kind;
+    int most;
+  } cases[] = {{test::poisson2d(60), MeshKind::thin, 70},
+               {test::poisson2d(20), MeshKind::unknown, 24},
+               {test::poisson3d(18), MeshKind::solid, 360}};
+  for (const auto& c : cases) {
+    const WeightedGraph graph = weighted(adjacency_of(c.matrix));
+    MeshKind kind = MeshKind::unknown;
+    std::vector<int> side;
+    ASSERT_TRUE(find_separator(graph, kind, side));
+    EXPECT_EQ(kind, c.kind) << c.matrix.name;
+    EXPECT_LE(checked_weight(graph, side), c.most) << c.matrix.name;
+    for (const int s : {0, 1})
+      EXPECT_GE(std::count(side.begin(), side.end(), s), graph.n / 4) << c.matrix.name;
   }
 }
 
