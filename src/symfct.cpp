@@ -27,9 +27,8 @@ std::int64_t trapezoid(std::int64_t width, std::int64_t height) {
 /// grows, the fewer zeros it may carry.
 bool merge_pays(std::int64_t width, std::int64_t size, std::int64_t zeros) {
   const double share = static_cast<double>(zeros) / static_cast<double>(size);
-  if (width <= 4) return true;
-  if (width <= 16) return share < 0.6;
-  if (width <= 48) return share < 0.15;
+  if (width <= 16) return share < 0.4;
+  if (width <= 48) return share < 0.1;
   return share < 0.05;
 }
 
