@@ -45,7 +45,7 @@ Inertia dense_inertia(const Dense& a);
 /// infinity for a singular matrix.
 double dense_condition(const Dense& a);
 
-/// Leading ns by ns block eliminated: S = A22 - A21 A11^{-1} A12 of the trailing n-ns rows.
+/// Leading block eliminated: S = A22 - A21 A11^{-1} A12 of the other rows.
 Dense dense_schur(const Dense& a, int leading);
 
 // --- vectors and errors ---------------------------------------------------------------------

@@ -30,6 +30,12 @@ class Session {
   int factor() { return run(22); }
   /// Phase 33; the solution, n by nrhs.  b is passed as a copy.
   std::vector<double> solve(const std::vector<double>& b, int nrhs = 1, int phase = 33);
+  /// Schur complement of a factor made with iparm(38): row starts, columns, values.
+  struct Schur {
+    std::vector<int> ia, ja;
+    std::vector<double> a;
+  };
+  Schur schur();
   /// True when all words of the handle are zero.
   bool empty() const;
 
