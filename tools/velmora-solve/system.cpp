@@ -49,8 +49,8 @@ std::int64_t sort_and_merge(SparseMatrix& matrix) {
   for (std::size_t i = 0; i < static_cast<std::size_t>(matrix.n); ++i) {
     const auto first = static_cast<std::size_t>(matrix.ia[i] - 1);
     const auto last = static_cast<std::size_t>(matrix.ia[i + 1] - 1);
-    sort_row(&matrix.ja[first], &matrix.a[first * doubles], static_cast<int>(last - first), doubles,
-             order, copy);
+    sort_row(matrix.ja.data() + first, matrix.a.data() + first * doubles,
+             static_cast<int>(last - first), doubles, order, copy);
     const std::size_t row_begin = kept;
     for (std::size_t k = first; k < last; ++k) {
       const double* value = &matrix.a[k * doubles];
