@@ -201,8 +201,8 @@ double multiply_parallel(const Operands<T>& op, int nrhs, int nthreads, T* work)
   });
 }
 
-/// Below this many multiplications a product is not worth a thread team.
-constexpr long long parallel_threshold = 40000;
+/// Below this many multiplications, some 0.2 ms, a product is not worth a thread team.
+constexpr long long parallel_threshold = 400000;
 
 template <class T>
 double multiply(const SparseProduct& product, int nrhs, const double* x, const double* rhs,

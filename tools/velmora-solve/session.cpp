@@ -96,11 +96,13 @@ Session::Session(const SparseMatrix& matrix, int mtype, const Settings& settings
 void Session::apply(const Settings& settings) {
   option(3) = settings.threads;
   option(5) = -1;  // the order comes back
+  // Where pivots may be perturbed, accuracy comes from refinement; it stops by itself as soon as
+  // it no longer contracts.
+  if (mtype_ != 2 && mtype_ != 4) option(8) = 10;
   if (settings.robust) {
     option(11) = 1;
     option(13) = mtype_ == 11 || mtype_ == 13 ? 1 : 2;
     option(21) = 1;
-    option(8) = 3;
   }
   const auto set = [this](int number, const std::optional<int>& value) {
     if (value) option(number) = *value;
