@@ -254,6 +254,9 @@ TYPED_TEST(KernelTest, SymmetricBlocksAreRebuiltFromTheirFactors) {
           if (diagonal && j % 3 == 0) a[j + j * n] = -a[j + j * n];
         }
         auto f = a;
+        // Updates leave rounding in the imaginary part of a Hermitian diagonal; it has none.
+        if constexpr (std::is_same_v<T, zcomplex>)
+          for (int j = 0; hermitian && j < n; ++j) f[j + j * n] += T(0, 0.01);
         std::vector<int> pivot(n);
         BlockPivots<T> stats;
         stats.hermitian = hermitian;
@@ -261,6 +264,8 @@ TYPED_TEST(KernelTest, SymmetricBlocksAreRebuiltFromTheirFactors) {
         (diagonal ? kernel->ldlt_diagonal : kernel->ldlt)(n, f.data(), n, pivot.data(), stats);
         ASSERT_LT(distance(rebuild(n, f, pivot, hermitian), a), this->tolerance * n * n)
             << kernel->isa << " n " << n << " form " << form;
+        for (int j = 0; hermitian && j < n; ++j)
+          ASSERT_EQ(std::imag(f[j + j * n]), 0) << kernel->isa << " column " << j;
         EXPECT_EQ(stats.perturbed, 0);
         if (hermitian || !this->complex) {
           EXPECT_EQ(stats.positive + stats.negative, n);

@@ -39,6 +39,12 @@ struct SymmetricBlock {
     for (int i = q + 1; i < n; ++i) swap_values(a[i + p * lda], a[i + q * lda]);
   }
 
+  /// Drops what rounding left in the imaginary part of a Hermitian diagonal.  Kept, it would
+  /// pass through 2x2 pivots into the following panels and grow from one to the next.
+  void make_real(int j) const {
+    if constexpr (hermitian) diagonal(j) = T(real_part(diagonal(j)));
+  }
+
   void perturb(int k) const {
     diagonal(k) = replacement(diagonal(k), stats.eps, 1e-8);
     ++stats.perturbed;
@@ -46,13 +52,13 @@ struct SymmetricBlock {
 
   /// Eliminates column k with the 1x1 pivot a(k,k).
   void eliminate_one(int k) const {
-    if (hermitian) diagonal(k) = T(real_part(diagonal(k)));
     const T r = T(1) / diagonal(k);
     T* ak = column(k);
     for (int j = k + 1; j < n; ++j) {
       const T f = mirror(ak[j]) * r;
       T* aj = column(j);
       for (int i = j; i < n; ++i) aj[i] -= ak[i] * f;
+      make_real(j);
     }
     for (int i = k + 1; i < n; ++i) ak[i] *= r;
   }
@@ -70,6 +76,7 @@ struct SymmetricBlock {
       const T c0 = mirror(w0), c1 = mirror(w1);
       T* aj = column(j);
       for (int i = j; i < n; ++i) aj[i] -= a0[i] * c0 + a1[i] * c1;
+      make_real(j);
       a0[j] = w0;
       a1[j] = w1;
     }
@@ -176,10 +183,13 @@ inline void diagonal_pivoting(const SymmetricBlock<T, hermitian>& b, int* pivot)
 /// Runs the step with the block's symmetry.
 template <class T, class Step>
 inline void with_symmetry(int n, T* a, int lda, BlockPivots<T>& stats, Step step) {
-  if (Kind<T>::parts == 2 && stats.hermitian)
-    step(SymmetricBlock<T, true>{n, a, lda, stats});
-  else
+  if (Kind<T>::parts == 1 || !stats.hermitian) {
     step(SymmetricBlock<T, false>{n, a, lda, stats});
+    return;
+  }
+  const SymmetricBlock<T, true> block{n, a, lda, stats};
+  for (int j = 0; j < n; ++j) block.make_real(j);
+  step(block);
 }
 
 template <class T>

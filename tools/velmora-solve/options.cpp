@@ -138,9 +138,10 @@ void add_solver_options(CLI::App& app, Settings& settings) {
       ->check(in_range(0, 300))
       ->type_name("E")
       ->group(group);
-  app.add_option("--refine", settings.refinement,
-                 "Most steps of iterative refinement (default: 1 for definite types, else 10); -N keeps "
-                 "the solution in an accumulator")
+  app.add_option(
+         "--refine", settings.refinement,
+         "Most steps of iterative refinement (default: 1 for definite types, else 10); -N keeps "
+         "the solution in an accumulator")
       ->check(in_range(-1000, 1000))
       ->type_name("N")
       ->group(group);

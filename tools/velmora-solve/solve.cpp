@@ -130,11 +130,13 @@ double distance_from_ones(const std::vector<double>& x, bool complex) {
 /// The number of nonzeros as iparm(18) tells it: thousands, negative, where it is too large.
 std::int64_t nonzeros_of(int told) { return told < 0 ? std::int64_t{-1000} * told : told; }
 
-/// How hard a symmetric indefinite matrix is taken; each step costs more than the one before.
+/// How hard a symmetric indefinite or unsymmetric matrix is taken.
 enum class Effort {
   defaults,       ///< of the library, with the user's settings
   bunch_kaufman,  ///< 2x2 pivots
-  robust          ///< matching and scaling as well
+  robust,         ///< matching and scaling as well
+  unmatched,      ///< neither matching nor scaling
+  lenient         ///< larger perturbations, which refinement undoes
 };
 
 /// What is tried.
@@ -151,8 +153,9 @@ enum class Outcome {
 };
 
 const char* describe(Effort effort) {
-  constexpr const char* words[] = {"default settings", "Bunch-Kaufman pivoting",
-                                   "matching, scaling and Bunch-Kaufman pivoting"};
+  constexpr const char* words[] = {
+      "default settings", "Bunch-Kaufman pivoting", "matching, scaling and Bunch-Kaufman pivoting",
+      "neither matching nor scaling", "larger perturbations and more refinement"};
   return words[static_cast<int>(effort)];
 }
 
@@ -172,16 +175,47 @@ std::optional<Attempt> next_attempt(const Options& options, const Attempt& faile
     if (cholesky && outcome == Outcome::no_factor) return Attempt{-failed.mtype};
     if (failed.mtype == 1 || failed.mtype == 3) return Attempt{failed.mtype + 10};
   }
-  if (failed.mtype != -2 || !free_to_choose(options.settings)) return std::nullopt;
+  if (!free_to_choose(options.settings)) return std::nullopt;
+  const bool indefinite = failed.mtype == -2;
+  const bool unsymmetric = failed.mtype == 11 || failed.mtype == 13;
+  if (!indefinite && !unsymmetric) return std::nullopt;
+  const auto with = [&](Effort effort) { return Attempt{failed.mtype, effort}; };
   switch (failed.effort) {
     case Effort::defaults:
-      return Attempt{-2, Effort::bunch_kaufman};
+      // On a matrix close to singular the matching may lead to more zero pivots than it avoids.
+      return with(indefinite ? Effort::bunch_kaufman : Effort::unmatched);
     case Effort::bunch_kaufman:
-      return Attempt{-2, Effort::robust};
+      return with(Effort::robust);
     case Effort::robust:
+    case Effort::unmatched:
+      return with(Effort::lenient);
+    case Effort::lenient:
       return std::nullopt;
   }
   return std::nullopt;
+}
+
+/// The user's settings, with what an attempt changes in them.
+Settings settings_of(const Attempt& attempt, Settings settings) {
+  switch (attempt.effort) {
+    case Effort::defaults:
+      break;
+    case Effort::bunch_kaufman:
+      settings.pivoting = 1;
+      break;
+    case Effort::robust:
+      settings.robust = true;
+      break;
+    case Effort::unmatched:
+      settings.matching = settings.scaling = 0;
+      break;
+    case Effort::lenient:
+      settings.robust = true;
+      if (!settings.perturbation) settings.perturbation = 6;
+      if (!settings.refinement) settings.refinement = 50;
+      break;
+  }
+  return settings;
 }
 
 class Solver {
@@ -192,9 +226,7 @@ class Solver {
 
   /// Runs one attempt; `failure` receives why it did not solve the system.
   Outcome run(const Attempt& attempt, std::string& failure) {
-    Settings settings = options_.settings;
-    settings.robust |= attempt.effort == Effort::robust;
-    if (attempt.effort == Effort::bunch_kaufman) settings.pivoting = 1;
+    const Settings settings = settings_of(attempt, options_.settings);
     Session session(matrix_, attempt.mtype, settings, options_.msglvl > 0 && !options_.quiet);
     session.set_rhs(rhs_.b, report_.nrhs);
     Factor factor;
