@@ -47,6 +47,8 @@ market() { printf '%%%%MatrixMarket matrix coordinate %s\n' "$1"; }
 { market "real symmetric"; printf '2 2 3\n1 1 2\n2 2 2\n2 1 inf\n'; } >inf.mtx
 { market "real symmetric"; printf '3 3 2\n1 1 1\n2 2 1\n'; } >empty_row.mtx
 { market "real symmetric"; printf '2 2 2\n1 1 4\n2 2 -5\n'; } >diagonal.mtx
+{ market "real general"; printf '3 3 5\n1 2 4\n2 1 1\n2 3 3\n3 3 2\n1 1 1\n'; } >unsym.mtx
+{ market "real general"; printf '3 3 3\n1 2 4\n2 3 1\n3 1 3\n'; } >permutation.mtx
 printf '1 1 3\n' >rhs.txt
 printf '1 2\n' >short.txt
 
@@ -62,6 +64,12 @@ solves "the demo system" '^status +solved' "$examples/bracket.mtx.gz" --rhs "$ex
 solves "two threads" '2 threads' "$examples/bracket.mtx.gz" --threads 2
 solves "minimum degree" '^status +solved' "$examples/bracket.mtx.gz" --ordering mmd --type sym
 solves "repetition" 'again +3 times' "$examples/bracket.mtx.gz" --refactor 3 --resolve 2 --threads 1
+solves "a Hermitian matrix" '^type +4 ' hermitian.mtx
+solves "an unsymmetric matrix" '^type +11 .*not symmetric' unsym.mtx
+solves "its transpose" '^status +solved' unsym.mtx --transpose --rhs-kind random --nrhs 3
+solves "a permutation" '^status +solved' permutation.mtx
+solves "a symmetric matrix as unsymmetric" '^type +11 ' saddle.mtx --type unsym
+solves "a real matrix as complex" '^type +13 ' saddle.mtx --type complex-unsym
 solves "standard input" '^status +solved' - <spd.mtx
 solves "only the check" '^check .*passed' saddle.mtx --check
 solves "the library's report" 'Summary VELMORA' spd.mtx --msglvl 1
@@ -84,7 +92,7 @@ refuses "a folder" 1 'cannot read' .
 refuses "skew symmetry" 1 'skew-symmetric' skew.mtx
 refuses "NaN" 1 'NaN .*checker error 300' nan.mtx
 refuses "infinity" 1 'inf .*checker error 301' inf.mtx
-refuses "a singular matrix" 1 'velmora-solve: ' empty_row.mtx
+refuses "a singular matrix" 1 'velmora-solve: ' empty_row.mtx --rhs-kind ones
 refuses "a type that does not fit" 1 'complex values' hermitian.mtx --type spd
 refuses "Cholesky by force" 1 'not positive definite' trap.mtx --type spd
 refuses "a short right-hand side" 1 'short.txt has 2 rows, the matrix 3' spd.mtx --rhs short.txt
@@ -124,7 +132,7 @@ if command -v gnuplot >/dev/null; then
   refuses "no place for a picture" 1 'cannot write /nowhere/s.png' grid.mtx --spy /nowhere/s.png
 fi
 
-for kind in grid2d grid3d elasticity saddle shifted; do
+for kind in grid2d grid3d elasticity saddle shifted convection helmholtz magnetic; do
   "$gallery" "$kind" --size 5 --output "$kind.mtx" >out 2>err || fail "gallery $kind"
   solves "gallery $kind" '^status +solved' "$kind.mtx"
 done

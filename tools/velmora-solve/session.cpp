@@ -62,20 +62,22 @@ std::string trimmed(std::string_view line) {
   return std::string(line.substr(first, line.find_last_not_of(" \t") - first + 1));
 }
 
-/// The last line that begins with `mark`, without the mark and a prefix that ends in `colon`.
-std::string last_line(const std::string& text, std::string_view mark, std::string_view colon) {
-  std::string found;
+/// What follows `mark` in the first line that begins with it, but not with `heading`; of several
+/// lines the first gives the reason, the others what it led to.
+std::string first_line(const std::string& text, std::string_view mark, std::string_view heading) {
   std::string_view rest = text;
   while (!rest.empty()) {
     const std::size_t stop = std::min(rest.find('\n'), rest.size());
     std::string_view line = rest.substr(0, stop);
     rest.remove_prefix(std::min(stop + 1, rest.size()));
-    if (!line.starts_with(mark)) continue;
+    if (!line.starts_with(mark) || (!heading.empty() && line.starts_with(heading))) continue;
     line.remove_prefix(mark.size());
-    if (line.starts_with(colon)) line.remove_prefix(colon.size());
-    found = trimmed(line);
+    for (const std::string_view lead : {"error velmora: ", ":"}) {
+      if (line.starts_with(lead)) line.remove_prefix(lead.size());
+    }
+    return trimmed(line);
   }
-  return found;
+  return {};
 }
 
 }  // namespace
@@ -145,7 +147,7 @@ Call Session::run(Phase phase) {
   call.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   const std::string text = capture.text();
   if (show_messages_) std::fwrite(text.data(), 1, text.size(), stdout);
-  call.complaint = last_line(text, "*** ", "error velmora: ");
+  call.complaint = first_line(text, "*** ", "*** error VELMORA ");
   return call;
 }
 
@@ -163,7 +165,7 @@ std::string check(const SparseMatrix& matrix, int mtype, const std::vector<doubl
   }
   const std::string text = capture.text();
   if (error == 0) return {};
-  const std::string found = last_line(text, "[VELMORA]: CHK", ":");
+  const std::string found = first_line(text, "[VELMORA]: CHK", "");
   return fmt::format("{} (checker error {})", found.empty() ? "the input is wrong" : found, error);
 }
 

@@ -238,10 +238,11 @@ class Solver {
       failure = failed.what();
       return failed.error == -4 || failed.error == -6 ? Outcome::no_factor : Outcome::error;
     }
-    failure = judge(session, factor);
+    judge(session, factor);
+    failure = verdict(factor);
     const Outcome outcome = failure.empty() ? Outcome::solved : Outcome::inaccurate;
     // A later attempt replaces an earlier one only when it is better.
-    if (report_.factor && !(factor.residual.normwise < report_.factor->residual.normwise)) {
+    if (report_.factor && !(shortfall(factor.residual) < shortfall(report_.factor->residual))) {
       return outcome;
     }
     report_.factor = std::move(factor);
@@ -322,7 +323,7 @@ class Solver {
     for (const auto& [steps, worst] : after) refinement_.push_back({steps, worst});
   }
 
-  std::string judge(const Session& session, Factor& factor) {
+  void judge(const Session& session, Factor& factor) {
     factor.positive = session.iparm(22);
     factor.negative = session.iparm(23);
     factor.memory_analysis_peak = session.iparm(15);
@@ -331,10 +332,31 @@ class Solver {
     if (options_.settings.determinant) factor.log_determinant = session.dparm(33);
     factor.residual =
         residual(matrix_, options_.settings.transposed, report_.nrhs, rhs_.b, session.x());
-    if (factor.residual.normwise <= options_.tolerance) return {};
+  }
+
+  /// How many times too large a residual is; at most 1 is good.  The componentwise measure must
+  /// reach the square root of the tolerance only, but some such bound is needed: where a matrix is
+  /// singular, x is so large that the normwise one is small whatever is left of an equation.
+  double shortfall(const Residual& left) const {
+    if (std::isnan(left.normwise) || std::isnan(left.componentwise) || options_.tolerance == 0) {
+      return std::numeric_limits<double>::infinity();
+    }
+    return std::max(left.normwise / options_.tolerance,
+                    left.componentwise / std::sqrt(options_.tolerance));
+  }
+
+  /// Why the residual is not acceptable, empty when it is.
+  std::string verdict(const Factor& factor) const {
+    if (shortfall(factor.residual) <= 1) return {};
+    const std::string why = factor.warning.empty() ? "" : " (" + factor.warning + ")";
+    if (factor.residual.normwise <= options_.tolerance) {
+      return fmt::format(
+          "componentwise residual {:.2e} is above {:.0e}: the matrix is singular to "
+          "working precision, or badly scaled{}",
+          factor.residual.componentwise, std::sqrt(options_.tolerance), why);
+    }
     return fmt::format("residual {:.2e} is above the tolerance {:.0e}{}", factor.residual.normwise,
-                       options_.tolerance,
-                       factor.warning.empty() ? "" : " (" + factor.warning + ")");
+                       options_.tolerance, why);
   }
 
   const Options& options_;
