@@ -128,11 +128,13 @@
  *               1 Bunch-Kaufman with 1x1 and 2x2 pivots
  *   22  out     number of positive eigenvalues (symmetric and Hermitian types)
  *   23  out     number of negative eigenvalues
- *   24  in      [1] 1: two-level parallel factorization, 0: fine-grain
- *   25  in      [1] 1: two-level parallel solve, 0: sequential
+ *   24  in      [1] scheme of the factorization on several threads: 1 two-level, 0 fine-grain.
+ *               This version factors on one thread, with the same result for both
+ *   25  in      [1] the same for the solve: 1 two-level, 0 sequential; one thread in this version
  *   26  in      [0] 0: complete solve; 1: end after the forward step; above 1: without the
  *               forward step.  Not 0: no refinement
- *   28  in      [0] 1: parallel nested dissection
+ *   28  in      [0] 1: nested dissection on several threads; one thread in this version, with
+ *               the same order
  *   29  in      [0] 1: factor and solve in single precision; types 1, -2, 11 only
  *   30  in      [0] > 1: width of the panels.  Not 0: iparm(2) outside 0 to 2 is taken as 2
  *   31  in      [0] not 0: partial solve; perm, read by the analysis, marks with a non-zero the
