@@ -15,16 +15,22 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
   endif()
 endif()
 
+# Complex products as the BLAS forms them, without the detour for infinite parts.  Optimised
+# builds only: the debug build's commands are also read by clang-tidy, which lacks the flag.
+check_cxx_compiler_flag(-fcx-fortran-rules VELMORA_HAS_FORTRAN_COMPLEX)
+if(VELMORA_HAS_FORTRAN_COMPLEX)
+  set(velmora_complex_flags $<$<CONFIG:Release,RelWithDebInfo>:-fcx-fortran-rules>)
+endif()
+
 set(velmora_kernel_objects "")
 foreach(isa ${velmora_kernel_isas})
   add_library(velmora_kernels_${isa} OBJECT src/kernels/kernels.cpp)
   target_compile_definitions(velmora_kernels_${isa} PRIVATE VELMORA_ISA=${isa})
   target_compile_options(velmora_kernels_${isa} PRIVATE
-    ${velmora_kernel_flags_${isa}} -ffp-contract=fast -fno-math-errno -fno-trapping-math -fcx-fortran-rules -Wno-psabi
+    ${velmora_kernel_flags_${isa}} -ffp-contract=fast -fno-math-errno -fno-trapping-math ${velmora_complex_flags} -Wno-psabi
     $<$<CONFIG:Release,RelWithDebInfo>:-O3>)
   target_link_libraries(velmora_kernels_${isa} PRIVATE velmora_warnings velmora_instrumentation)
   list(APPEND velmora_kernel_objects $<TARGET_OBJECTS:velmora_kernels_${isa}>)
 endforeach()
 
-# The families multiply complex values in plain loops; the naive product is what the BLAS uses.
-target_compile_options(velmora_objects PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fcx-fortran-rules>)
+target_compile_options(velmora_objects PRIVATE ${velmora_complex_flags})

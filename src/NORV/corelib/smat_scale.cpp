@@ -24,8 +24,11 @@ smat* signed_sum(const smat* A, const smat* B, double sign) {
   }
   return by_kind(A->is_complex, [&](auto zero) {
     using T = decltype(zero);
-    return merge<T>(A, B, type_of(A),
-                    [&](const T* a, const T* b) { return b ? (a ? *a : T{}) + sign * *b : *a; });
+    const auto add = [&](const T* a, const T* b) {
+      if (!b) return *a;  // NOLINT(clang-analyzer-core.*): of the two at most one is missing
+      return (a ? *a : T{}) + sign * *b;
+    };
+    return merge<T>(A, B, type_of(A), add);
   });
 }
 
