@@ -224,6 +224,22 @@ void backward_vector(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T
   f.kernel.solve_lower_transposed(solve);
 }
 
+/// The diagonal block against a block of right-hand sides, which are held transposed.
+template <class T>
+void solve_block(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t,
+                 typename RightSolve<T>::Op op, T* y) {
+  f.kernel.solve_right({.m = f.nb,
+                        .n = p.width,
+                        .l = t.block,
+                        .l_row = t.row,
+                        .l_col = t.col,
+                        .unit = t.unit,
+                        .conjugate = t.conjugate,
+                        .op = op,
+                        .x = y,
+                        .ldx = f.nb});
+}
+
 /// y := (triangle)^-1 y for a panel's columns, and the rows below brought up to date.
 template <class T>
 void forward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t) {
@@ -235,17 +251,7 @@ void forward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>&
     return;
   }
   // Held transposed: L y = b reads Y L^T = B.
-  RightSolve<T> solve{.m = f.nb,
-                      .n = p.width,
-                      .l = t.block,
-                      .l_row = t.row,
-                      .l_col = t.col,
-                      .unit = t.unit,
-                      .conjugate = t.conjugate,
-                      .op = RightSolve<T>::Op::transposed,
-                      .x = y,
-                      .ldx = f.nb};
-  f.kernel.solve_right(solve);
+  solve_block(f, p, t, RightSolve<T>::Op::transposed, y);
   if (p.below() == 0) return;
   PanelUpdate<T> u{.m = f.nb,
                    .q = p.below(),
@@ -287,17 +293,7 @@ void backward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>
                        .conjugate = t.conjugate};
       f.kernel.update(u);
     }
-    RightSolve<T> solve{.m = f.nb,
-                        .n = p.width,
-                        .l = t.block,
-                        .l_row = t.row,
-                        .l_col = t.col,
-                        .unit = t.unit,
-                        .conjugate = t.conjugate,
-                        .op = RightSolve<T>::Op::plain,
-                        .x = y,
-                        .ldx = f.nb};
-    f.kernel.solve_right(solve);
+    solve_block(f, p, t, RightSolve<T>::Op::plain, y);
   }
   if (t.pivot) interchange_block(t.pivot, p.width, y, f.nb, true);
 }
