@@ -17,13 +17,9 @@ extern "C" {
                 const int*, const T*, const int*, const T*, T*, const int*);                      \
   void p##gemv_(const char*, const int*, const int*, const T*, const T*, const int*, const T*,    \
                 const int*, const T*, T*, const int*);                                            \
-  void p##trsm_(const char*, const char*, const char*, const char*, const int*, const int*,       \
-                const T*, const T*, const int*, T*, const int*);                                  \
   void p##trsv_(const char*, const char*, const char*, const int*, const T*, const int*, T*,      \
                 const int*);                                                                      \
-  void p##potrf_(const char*, const int*, T*, const int*, int*);                                  \
-  void p##getrf_(const int*, const int*, T*, const int*, int*, int*);                             \
-  void p##swap_(const int*, T*, const int*, T*, const int*);
+  void p##getrf_(const int*, const int*, T*, const int*, int*, int*);
 VLM_BLAS(s, float)
 VLM_BLAS(d, double)
 VLM_BLAS(c, std::complex<float>)
@@ -42,24 +38,14 @@ namespace blas {
                    T beta, T* y, int incy) {                                                   \
     p##gemv_(&t, &m, &n, &alpha, a, &lda, x, &incx, &beta, y, &incy);                          \
   }                                                                                            \
-  inline void trsm(char side, char uplo, char t, char diag, int m, int n, T alpha, const T* a, \
-                   int lda, T* b, int ldb) {                                                   \
-    p##trsm_(&side, &uplo, &t, &diag, &m, &n, &alpha, a, &lda, b, &ldb);                       \
-  }                                                                                            \
   inline void trsv(char uplo, char t, char diag, int n, const T* a, int lda, T* x, int incx) { \
     p##trsv_(&uplo, &t, &diag, &n, a, &lda, x, &incx);                                         \
-  }                                                                                            \
-  inline int potrf(char uplo, int n, T* a, int lda) {                                          \
-    int info = 0;                                                                              \
-    p##potrf_(&uplo, &n, a, &lda, &info);                                                      \
-    return info;                                                                               \
   }                                                                                            \
   inline int getrf(int m, int n, T* a, int lda, int* ipiv) {                                   \
     int info = 0;                                                                              \
     p##getrf_(&m, &n, a, &lda, ipiv, &info);                                                   \
     return info;                                                                               \
-  }                                                                                            \
-  inline void swap(int n, T* x, int incx, T* y, int incy) { p##swap_(&n, x, &incx, y, &incy); }
+  }
 VLM_BLAS(s, float)
 VLM_BLAS(d, double)
 VLM_BLAS(c, ccomplex)
