@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <exception>
 #include <stdexcept>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -25,6 +26,7 @@
 #include "match_driver.hpp"
 #include "print.hpp"
 #include "refine.hpp"
+#include "remedy.hpp"
 #include "stages.hpp"
 #include "statistics_fc.hpp"
 #include "thread_guard.hpp"
@@ -335,6 +337,7 @@ void report_failure(const Call& call, Outcome& outcome, const Control* control) 
   if (call.msg == 0) return;
   if (call.phase < 0) print_ci("*** error velmora: internal error ");
   if (call.phase >= 0 || outcome.code == code_no_inversion) error_info_fc(outcome, call, control);
+  print_ci("*** what to do: " + std::string(remedy(outcome, call)));
 }
 
 void report(const Call& call, const Outcome& outcome, Control& control, int deleted) {

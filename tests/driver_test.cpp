@@ -173,9 +173,10 @@ TEST(InputCheck, EmptyHandle) {
   EXPECT_EQ(c.run(0), -7);
   EXPECT_EQ(c.run_and_read(0),
             "*** error VELMORA  (contradictory input, initialization failed)\n"
-            "handle=0 ?? ido= 0\n");
+            "handle=0 ?? ido= 0\n"
+            "*** what to do: nothing to release: analyse first (phase 11)\n");
   EXPECT_EQ(c.error, -1);
-  EXPECT_EQ(c.run_and_read(-1), "*** error velmora: internal error \n");
+  EXPECT_TRUE(contains(c.run_and_read(-1), "*** error velmora: internal error \n*** what"));
   EXPECT_EQ(c.error, -1);
   EXPECT_TRUE(c.empty());
   // Numeric phases need an analysis; a plain solve hides its failure and writes nothing.
@@ -183,7 +184,8 @@ TEST(InputCheck, EmptyHandle) {
   EXPECT_EQ(c.error, -1);
   EXPECT_EQ(text,
             "*** error VELMORA  (sequence_ido,parameters ) error_num= 100000\n"
-            "*** error velmora: clean impossible (ido?)\n");
+            "*** error velmora: clean impossible (ido?)\n"
+            "*** what to do: analyse first: phase 11, then 22 and 33, with the same pt\n");
   EXPECT_TRUE(contains(c.run_and_read(33), "error_num= 100000"));
   EXPECT_EQ(c.error, 0);
   EXPECT_EQ(c.x[0], -77);

@@ -148,6 +148,7 @@ Call Session::run(Phase phase) {
   const std::string text = capture.text();
   if (show_messages_) std::fwrite(text.data(), 1, text.size(), stdout);
   call.complaint = first_line(text, "*** ", "*** error VELMORA ");
+  call.remedy = first_line(text, "*** what to do: ", "");
   return call;
 }
 
@@ -176,27 +177,30 @@ std::string explain(const Call& call, Phase phase, int mtype) {
   std::string meaning;
   switch (call.error) {
     case -2:
-      meaning = "not enough memory";
+      meaning = "not enough memory: --ordering nd, --single or a smaller --nrhs need less";
       break;
     case -4:
       if (phase == Phase::factorization) {
         meaning = mtype == 2 || mtype == 4
                       ? "the matrix is not positive definite; without --type spd or hpd it is "
                         "solved as indefinite"
-                      : "zero pivot; --robust may help";
+                      : "zero pivot: --type unsym or complex-unsym permutes large entries there";
       }
       break;
     case -6:
-      meaning = "the matrix is structurally singular";
+      meaning =
+          "the matrix is structurally singular: look for a free unknown or a "
+          "repeated equation";
       break;
     case -8:
-      meaning = "the factor is too large for 32-bit positions";
+      meaning = "the factor is too large for 32-bit positions: try --ordering nd";
       break;
     default:
       break;
   }
   if (meaning.empty()) {
     meaning = call.complaint.empty() ? "the library gave no reason" : call.complaint;
+    if (!call.remedy.empty()) meaning += "; " + call.remedy;
   } else if (!call.complaint.empty()) {
     meaning += " (" + call.complaint + ")";
   }

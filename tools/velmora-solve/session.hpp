@@ -16,6 +16,7 @@ struct Call {
   int error = 0;
   double seconds = 0;
   std::string complaint;  ///< its error line, without decoration; empty where it gave none
+  std::string remedy;     ///< what its last line advises, likewise
 };
 
 /// Phases of the library, by number.

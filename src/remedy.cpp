@@ -1,0 +1,112 @@
+/// What the caller can do about a failed call, see remedy.hpp.
+#include "remedy.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+
+#include "check_input_fc.hpp"
+#include "control.hpp"
+#include "factor_store.hpp"
+
+namespace vlm {
+namespace {
+
+struct InputRemedy {
+  int code;
+  std::string_view text;
+};
+
+constexpr InputRemedy input_remedies[] = {
+    {code_phase_bounds, "set phase to 11, 12, 13, 22, 23 or 33, or to 0 or -1 to release"},
+    {code_maxfct, "keep maxfct, or analyse again with the new one (phase 11)"},
+    {code_mnum_above, "choose mnum from 1 to maxfct"},
+    {code_mnum_phase, "choose mnum from 1 to maxfct"},
+    {code_mtype_change, "keep mtype, or analyse again with the new one (phase 11)"},
+    {code_n_change, "keep n, or analyse the new matrix first (phase 11)"},
+    {code_n, "pass the number of equations, at least 1"},
+    {code_nrhs, "pass the number of right-hand sides, at least 1 to solve"},
+    {code_overwrite, "set iparm(6) to 0 (solution in x) or 1 (solution in b)"},
+    {code_order, "set iparm(2) to 0, 1 or 2"},
+    {code_threads, "set iparm(3) to the number of threads, at most 4096"},
+    {code_threads_differ, "set iparm(3) to the number of threads of the OpenMP runtime"},
+    {code_mtype, "set mtype to 1, 2, -2, 3, 4, -4, 6, 11 or 13"},
+    {code_null, "pass the array: velmora.h says which ones the phase reads"},
+    {code_no_stabilised, "set iparm(4) to 0: each solve then uses its own factor"},
+    {code_no_iterative, "set iparm(32) and solver to 0 for the direct solver"},
+    {code_no_inversion, "solve with columns of the identity for entries of the inverse"},
+    {code_phase, "set phase to 11, 12, 13, 22, 23 or 33, or to 0 or -1 to release"},
+    {code_clean_mnum, "choose mnum from 1 to the maxfct of the analysis"},
+    {code_diagonal_symbolic, "solve a diagonal system with phase 13, 23 or 33"},
+    {code_empty_handle, "nothing to release: analyse first (phase 11)"},
+    {code_clean, "analyse first: phase 11, then 22 and 33, with the same pt"},
+    {code_no_analysis, "analyse first: phase 11, then 22 and 33, with the same pt"},
+};
+
+std::string_view input_remedy(const Outcome& outcome, const Call& call) {
+  if (outcome.code < 0) return "give that row one entry, on the diagonal and not zero";
+  if (outcome.code == code_nnz) {
+    if (call.ia[call.n] - 1 < call.n)
+      return "give every row an entry: ia(n+1)-1 is at least n, ia(1) is 1";
+    return "keep the pattern, or analyse the new matrix first (phase 11)";
+  }
+  const auto* entry = std::ranges::find(input_remedies, outcome.code, &InputRemedy::code);
+  return entry == std::end(input_remedies) ? std::string_view{} : entry->text;
+}
+
+std::string_view memory_remedy(std::int64_t location) {
+  switch (location) {
+    case at_table:
+      return "pass a smaller maxfct";
+    case at_factor:
+      return "release other factors (phase 0), or factor with iparm(29) = 1";
+    case at_work:
+    case at_cgs:
+      return "solve fewer right-hand sides at a time";
+    default:
+      return "release other handles (phase -1), or divide the problem";
+  }
+}
+
+std::string_view analysis_remedy(const Outcome& outcome, const Call& call) {
+  if (outcome.code == status_unsupported) return "set mtype to 1, 2, -2, 3, 4, -4, 6, 11 or 13";
+  if (outcome.code == status_no_matching) return "set iparm(13) to a mode from 0 to 4";
+  if (outcome.code == status_structure && call.iparm(5) > 0)
+    return "put each of 1 to n into perm once, or set iparm(5) to 0";
+  return "test the matrix with velmora_chkmatrix";
+}
+
+std::string_view numeric_remedy(const Outcome& outcome, const Call& call) {
+  if (outcome.code == status_type_change) return "analyse again with this mtype (phase 11)";
+  if (outcome.code == status_work) return "solve fewer right-hand sides at a time";
+  if (outcome.code == status_contraction || outcome.code == status_steps)
+    return "set iparm(11), iparm(13) and iparm(21) to 1 and repeat phase 13";
+  if (call.mtype == 2) return "if A is only symmetric, solve it with mtype -2 (phase 13)";
+  if (call.mtype == 4) return "if A is only Hermitian, solve it with mtype -4 (phase 13)";
+  if (call.mtype == 1) return "solve it with mtype 11, which matches large entries first";
+  if (call.mtype == 3) return "solve it with mtype 13, which matches large entries first";
+  return "test the values with velmora_chkmatrix: NaN or infinity in A";
+}
+
+}  // namespace
+
+std::string_view remedy(const Outcome& outcome, const Call& call) {
+  switch (outcome.error) {
+    case error_memory:
+      return memory_remedy(outcome.code);
+    case error_analysis:
+      return analysis_remedy(outcome, call);
+    case error_overflow:
+      return "use nested dissection, iparm(2) = 2, or divide the problem";
+    case error_numeric:
+      return numeric_remedy(outcome, call);
+    case error_matching:
+      return "look for a free unknown or a repeated equation in the model";
+    case error_unclassified:
+      return "report it, with the files that VELMORA_WRITE_MAT=1 makes";
+    default:
+      return input_remedy(outcome, call);
+  }
+}
+
+}  // namespace vlm
