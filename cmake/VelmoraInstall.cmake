@@ -1,5 +1,5 @@
 # What `cmake --install` and the Debian package carry: headers, the shared library,
-# velmora-solve with its manual pages, and the descriptions that find_package(velmora) and
+# both programs with their manual pages, and the descriptions that find_package(velmora) and
 # `pkg-config velmora` read.
 include(CMakePackageConfigHelpers)
 
@@ -33,8 +33,9 @@ if(TARGET velmora-solve)
   # An installed velmora-solve finds the library beside it, wherever the prefix lies.
   file(RELATIVE_PATH velmora_bin_to_lib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
   set_target_properties(velmora-solve PROPERTIES INSTALL_RPATH "$ORIGIN/${velmora_bin_to_lib}")
-  install(TARGETS velmora-solve RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS velmora-solve velmora-gallery RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(FILES ${PROJECT_SOURCE_DIR}/docs/man/velmora-solve.1
+                ${PROJECT_SOURCE_DIR}/docs/man/velmora-gallery.1
           DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()
 

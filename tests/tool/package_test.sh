@@ -1,20 +1,19 @@
 #!/usr/bin/env bash
-# Installs the build into an empty folder, or unpacks its Debian package there, and builds the
-# examples against it as an outside project does: with find_package and with pkg-config.
-#   package_test.sh install|deb SOURCE BUILD SCRATCH
+# Installs into an empty folder, or builds the Debian package and unpacks it there, and builds
+# the examples against that as an outside project does: with find_package and with pkg-config.
+#   package_test.sh install|deb SOURCE SCRATCH
 set -euo pipefail
-kind=$1 source=$2 build=$3 scratch=$4
+kind=$1 source=$2 scratch=$3
 rm -rf "$scratch"
 mkdir -p "$scratch/root"
 
 case $kind in
   install)
-    cmake --install "$build" --prefix "$scratch/root" >"$scratch/install.log"
+    "$source/dev" install "$scratch/root" >"$scratch/install.log"
     prefix=$scratch/root
     ;;
   deb)
-    (cd "$build" && cpack -G DEB -B "$scratch" -D CPACK_INSTALL_PREFIX=/usr >"$scratch/cpack.log")
-    package=$(ls "$scratch"/*.deb)
+    package=$source/$("$source/dev" package 2>"$scratch/package.log" | tail -n 1)
     dpkg-deb --info "$package" | grep -E '^ Depends:.*libc6' || {
       echo "the package names no dependencies"
       exit 1
@@ -25,11 +24,12 @@ case $kind in
 esac
 
 # What must be there, and nothing of the tests or the static archive.
-[[ -x $prefix/bin/velmora-solve ]]
+[[ -x $prefix/bin/velmora-solve && -x $prefix/bin/velmora-gallery ]]
 [[ -f $prefix/include/velmora.h ]]
 find "$prefix" -name 'libvelmora_internal*' -o -name '*gtest*' | grep . && exit 1
-export MANPATH=$prefix/share/man
-[[ -f $prefix/share/man/man1/velmora-solve.1 && -f $prefix/share/man/man3/velmora.3 ]]
+for manual in man1/velmora-solve.1 man1/velmora-gallery.1 man3/velmora.3; do
+  [[ -f $prefix/share/man/$manual ]]
+done
 
 # The installed program finds the installed library, not the one of the build.
 lib=$(dirname "$(find "$prefix" -name libvelmora.so)")

@@ -1,82 +1,128 @@
 #!/usr/bin/env bash
-# Compiles every C, C++ and Fortran program that README and the guide show, runs them, and runs
-# the velmora commands that they show, so that no page promises what isn't so.
-#   readme_test.sh SOURCE BUILD SCRATCH
+# Does what README, the guide and the manual pages tell a reader to do, page by page: runs every
+# command, compiles and runs every program, follows every link.
+#   readme_test.sh SOURCE SCRATCH        installs below SCRATCH; leaves out ./dev test, its caller
+#   readme_test.sh SOURCE SCRATCH bare   changes nothing: for a machine that may be thrown away
 set -uo pipefail
-source=$1 build=$2 scratch=$3
+source=$1 scratch=$2 bare=${3:-}
+failures=0 programs=0 commands=0
 rm -rf "$scratch"
-mkdir -p "$scratch"
-cd "$scratch" || exit 1
-ln -s "$source/examples" examples
-ln -s examples/bracket.mtx.gz matrix.mtx.gz
-export PATH=$build/tools:$PATH LD_LIBRARY_PATH=$build
-failures=0 blocks=0 commands=0
+mkdir -p "$scratch/pages"
+[[ -z ${VELMORA_READING:-} ]] || { echo "a page made its own test run"; exit 1; }
+if [[ -z $bare ]]; then
+  export VELMORA_READING=1
+  export DESTDIR=$scratch/root
+  prefix=$DESTDIR/usr/local
+  export PATH=$prefix/bin:$PATH MANPATH=$prefix/share/man: MANPAGER=cat
+  export LD_LIBRARY_PATH=$prefix/lib LIBRARY_PATH=$prefix/lib CPATH=$prefix/include
+  export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
+fi
 
 fail() {
+  [[ -s log ]] && tail -20 log
   echo "FAILED: $*"
   failures=$((failures + 1))
 }
 
-# Writes the fenced blocks of a page to block-PAGE-N.LANGUAGE.
-split() {
-  awk -v page="$(basename "$1" .md)" '
-    /^```[a-z0-9]+$/ && !inside { inside = 1; file = sprintf("block-%s-%d.%s", page, ++n, substr($0, 4)); next }
-    /^```$/ && inside { inside = 0; close(file); next }
-    inside { print > file }' "$1"
+# The folder in which a page is tried: the tree as far as pages speak of it, and the reader's files.
+new_folder() {
+  mkdir -p "$scratch/$1"
+  cd "$scratch/$1" || exit 1
+  ln -s "$source/examples" examples
+  printf '#!/bin/sh\nexec %q/dev "$@"\n' "$source" >dev
+  chmod +x dev
+  cp examples/bracket.mtx.gz matrix.mtx.gz
+  gunzip -c matrix.mtx.gz >matrix.mtx
+  gunzip -c examples/bracket_load.mtx.gz >b.mtx
 }
 
-for page in "$source"/README.md "$source"/docs/*.md; do split "$page"; done
-
-compile_and_run() {  # compiler, file, arguments
-  local file=$2
-  ((++blocks))
-  "$@" -o program -I"$source/include" -L"$build" -lvelmora -lm 2>log || {
-    cat log
-    fail "$file does not compile"
-    return
-  }
-  ./program >log 2>&1 || {
-    cat log
-    fail "$file does not run"
-  }
+# Splits a page into its fenced blocks, block-N.LANGUAGE in the order of the page.
+split_page() {
+  awk '/^```[a-z0-9]+$/ && !inside { inside = 1; file = sprintf("block-%02d.%s", ++n, substr($0, 4)); next }
+       /^```$/ && inside { inside = 0; close(file); next }
+       inside { print > file }' "$1"
 }
-shopt -s nullglob
-for file in block-*.c; do compile_and_run cc "$file" -std=c99 -Wall -Werror; done
-for file in block-*.cpp; do compile_and_run c++ "$file" -std=c++17 -Wall -Werror; done
-for file in block-*.f90; do
-  command -v gfortran >/dev/null && compile_and_run gfortran "$file"
-done
 
-# Commands: those of the two programs run; a verb of ./dev must exist; the rest is the shell's.
-for file in block-*.sh; do
-  while IFS= read -r line; do
-    line=${line%%  #*}
-    case $line in
-      *--spy* | *--plot*)
-        command -v gnuplot >/dev/null || continue
-        ;;&
-      *velmora-solve\ * | *velmora-gallery\ *)
-        ((++commands))
-        bash -c "$line" >log 2>&1 || {
-          cat log
-          fail "$file: $line"
-        }
+# The same for the examples of a manual page: commands in section 1, a fragment of C in section 3.
+split_manual() {
+  awk -v language="$([[ $1 == *.1 ]] && echo sh || echo fragment)" '
+    /^\.SH EXAMPLE/ { example = 1 }
+    /^\.nf$/ && example { inside = 1; file = sprintf("block-%02d.%s", ++n, language); next }
+    /^\.fi$/ { inside = 0; example = 0 }
+    inside { gsub(/\\-/, "-"); print > file }' "$1"
+  local fragment
+  for fragment in block-*.fragment; do
+    { printf '#include <velmora.h>\n#include <stddef.h>\nint main(void) {\n'
+      cat "$fragment"
+      printf 'return error;\n}\n'; } >"${fragment%.fragment}.c"
+  done
+}
+
+compile_and_run() {  # file, compiler with its flags
+  ((++programs))
+  "${@:2}" "$1" -o block -lvelmora -lm >log 2>&1 || { fail "$page: $1 does not compile"; return; }
+  ./block >log 2>&1 || fail "$page: $1 does not run"
+}
+
+run_command() {
+  case $1 in
+    '' | '#'*) return ;;
+    './dev test'*) [[ -n $bare ]] || return ;;
+    *--spy* | *--plot*) command -v gnuplot >/dev/null || return ;;
+    man\ *) command -v man >/dev/null || return ;;
+    gfortran\ *) command -v gfortran >/dev/null || return ;;
+    apt-get\ *)
+      command -v apt-get >/dev/null || return
+      [[ -n $bare ]] || set -- "apt-get --simulate ${1#apt-get }"
+      ;;
+  esac
+  ((++commands))
+  bash -c "$1" >log 2>&1 </dev/null || fail "$page: $1"
+}
+
+try_blocks() {
+  local file line
+  for file in block-*; do
+    case $file in
+      *.c)
+        compile_and_run "$file" cc -std=c99 -Wall -Werror
+        cp -n "$file" program.c
         ;;
-      ./dev\ *)
-        verb=${line#./dev }
-        "$source/dev" help 2>&1 | grep -q "^  ${verb%% *} " || fail "$file: no verb in '$line'"
+      *.cpp) compile_and_run "$file" c++ -std=c++17 -Wall -Werror ;;
+      *.f90)
+        if command -v gfortran >/dev/null; then compile_and_run "$file" gfortran; fi
+        cp -n "$file" program.f90
+        ;;
+      *.sh)
+        while IFS= read -r line; do
+          line=${line%%  #*}
+          line=${line%"${line##*[! ]}"}
+          run_command "$line"
+        done <"$file"
         ;;
     esac
-  done <"$file"
-done
+  done
+}
 
-# Links between the pages.
-for page in "$source"/README.md "$source"/docs/*.md; do
+follow_links() {
+  local target
   while IFS= read -r target; do
-    [[ $target == http* || -e $(dirname "$page")/${target%%#*} ]] || fail "$page: dead link $target"
-  done < <(awk '/^```/ { code = !code } !code' "$page" | grep -oE '\]\([^)#][^)]*\)' | sed 's/^](//; s/)$//')
+    [[ $target == http* || -e $(dirname "$1")/${target%%#*} ]] || fail "$page: dead link $target"
+  done < <(awk '/^```/ { code = !code } !code' "$1" | grep -oE '\]\([^)#][^)]*\)' | sed 's/^](//; s/)$//')
+}
+
+shopt -s nullglob
+for file in "$source"/README.md "$source"/docs/*.md "$source"/docs/man/*; do
+  page=${file#"$source"/}
+  new_folder "pages/${page//\//-}"
+  case $page in
+    *.md) split_page "$file" ;;
+    *) split_manual "$file" ;;
+  esac
+  try_blocks
+  follow_links "$file"
 done
 
-((blocks > 0 && commands > 0)) || fail "nothing was found to try"
-echo "$blocks programs, $commands commands"
+((programs > 0 && commands > 0)) || fail "nothing was found to try"
+echo "$programs programs, $commands commands, $failures failures"
 exit $((failures > 0))
