@@ -116,7 +116,12 @@ int reorder1_velmora(const AnalysisRequest& request, Control& control, Analysis&
   control.nparts = analysis.order.nparts;
   control.dpar.timer.reorder = seconds() - mark;
   control.flags.reorder = true;
-  return sfinit_velmora(control, analysis);
+
+  mark = seconds();
+  const int status = sfinit_velmora(control, analysis);
+  control.dpar.timer.symbfct = seconds() - mark;  // the lists of the next stage add theirs
+  control.flags.symbfct = true;
+  return status;
 }
 
 }  // namespace vlm
