@@ -198,8 +198,10 @@ void place_entries(const Control& control, const Analysis& analysis, MapBuilder&
   }
 }
 
-void copy(const std::vector<int>& from, View<int> to) {
+/// Copies an array of the analysis to its place in the block.
+View<const int> keep(const std::vector<int>& from, View<int> to) {
   std::copy(from.begin(), from.end(), to.begin());
+  return to;
 }
 
 }  // namespace
@@ -216,16 +218,16 @@ Structure* build_structure(void* block, const AnalysisRequest& request, const Co
   Carver carver(block);
   const Arrays a = carve(carver, analysis, control, map_sizes(request, control, analysis));
   auto* out = new (block) Structure;
-  copy(analysis.order.perm, a.perm);
-  copy(analysis.order.invp, a.invp);
-  copy(analysis.xsuper, a.xsuper);
-  copy(analysis.snode, a.snode);
-  copy(analysis.xlindx, a.xlindx);
-  copy(analysis.lindx, a.lindx);
-  copy(analysis.xlnz, a.xlnz);
-  copy(analysis.xunz, a.xunz);
-  copy(analysis.sparent, a.sparent);
-  copy(analysis.nmod, a.nmod);
+  out->perm = keep(analysis.order.perm, a.perm);
+  out->invp = keep(analysis.order.invp, a.invp);
+  out->xsuper = keep(analysis.xsuper, a.xsuper);
+  out->snode = keep(analysis.snode, a.snode);
+  out->xlindx = keep(analysis.xlindx, a.xlindx);
+  out->lindx = keep(analysis.lindx, a.lindx);
+  out->xlnz = keep(analysis.xlnz, a.xlnz);
+  out->xunz = keep(analysis.xunz, a.xunz);
+  out->sparent = keep(analysis.sparent, a.sparent);
+  out->nmod = keep(analysis.nmod, a.nmod);
   int k = 0;
   for (const Range& range : analysis.super_ranges) {
     a.range(++k) = range.first;
@@ -252,16 +254,6 @@ Structure* build_structure(void* block, const AnalysisRequest& request, const Co
   out->len_unz = control.sym_struct ? 0 : a.xunz(out->n + 1) - 1;
   out->max_update = analysis.max_update;
   out->max_scaled = analysis.max_scaled;
-  out->perm = a.perm;
-  out->invp = a.invp;
-  out->xsuper = a.xsuper;
-  out->snode = a.snode;
-  out->xlindx = a.xlindx;
-  out->lindx = a.lindx;
-  out->xlnz = a.xlnz;
-  out->xunz = a.xunz;
-  out->sparent = a.sparent;
-  out->nmod = a.nmod;
   out->range = a.range;
   out->lmap = {a.lptr, a.ldst, a.lsrc};
   out->umap = {a.uptr, a.udst, a.usrc};

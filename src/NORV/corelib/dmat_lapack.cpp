@@ -56,6 +56,15 @@ void multiply(double alpha, const dmat* A, const dmat* B, bool transpose_b, doub
                   leading(C->n));
 }
 
+/// A op(B), in dst or a new matrix.
+dmat* product(dmat* dst, const dmat* A, const dmat* B, bool transpose_b) {
+  require(A);
+  require(B);
+  dst = vlm::destination(dst, A->m, transpose_b ? B->m : B->n);
+  multiply(1.0, A, B, transpose_b, 0.0, dst);
+  return dst;
+}
+
 }  // namespace
 
 void dmat_gemv_blas(double alpha, double beta, const dmat* A, const vec* x, vec* y) {
@@ -75,20 +84,10 @@ void dmat_dgemm(double alpha, const dmat* A, const dmat* B, double beta, dmat* C
 }
 
 dmat* dmat_matmul_blas(dmat* dst, const dmat* A, const dmat* B) {
-  require(A);
-  require(B);
-  dst = vlm::destination(dst, A->m, B->n);
-  multiply(1.0, A, B, false, 0.0, dst);
-  return dst;
+  return product(dst, A, B, false);
 }
 
-dmat* dmat_matmul_ABt(dmat* dst, const dmat* A, const dmat* B) {
-  require(A);
-  require(B);
-  dst = vlm::destination(dst, A->m, B->m);
-  multiply(1.0, A, B, true, 0.0, dst);
-  return dst;
-}
+dmat* dmat_matmul_ABt(dmat* dst, const dmat* A, const dmat* B) { return product(dst, A, B, true); }
 
 void dmat_lu(dmat* A) {
   const int n = require_square(A);

@@ -150,6 +150,13 @@ vec* trans_product_result(vec* y, const smat* A, const vec* x) {
   return y;
 }
 
+/// op(A) x + beta y, in y or a new vector.
+vec* apply(const smat* A, bool transposed, const vec* x, double beta, vec* y) {
+  y = transposed ? trans_product_result(y, A, x) : product_result(y, A, x);
+  multiply(A, transposed, 1.0, x, beta, y);
+  return y;
+}
+
 }  // namespace
 
 }  // namespace vlm::norv
@@ -171,29 +178,13 @@ void smat_gemv_trans(double alpha, double beta, const void* data, const vec* x, 
   multiply(A, true, alpha, x, beta, trans_product_result(y, A, x));
 }
 
-vec* smat_vecmul(vec* y, const smat* A, const vec* x) {
-  y = product_result(y, A, x);
-  multiply(A, false, 1.0, x, 0.0, y);
-  return y;
-}
+vec* smat_vecmul(vec* y, const smat* A, const vec* x) { return apply(A, false, x, 0.0, y); }
 
-vec* smat_vecmul_trans(vec* y, const smat* A, const vec* x) {
-  y = trans_product_result(y, A, x);
-  multiply(A, true, 1.0, x, 0.0, y);
-  return y;
-}
+vec* smat_vecmul_trans(vec* y, const smat* A, const vec* x) { return apply(A, true, x, 0.0, y); }
 
-vec* smat_vecaddmul(vec* y, const smat* A, const vec* x) {
-  y = product_result(y, A, x);
-  multiply(A, false, 1.0, x, 1.0, y);
-  return y;
-}
+vec* smat_vecaddmul(vec* y, const smat* A, const vec* x) { return apply(A, false, x, 1.0, y); }
 
-vec* smat_vecaddmul_trans(vec* y, const smat* A, const vec* x) {
-  y = trans_product_result(y, A, x);
-  multiply(A, true, 1.0, x, 1.0, y);
-  return y;
-}
+vec* smat_vecaddmul_trans(vec* y, const smat* A, const vec* x) { return apply(A, true, x, 1.0, y); }
 
 vec* smat_vecmul_cpx(vec* y, const smat* A, const vec* x) {
   NORV_ASSERT(A->is_complex);

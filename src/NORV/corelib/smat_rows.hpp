@@ -146,6 +146,26 @@ smat* new_factor(unsigned m, unsigned n, unsigned estimate, int type, std::size_
 /// Changes m and n, in the embedded operator too; the arrays must fit.
 void set_shape(smat* A, unsigned m, unsigned n);
 
+/// Fills B, a record without entries, from A: entry (i, j) goes to the row and column that
+/// target(i, j) names.  The entries of a row of B come in the order in which A stores them.
+template <typename T, typename Target>
+void scatter_entries(const Rows<T>& A, smat* B, Target target) {
+  for (int i = 0; i < A.m; ++i) {
+    for (int k = A.ia[i]; k < A.ia[i + 1]; ++k) ++B->ia[target(i, A.ja[k]).first + 1];
+  }
+  reserve_entries(B, counts_to_starts(B->ia, B->m), A.a != nullptr);
+  Buffer<int> next(B->ia, B->ia + B->m);
+  T* b = A.a ? values_as<T>(B->a) : nullptr;
+  for (int i = 0; i < A.m; ++i) {
+    for (int k = A.ia[i]; k < A.ia[i + 1]; ++k) {
+      const auto [p, q] = target(i, A.ja[k]);
+      const int at = next[p]++;
+      B->ja[at] = q;
+      if (b) b[at] = A.a[k];
+    }
+  }
+}
+
 /// New transpose of the stored entries, whatever `sym` says; rows come out sorted.
 template <typename T>
 smat* transpose_stored(const smat* A);

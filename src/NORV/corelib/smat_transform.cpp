@@ -102,20 +102,7 @@ smat* permuted_copy(const Rows<T>& A, const smat* head, const int* row, const in
     const int p = row ? row[i] : i, q = col ? col[j] : j;
     return A.sym && q < p ? std::pair{q, p} : std::pair{p, q};
   };
-  for (int i = 0; i < A.m; ++i) {
-    for (int k = A.ia[i]; k < A.ia[i + 1]; ++k) ++B->ia[target(i, A.ja[k]).first + 1];
-  }
-  reserve_entries(B, counts_to_starts(B->ia, B->m), A.a != nullptr);
-  Buffer<int> next(B->ia, B->ia + B->m);
-  T* b = values_as<T>(B->a);
-  for (int i = 0; i < A.m; ++i) {
-    for (int k = A.ia[i]; k < A.ia[i + 1]; ++k) {
-      const auto [p, q] = target(i, A.ja[k]);
-      const int at = next[p]++;
-      B->ja[at] = q;
-      if (b) b[at] = A.a[k];
-    }
-  }
+  scatter_entries(A, B, target);
   sort_rows<T>(B);
   return B;
 }

@@ -58,19 +58,8 @@ template void sort_rows<zcomplex>(smat*);
 
 template <typename T>
 smat* transpose_stored(const smat* A) {
-  const Rows<T> R = rows<T>(A);
   smat* B = smat_new(A->n, A->m, type_of(A));
-  for (unsigned k = 0; k < A->nnz; ++k) ++B->ia[R.ja[k] + 1];
-  reserve_entries(B, counts_to_starts(B->ia, B->m), R.a != nullptr);
-  Buffer<int> next(B->ia, B->ia + B->m);
-  T* b = values_as<T>(B->a);
-  for (int i = 0; i < R.m; ++i) {
-    for (int k = R.ia[i]; k < R.ia[i + 1]; ++k) {
-      const int at = next[R.ja[k]]++;
-      B->ja[at] = i;
-      if (b) b[at] = R.a[k];
-    }
-  }
+  scatter_entries(rows<T>(A), B, [](int i, int j) { return std::pair{j, i}; });
   return B;
 }
 template smat* transpose_stored<double>(const smat*);
