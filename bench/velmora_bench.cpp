@@ -301,7 +301,7 @@ std::map<std::string, double> ratios(const std::map<std::string, Record>& result
 
 /// The class of a generated problem; files are a group of their own.
 std::string family_of(const std::string& problem) {
-  const std::string family = problem.substr(0, problem.find(':'));
+  std::string family = problem.substr(0, problem.find(':'));
   for (const ProblemClass& c : problem_classes())
     if (family == c.name) return family;
   return "files";

@@ -156,7 +156,6 @@
  *               the number of nodes.  The computation stays in the calling process; what they
  *               change is that options 28, 29, 31 are off and 24, 25 are 1
  *
- *
  * dparm, 64 doubles
  * -----------------
  *  1 - 9        limits of the iterative solver, set by velmorainit() for it: iterations 300,
@@ -187,8 +186,8 @@ extern "C" {
   VELMORA_API void lower##_ arguments;                  \
   VELMORA_API void upper arguments;                     \
   VELMORA_API void upper##_ arguments;
-#define VELMORA_FIVE_SPELLINGS(lower, upper, arguments)  \
-  VELMORA_FOUR_SPELLINGS(lower, upper, arguments)        \
+#define VELMORA_FIVE_SPELLINGS(lower, upper, arguments) \
+  VELMORA_FOUR_SPELLINGS(lower, upper, arguments)       \
   VELMORA_API void lower##__ arguments;
 
 /*
@@ -211,10 +210,10 @@ extern "C" {
  *   dparm   options and results [64]                                           in, out
  */
 VELMORA_FOUR_SPELLINGS(velmora, VELMORA,
-                       (void **pt, const int *maxfct, const int *mnum, const int *mtype,
-                        const int *phase, const int *n, const double *a, const int *ia,
-                        const int *ja, int *perm, const int *nrhs, int *iparm,
-                        const int *msglvl, double *b, double *x, int *error, double *dparm))
+                       (void** pt, const int* maxfct, const int* mnum, const int* mtype,
+                        const int* phase, const int* n, const double* a, const int* ia,
+                        const int* ja, int* perm, const int* nrhs, int* iparm, const int* msglvl,
+                        double* b, double* x, int* error, double* dparm))
 
 /*
  * Zeroes the handle and sets iparm and dparm to the defaults for a matrix type.
@@ -224,8 +223,8 @@ VELMORA_FOUR_SPELLINGS(velmora, VELMORA,
  *   error   always 0
  */
 VELMORA_FOUR_SPELLINGS(velmorainit, VELMORAINIT,
-                       (void **pt, const int *mtype, const int *solver, int *iparm,
-                        double *dparm, int *error))
+                       (void** pt, const int* mtype, const int* solver, int* iparm, double* dparm,
+                        int* error))
 
 /*
  * Residual of a solution: y = A x, normb the Euclidean norm of b, normr that of b - A x.
@@ -233,9 +232,9 @@ VELMORA_FOUR_SPELLINGS(velmorainit, VELMORAINIT,
  * process.
  */
 VELMORA_FOUR_SPELLINGS(velmora_residual, VELMORA_RESIDUAL,
-                       (const int *mtype, const int *n, const double *a, const int *ia,
-                        const int *ja, const double *b, const double *x, double *y,
-                        double *normb, double *normr))
+                       (const int* mtype, const int* n, const double* a, const int* ia,
+                        const int* ja, const double* b, const double* x, double* y, double* normb,
+                        double* normr))
 
 /*
  * Schur complement after a factorization with iparm(38): the upper triangle in compressed
@@ -246,8 +245,8 @@ VELMORA_FOUR_SPELLINGS(velmora_residual, VELMORA_RESIDUAL,
  *   js  columns [iparm(39)]       out
  */
 VELMORA_FOUR_SPELLINGS(velmora_schur, VELMORA_SCHUR,
-                       (void **pt, const int *maxfct, const int *mnum, const int *mtype,
-                        double *s, int *is, int *js))
+                       (void** pt, const int* maxfct, const int* mnum, const int* mtype, double* s,
+                        int* is, int* js))
 
 /* Both do nothing; programs that ask for the parallel version or the optimiser's interface
  * link against them. */
@@ -270,21 +269,21 @@ VELMORA_FOUR_SPELLINGS(velmora_ipopt_newinterface, VELMORA_IPOPT_NEWINTERFACE, (
  *          301  infinity, likewise
  */
 VELMORA_FIVE_SPELLINGS(velmora_chkmatrix, VELMORA_CHKMATRIX,
-                       (const int *mtype, const int *n, const double *a, const int *ia,
-                        const int *ja, int *error))
+                       (const int* mtype, const int* n, const double* a, const int* ia,
+                        const int* ja, int* error))
 VELMORA_FIVE_SPELLINGS(velmora_chkmatrix_z, VELMORA_CHKMATRIX_Z,
-                       (const int *mtype, const int *n, const double *a, const int *ia,
-                        const int *ja, int *error))
+                       (const int* mtype, const int* n, const double* a, const int* ia,
+                        const int* ja, int* error))
 VELMORA_FIVE_SPELLINGS(velmora_chkvec, VELMORA_CHKVEC,
-                       (const int *n, const int *nrhs, const double *b, int *error))
+                       (const int* n, const int* nrhs, const double* b, int* error))
 VELMORA_FIVE_SPELLINGS(velmora_chkvec_z, VELMORA_CHKVEC_Z,
-                       (const int *n, const int *nrhs, const double *b, int *error))
+                       (const int* n, const int* nrhs, const double* b, int* error))
 VELMORA_FIVE_SPELLINGS(velmora_printstats, VELMORA_PRINTSTATS,
-                       (const int *mtype, const int *n, const double *a, const int *ia,
-                        const int *ja, const int *nrhs, const double *b, int *error))
+                       (const int* mtype, const int* n, const double* a, const int* ia,
+                        const int* ja, const int* nrhs, const double* b, int* error))
 VELMORA_FIVE_SPELLINGS(velmora_printstats_z, VELMORA_PRINTSTATS_Z,
-                       (const int *mtype, const int *n, const double *a, const int *ia,
-                        const int *ja, const int *nrhs, const double *b, int *error))
+                       (const int* mtype, const int* n, const double* a, const int* ia,
+                        const int* ja, const int* nrhs, const double* b, int* error))
 
 #undef VELMORA_FOUR_SPELLINGS
 #undef VELMORA_FIVE_SPELLINGS

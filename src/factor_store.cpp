@@ -2,6 +2,7 @@
 #include "factor_store.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstdlib>
 #include <utility>
@@ -50,7 +51,7 @@ const PaddedMatrix* padded_of(void** pt) {
 
 void count_call(void** pt) {
   void*& word = slot(pt, slot_calls);
-  word = reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(word) + 1);
+  word = std::bit_cast<void*>(std::bit_cast<std::uintptr_t>(word) + 1);
 }
 
 void create_handle(void** pt, int maxfct) {

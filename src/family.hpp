@@ -209,6 +209,7 @@ void scale_by_d(const UpdateSource<T>& s, T* b) {
 /// X := X D^-1 for the columns of a panel, rows m; X D^-T when transposed.
 template <class T, bool hermitian, bool transposed = false>
 void divide_by_d(const Panel<T>& p, T* x, std::ptrdiff_t ldx, int m) {
+  constexpr bool conjugate_below = hermitian && transposed;
   const std::ptrdiff_t ld = p.rows;
   for (int k = 0; k < p.width;) {
     T* x0 = x + k * ldx;
@@ -219,7 +220,7 @@ void divide_by_d(const Panel<T>& p, T* x, std::ptrdiff_t ldx, int m) {
       ++k;
     } else {
       const T below = p.l[k + (k + 1) * ld], d22 = p.l[k + 1 + (k + 1) * ld];
-      const T d21 = maybe_conj < hermitian && transposed > (below);
+      const T d21 = maybe_conj<conjugate_below>(below);
       const T d12 = maybe_conj<hermitian>(d21);
       const T a0 = d22 / d21, a1 = d / d12;  // scaled so that nothing overflows
       const T f = T(1) / (a0 * a1 - T(1));

@@ -77,7 +77,7 @@ TEST(Products, ColumnsDoNotTouchEachOther) {
   for (const int mtype : {-2, 11, 6}) {
     const Matrix m = sample(mtype, false);
     const int nrhs = 4;
-    const auto length = static_cast<std::size_t>(m.n * m.nvals());
+    const auto length = static_cast<std::size_t>(m.n) * m.nvals();
     std::vector<double> x(nrhs * length, 0.0), y(x.size(), NAN);
     for (std::size_t k = 0; k < length; ++k) x[2 * length + k] = 1e308;
     vlm::amuxy_velmora({input(m), mtype, false, 1}, nrhs, x.data(), y.data(), nullptr);

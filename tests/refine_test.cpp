@@ -57,9 +57,9 @@ struct Phase {
     solves = 0;
     return vlm::refine_with(call, [&](int columns, const double* in, double* out) {
       if (++solves == 2 && fail_at_second) return static_cast<int>(vlm::status_pivot);
-      const auto count = static_cast<std::size_t>(m.n * columns * m.nvals());
+      const auto count = static_cast<std::size_t>(m.n) * columns * m.nvals();
       const std::vector<double> rhs(in, in + count);
-      std::vector<cplx> dense(static_cast<std::size_t>(m.n * columns));
+      std::vector<cplx> dense(static_cast<std::size_t>(m.n) * columns);
       for (std::size_t k = 0; k < dense.size(); ++k) dense[k] = vlm::test::vector_value(m, rhs, k);
       dense = vlm::test::dense_solve(inverse, dense, columns);
       for (std::size_t k = 0; k < dense.size(); ++k) {

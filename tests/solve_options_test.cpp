@@ -199,6 +199,7 @@ TEST(SolveOptions, SeveralMatricesUnderOneAnalysis) {
 TEST(SolveOptions, HandlesDoNotDisturbEachOther) {
   std::vector<Matrix> list = one_of_each();
   std::vector<std::unique_ptr<Session>> sessions;
+  sessions.reserve(list.size());
   for (const Matrix& m : list) sessions.push_back(std::make_unique<Session>(m));
   for (auto& s : sessions) ASSERT_EQ(s->analyse(), 0);
   for (auto& s : sessions) ASSERT_EQ(s->factor(), 0);

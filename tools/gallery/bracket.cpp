@@ -6,9 +6,9 @@
 namespace gallery {
 namespace {
 
-constexpr double leg = 40, span = 120, thickness = 5;  // mm
-constexpr double young = 210e3, poisson = 0.3;         // N/mm^2
-constexpr double tip_force = -1000;                    // N, downwards
+constexpr double leg = 40, thickness = 5;       // mm
+constexpr double young = 210e3, poisson = 0.3;  // N/mm^2
+constexpr double tip_force = -1000;             // N, downwards
 
 struct Hole {
   double x, y, radius;
