@@ -386,7 +386,7 @@ TEST(Memory, FiguresFollowWhatIsHeld) {
 }
 
 TEST(Memory, ExhaustedMemoryNamesTheArray) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef VELMORA_SANITIZED
   GTEST_SKIP() << "the sanitizers replace malloc";
 #endif
   // A factor table of 2^31 records does not fit into 100 GB.

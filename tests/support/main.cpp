@@ -2,6 +2,9 @@
 #include <gtest/gtest.h>
 
 int main(int argc, char** argv) {
+  // The tests of what ends the process start the program anew: once an OpenMP runtime has
+  // threads, a mere fork of it cannot end in an orderly way.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
   ::testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
 }
