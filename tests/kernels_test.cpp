@@ -164,22 +164,24 @@ TYPED_TEST(KernelTest, TrapezoidSolveTakesTheRowsBelowAlong) {
   using T = TypeParam;
   for (const Kernels<T>* kernel : runnable_kernels<T>())
     for (int n : {1, 3, 4, 6, 13})
-      for (int below : {1, 2, 7, 40}) {
-        const int rows = n + below;
+      for (int below : {-1, -2, -7, 1, 2, 7, 40}) {  // negative: with the conjugate
+        const bool conjugate = below < 0;
+        const int rows = n + std::abs(below);
         auto l = random_values<T>(static_cast<std::size_t>(rows) * n, this->gen);
         for (int j = 0; j < n; ++j) l[j + j * rows] += T(4);
+        const auto at = [&](int r, int c) { return conj_if(l[r + c * rows], conjugate); };
         const auto x = random_values<T>(rows, this->gen);
         auto forward = x, backward = x;
         for (int j = 0; j < n; ++j) {  // column by column, as on paper
-          forward[j] /= l[j + j * rows];
-          for (int i = j + 1; i < rows; ++i) forward[i] -= l[i + j * rows] * forward[j];
+          forward[j] /= at(j, j);
+          for (int i = j + 1; i < rows; ++i) forward[i] -= at(i, j) * forward[j];
         }
         for (int j = n - 1; j >= 0; --j) {
-          for (int i = j + 1; i < rows; ++i) backward[j] -= l[i + j * rows] * backward[i];
-          backward[j] /= l[j + j * rows];
+          for (int i = j + 1; i < rows; ++i) backward[j] -= at(i, j) * backward[i];
+          backward[j] /= at(j, j);
         }
         auto got = x;
-        const TriangleSolve<T> solve{n, rows, l.data(), 1, rows, false, false, got.data()};
+        const TriangleSolve<T> solve{n, rows, l.data(), 1, rows, false, conjugate, got.data()};
         kernel->solve_lower(solve);
         ASSERT_LT(distance(got, forward), this->tolerance) << kernel->isa << " n " << n;
         got = x;

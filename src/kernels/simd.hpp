@@ -26,6 +26,12 @@ struct Simd {
   }
   static inline void store(T* p, Vector v) { __builtin_memcpy(p, &v, sizeof v); }
   static inline Vector fill(T x) { return Vector{} + x; }
+  /// Adjacent lanes exchanged: real and imaginary parts where complex values lie in pairs.
+  static inline Vector exchange_pairs(Vector v) {
+    Vector w;
+    for (int i = 0; i < width; ++i) w[i] = v[i ^ 1];
+    return w;
+  }
 };
 
 /// Vector of `width` values, for the ends of loops that a full one overshoots.

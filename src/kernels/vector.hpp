@@ -7,6 +7,26 @@
 
 namespace vlm::VELMORA_ISA {
 
+/// Dot product of complex values from the sums up to entry i, the rest taken one by one.
+template <class Vector>
+inline zcomplex finish_complex_dot(Vector like, Vector unlike, const double* a, const double* t,
+                                   int i, int length, bool conjugate) {
+  double rr = 0, ii = 0, ri = 0, ir = 0;
+  for (int k = 0; k < Simd<double>::width; k += 2) {
+    rr += like[k];
+    ii += like[k + 1];
+    ri += unlike[k];
+    ir += unlike[k + 1];
+  }
+  for (; i < length; i += 2) {
+    rr += a[i] * t[i];
+    ii += a[i + 1] * t[i + 1];
+    ri += a[i] * t[i + 1];
+    ir += a[i + 1] * t[i];
+  }
+  return conjugate ? zcomplex(rr + ii, ri - ir) : zcomplex(rr - ii, ri + ir);
+}
+
 template <class T, int NC>
 inline void add_columns(int m, const T* a, long lda, const T* x, T* t, bool first) {
   T f[NC];
@@ -38,36 +58,33 @@ void multiply(int m, int n, const T* a, int lda_int, const T* x, T* __restrict t
   if (j < n) add_columns<T, 1>(m, a + j * lda, lda, x + j, t, j == 0);
 }
 
-/// Sum of op(a(i)) t(i).
-template <class T>
-inline T dot(int m, const T* a, bool conjugate, const T* t) {
-  if constexpr (Kind<T>::parts == 1) {
-    typename Lanes<T, Simd<T>::width>::Vector zero = {};
-    return finish_dot<T, Simd<T>::width>(zero, a, t, 0, m);
-  } else {
-    T s = T(0);
-    if (conjugate)
-      for (int i = 0; i < m; ++i) s += conjugated(a[i]) * t[i];
-    else
-      for (int i = 0; i < m; ++i) s += a[i] * t[i];
-    return s;
-  }
-}
-
-/// y(c) -= sum of op(A(:,c)) t for NC columns, which share the reading of t.
+/// y(c) -= sum of op(A(:,c)) t for NC columns, which share the reading of t.  Of complex values
+/// the products of like and of unlike parts gather in two vectors, whose even and odd lanes are
+/// told apart at the end.
 template <class T, int NC>
-inline void dot_columns(int m, const T* a, long lda, bool conjugate, const T* t, T* y) {
-  if constexpr (Kind<T>::parts == 1) {
-    using S = Simd<T>;
-    typename S::Vector acc[NC] = {};
-    int i = 0;
-    for (; i + S::width <= m; i += S::width) {
-      const typename S::Vector tv = S::load(t + i);
-      for (int c = 0; c < NC; ++c) acc[c] += S::load(a + i + c * lda) * tv;
+inline void subtract_dots(int m, const T* a, long lda, bool conjugate, const T* t, T* y) {
+  using R = typename Kind<T>::Real;
+  using S = Simd<R>;
+  constexpr int parts = Kind<T>::parts;
+  const long ld = lda * parts;
+  const int length = m * parts;
+  const R* ar = reinterpret_cast<const R*>(a);
+  const R* tr = reinterpret_cast<const R*>(t);
+  typename S::Vector like[NC] = {}, unlike[NC] = {};
+  int i = 0;
+  for (; i + S::width <= length; i += S::width) {
+    const typename S::Vector tv = S::load(tr + i);
+    for (int c = 0; c < NC; ++c) like[c] += S::load(ar + i + c * ld) * tv;
+    if constexpr (parts == 2) {
+      const typename S::Vector exchanged = S::exchange_pairs(tv);
+      for (int c = 0; c < NC; ++c) unlike[c] += S::load(ar + i + c * ld) * exchanged;
     }
-    for (int c = 0; c < NC; ++c) y[c] -= finish_dot<T, S::width>(acc[c], a + c * lda, t, i, m);
-  } else {
-    for (int c = 0; c < NC; ++c) y[c] -= dot(m, a + c * lda, conjugate, t);
+  }
+  for (int c = 0; c < NC; ++c) {
+    if constexpr (parts == 1)
+      y[c] -= finish_dot<T, S::width>(like[c], a + c * lda, t, i, m);
+    else
+      y[c] -= finish_complex_dot(like[c], unlike[c], ar + c * ld, tr, i, length, conjugate);
   }
 }
 
@@ -75,12 +92,50 @@ template <class T>
 void multiply_transposed(int m, int n, const T* a, int lda_int, bool conjugate, const T* t, T* y) {
   const long lda = lda_int;
   int j = 0;
-  for (; j + 4 <= n; j += 4) dot_columns<T, 4>(m, a + j * lda, lda, conjugate, t, y + j);
+  for (; j + 4 <= n; j += 4) subtract_dots<T, 4>(m, a + j * lda, lda, conjugate, t, y + j);
   if (j + 2 <= n) {
-    dot_columns<T, 2>(m, a + j * lda, lda, conjugate, t, y + j);
+    subtract_dots<T, 2>(m, a + j * lda, lda, conjugate, t, y + j);
     j += 2;
   }
-  if (j < n) dot_columns<T, 1>(m, a + j * lda, lda, conjugate, t, y + j);
+  if (j < n) subtract_dots<T, 1>(m, a + j * lda, lda, conjugate, t, y + j);
+}
+
+/// x -= op(A) f for m rows and NC columns.  Of complex values each entry meets both parts of f,
+/// and one exchange of the sums' lanes brings the products to their places.
+template <class T, int NC>
+inline void subtract_columns(int m, const T* a, long lda, bool conjugate, const T* f, T* x) {
+  int i = 0;
+  if constexpr (Kind<T>::parts == 2) {
+    using S = Simd<typename Kind<T>::Real>;
+    typename S::Vector fr[NC], fi[NC], real_sign = S::fill(1), imaginary_sign = S::fill(1);
+    for (int k = 0; k < S::width; k += 2) {
+      if (conjugate)
+        real_sign[k + 1] = -1;
+      else
+        imaginary_sign[k] = -1;
+    }
+    for (int c = 0; c < NC; ++c) {
+      fr[c] = S::fill(f[c].real());
+      fi[c] = S::fill(f[c].imag());
+    }
+    const auto* ar = reinterpret_cast<const typename Kind<T>::Real*>(a);
+    auto* xr = reinterpret_cast<typename Kind<T>::Real*>(x);
+    for (; 2 * i + S::width <= 2 * m; i += S::width / 2) {
+      typename S::Vector by_real = {}, by_imaginary = {};
+      for (int c = 0; c < NC; ++c) {
+        const typename S::Vector v = S::load(ar + 2 * (i + c * lda));
+        by_real += v * fr[c];
+        by_imaginary += v * fi[c];
+      }
+      S::store(xr + 2 * i, S::load(xr + 2 * i) - by_real * real_sign -
+                               S::exchange_pairs(by_imaginary) * imaginary_sign);
+    }
+  }
+  for (; i < m; ++i) {
+    T v = x[i];
+    for (int c = 0; c < NC; ++c) v -= conjugated_if(a[i + c * lda], conjugate) * f[c];
+    x[i] = v;
+  }
 }
 
 /// Forward step of NC columns of a trapezoid: their triangle, then all rows below at once.
@@ -96,12 +151,7 @@ inline void forward_columns(const TriangleSolve<T>& s, int j0) {
     f[j] = s.unit ? v : v / conjugated_if(l[j + j * ld], s.conjugate);
     x[j] = f[j];
   }
-  const int m = s.rows - j0;
-  for (int i = NC; i < m; ++i) {
-    T v = x[i];
-    for (int j = 0; j < NC; ++j) v -= conjugated_if(l[i + j * ld], s.conjugate) * f[j];
-    x[i] = v;
-  }
+  subtract_columns<T, NC>(s.rows - j0 - NC, l + NC, ld, s.conjugate, f, x + NC);
 }
 
 /// Forward substitution, by columns of L where they are contiguous and else by its rows.
@@ -115,8 +165,8 @@ void solve_lower(const TriangleSolve<T>& s) {
   }
   for (int j = 0; j < s.n; ++j) {
     const T* lj = s.l + static_cast<long>(j) * s.l_row;
-    T v = s.x[j] - dot(j, lj, s.conjugate, s.x);
-    s.x[j] = s.unit ? v : v / conjugated_if(lj[j], s.conjugate);
+    subtract_dots<T, 1>(j, lj, 0, s.conjugate, s.x, s.x + j);
+    if (!s.unit) s.x[j] /= conjugated_if(lj[j], s.conjugate);
   }
 }
 
@@ -129,13 +179,13 @@ void solve_lower_transposed(const TriangleSolve<T>& s) {
     int end = s.n;
     for (; end % 4 != 0; --end) {
       const T* l = s.l + (end - 1) * ld;
-      T v = x[end - 1] - dot(s.rows - end, l + end, s.conjugate, x + end);
-      x[end - 1] = s.unit ? v : v / conjugated_if(l[end - 1], s.conjugate);
+      subtract_dots<T, 1>(s.rows - end, l + end, ld, s.conjugate, x + end, x + end - 1);
+      if (!s.unit) x[end - 1] /= conjugated_if(l[end - 1], s.conjugate);
     }
     for (; end > 0; end -= 4) {  // four columns share the rows below their triangle
       const int j0 = end - 4;
       const T* l = s.l + j0 * ld;
-      dot_columns<T, 4>(s.rows - end, l + end, ld, s.conjugate, x + end, x + j0);
+      subtract_dots<T, 4>(s.rows - end, l + end, ld, s.conjugate, x + end, x + j0);
       for (int j = 3; j >= 0; --j) {
         T v = x[j0 + j];
         for (int k = j + 1; k < 4; ++k)
