@@ -1,6 +1,5 @@
 // Input check, order of the phases, messages, release and memory figures.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
@@ -390,14 +389,10 @@ TEST(Memory, ExhaustedMemoryNamesTheArray) {
   GTEST_SKIP() << "the sanitizers replace malloc";
 #endif
   // A factor table of 2^31 records does not fit into 100 GB.
-  rlimit before;
-  getrlimit(RLIMIT_AS, &before);
-  const rlimit lowered{rlim_t{100} << 30, before.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_AS, &lowered), 0);
+  const LimitedMemory limited;
   Caller c = make_tridiagonal(10, -2);
   c.maxfct = 2147483647;
   const std::string text = c.run_and_read(11);
-  EXPECT_EQ(setrlimit(RLIMIT_AS, &before), 0);
   EXPECT_EQ(c.error, -2);
   EXPECT_TRUE(contains(text,
                        "*** error VELMORA  (insufficient_memory     ) error_num= -200\n"

@@ -1,6 +1,5 @@
 // The last line of a failed call's messages says what to do; whoever does it gets a solution.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
@@ -207,13 +206,10 @@ TEST(Remedy, DiagonalRow) {
 }
 
 TEST(Remedy, Memory) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef VELMORA_SANITIZED
   GTEST_SKIP() << "the sanitizers replace malloc";
 #endif
-  rlimit before;
-  getrlimit(RLIMIT_AS, &before);
-  const rlimit lowered{rlim_t{100} << 30, before.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_AS, &lowered), 0);
+  const LimitedMemory limited;
   for (const Failure& failure :
        {Failure{"factor table", [](Caller& c) { c.maxfct = std::numeric_limits<int>::max(); }, 11,
                 "pass a smaller maxfct", solved_by(13, [](Caller& c) { c.maxfct = 1; })},
@@ -224,7 +220,6 @@ TEST(Remedy, Memory) {
     ASSERT_EQ(c.run(12), 0);
     fail_and_recover(c, failure);
   }
-  EXPECT_EQ(setrlimit(RLIMIT_AS, &before), 0);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <array>
 #include <string>
@@ -93,5 +94,21 @@ inline Caller make_tridiagonal(int n, int mtype) {
   }
   return Caller(mtype, std::move(ia), std::move(ja), std::move(a));
 }
+
+/// Leaves this process 100 GB of addresses, so that a larger allocation fails at once.
+class LimitedMemory {
+ public:
+  LimitedMemory() {
+    getrlimit(RLIMIT_AS, &before_);
+    const rlimit lowered{rlim_t{100} << 30, before_.rlim_max};
+    setrlimit(RLIMIT_AS, &lowered);
+  }
+  ~LimitedMemory() { setrlimit(RLIMIT_AS, &before_); }
+  LimitedMemory(const LimitedMemory&) = delete;
+  LimitedMemory& operator=(const LimitedMemory&) = delete;
+
+ private:
+  rlimit before_{};
+};
 
 }  // namespace vlm::test
