@@ -24,6 +24,9 @@ struct Adjacency {
   int n = 0;
   std::vector<int> xadj;    ///< [n+1]
   std::vector<int> adjncy;  ///< [xadj(n+1)-1]
+  std::vector<int> weight;  ///< [n] columns that a node stands for; empty: one each
+
+  int weight_of(int node) const { return weight.empty() ? 1 : weight[node - 1]; }
 };
 
 /// A fill-reducing order.  perm(position) = node, invp(node) = position.

@@ -51,10 +51,14 @@ std::vector<int> find_representatives(const Adjacency& graph, int dense_limit) {
 
 }  // namespace
 
+double dense_row_limit(int n, double dense_factor) {
+  return std::max(16.0, dense_factor * std::sqrt(static_cast<double>(n)));
+}
+
 CompressedGraph compress_graph(const Adjacency& graph, double dense_factor) {
   const int n = graph.n;
   const View<const int> xadj(graph.xadj), adjncy(graph.adjncy);
-  const double limit = std::max(16.0, dense_factor * std::sqrt(static_cast<double>(n)));
+  const double limit = dense_row_limit(n, dense_factor);
   std::vector<int> representative_store =
       find_representatives(graph, static_cast<int>(std::min<double>(limit, n)));
   const View<const int> representative(representative_store);
@@ -68,10 +72,14 @@ CompressedGraph compress_graph(const Adjacency& graph, double dense_factor) {
   }
   const int nc = out.graph.n;
   out.graph.weight.assign(nc, 0);
-  for (int v = 1; v <= n; ++v)
-    if (representative(v) != none) ++out.graph.weight[vertex(representative(v))];
   out.first.assign(nc + 1, 0);
-  std::partial_sum(out.graph.weight.begin(), out.graph.weight.end(), out.first.begin() + 1);
+  for (int v = 1; v <= n; ++v)
+    if (representative(v) != none) {
+      const int c = vertex(representative(v));
+      out.graph.weight[c] += graph.weight_of(v);
+      ++out.first[c + 1];
+    }
+  std::partial_sum(out.first.begin(), out.first.end(), out.first.begin());
   out.nodes.resize(out.first[nc]);
   std::vector<int> next(out.first);
   for (int v = 1; v <= n; ++v)

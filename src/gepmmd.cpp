@@ -1,6 +1,7 @@
 #include "gepmmd.hpp"
 
 #include <algorithm>
+#include <numeric>
 
 #include "ordering.hpp"
 #include "view.hpp"
@@ -60,6 +61,7 @@ class MinimumDegree {
   }
 
   int n_;
+  int total_;  // weight of all nodes
   int delta_, maxint_;
   const std::vector<int>& last_;
   View<int> xadj_, adjncy_, forward_, backward_;
@@ -77,13 +79,15 @@ class MinimumDegree {
 MinimumDegree::MinimumDegree(Adjacency& graph, const std::vector<int>& last, Ordering& order,
                              const MinimumDegreeOptions& options)
     : n_(graph.n),
+      total_(graph.weight.empty() ? n_
+                                  : std::accumulate(graph.weight.begin(), graph.weight.end(), 0)),
       delta_(options.delta),
       maxint_(options.maxint),
       last_(last),
       xadj_(graph.xadj),
       adjncy_(graph.adjncy),
-      head_store_(n_ + 1),
-      qsize_store_(n_, 1),
+      head_store_(total_ + 1),
+      qsize_store_(graph.weight.empty() ? std::vector<int>(n_, 1) : graph.weight),
       chain_store_(n_),
       marker_store_(n_),
       held_store_(n_),
@@ -92,12 +96,15 @@ MinimumDegree::MinimumDegree(Adjacency& graph, const std::vector<int>& last, Ord
       chain_(chain_store_),
       marker_(marker_store_),
       held_(held_store_),
-      end_(n_ - static_cast<int>(last.size())) {
+      end_(total_) {
   order.perm.assign(n_, 0);
   order.invp.assign(n_, 0);
   forward_ = View<int>(order.invp);
   backward_ = View<int>(order.perm);
-  for (const int v : last_) held_(v) = 1;
+  for (const int v : last_) {
+    held_(v) = 1;
+    end_ -= qsize_(v);
+  }
 }
 
 std::int64_t MinimumDegree::run() {
@@ -122,7 +129,9 @@ void MinimumDegree::fill_degree_lists() {
       backward_(v) = -maxint_;
       continue;
     }
-    enter(v, xadj_(v + 1) - xadj_(v) + 1);
+    int degree = 1;
+    for (int k = xadj_(v); k < xadj_(v + 1); ++k) degree += qsize_(adjncy_(k));
+    enter(v, degree);
   }
 }
 
@@ -130,7 +139,8 @@ void MinimumDegree::number_isolated_nodes() {
   for (int v = head_(1); v > 0;) {
     const int next = forward_(v);
     marker_(v) = maxint_;
-    forward_(v) = -num_++;
+    forward_(v) = -num_;
+    num_ += qsize_(v);
     v = next;
   }
   head_(1) = 0;
@@ -139,7 +149,7 @@ void MinimumDegree::number_isolated_nodes() {
 // Eliminates an independent set of nodes of degree mdeg to mdeg + delta, chained as elements_.
 // True when every free node has its number or its representative.
 bool MinimumDegree::eliminate_batch() {
-  const int limit = std::min(mdeg_ + delta_, n_);
+  const int limit = std::min(mdeg_ + delta_, total_);
   elements_ = 0;
   for (;;) {
     while (mdeg_ <= limit && head_(mdeg_) <= 0) ++mdeg_;
@@ -340,7 +350,8 @@ void MinimumDegree::merge(int node, int into) {
   backward_(node) = -maxint_;
 }
 
-// Merged nodes are numbered behind their representative, in increasing index.
+// Merged nodes are numbered behind their representative, in increasing index.  Numbers count
+// weight: those that no node got are closed up at the end.
 void MinimumDegree::number_merged_nodes() {
   const View<int> owner = backward_;  // -owner for a merged node; last number for the others
   for (int v = 1; v <= n_; ++v) owner(v) = qsize_(v) > 0 ? -forward_(v) : forward_(v);
@@ -356,8 +367,15 @@ void MinimumDegree::number_merged_nodes() {
       u = up;
     }
   }
-  for (int v = 1; v <= n_; ++v) forward_(v) = -forward_(v);
-  for (int v = 1; v <= n_; ++v) backward_(forward_(v)) = v;
+  std::vector<int> node_store(total_, 0);  // node with a number
+  const View<int> node(node_store);
+  for (int v = 1; v <= n_; ++v) node(-forward_(v)) = v;
+  int position = 0;
+  for (const int v : node_store) {
+    if (v == 0) continue;
+    backward_(++position) = v;
+    forward_(v) = position;
+  }
 }
 
 }  // namespace

@@ -3,8 +3,9 @@
 /// J. W. H. Liu, "Modification of the minimum-degree algorithm by multiple elimination", ACM
 /// Trans. Math. Softw. 11 (1985).  The quotient graph lives in the storage of the adjacency;
 /// degrees are external degrees, kept in lists by degree of which the last entered comes
-/// first.  Indistinguishable nodes are merged, and nodes outmatched by another one wait for
-/// it.  The time is that of the degree updates; memory is 5n integers beside the graph.
+/// first.  Indistinguishable nodes are merged, and nodes outmatched by another one wait for it; a
+/// node that stands for several columns counts as that many merged ones.  The time is that of the
+/// degree updates; memory is 5n integers and two for each column beside the graph.
 #pragma once
 
 #include <cstdint>

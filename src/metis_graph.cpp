@@ -46,14 +46,15 @@ bool metis_kway_parts(const Adjacency& graph, int parts, std::vector<int>& part)
       part[i] = static_cast<int>(static_cast<std::int64_t>(i) * parts / graph.n);
     return true;
   }
-  MetisArray xadj(graph.xadj, 1), adjncy(graph.adjncy, 1);
+  MetisArray xadj(graph.xadj, 1), adjncy(graph.adjncy, 1), weight(graph.weight);
+  idx_t* weights = graph.weight.empty() ? nullptr : weight.data();
   std::vector<idx_t> where(graph.n);
   idx_t options[METIS_NOPTIONS];
   METIS_SetDefaultOptions(options);
   options[METIS_OPTION_SEED] = 4321;
   idx_t n = graph.n, constraints = 1, nparts = parts, cut = 0;
   const int result =
-      METIS_PartGraphKway(&n, &constraints, xadj.data(), adjncy.data(), nullptr, nullptr, nullptr,
+      METIS_PartGraphKway(&n, &constraints, xadj.data(), adjncy.data(), weights, nullptr, nullptr,
                           &nparts, nullptr, nullptr, options, &cut, where.data());
   copy_out(where, part);
   return result == METIS_OK;

@@ -15,7 +15,7 @@ struct WeightedGraph {
   std::vector<int> weight;  ///< [n]
 };
 
-/// Partition into parts of like size: part numbers from 0.
+/// Partition into parts of like weight: part numbers from 0.
 /// @param part  part of each node  [n], out
 /// @return false when METIS reports an error
 bool metis_kway_parts(const Adjacency& graph, int parts, std::vector<int>& part);
