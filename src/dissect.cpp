@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <optional>
 #include <utility>
 
 #include "amd.hpp"
@@ -39,10 +40,13 @@ constexpr int least_piece = 200;
 
 class Dissector {
  public:
-  Dissector(const WeightedGraph& graph, const DissectionGoal& goal)
-      : graph_(graph), goal_(goal), local_(graph.n, none), index_(graph.n) {
+  Dissector(const WeightedGraph& graph, const DissectionGoal& goal, Pairing* pairs)
+      : graph_(graph), goal_(goal), pairs_(pairs), local_(graph.n, none), index_(graph.n) {
     result_.order.reserve(graph.n);
     result_.domain.assign(graph.n, 0);
+    if (pairs_ == nullptr) return;
+    keeper_.emplace(*pairs_);
+    keeper_->break_rings();
   }
 
   Dissection run();
@@ -55,13 +59,22 @@ class Dissector {
   bool split(Piece& piece, Piece& left, Piece& right, std::vector<int>& separator);
   Piece take_side(const Piece& piece, const std::vector<int>& side, int wanted);
   FactorCost order_leaf(const Piece& piece);
+  std::vector<int> partners_within(const Piece& piece, int size);
+  FactorCost postorder(std::vector<int>& order) const;
   WeightedGraph with_halo(const Piece& piece, std::vector<int>& vertex);
+  // Adds a vertex with its partner.
+  void append(int v, std::vector<int>& order) const {
+    order.push_back(v);
+    if (pairs_ != nullptr && pairs_->partner[v] != none) order.push_back(pairs_->partner[v]);
+  }
   void append(const std::vector<int>& vertices) {
     result_.order.insert(result_.order.end(), vertices.begin(), vertices.end());
   }
 
   const WeightedGraph& graph_;
   const DissectionGoal& goal_;
+  Pairing* pairs_;  // null: each vertex stands alone
+  std::optional<PairKeeper> keeper_;
   std::vector<int> local_;  // number of a vertex in the piece at hand
   std::vector<int> index_;  // number of a vertex in the part taken from it
   AmdWorkspace workspace_;
@@ -73,7 +86,7 @@ Dissection Dissector::run() {
   std::iota(whole.vertex.begin(), whole.vertex.end(), 0);
   if (goal_.domains > 1) {
     cut_into_domains(std::move(whole), goal_.domains);
-    postorder_and_cost(graph_, result_.order);
+    postorder(result_.order);
     return std::move(result_);
   }
   const FactorCost plain = order_leaf(whole);
@@ -82,10 +95,14 @@ Dissection Dissector::run() {
   if (!pays(whole, plain.flops, first_cut)) return std::move(result_);
   std::vector<int> plain_order;
   plain_order.swap(result_.order);
+  std::vector<int> plain_partners;
+  if (pairs_ != nullptr) plain_partners = pairs_->partner;
   result_.order.reserve(graph_.n);
   cut_while_it_pays(std::move(whole), plain.flops);
-  if (postorder_and_cost(graph_, result_.order).flops > plain.flops)
+  if (postorder(result_.order).flops > plain.flops) {
     result_.order.swap(plain_order);
+    if (pairs_ != nullptr) pairs_->partner.swap(plain_partners);
+  }
   return std::move(result_);
 }
 
@@ -143,6 +160,7 @@ bool Dissector::split(Piece& piece, Piece& left, Piece& right, std::vector<int>&
   if (n <= least_piece) return false;
   std::vector<int> side;
   if (!find_separator(piece.graph, piece.kind, side)) return false;
+  if (keeper_) keeper_->keep_together(piece.vertex, side);
   const auto count = [&](int s) { return std::count(side.begin(), side.end(), s); };
   if (count(0) == 0 || count(1) == 0 || count(2) > n / 3) return false;
   left = take_side(piece, side, 0);
@@ -219,17 +237,49 @@ WeightedGraph Dissector::with_halo(const Piece& piece, std::vector<int>& vertex)
 // Minimum degree on the piece, with the separators around it as halo.
 FactorCost Dissector::order_leaf(const Piece& piece) {
   std::vector<int> vertex, order;
-  const WeightedGraph leaf = with_halo(piece, vertex);
-  const FactorCost cost =
-      approximate_minimum_degree(leaf, leaf.n - piece.graph.n, order, workspace_);
-  for (const int i : order) result_.order.push_back(vertex[i]);
+  WeightedGraph leaf = with_halo(piece, vertex);
+  const int halo = leaf.n - piece.graph.n;
+  std::vector<int> lead;
+  if (pairs_ != nullptr) leaf = contract_pairs(leaf, partners_within(piece, leaf.n), lead);
+  const FactorCost cost = approximate_minimum_degree(leaf, halo, order, workspace_);
+  for (const int i : order) append(pairs_ == nullptr ? vertex[i] : vertex[lead[i]], result_.order);
+  return cost;
+}
+
+// Partners of the vertices of a piece in its own numbering.
+std::vector<int> Dissector::partners_within(const Piece& piece, int size) {
+  std::vector<int> partner(size, none);
+  const int n = piece.graph.n;
+  for (int i = 0; i < n; ++i) local_[piece.vertex[i]] = i;
+  for (int i = 0; i < n; ++i)
+    if (const int mate = pairs_->partner[piece.vertex[i]]; mate != none) partner[i] = local_[mate];
+  for (const int v : piece.vertex) local_[v] = none;
+  return partner;
+}
+
+// Postorders the elimination; partners stay next to each other.
+FactorCost Dissector::postorder(std::vector<int>& order) const {
+  if (pairs_ == nullptr) return postorder_and_cost(graph_, order);
+  std::vector<int> lead, contracted;
+  const WeightedGraph paired = contract_pairs(graph_, pairs_->partner, lead);
+  std::vector<int> vertex(graph_.n, none);
+  for (int c = 0; c < paired.n; ++c) vertex[lead[c]] = c;
+  for (const int v : order)
+    if (vertex[v] != none) contracted.push_back(vertex[v]);
+  const FactorCost cost = postorder_and_cost(paired, contracted);
+  order.clear();
+  for (const int c : contracted) append(lead[c], order);
   return cost;
 }
 
 }  // namespace
 
 Dissection dissect(const WeightedGraph& graph, const DissectionGoal& goal) {
-  return Dissector(graph, goal).run();
+  return Dissector(graph, goal, nullptr).run();
+}
+
+Dissection dissect_pairs(const WeightedGraph& graph, const DissectionGoal& goal, Pairing& pairs) {
+  return Dissector(graph, goal, &pairs).run();
 }
 
 }  // namespace vlm

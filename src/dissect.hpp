@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "metis_graph.hpp"
+#include "pairing.hpp"
 
 namespace vlm {
 
@@ -31,5 +32,12 @@ struct Dissection {
 
 /// Dissects the graph into domains and orders them and the separators between them.
 Dissection dissect(const WeightedGraph& graph, const DissectionGoal& goal);
+
+/// The same for a graph with pairs: partners come next to each other, in the same domain.
+///
+/// Separators are those of the graph without pairs; the order is that of the graph in which a
+/// pair is one vertex.
+/// @param pairs  exchanged where a separator asks for it, in and out
+Dissection dissect_pairs(const WeightedGraph& graph, const DissectionGoal& goal, Pairing& pairs);
 
 }  // namespace vlm

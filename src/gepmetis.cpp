@@ -9,6 +9,41 @@
 #include "ordering.hpp"
 
 namespace vlm {
+namespace {
+
+DissectionGoal goal_of(const DissectionRequest& request) {
+  DissectionGoal goal;
+  goal.domains = std::bit_ceil(static_cast<unsigned>(std::max(request.nparts, 1)));
+  goal.flop_weight = request.flop_weight;
+  return goal;
+}
+
+// Group of the nodes of a vertex: its domain, or behind the domains.
+int group_of(const Dissection& found, int vertex) {
+  return found.domain[vertex] > 0 ? found.domain[vertex] : std::max(found.domains, 1) + 1;
+}
+
+// Completes an order of which perm is written.
+void write_ranges(const Dissection& found, const std::vector<int>& group, Ordering& order) {
+  order.nparts = std::max(found.domains, 1);
+  invert_order(order);
+  if (order.nparts == 1) {
+    set_single_range(order, static_cast<int>(order.perm.size()));
+    return;
+  }
+  order.ranges = regroup(order, group, order.nparts + 1);
+  close_ranges(order);
+}
+
+bool has_dense_row(const Adjacency& graph) {
+  const double limit = dense_row_limit(graph.n);
+  for (int i = 0; i < graph.n; ++i)
+    if (graph.xadj[i + 1] - graph.xadj[i] > limit) return true;
+  return false;
+}
+
+}  // namespace
+
 void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, Ordering& order) {
   const int n = graph.n;
   if (graph.adjncy.empty()) {
@@ -16,31 +51,34 @@ void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, 
     return;
   }
   const CompressedGraph compressed = compress_graph(graph);
-  DissectionGoal goal;
-  goal.domains = std::bit_ceil(static_cast<unsigned>(std::max(request.nparts, 1)));
-  goal.flop_weight = request.flop_weight;
+  const Dissection found = dissect(compressed.graph, goal_of(request));
   order.perm.clear();
   order.perm.reserve(n);
-  std::vector<int> group(n, 0);
-  const Dissection found = dissect(compressed.graph, goal);
-  order.nparts = std::max(found.domains, 1);
+  std::vector<int> group(n, std::max(found.domains, 1) + 1);
   for (const int v : found.order)
     for (int k = compressed.first[v]; k < compressed.first[v + 1]; ++k) {
       const int node = compressed.nodes[k];
       order.perm.push_back(node);
-      group[node - 1] = found.domain[v] > 0 ? found.domain[v] : order.nparts + 1;
+      group[node - 1] = group_of(found, v);
     }
-  for (const int v : compressed.dense) {
-    order.perm.push_back(v);
-    group[v - 1] = order.nparts + 1;
-  }
-  invert_order(order);
-  if (order.nparts == 1) {
-    set_single_range(order, n);
-    return;
-  }
-  order.ranges = regroup(order, group, order.nparts + 1);
-  close_ranges(order);
+  order.perm.insert(order.perm.end(), compressed.dense.begin(), compressed.dense.end());
+  write_ranges(found, group, order);
+}
+
+bool dissect_with_pairs(const Adjacency& graph, const DissectionRequest& request, Pairing& pairs,
+                        Ordering& order) {
+  if (has_dense_row(graph)) return false;
+  WeightedGraph nodes{graph.n, graph.xadj, graph.adjncy, std::vector<int>(graph.n, 1)};
+  for (int& k : nodes.ptr) --k;
+  for (int& v : nodes.adj) --v;
+  const Dissection found = dissect_pairs(nodes, goal_of(request), pairs);
+  order.perm.resize(graph.n);
+  std::transform(found.order.begin(), found.order.end(), order.perm.begin(),
+                 [](int v) { return v + 1; });
+  std::vector<int> group(graph.n);
+  for (int v = 0; v < graph.n; ++v) group[v] = group_of(found, v);
+  write_ranges(found, group, order);
+  return true;
 }
 
 }  // namespace vlm

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "analysis.hpp"
+#include "pairing.hpp"
 
 namespace vlm {
 
@@ -20,5 +21,11 @@ struct DissectionRequest {
 ///               them; the range table says where.  Fewer domains than wanted come out of a
 ///               graph too small for them.
 void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, Ordering& order);
+
+/// The same with partners next to each other; the graph is not compressed.
+/// @param pairs  exchanged where a separator asks for it, in and out
+/// @return false for a graph with dense rows: nothing is done
+bool dissect_with_pairs(const Adjacency& graph, const DissectionRequest& request, Pairing& pairs,
+                        Ordering& order);
 
 }  // namespace vlm

@@ -53,8 +53,23 @@ void append_unmatched(int n, Ordering& order, PairedOrder& candidates) {
   order.ranges.back().last = n;
 }
 
+// Nested dissection with exchanges of pairs, where scalings tell which entries are large.  False
+// when the pairs are to stay as they are.
+bool dissect_with_exchanges(const MatchInput& part, const MatchResult& match,
+                            const PairedOrder& pairs, const Control& control, Ordering& order,
+                            PairedOrder& candidates) {
+  if (control.order != 2 || match.count < part.n || match.u.empty()) return false;
+  Pairing pairing = exchangeable_pairs(part, match, pairs);
+  Adjacency graph;
+  if (!worth_exchanging(pairing) || uncompressed_graph(part, graph) != status_ok ||
+      !order_with_pairs(control, graph, pairing, order))
+    return false;
+  candidates = candidates_of(order, pairing);
+  return true;
+}
+
 Outcome order_symmetrically(const InputMatrix& matrix, const MatchInput& part,
-                            const Control& control, const std::vector<int>& match,
+                            const Control& control, const MatchResult& match,
                             MatchedOrder& matched) {
   PairedOrder candidates;
   Ordering& order = matched.order.emplace();
@@ -64,7 +79,10 @@ Outcome order_symmetrically(const InputMatrix& matrix, const MatchInput& part,
     set_identity(found, graph.n);
     return status_ok;
   };
-  int status = mps_sym_velmora(part, match, order_graph, order, candidates);
+  const PairedOrder pairs = reordering_matching_sym2x2(part, match.perm);
+  int status = status_ok;
+  if (!dissect_with_exchanges(part, match, pairs, control, order, candidates))
+    status = mps_sym_velmora(part, pairs, order_graph, order, candidates);
   if (status == status_ok) {
     append_unmatched(matrix.n, order, candidates);
     if (is_padded(control.match_mode))
@@ -88,8 +106,7 @@ Outcome run_matching(const InputMatrix& matrix, const Control& control, int* per
   if (!symmetric && result.count < part.n) return {error_matching, -result.count, 0, 0};
   // A given order stands; the matching then only scales.
   if (symmetric && control.user_perm <= 0)
-    if (Outcome failed = order_symmetrically(matrix, part, control, result.perm, matched))
-      return failed;
+    if (Outcome failed = order_symmetrically(matrix, part, control, result, matched)) return failed;
   store_matching(part, control, result, perm_store, scale_store);
   return {};
 } catch (const std::length_error&) {  // both triangles don't fit 32-bit positions

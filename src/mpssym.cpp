@@ -4,6 +4,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdint>
+#include <numeric>
 
 namespace vlm {
 
@@ -11,6 +12,11 @@ namespace {
 
 /// Magnitude above which a diagonal entry may be a pivot of its own.
 constexpr double own_pivot = 1e-8;
+/// Magnitude in the scaled matrix, where matched entries have 1, up from which an entry may make
+/// a pivot.
+constexpr double large_entry = 0.1;
+/// Matrices of fewer nodes have no separators worth the search.
+constexpr int few_nodes = 2000;
 
 /// Cycles of a permutation, each from its smallest member.
 struct Cycles {
@@ -163,10 +169,12 @@ PairedOrder reordering_matching_sym2x2(const MatchInput& matrix, const std::vect
 
 int compress_2x2_blocks(const MatchInput& matrix, const PairedOrder& pairs, PairGraph& compressed) {
   compressed.first.clear();
+  compressed.graph.weight.clear();
   compressed.map.resize(matrix.n);
   for (int k = 0; k < matrix.n;) {
     const int c = static_cast<int>(compressed.first.size()), size = pairs.block1x1[k] ? 1 : 2;
     compressed.first.push_back(k);
+    compressed.graph.weight.push_back(size);
     for (int member = 0; member < size; ++member) compressed.map[pairs.node[k++]] = c;
   }
   const int nodes = static_cast<int>(compressed.first.size());
@@ -204,9 +212,8 @@ void expand_cond_perm(const PairedOrder& pairs, const PairGraph& compressed, con
     expanded.ranges.push_back({start[r.first - 1], start[r.last] - 1});
 }
 
-int mps_sym_velmora(const MatchInput& matrix, const std::vector<int>& match,
+int mps_sym_velmora(const MatchInput& matrix, const PairedOrder& pairs,
                     const GraphOrdering& order_graph, Ordering& order, PairedOrder& candidates) {
-  const PairedOrder pairs = reordering_matching_sym2x2(matrix, match);
   PairGraph compressed;
   if (const int status = compress_2x2_blocks(matrix, pairs, compressed); status != status_ok)
     return status;
@@ -214,6 +221,74 @@ int mps_sym_velmora(const MatchInput& matrix, const std::vector<int>& match,
   if (const int status = order_graph(compressed.graph, small); status != status_ok) return status;
   expand_cond_perm(pairs, compressed, small, order, candidates);
   return status_ok;
+}
+
+int uncompressed_graph(const MatchInput& matrix, Adjacency& graph) {
+  std::vector<int> self(matrix.n);
+  std::iota(self.begin(), self.end(), 0);
+  return symmetrise(upper_lists(matrix, self, matrix.n), graph);
+}
+
+Pairing exchangeable_pairs(const MatchInput& matrix, const MatchResult& match,
+                           const PairedOrder& order) {
+  const int n = matrix.n;
+  Pairing pairs;
+  pairs.partner.assign(n, -1);
+  for (int k = 0; k < n; k += order.block1x1[k] ? 1 : 2) {
+    if (order.block1x1[k]) continue;
+    pairs.partner[order.node[k]] = order.node[k + 1];
+    pairs.partner[order.node[k + 1]] = order.node[k];
+  }
+  std::vector<double> scale(n);
+  for (int i = 0; i < n; ++i) scale[i] = std::exp(0.5 * (match.u[i] + match.v[i]));
+  // Calls visit(i, j) for the large entries at or right of the diagonal.
+  const auto for_each_large = [&](auto visit) {
+    for (int i = 0; i < n; ++i)
+      for (int p = matrix.ia[i] - 1; p < matrix.ia[i + 1] - 1; ++p)
+        if (const int j = matrix.ja[p] - 1;
+            j < n && std::fabs(matrix.a[p]) * scale[i] * scale[j] >= large_entry)
+          visit(i, j);
+  };
+  pairs.sound.assign(n, 0);
+  const std::vector<bool> good = nodes_with_pivot(matrix);
+  for_each_large([&](int i, int j) { pairs.sound[i] |= i == j && good[i]; });
+  pairs.ptr.assign(static_cast<std::size_t>(n) + 1, 0);
+  const auto for_each_alternative = [&](auto visit) {
+    for_each_large([&](int i, int j) {
+      if (i == j || (pairs.sound[i] && pairs.sound[j])) return;
+      visit(i, j);
+      visit(j, i);
+    });
+  };
+  for_each_alternative([&](int i, int) { ++pairs.ptr[i + 1]; });
+  std::partial_sum(pairs.ptr.begin(), pairs.ptr.end(), pairs.ptr.begin());
+  pairs.alternative.resize(pairs.ptr[n]);
+  std::vector<int> next(pairs.ptr.begin(), pairs.ptr.end() - 1);
+  for_each_alternative([&](int i, int j) { pairs.alternative[next[i]++] = j; });
+  return pairs;
+}
+
+bool worth_exchanging(const Pairing& pairs) {
+  const int n = static_cast<int>(pairs.partner.size());
+  int members = 0, sound = 0;
+  for (int v = 0; v < n; ++v) {
+    if (pairs.partner[v] < 0) continue;
+    ++members;
+    sound += pairs.sound[v];
+  }
+  return n >= few_nodes && members >= n / 50 && sound >= 0.45 * members;
+}
+
+PairedOrder candidates_of(const Ordering& order, const Pairing& pairs) {
+  const int n = static_cast<int>(order.perm.size());
+  PairedOrder candidates;
+  candidates.node.resize(n);
+  candidates.block1x1.resize(n);
+  for (int k = 0; k < n; ++k) {
+    candidates.node[k] = order.perm[k] - 1;
+    candidates.block1x1[k] = pairs.partner[order.perm[k] - 1] < 0;
+  }
+  return candidates;
 }
 
 int build_padded_2x2_mat(const InputMatrix& matrix, const PairedOrder& candidates,

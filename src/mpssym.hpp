@@ -16,6 +16,7 @@
 
 #include "analysis.hpp"
 #include "mps.hpp"
+#include "pairing.hpp"
 
 namespace vlm {
 
@@ -28,7 +29,7 @@ struct PairedOrder {
 
 /// Graph in which each 2x2 candidate is one node.
 struct PairGraph {
-  Adjacency graph;         ///< 1-based, both triangles, no diagonal, lists ascending
+  Adjacency graph;         ///< both triangles, no diagonal, lists ascending, a pair weighs 2
   std::vector<int> first;  ///< [graph.n + 1] first position of a compressed node
   std::vector<int> map;    ///< [n] compressed node of a node of the matrix, 0-based
 };
@@ -55,23 +56,36 @@ PairedOrder reordering_matching_sym2x2(const MatchInput& matrix, const std::vect
 /// Quotient graph of the pattern, explicit zeros included, by the candidates of an order.
 /// Compressed nodes are numbered by position.
 /// @return status_overflow when the graph does not fit 32-bit positions
-int compress_2x2_blocks(const MatchInput& matrix, const PairedOrder& pairs,
-                        PairGraph& compressed);
+int compress_2x2_blocks(const MatchInput& matrix, const PairedOrder& pairs, PairGraph& compressed);
 
 /// Expands an order of the compressed graph, its ranges included.
 /// @param order       of the compressed nodes, in
 /// @param expanded    order of the matrix's nodes, out
 /// @param candidates  the same order with its candidates, out
-void expand_cond_perm(const PairedOrder& pairs, const PairGraph& compressed,
-                      const Ordering& order, Ordering& expanded, PairedOrder& candidates);
+void expand_cond_perm(const PairedOrder& pairs, const PairGraph& compressed, const Ordering& order,
+                      Ordering& expanded, PairedOrder& candidates);
 
-/// From a matching to a symmetric order: pairing, compression, ordering, expansion.
-/// @param match       row matched to column j, 0-based  [matrix.n], in
+/// From pairs to a symmetric order: compression, ordering, expansion.
 /// @param order       order of the nodes 1..matrix.n, out
 /// @param candidates  pivot candidates by position, out
 /// @return a Status
-int mps_sym_velmora(const MatchInput& matrix, const std::vector<int>& match,
+int mps_sym_velmora(const MatchInput& matrix, const PairedOrder& pairs,
                     const GraphOrdering& order_graph, Ordering& order, PairedOrder& candidates);
+
+/// The graph of the nodes without pairs.
+int uncompressed_graph(const MatchInput& matrix, Adjacency& graph);
+
+/// The pairs with their alternatives: those entries that are at least a tenth of a matched one
+/// in the scaled matrix.  The same holds for the diagonal entry of a node that may stand alone.
+/// @param match  complete matching with scalings, in
+Pairing exchangeable_pairs(const MatchInput& matrix, const MatchResult& match,
+                           const PairedOrder& pairs);
+
+/// Whether there are enough pairs, nearly all with a partner that may stand alone.
+bool worth_exchanging(const Pairing& pairs);
+
+/// The candidates of an order in which partners are neighbours.
+PairedOrder candidates_of(const Ordering& order, const Pairing& pairs);
 
 /// Pattern of the matrix filled up so that the four blocks between any two adjacent candidates
 /// are full or absent.

@@ -6,6 +6,7 @@
 
 #include "analysis.hpp"
 #include "control.hpp"
+#include "pairing.hpp"
 
 namespace vlm {
 
@@ -22,6 +23,12 @@ bool invert_order(Ordering& order);
 /// the identity.
 /// @return a Status
 int order_by_selector(const Control& control, const Adjacency& graph, Ordering& order);
+
+/// Orders a graph by nested dissection with partners next to each other.
+/// @param pairs  exchanged where a separator asks for it, in and out
+/// @return false when the graph is better ordered with each pair as one node: nothing is done
+bool order_with_pairs(const Control& control, const Adjacency& graph, Pairing& pairs,
+                      Ordering& order);
 
 /// Sorts the nodes by group, keeping their order within a group, and rebuilds perm and invp.
 /// @param group   group of a node, 1..count                   [n], in

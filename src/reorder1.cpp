@@ -47,6 +47,10 @@ double flop_weight(const Control& control) {
   return by_kind * by_storage / std::clamp(control.nthreads, 1, 8);
 }
 
+DissectionRequest dissection_request(const Control& control) {
+  return {control.partial >= 1 ? 1 : control.nparts, flop_weight(control)};
+}
+
 int choose_order(const AnalysisRequest& request, const Control& control, const Adjacency& graph,
                  Ordering& order) {
   const int n = graph.n;
@@ -86,13 +90,17 @@ int order_by_selector(const Control& control, const Adjacency& graph, Ordering& 
     case 1:
       return gepcmd_velmora(graph, control.nthreads, order);
     case 2:
-      gepmetis_velmora(graph, {control.partial >= 1 ? 1 : control.nparts, flop_weight(control)},
-                       order);
+      gepmetis_velmora(graph, dissection_request(control), order);
       return status_ok;
     default:
       set_identity(order, graph.n);
       return status_ok;
   }
+}
+
+bool order_with_pairs(const Control& control, const Adjacency& graph, Pairing& pairs,
+                      Ordering& order) {
+  return dissect_with_pairs(graph, dissection_request(control), pairs, order);
 }
 
 int reorder1_velmora(const AnalysisRequest& request, Control& control, Analysis& analysis) {

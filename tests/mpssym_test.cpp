@@ -200,7 +200,8 @@ TEST(SymmetricMatching, FromMatchingToOrder) {
     const MatchResult result = mps_velmora(m.input());
     Ordering order;
     PairedOrder candidates;
-    ASSERT_EQ(mps_sym_velmora(m.input(), result.perm, reversed, order, candidates), status_ok);
+    const PairedOrder pairs = reordering_matching_sym2x2(m.input(), result.perm);
+    ASSERT_EQ(mps_sym_velmora(m.input(), pairs, reversed, order, candidates), status_ok);
     EXPECT_EQ(order.ranges.size(), 2U);
     EXPECT_EQ(order.ranges[0].last, m.n - 1);
     std::vector<int> sorted = order.perm;
@@ -216,7 +217,7 @@ TEST(SymmetricMatching, FromMatchingToOrder) {
       }
     }
     const auto failing = [](const Adjacency&, Ordering&) -> int { return status_work; };
-    EXPECT_EQ(mps_sym_velmora(m.input(), result.perm, failing, order, candidates), status_work);
+    EXPECT_EQ(mps_sym_velmora(m.input(), pairs, failing, order, candidates), status_work);
   }
 }
 

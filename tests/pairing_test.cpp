@@ -1,0 +1,330 @@
+/// Orders with pairs: weights of the compressed graph, exchanges along separators, and what is
+/// left of both in degenerate graphs.
+#include "pairing.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <set>
+
+#include "dissect.hpp"
+#include "gallery.hpp"
+#include "gepmmd.hpp"
+#include "match_driver.hpp"
+#include "ordering.hpp"
+#include "reference.hpp"
+#include "session.hpp"
+#include "symbolic_cost.hpp"
+
+namespace vlm {
+namespace {
+
+using test::Matrix;
+
+MatchInput input_of(const Matrix& m) { return {m.n, m.ia.data(), m.ja.data(), m.a.data(), true}; }
+
+WeightedGraph zero_based(const Adjacency& graph) {
+  WeightedGraph out{graph.n, graph.xadj, graph.adjncy, std::vector<int>(graph.n, 1)};
+  for (int& k : out.ptr) --k;
+  for (int& v : out.adj) --v;
+  return out;
+}
+
+/// Entries of L in an order of the nodes.
+double fill_of(const Matrix& m, const Ordering& order) {
+  Adjacency graph;
+  uncompressed_graph(input_of(m), graph);
+  std::vector<int> sequence(order.perm);
+  for (int& v : sequence) --v;
+  return postorder_and_cost(zero_based(graph), sequence).entries;
+}
+
+void expect_neighbours(const PairedOrder& candidates, const std::vector<int>& partner) {
+  for (std::size_t k = 0; k < candidates.node.size(); ++k) {
+    const int mate = partner[candidates.node[k]];
+    ASSERT_EQ(candidates.block1x1[k], mate < 0);
+    if (mate < 0) continue;
+    ASSERT_EQ(candidates.node[k + 1], mate);
+    ASSERT_FALSE(candidates.block1x1[++k]);
+  }
+}
+
+std::vector<int> partners_of(const PairedOrder& pairs) {
+  std::vector<int> partner(pairs.node.size(), -1);
+  for (std::size_t k = 0; k < pairs.node.size(); k += pairs.block1x1[k] ? 1 : 2) {
+    if (pairs.block1x1[k]) continue;
+    partner[pairs.node[k]] = pairs.node[k + 1];
+    partner[pairs.node[k + 1]] = pairs.node[k];
+  }
+  return partner;
+}
+
+TEST(Pairing, WeightsOfPairsSaveFill) {
+  for (const std::uint64_t seed : {1, 2, 3}) {
+    SCOPED_TRACE(seed);
+    const Matrix m = test::saddle_point(13, seed);
+    const MatchInput input = input_of(m);
+    const PairedOrder pairs = reordering_matching_sym2x2(input, mps_velmora(input).perm);
+    Control control;
+    control.order = 2;
+    double fill[2] = {0, 0};
+    for (const bool weighted : {false, true}) {
+      const auto order_graph = [&](const Adjacency& graph, Ordering& order) {
+        if (weighted) return order_by_selector(control, graph, order);
+        Adjacency plain = graph;
+        plain.weight.clear();
+        return order_by_selector(control, plain, order);
+      };
+      Ordering order;
+      PairedOrder candidates;
+      ASSERT_EQ(mps_sym_velmora(input, pairs, order_graph, order, candidates), status_ok);
+      EXPECT_TRUE(test::is_permutation(order.perm));
+      EXPECT_TRUE(test::are_inverse(order.perm, order.invp));
+      expect_neighbours(candidates, partners_of(pairs));
+      fill[weighted] = fill_of(m, order);
+    }
+    EXPECT_LT(fill[1], 0.93 * fill[0]) << fill[1] / fill[0];
+  }
+}
+
+// A node of weight w must be ordered as w nodes with the same neighbours would be.
+TEST(Pairing, MinimumDegreeOfWeightedNodes) {
+  for (std::uint64_t seed = 1; seed <= 20; ++seed) {
+    SCOPED_TRACE(seed);
+    const Matrix m = test::random_spd(60, 3, seed);
+    Adjacency graph;
+    uncompressed_graph(input_of(m), graph);
+    test::Rng rng(seed);
+    std::vector<int> first{0};
+    for (int v = 0; v < m.n; ++v) {
+      graph.weight.push_back(1 + rng.below(4));
+      first.push_back(first.back() + graph.weight.back());
+    }
+    test::Builder builder("expanded", 2, first.back());
+    for (int v = 0; v < m.n; ++v)
+      for (int p = first[v]; p < first[v + 1]; ++p) {
+        for (int q = p; q < first[v + 1]; ++q) builder.add(p, q, 1);
+        for (int k = graph.xadj[v] - 1; k < graph.xadj[v + 1] - 1; ++k)
+          for (int u = graph.adjncy[k] - 1, q = first[u]; u > v && q < first[u + 1]; ++q)
+            builder.add(p, q, 1);
+      }
+    const Matrix expanded = builder.finish();
+    Adjacency columns;
+    uncompressed_graph(input_of(expanded), columns);
+
+    Ordering nodes, reference, spread;
+    const std::vector<int> held{3, 1};
+    cmd_velmora(graph, held, nodes);
+    EXPECT_TRUE(test::is_permutation(nodes.perm));
+    EXPECT_TRUE(std::equal(held.begin(), held.end(), nodes.perm.end() - 2));
+    gepmmd_velmora(graph, nodes);
+    ASSERT_TRUE(test::are_inverse(nodes.perm, nodes.invp));
+    gepmmd_velmora(columns, reference);
+    for (const int v : nodes.perm)
+      for (int p = first[v - 1]; p < first[v]; ++p) spread.perm.push_back(p + 1);
+    EXPECT_LE(fill_of(expanded, spread), 1.1 * fill_of(expanded, reference));
+  }
+}
+
+/// The graph of a matrix with the pairs of its matching.
+struct Saddle {
+  WeightedGraph graph;
+  Pairing pairs;
+};
+
+Saddle saddle_of(const Matrix& m) {
+  const MatchInput input = input_of(m);
+  const MatchResult match = mps_velmora(input);
+  Adjacency graph;
+  uncompressed_graph(input, graph);
+  return {zero_based(graph),
+          exchangeable_pairs(input, match, reordering_matching_sym2x2(input, match.perm))};
+}
+
+/// Partners know each other and could be partners; who needs one has one.
+void expect_sound(const Pairing& pairs, const Pairing& before) {
+  for (int v = 0; v < static_cast<int>(pairs.partner.size()); ++v) {
+    const int mate = pairs.partner[v];
+    if (mate < 0) {
+      ASSERT_TRUE(pairs.sound[v] || before.partner[v] < 0) << v;
+      continue;
+    }
+    ASSERT_EQ(pairs.partner[mate], v);
+    const auto begin = pairs.alternative.begin();
+    ASSERT_TRUE(before.partner[v] == mate ||
+                std::count(begin + pairs.ptr[v], begin + pairs.ptr[v + 1], mate) > 0);
+  }
+}
+
+TEST(Pairing, PartnersStayOnOneSideOfAnySeparator) {
+  for (std::uint64_t seed = 1; seed <= 60; ++seed) {
+    SCOPED_TRACE(seed);
+    Saddle s =
+        saddle_of(seed % 2 ? test::interior_point_kkt(6, 3, seed) : test::saddle_point(3, seed));
+    const int n = s.graph.n;
+    test::Rng rng(seed);
+    std::vector<int> vertex(n), side(n);
+    std::iota(vertex.begin(), vertex.end(), 0);
+    for (int& x : side) x = rng.below(2);
+    for (int v = 0; v < n; ++v)
+      for (int k = s.graph.ptr[v]; k < s.graph.ptr[v + 1]; ++k)
+        if (side[v] == 0 && side[s.graph.adj[k]] == 1) side[v] = 2;
+    const std::vector<int> before = side;
+    const Pairing given = s.pairs;
+    PairKeeper keeper(s.pairs);
+    keeper.break_rings();
+    keeper.keep_together(vertex, side);
+    expect_sound(s.pairs, given);
+    for (int v = 0; v < n; ++v) {
+      ASSERT_TRUE(side[v] == before[v] || side[v] == 2);
+      if (s.pairs.partner[v] >= 0) {
+        ASSERT_EQ(side[v], side[s.pairs.partner[v]]);
+      }
+    }
+  }
+}
+
+// Four unknowns and four constraints in a ring, tied to a fifth constraint by one more unknown.
+TEST(Pairing, RingsAreBroken) {
+  Pairing pairs;
+  const int cells = 4, unknowns = 5;
+  pairs.partner = {5, 6, 7, 8, -1, 0, 1, 2, 3};
+  pairs.sound = {1, 1, 1, 1, 1, 0, 0, 0, 0};
+  std::vector<std::vector<int>> joined(9);
+  const auto couple = [&](int x, int c) {
+    joined[x].push_back(unknowns + c);
+    joined[unknowns + c].push_back(x);
+  };
+  for (int x = 0; x < cells; ++x) couple(x, x), couple(x, (x + 1) % cells);
+  couple(4, 2);  // the way out
+  pairs.ptr.push_back(0);
+  for (const auto& list : joined) {
+    pairs.alternative.insert(pairs.alternative.end(), list.begin(), list.end());
+    pairs.ptr.push_back(static_cast<int>(pairs.alternative.size()));
+  }
+  const Pairing given = pairs;
+  PairKeeper(pairs).break_rings();
+  expect_sound(pairs, given);
+  EXPECT_EQ(pairs.partner[4], unknowns + 2);
+}
+
+/// Incompressible flow with velocities on the inner vertices of g^3 cells and pressures, less one,
+/// on the cells.  The gradient of a constant pressure vanishes, so that the pressures of any box
+/// whose faces are cut off are dependent.
+Matrix flow(int g, std::uint64_t seed) {
+  const int inner = g - 1, velocities = 3 * inner * inner * inner;
+  test::Rng rng(seed);
+  test::Builder builder("flow", -2, velocities + g * g * g - 1);
+  const int step[3] = {inner * inner, inner, 1};
+  for (int v = 0; v < inner * inner * inner; ++v) {
+    const int at[3] = {v / step[0], v / inner % inner, v % inner};
+    for (int axis = 0; axis < 3; ++axis) {
+      const int row = 3 * v + axis;
+      builder.add(row, row, rng.uniform(3, 4));
+      for (int d = 0; d < 3; ++d)
+        if (at[d] + 1 < inner) builder.add(row, row + 3 * step[d], rng.uniform(-0.5, 0));
+      double weight[8], sum[2] = {0, 0};
+      for (int c = 0; c < 8; ++c) sum[c >> axis & 1] += weight[c] = rng.uniform(0.15, 0.35);
+      for (int c = 0; c < 8; ++c) {
+        const int ahead = c >> axis & 1;
+        const int cell = ((at[0] + (c & 1)) * g + at[1] + (c >> 1 & 1)) * g + at[2] + (c >> 2);
+        if (cell < g * g * g - 1)
+          builder.add(row, velocities + cell, (ahead ? 1 : -1) * weight[c] / sum[ahead]);
+      }
+    }
+  }
+  Matrix m = builder.finish();
+  m.positive = velocities;
+  return m;
+}
+
+// No perturbed pivot: the exchanged pairs leave no singular block behind on the way.
+TEST(Pairing, ExchangesLeaveRegularBlocks) {
+  for (const Matrix& m : {test::saddle_point(13, 3), flow(14, 1)})
+    for (const int mode : {1, 2})
+      for (const int threads : {1, 4}) {
+        SCOPED_TRACE(m.name + " mode " + std::to_string(mode) + " threads " +
+                     std::to_string(threads));
+        test::Session s(m, threads);
+        s.iparm(11) = s.iparm(21) = 1;
+        s.iparm(13) = mode;
+        s.iparm(8) = 0;
+        ASSERT_EQ(s.run(12), 0);
+        EXPECT_EQ(s.iparm(14), 0);
+        EXPECT_EQ(s.iparm(22), m.positive);
+        const std::vector<double> b = test::random_vector(m, 1, 1);
+        EXPECT_LE(test::normwise_error(m, s.solve(b), b), 1e-13);
+      }
+}
+
+TEST(Pairing, ExchangesThinTheSeparatorsOfSaddlePoints) {
+  const Matrix m = test::saddle_point(13, 3);
+  const MatchInput input = input_of(m);
+  const PairedOrder pairs = reordering_matching_sym2x2(input, mps_velmora(input).perm);
+  Control control;
+  control.mtype = -2;
+  control.neqns = m.n;
+  control.sym_struct = control.match_mode = control.scale_flag = 1;
+  control.order = 2;
+  const auto order_graph = [&](const Adjacency& graph, Ordering& order) {
+    return order_by_selector(control, graph, order);
+  };
+  for (const int domains : {1, 4}) {
+    control.nparts = domains;
+    Ordering paired;
+    PairedOrder candidates;
+    ASSERT_EQ(mps_sym_velmora(input, pairs, order_graph, paired, candidates), status_ok);
+    std::vector<int> perm(m.n);
+    std::vector<double> scale(2 * m.n);
+    MatchedOrder matched;
+    ASSERT_FALSE(run_matching({m.n, m.ia.data(), m.ja.data(), m.a.data()}, control, perm.data(),
+                              scale.data(), matched));
+    EXPECT_TRUE(test::are_inverse(matched.order->perm, matched.order->invp));
+    EXPECT_EQ(matched.order->nparts, domains);
+    EXPECT_LT(fill_of(m, *matched.order), 0.9 * fill_of(m, paired));
+  }
+}
+
+TEST(Pairing, DegenerateGraphs) {
+  // Nothing, one vertex, one pair, pairs without edges between them.
+  for (const int n : {0, 1, 2, 300}) {
+    WeightedGraph graph{n, std::vector<int>(n + 1, 0), {}, std::vector<int>(n, 1)};
+    Pairing pairs;
+    pairs.partner.resize(n);
+    for (int v = 0; v < n; ++v) pairs.partner[v] = n == 1 ? -1 : v ^ 1;
+    pairs.sound.assign(n, 0);
+    pairs.ptr.assign(n + 1, 0);
+    std::vector<int> lead;
+    EXPECT_EQ(contract_pairs(graph, pairs.partner, lead).n, (n + 1) / 2);
+    for (const int domains : {1, 4}) {
+      const Dissection found = dissect_pairs(graph, {domains, 1}, pairs);
+      std::vector<int> perm(found.order);
+      for (int& v : perm) ++v;
+      EXPECT_TRUE(test::is_permutation(perm));
+      ASSERT_EQ(static_cast<int>(perm.size()), n);
+      for (int k = 0; k < n && n > 1; k += 2) EXPECT_EQ(perm[k] - 1, (perm[k + 1] - 1) ^ 1);
+    }
+  }
+  // Without pairs the graph stays as it is.
+  Adjacency grid;
+  uncompressed_graph(input_of(test::poisson2d(5)), grid);
+  const WeightedGraph graph = zero_based(grid);
+  std::vector<int> lead;
+  const WeightedGraph same = contract_pairs(graph, std::vector<int>(graph.n, -1), lead);
+  EXPECT_EQ(same.ptr, graph.ptr);
+  EXPECT_EQ(same.adj, graph.adj);
+  // Weights on a graph without edges, in every routine.
+  Adjacency isolated{3, {1, 1, 1, 1}, {}, {2, 1, 2}};
+  for (const int selector : {0, 1, 2}) {
+    Control control;
+    control.order = selector;
+    Ordering order;
+    ASSERT_EQ(order_by_selector(control, isolated, order), status_ok);
+    EXPECT_TRUE(test::are_inverse(order.perm, order.invp));
+  }
+}
+
+}  // namespace
+}  // namespace vlm
