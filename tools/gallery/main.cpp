@@ -36,7 +36,7 @@ const Kind kinds[] = {
      [](int size, std::uint64_t seed) {
        return vlm::test::shifted_laplacian(size, 1.0, false, seed);
      }},
-    {"convection", "upwind convection-diffusion on size x size points, unsymmetric",
+    {"convection", "upwind convection-diffusion on size^3 points, unsymmetric",
      [](int size, std::uint64_t seed) { return vlm::test::convection_diffusion(size, 2.0, seed); }},
     {"helmholtz", "Helmholtz equation on size x size points, complex symmetric",
      [](int size, std::uint64_t seed) { return vlm::test::helmholtz(size, 0.5, true, seed); }},
