@@ -172,6 +172,7 @@ TEST(Remedy, Factorization) {
                            },
                            13, "solve it with mtype 11, which matches large entries first",
                            solved_by(13, [](Caller& c) {
+                             c.run(-1);
                              c.mtype = 11;
                              c.iparm(5) = 0;
                              c.init();
