@@ -36,7 +36,7 @@ struct Failure {
   std::function<void(Caller&)> follow;  ///< what the remedy says; ends with a call that solves
 };
 
-std::function<void(Caller&)> solved_by(int phase, std::function<void(Caller&)> change = {}) {
+std::function<void(Caller&)> solved_by(int phase, const std::function<void(Caller&)>& change = {}) {
   return [phase, change](Caller& c) {
     if (change) change(c);
     EXPECT_EQ(c.run(phase), 0);
