@@ -128,9 +128,11 @@
  *               1 Bunch-Kaufman with 1x1 and 2x2 pivots
  *   22  out     number of positive eigenvalues (symmetric and Hermitian types)
  *   23  out     number of negative eigenvalues
- *   24  in      [1] scheme of the factorization on several threads: 1 two-level, 0 fine-grain.
- *               This version factors on one thread, with the same result for both
- *   25  in      [1] the same for the solve: 1 two-level, 0 sequential; one thread in this version
+ *   24  in      [1] scheme of the factorization on several threads, read by the analysis: 1
+ *               two-level (domains of the nested dissection side by side, then the separators),
+ *               0 fine-grain (panel by panel); also fine-grain where the order has no domains
+ *   25  in      [1] the same for the solve of few right-hand sides: 1 two-level, 0 sequential.
+ *               With 8 or more a thread, each thread solves for its own
  *   26  in      [0] 0: complete solve; 1: end after the forward step; above 1: without the
  *               forward step.  Not 0: no refinement
  *   28  in      [0] 1: nested dissection on several threads; one thread in this version, with

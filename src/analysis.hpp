@@ -46,6 +46,22 @@ struct AnalysisRequest {
   const Ordering* given_order = nullptr;  ///< order that symmetric matching brought along
 };
 
+/// How threads share the panels of a factorization.
+enum class Scheme : int {
+  sequential,
+  fine_grain,  ///< panel by panel, in the order of the queue
+  two_level,   ///< one domain a thread, then the separators together
+};
+
+/// Which panel updates which, for the threads of a factorization.  Fine-grain: start [nsuper+1]
+/// by source, up holds first columns of targets.  Two-level: start [separator panels * (domains
+/// + 1) + 1] by target and domain, up holds source panels.
+struct UpdateLists {
+  Scheme scheme = Scheme::sequential;
+  std::vector<int> start;      ///< 1-based
+  std::vector<int> up, uplen;  ///< panel or column at the other end; rows of the source from there
+};
+
 /// Working set of one analysis.
 struct Analysis {
   Adjacency graph;
@@ -68,6 +84,8 @@ struct Analysis {
   std::vector<int> sparent;         ///< [nsuper] panel tree, 0 for a root
   std::vector<int> nmod;            ///< [nsuper] number of distinct panels that update s
   std::vector<Range> super_ranges;  ///< ranges in panels; the tail pair is last
+  std::vector<int> queue;           ///< [nsuper] order of the panels for threads; may be empty
+  UpdateLists updates;
   std::int64_t max_update = 0;      ///< most entries of one update block
   std::int64_t max_scaled = 0;      ///< most entries of one scaled operand of an update
 };

@@ -47,6 +47,18 @@ void store_analysis_results(const StageArrays& arrays) {
   if (iparm(5) < 0) std::ranges::copy(arrays.structure->perm, arrays.call.perm);
 }
 
+int run_lists(StageArrays& arrays) {
+  Control& control = arrays.control;
+  Timers& timers = control.dpar.timer;
+  {  // the order's stage has counted the entries already
+    const StageTimer timer(timers.symbfct, control.flags.symbfct, timers.symbfct);
+    if (const int status = reorder2_velmora(control, arrays.analysis)) return status;
+  }
+  if (control.nthreads * control.nnodes <= 1) return status_ok;
+  const StageTimer timer(timers.parlist, control.flags.parlist);
+  return reorder3_velmora(control, arrays.analysis);
+}
+
 int run_structure(StageArrays& arrays) {
   const StageTimer timer(arrays.control.dpar.timer.a_to_lu, arrays.control.flags.a_to_lu);
   arrays.structure =
@@ -100,11 +112,8 @@ int run_stage(Stage stage, StageArrays& arrays) {
   switch (stage) {
     case Stage::order:  // keeps its own times
       return reorder1_velmora(arrays.request, control, arrays.analysis);
-    case Stage::lists: {
-      Timers& timers = control.dpar.timer;  // the order's stage has counted the entries already
-      const StageTimer timer(timers.symbfct, control.flags.symbfct, timers.symbfct);
-      return reorder2_velmora(control, arrays.analysis);
-    }
+    case Stage::lists:
+      return run_lists(arrays);
     case Stage::structure:
       return run_structure(arrays);
     case Stage::factorize:

@@ -123,7 +123,9 @@ std::size_t analysis_bytes(const Analysis& analysis) {
          bytes_of(analysis.snode) + bytes_of(analysis.xsuper) + bytes_of(analysis.height) +
          bytes_of(analysis.xlindx) + bytes_of(analysis.lindx) + bytes_of(analysis.xlnz) +
          bytes_of(analysis.xunz) + bytes_of(analysis.sparent) + bytes_of(analysis.nmod) +
-         bytes_of(analysis.super_ranges);
+         bytes_of(analysis.super_ranges) + bytes_of(analysis.queue) +
+         bytes_of(analysis.updates.start) + bytes_of(analysis.updates.up) +
+         bytes_of(analysis.updates.uplen);
 }
 
 int numeric_kilobytes(void** pt) {

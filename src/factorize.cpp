@@ -4,15 +4,28 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
+#include <utility>
+#include <vector>
 
 #include "family.hpp"
 #include "family_lu.hpp"
-#include "schedule.hpp"
+#include "schedule_parallel.hpp"
 #include "stages.hpp"
+#include "thread_guard.hpp"
 
 namespace vlm {
 
 namespace {
+
+/// Operations, in 1e9, below which starting threads costs more than they save.
+constexpr double worthwhile_gflop = 2e-3;
+
+/// Threads that a factorization runs on: one, unless the analysis made lists for more.
+int factor_threads(const Control& control, const Structure& st) {
+  const bool alone = st.schedule.scheme == Scheme::sequential || control.gflop < worthwhile_gflop;
+  return alone ? 1 : std::max(1, control.nthreads);
+}
 
 /// Everything that one factorization is given.
 struct FactorCall {
@@ -60,6 +73,27 @@ double log_of_scaling(const FactorFrame<T>& f) {
   return sum;
 }
 
+/// Runs the schedule that the analysis prepared, on the threads that the call asks for.
+template <class Family, class T>
+bool eliminate(const FactorFrame<T>& frame, Team<T>& team, std::vector<double>& logdet) {
+  const Scheme scheme = team.size() > 1 ? frame.st.schedule.scheme : Scheme::sequential;
+  const bool fixed_order = frame.control.opt34 != 0;
+  const SerialBlas serial(team.size() > 1);
+  switch (scheme) {
+    case Scheme::fine_grain:
+      return FineGrain<Family, T>(frame, logdet, fixed_order).run(team);
+    case Scheme::two_level:
+      return TwoLevel<Family, T>(frame, logdet, fixed_order).run(team);
+    case Scheme::sequential:
+      break;
+  }
+  PanelLists lists(frame.st.nsuper);
+  FactorScratch<T>& scratch = team.front();
+  return run_sequential<Family>(frame, scratch, lists, 1, frame.st.nsuper, [&](int s) {
+    logdet[static_cast<std::size_t>(s - 1)] = std::exchange(scratch.stats.logdet, 0);
+  });
+}
+
 template <class Family, class T>
 int factor_with(FactorCall& call) {
   Control& control = call.control;
@@ -71,14 +105,22 @@ int factor_with(FactorCall& call) {
                        .store = factor_store<T>(call.st, call.lu)};
   frame.eps = perturbation(control, call.matrix);
   frame.last_eliminated = call.st.n - control.nschur;
-  int* ints = static_cast<int*>(call.work);
-  FactorScratch<T> scratch(frame, ints);
-  const int status = run_sequential<Family>(frame, scratch, ints + call.st.n);
-  control.perturbed = scratch.stats.perturbed;
-  control.npos = scratch.stats.positive;
-  control.nneg = scratch.stats.negative;
-  control.logdet = scratch.stats.logdet - log_of_scaling(frame);
-  return status;
+  const int threads = factor_threads(control, call.st);
+  Team<T> team;
+  team.reserve(static_cast<std::size_t>(threads));
+  for (int k = 0; k < threads; ++k)
+    team.emplace_back(frame,
+                      static_cast<int*>(call.work) + static_cast<std::ptrdiff_t>(k) * call.st.n);
+  // By panel, and added in their order: the sum is the same on any number of threads.
+  std::vector<double> logdet(static_cast<std::size_t>(call.st.nsuper), 0);
+  const bool finished = eliminate<Family>(frame, team, logdet);
+  for (const FactorScratch<T>& scratch : team) {
+    control.perturbed += scratch.stats.perturbed;
+    control.npos += scratch.stats.positive;
+    control.nneg += scratch.stats.negative;
+  }
+  control.logdet = std::accumulate(logdet.begin(), logdet.end(), 0.0) - log_of_scaling(frame);
+  return finished ? status_ok : status_pivot;
 }
 
 using Kernel = int (*)(FactorCall&);
@@ -138,13 +180,15 @@ std::size_t factor_bytes(const Control& control, const Structure& structure) {
   return factor_store_bytes<double>(structure);
 }
 
-std::size_t factor_work_bytes(const Structure& st) {
-  return (static_cast<std::size_t>(st.n) + 2 * static_cast<std::size_t>(st.nsuper)) * sizeof(int);
+/// One row index a thread.
+std::size_t factor_work_bytes(const Control& control, const Structure& st) {
+  return static_cast<std::size_t>(st.n) * static_cast<std::size_t>(factor_threads(control, st)) *
+         sizeof(int);
 }
 
 std::size_t work_bytes(const Control& control, const Structure& structure, int nrhs) {
-  return std::max(factor_work_bytes(structure),
-                  solve_work_bytes(structure, nrhs, scalar_bytes(control)));
+  return std::max(factor_work_bytes(control, structure),
+                  solve_work_bytes(control, structure, nrhs, scalar_bytes(control)));
 }
 
 int factorize_velmora(Control& control, const Structure& structure, const InputMatrix& matrix,

@@ -45,6 +45,7 @@ class Carver {
 /// The writable arrays of a Structure.
 struct Arrays {
   View<int> perm, invp, xsuper, snode, xlindx, lindx, xlnz, xunz, sparent, nmod, range;
+  View<int> queue, start, up, uplen;
   View<int> lptr, ldst, lsrc, uptr, udst, usrc;
 };
 
@@ -101,6 +102,10 @@ Arrays carve(Carver& carver, const Analysis& analysis, const Control& control, M
   a.sparent = carver.ints(nsuper);
   a.nmod = carver.ints(nsuper);
   a.range = carver.ints(2 * analysis.super_ranges.size());
+  a.queue = carver.ints(analysis.queue.size());
+  a.start = carver.ints(analysis.updates.start.size());
+  a.up = carver.ints(analysis.updates.up.size());
+  a.uplen = carver.ints(analysis.updates.uplen.size());
   a.lptr = carver.ints(n + 1);
   a.ldst = carver.ints(sizes.lower);
   a.lsrc = carver.ints(sizes.lower);
@@ -228,6 +233,9 @@ Structure* build_structure(void* block, const AnalysisRequest& request, const Co
   out->xunz = keep(analysis.xunz, a.xunz);
   out->sparent = keep(analysis.sparent, a.sparent);
   out->nmod = keep(analysis.nmod, a.nmod);
+  out->schedule = {analysis.updates.scheme, keep(analysis.queue, a.queue),
+                   keep(analysis.updates.start, a.start), keep(analysis.updates.up, a.up),
+                   keep(analysis.updates.uplen, a.uplen)};
   int k = 0;
   for (const Range& range : analysis.super_ranges) {
     a.range(++k) = range.first;

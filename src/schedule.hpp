@@ -1,4 +1,4 @@
-/// Schedules of the supernodal factorization: which thread handles which panel when.
+/// Sequential schedule of the supernodal factorization, for all panels or for one domain.
 #pragma once
 
 #include <vector>
@@ -7,31 +7,58 @@
 
 namespace vlm {
 
+/// What one panel's elimination came to.
+enum class Step { finished, kept, failed };
+
+/// A panel of the Schur complement is left as the updates made it, and updates nothing.
+template <class T>
+bool is_eliminated(const FactorFrame<T>& f, const Panel<T>& panel) {
+  return panel.first + panel.width - 1 <= f.last_eliminated;
+}
+
+/// Last steps of a target that all its updates have reached.
+template <class Family, class T>
+Step complete_panel(const FactorFrame<T>& f, const Panel<T>& target, FactorScratch<T>& scratch) {
+  if (!is_eliminated(f, target)) {
+    Family::keep(f, target);
+    return Step::kept;
+  }
+  return Family::finish(f, target, scratch) ? Step::finished : Step::failed;
+}
+
+/// Lists of the left-looking schedule, one place a panel; domains use disjoint parts.
+struct PanelLists {
+  std::vector<int> head, next, consumed;
+  explicit PanelLists(int nsuper)
+      : head(static_cast<std::size_t>(nsuper), 0), next(head), consumed(head) {}
+};
+
 /// Sequential left-looking schedule (Ng and Peyton, "Block sparse Cholesky algorithms on
-/// advanced uniprocessor computers", 1993).
+/// advanced uniprocessor computers", 1993) for panels first to last; what they owe to panels
+/// behind is left to others.
 ///
 /// A finished panel waits in the list of the panel that its next unconsumed row belongs to;
 /// `consumed` says how much of its row list has been used.  Panels are finished in order.
-/// @param links  [2 * nsuper] scratch
-/// @return status_ok or status_pivot
-template <class Family, class T>
-int run_sequential(const FactorFrame<T>& f, FactorScratch<T>& scratch, int* links) {
+/// @param finished  called with the number of each panel that is done
+/// @return false when a panel failed
+template <class Family, class T, class Finished>
+bool run_sequential(const FactorFrame<T>& f, FactorScratch<T>& scratch, PanelLists& lists,
+                    int first, int last, Finished finished) {
   const Structure& st = f.st;
-  const std::size_t nsuper = static_cast<std::size_t>(st.nsuper);
-  const View<int> head(links, nsuper);           // first panel waiting for a target, 0: none
-  const View<int> next(links + nsuper, nsuper);  // next one in the same list
-  std::vector<int> consumed_store(nsuper, 0);
-  const View<int> consumed(consumed_store);
-  std::fill(head.begin(), head.end(), 0);
+  const View<int> head(lists.head);  // first panel waiting for a target, 0: none
+  const View<int> next(lists.next);  // next one in the same list
+  const View<int> consumed(lists.consumed);
   const auto enlist = [&](int s, const Panel<T>& panel, int used) {
     if (used == panel.rows) return;
+    const int target = st.snode(panel.row[used]);
+    if (target > last) return;
     consumed(s) = used;
-    int& list = head(st.snode(panel.row[used]));
+    int& list = head(target);
     next(s) = list;
     list = s;
   };
 
-  for (int j = 1; j <= st.nsuper; ++j) {
+  for (int j = first; j <= last; ++j) {
     const Panel<T> target = panel_of(st, f.store, j);
     Family::load(f, j);
     index_rows(target, scratch.indmap);
@@ -42,14 +69,12 @@ int run_sequential(const FactorFrame<T>& f, FactorScratch<T>& scratch, int* link
       enlist(s, source.panel, source.skip + source.q);
       s = following;
     }
-    if (target.first + target.width - 1 > f.last_eliminated) {
-      Family::keep(f, target);  // a panel of the Schur complement updates nothing
-      continue;
-    }
-    if (!Family::finish(f, target, scratch)) return status_pivot;
-    enlist(j, target, target.width);
+    const Step step = complete_panel<Family>(f, target, scratch);
+    if (step == Step::failed) return false;
+    finished(j);
+    if (step == Step::finished) enlist(j, target, target.width);
   }
-  return status_ok;
+  return true;
 }
 
 }  // namespace vlm

@@ -1,21 +1,24 @@
-/// Triangular solves with a finished factor.
-///
-/// One right-hand side runs through panel kernels bound by the reading of the factor.
-/// Several are taken in blocks and held with the right-hand sides of one unknown next to
-/// each other, so that a panel's scattered rows are whole vectors and the dense work is the
-/// update and right-solve kernels of the factorization.
+/// Triangular solves with a finished factor: gathering, sweeps on one or several threads,
+/// scattering.  The table at the end has one line for each historical name.
+#include <omp.h>
+
 #include <algorithm>
 #include <complex>
-#include <vector>
+#include <cstddef>
 
-#include "family.hpp"
+#include "solve_panels.hpp"
 #include "stages.hpp"
+#include "thread_guard.hpp"
 
 namespace vlm {
 
 namespace {
 
-inline constexpr int block_rhs = 32;  ///< right-hand sides taken at once
+constexpr int block_rhs = 32;  ///< most right-hand sides taken at once
+/// Entries of the factor, times right-hand sides, below which one thread does it all.
+constexpr double worthwhile_entries = 3e5;
+/// Right-hand sides for which a thread of its own reads the whole factor.
+constexpr int worthwhile_rhs = 8;
 
 /// Everything that one solve is given.
 struct SolveCall {
@@ -55,20 +58,6 @@ Sweep plan_sweep(const Control& control, const Structure& st) {
   return sweep;
 }
 
-/// Vectors of one block of right-hand sides: y(i, k) is right-hand side k of position i, with
-/// the block's values adjacent.
-template <class T>
-struct SolveFrame {
-  const Control& control;
-  const Structure& st;
-  FactorStore<T> store;
-  const Kernels<T>& kernel = kernels<T>();
-  Sweep sweep;
-  T* y = nullptr;     ///< [n * nb]
-  T* temp = nullptr;  ///< [max_rows * nb]
-  int nb = 1;
-};
-
 /// Value as the caller's doubles hold it.
 template <class T>
 void put_value(double* x, std::ptrdiff_t k, T v) {
@@ -105,33 +94,59 @@ Side column_side(const SolveCall& call) {
   return side;
 }
 
+/// What the threads of one block of right-hand sides share.
+template <class T>
+struct SolveBlock {
+  SolveFrame<T> frame;
+  Sweep sweep;
+  std::ptrdiff_t temp_length = 0;  ///< values of one thread's scratch, which lie behind each other
+  int threads = 1;                 ///< more than one: domains side by side
+  T* tails = nullptr;  ///< [domains * tail_length()] what domains subtract from the rest
+
+  int domains() const { return frame.st.nparts; }
+  int tail_first() const { return frame.st.xsuper(frame.st.range(2 * domains() + 1)); }
+  std::ptrdiff_t tail_length() const {
+    return static_cast<std::ptrdiff_t>(frame.st.n - tail_first() + 1) * frame.nb;
+  }
+  /// The frame of a thread that runs beside others.
+  SolveFrame<T> of_thread(int thread) const {
+    SolveFrame<T> f = frame;
+    f.temp += thread * temp_length;
+    return f;
+  }
+};
+
 /// y := scaled right-hand sides in elimination order; a backward step alone takes them as they
 /// stand.
 template <class T>
-void psol_fwgath_velmora(const SolveFrame<T>& f, const SolveCall& call, int k0) {
+void psol_fwgath_velmora(const SolveBlock<T>& block, const SolveCall& call, int k0) {
+  const SolveFrame<T>& f = block.frame;
   const Structure& st = f.st;
   const Side side = call.control.transpose ? column_side(call) : row_side(call);
   using Wide = std::conditional_t<is_complex_v<T>, zcomplex, double>;
   const bool plain = f.control.ext_res > 1;
+#pragma omp parallel for num_threads(block.threads) if (block.threads > 1)
   for (int i = 1; i <= st.n; ++i) {
     T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
     const int node = plain ? i : side.node(st.perm(i));
     const double s = plain ? 1.0 : side.factor(node);
     for (int k = 0; k < f.nb; ++k) {
       const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1;
-      yi[k] = i < f.sweep.gather_from ? T(0) : static_cast<T>(value_at<Wide>(call.b, at) * s);
+      yi[k] = i < block.sweep.gather_from ? T(0) : static_cast<T>(value_at<Wide>(call.b, at) * s);
     }
   }
 }
 
 /// Solutions back to the caller's order; a forward step alone gives them as they stand.
 template <class T>
-void psol_bwscat_velmora(const SolveFrame<T>& f, const SolveCall& call, int k0) {
+void psol_bwscat_velmora(const SolveBlock<T>& block, const SolveCall& call, int k0) {
+  const SolveFrame<T>& f = block.frame;
   const Structure& st = f.st;
   const Side side = call.control.transpose ? row_side(call) : column_side(call);
   using Wide = std::conditional_t<is_complex_v<T>, zcomplex, double>;
   const bool plain = f.control.ext_res == 1;
-  for (int i = f.sweep.scatter_from; i <= st.n; ++i) {
+#pragma omp parallel for num_threads(block.threads) if (block.threads > 1)
+  for (int i = block.sweep.scatter_from; i <= st.n; ++i) {
     const T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
     const int node = plain ? i : side.node(st.perm(i));
     const double s = plain ? 1.0 : side.factor(node);
@@ -141,235 +156,147 @@ void psol_bwscat_velmora(const SolveFrame<T>& f, const SolveCall& call, int k0) 
   }
 }
 
-/// Applies the interchanges of a panel's diagonal block to its part of y.
-template <class T>
-void interchange_block(const int* pivot, int width, T* y, int nb, bool undo) {
-  const auto swap = [&](int k) {
-    const int place = std::abs(pivot[k]) - 1;
-    // Of a 2x2 block the second row was exchanged; its first entry repeats the record.
-    if (place != k)
-      std::swap_ranges(y + static_cast<std::ptrdiff_t>(k) * nb,
-                       y + static_cast<std::ptrdiff_t>(k + 1) * nb,
-                       y + static_cast<std::ptrdiff_t>(place) * nb);
-  };
-  if (!undo) {
-    for (int k = 0; k < width; ++k) {
-      if (pivot[k] < 0) ++k;
-      swap(k);
-    }
-  } else {
-    for (int k = width - 1; k >= 0; --k) {
-      swap(k);
-      if (pivot[k] < 0) --k;
-    }
-  }
-}
-
-/// One triangle of a panel, seen as the lower one: L itself, or U through its transpose.
-template <class T>
-struct Triangle {
-  const T* block;  ///< diagonal block, element (j,k) at j*row + k*col
-  int row, col;
-  bool unit;
-  bool conjugate;  ///< the backward sweep of Hermitian factors
-  const T* below;  ///< rows below the block, column-major
-  int ld_below;
-  const int* pivot;  ///< interchanges that belong to this side; null: none
-};
-
-/// Whether the rows below the block continue its columns, so that one kernel takes both.
-template <class T>
-bool is_trapezoid(const Panel<T>& p, const Triangle<T>& t) {
-  return t.row == 1 && t.below == t.block + p.width;
-}
-
-/// Forward step of one right-hand side, y being the panel's own part.
-template <class T>
-void forward_vector(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t, T* y) {
-  const int* row = p.row + p.width;
-  TriangleSolve<T> solve{p.width, p.width, t.block, t.row, t.col, t.unit, t.conjugate, y};
-  if (p.below() == 0) {
-    f.kernel.solve_lower(solve);
-  } else if (is_trapezoid(p, t)) {
-    solve.rows = p.rows;
-    solve.x = f.temp;
-    std::copy_n(y, p.width, f.temp);
-    std::fill_n(f.temp + p.width, p.below(), T(0));
-    f.kernel.solve_lower(solve);
-    std::copy_n(f.temp, p.width, y);
-    for (int i = 0; i < p.below(); ++i) f.y[row[i] - 1] += f.temp[p.width + i];
-  } else {
-    f.kernel.solve_lower(solve);
-    f.kernel.multiply(p.below(), p.width, t.below, t.ld_below, y, f.temp);
-    for (int i = 0; i < p.below(); ++i) f.y[row[i] - 1] -= f.temp[i];
-  }
-}
-
-/// Backward step of one right-hand side.
-template <class T>
-void backward_vector(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t, T* y) {
-  const int* row = p.row + p.width;
-  TriangleSolve<T> solve{p.width, p.width, t.block, t.row, t.col, t.unit, t.conjugate, y};
-  if (p.below() > 0 && is_trapezoid(p, t)) {
-    solve.rows = p.rows;
-    solve.x = f.temp;
-    std::copy_n(y, p.width, f.temp);
-    for (int i = 0; i < p.below(); ++i) f.temp[p.width + i] = f.y[row[i] - 1];
-    f.kernel.solve_lower_transposed(solve);
-    std::copy_n(f.temp, p.width, y);
-    return;
-  }
-  for (int i = 0; i < p.below(); ++i) f.temp[i] = f.y[row[i] - 1];
-  f.kernel.multiply_transposed(p.below(), p.width, t.below, t.ld_below, t.conjugate, f.temp, y);
-  f.kernel.solve_lower_transposed(solve);
-}
-
-/// The diagonal block against a block of right-hand sides, which are held transposed.
-template <class T>
-void solve_block(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t,
-                 typename RightSolve<T>::Op op, T* y) {
-  f.kernel.solve_right({.m = f.nb,
-                        .n = p.width,
-                        .l = t.block,
-                        .l_row = t.row,
-                        .l_col = t.col,
-                        .unit = t.unit,
-                        .conjugate = t.conjugate,
-                        .op = op,
-                        .x = y,
-                        .ldx = f.nb});
-}
-
-/// y := (triangle)^-1 y for a panel's columns, and the rows below brought up to date.
-template <class T>
-void forward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t) {
-  T* y = f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb;
-  if (t.pivot) interchange_block(t.pivot, p.width, y, f.nb, false);
-  const int* row = p.row + p.width;
-  if (f.nb == 1) {
-    forward_vector(f, p, t, y);
-    return;
-  }
-  // Held transposed: L y = b reads Y L^T = B.
-  solve_block(f, p, t, RightSolve<T>::Op::transposed, y);
-  if (p.below() == 0) return;
-  PanelUpdate<T> u{.m = f.nb,
-                   .q = p.below(),
-                   .k = p.width,
-                   .a = y,
-                   .lda = f.nb,
-                   .b = t.below,
-                   .b_row = 1,
-                   .b_col = t.ld_below,
-                   .c = f.y - f.nb,
-                   .ldc = f.nb,
-                   .col = row,
-                   .conjugate = t.conjugate};
-  f.kernel.update(u);
-}
-
-/// y := (triangle)^-T y for a panel's columns, from the finished rows below.
-template <class T>
-void backward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t) {
-  T* y = f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb;
-  const int* row = p.row + p.width;
-  if (f.nb == 1) {
-    backward_vector(f, p, t, y);
-  } else {
-    for (int i = 0; i < p.below(); ++i)
-      std::copy_n(f.y + static_cast<std::ptrdiff_t>(row[i] - 1) * f.nb, f.nb,
-                  f.temp + static_cast<std::ptrdiff_t>(i) * f.nb);
-    if (p.below() > 0) {
-      PanelUpdate<T> u{.m = f.nb,
-                       .q = p.width,
-                       .k = p.below(),
-                       .a = f.temp,
-                       .lda = f.nb,
-                       .b = t.below,
-                       .b_row = t.ld_below,
-                       .b_col = 1,
-                       .c = y,
-                       .ldc = f.nb,
-                       .conjugate = t.conjugate};
-      f.kernel.update(u);
-    }
-    solve_block(f, p, t, RightSolve<T>::Op::plain, y);
-  }
-  if (t.pivot) interchange_block(t.pivot, p.width, y, f.nb, true);
-}
-
-/// Symmetric factors: what the three steps do with one panel.
-template <class T, bool hermitian, bool unit>
-struct SymmetricSolve {
-  static Triangle<T> triangle(const Panel<T>& p, bool backward) {
-    return {p.l, 1, p.rows, unit, hermitian && backward, p.l21(), p.rows, unit ? p.pivot : nullptr};
-  }
-  static void forward(const SolveFrame<T>& f, const Panel<T>& p) {
-    forward_panel(f, p, triangle(p, false));
-    // The block is held transposed: y^T D^-T.
-    if (unit)
-      divide_by_d<T, hermitian, true>(p, f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb,
-                                      f.nb, f.nb);
-  }
-  static void backward(const SolveFrame<T>& f, const Panel<T>& p) {
-    backward_panel(f, p, triangle(p, true));
-  }
-};
-
-/// LU factors: L forward and U backward, or with the transposed matrix U^T and L^T.
-template <class T>
-struct LuSolve {
-  static Triangle<T> lower(const Panel<T>& p) {
-    return {p.l, 1, p.rows, true, false, p.l21(), p.rows, p.pivot};
-  }
-  static Triangle<T> upper(const Panel<T>& p) {
-    return {p.l, p.rows, 1, false, false, p.u, p.below(), p.column_pivot};
-  }
-  static void forward(const SolveFrame<T>& f, const Panel<T>& p) {
-    forward_panel(f, p, f.control.transpose ? upper(p) : lower(p));
-  }
-  static void backward(const SolveFrame<T>& f, const Panel<T>& p) {
-    backward_panel(f, p, f.control.transpose ? lower(p) : upper(p));
-  }
-};
-
-/// Forward, diagonal and backward sweep of one block of right-hand sides.
+/// Forward and diagonal steps of panels first to last.
 template <class Family, class T>
-void run_sweeps(const SolveFrame<T>& f) {
-  const Structure& st = f.st;
-  const auto panel = [&](int s) { return panel_of(st, f.store, s); };
-  if (f.sweep.forward) {
-    for (int s = 1; s <= f.sweep.last_panel; ++s) {
-      if (st.xsuper(s + 1) - 1 < f.sweep.forward_from) continue;
-      Family::forward(f, panel(s));
-    }
-    if (f.control.nschur > 0) {
-      const std::ptrdiff_t start = st.n - f.control.nschur;
-      std::fill(f.y + start * f.nb, f.y + static_cast<std::ptrdiff_t>(st.n) * f.nb, T(0));
-    }
+void sweep_forward(const SolveFrame<T>& f, const Sweep& sweep, int first, int last) {
+  for (int s = first; s <= std::min(last, sweep.last_panel); ++s)
+    if (f.st.xsuper(s + 1) - 1 >= sweep.forward_from)
+      Family::forward(f, panel_of(f.st, f.store, s));
+}
+
+/// Backward steps of panels last to first.
+template <class Family, class T>
+void sweep_backward(const SolveFrame<T>& f, const Sweep& sweep, int first, int last) {
+  for (int s = std::min(last, sweep.last_panel); s >= first; --s) {
+    if (f.st.xsuper(s + 1) <= sweep.backward_to) break;
+    Family::backward(f, panel_of(f.st, f.store, s));
   }
-  if (!f.sweep.backward) return;
-  for (int s = f.sweep.last_panel; s >= 1; --s) {
-    if (st.xsuper(s + 1) <= f.sweep.backward_to) break;
-    Family::backward(f, panel(s));
+}
+
+/// What is left of a right-hand side in the Schur complement's rows is nobody's.
+template <class T>
+void clear_schur_rows(const SolveFrame<T>& f) {
+  const std::ptrdiff_t start = f.st.n - f.control.nschur;
+  std::fill(f.y + start * f.nb, f.y + static_cast<std::ptrdiff_t>(f.st.n) * f.nb, T(0));
+}
+
+/// Forward sweep with the domains side by side.  Each subtracts from the separators' rows in an
+/// array of its own; these are added in the order of the domains, whoever was first.
+template <class Family, class T>
+void forward_by_domains(const SolveBlock<T>& block) {
+  const SolveFrame<T>& frame = block.frame;
+  const int domains = block.domains();
+  const std::ptrdiff_t length = block.tail_length();
+  const std::ptrdiff_t before = static_cast<std::ptrdiff_t>(block.tail_first() - 1) * frame.nb;
+#pragma omp parallel for schedule(dynamic, 1) num_threads(block.threads)
+  for (int d = 1; d <= domains; ++d) {
+    SolveFrame<T> f = block.of_thread(omp_get_thread_num());
+    T* tail = block.tails + (d - 1) * length;
+    std::fill_n(tail, length, T(0));
+    f.tail_first = block.tail_first();
+    f.tail = tail - before;
+    sweep_forward<Family>(f, block.sweep, f.st.range(2 * d - 1), f.st.range(2 * d));
   }
+  for (int d = 0; d < domains; ++d)
+    for (std::ptrdiff_t i = 0; i < length; ++i) frame.y[before + i] += block.tails[d * length + i];
+}
+
+/// The sweeps of one block of right-hand sides.
+template <class Family, class T>
+void run_sweeps(const SolveBlock<T>& block) {
+  const SolveFrame<T>& f = block.frame;
+  const Sweep& sweep = block.sweep;
+  const bool divided = block.threads > 1;
+  const int first = divided ? f.st.range(2 * block.domains() + 1) : 1;
+  if (sweep.forward) {
+    if (divided) forward_by_domains<Family>(block);
+    sweep_forward<Family>(f, sweep, first, f.st.nsuper);
+    if (f.control.nschur > 0) clear_schur_rows(f);
+  }
+  if (!sweep.backward) return;
+  sweep_backward<Family>(f, sweep, first, f.st.nsuper);
+  if (!divided) return;
+#pragma omp parallel for schedule(dynamic, 1) num_threads(block.threads)
+  for (int d = 1; d <= block.domains(); ++d)
+    sweep_backward<Family>(block.of_thread(omp_get_thread_num()), sweep, f.st.range(2 * d - 1),
+                           f.st.range(2 * d));
+}
+
+/// How the threads of a solve divide the work.
+struct Division {
+  int block = 1;    ///< right-hand sides taken at once
+  int blocks = 1;   ///< threads with a block of their own
+  int domains = 1;  ///< threads within a block
+};
+
+/// Enough right-hand sides give each thread its own; else the threads share the factor's
+/// domains, where the analysis made some.
+Division divide(const Control& control, const Structure& st, int nrhs) {
+  const double work = static_cast<double>(control.nnz_l + control.nnz_u) * nrhs;
+  const int threads = work < worthwhile_entries ? 1 : std::max(1, control.nthreads);
+  const bool domains = threads > 1 && st.schedule.scheme == Scheme::two_level &&
+                       control.solve_ctl != 0 && control.partial == 0;
+  const int share = (nrhs + threads - 1) / threads;
+  Division out;
+  if (threads > 1 && (share >= worthwhile_rhs || (!domains && nrhs > 1))) {
+    out.block = std::min(block_rhs, share);
+    out.blocks = std::min(threads, (nrhs + out.block - 1) / out.block);
+  } else {
+    out.block = std::clamp(nrhs, 1, block_rhs);
+    if (domains) out.domains = threads;
+  }
+  return out;
+}
+
+/// Values of work that one block needs.
+std::size_t block_values(const Structure& st, const Division& division) {
+  std::size_t rows =
+      static_cast<std::size_t>(st.n) +
+      static_cast<std::size_t>(st.max_rows) * static_cast<std::size_t>(division.domains);
+  if (division.domains > 1) {
+    const int tail = st.n - st.xsuper(st.range(2 * st.nparts + 1)) + 1;
+    rows += static_cast<std::size_t>(tail) * static_cast<std::size_t>(st.nparts);
+  }
+  return rows * static_cast<std::size_t>(division.block);
+}
+
+/// Solves for right-hand sides k0 to k0 + nb - 1.
+template <class Family, class T>
+void solve_block(const SolveCall& call, int k0, int nb, int threads, T* work) {
+  const Structure& st = call.st;
+  SolveBlock<T> block{.frame = {.control = call.control,
+                                .st = st,
+                                .store = factor_store<T>(st, const_cast<void*>(call.lu)),
+                                .y = work,
+                                .temp = work + static_cast<std::ptrdiff_t>(st.n) * nb,
+                                .nb = nb,
+                                .tail_first = st.n + 1},
+                      .sweep = plan_sweep(call.control, st),
+                      .temp_length = static_cast<std::ptrdiff_t>(st.max_rows) * nb,
+                      .threads = threads};
+  block.tails = block.frame.temp + block.temp_length * threads;
+  psol_fwgath_velmora(block, call, k0);
+  run_sweeps<Family>(block);
+  psol_bwscat_velmora(block, call, k0);
 }
 
 template <class Family, class T>
 int solve_with(const SolveCall& call) {
-  const Structure& st = call.st;
-  SolveFrame<T> f{.control = call.control,
-                  .st = st,
-                  .store = factor_store<T>(st, const_cast<void*>(call.lu)),
-                  .sweep = plan_sweep(call.control, st)};
-  f.y = static_cast<T*>(call.work);
-  for (int k0 = 0; k0 < call.nrhs; k0 += block_rhs) {
-    f.nb = std::min(block_rhs, call.nrhs - k0);
-    f.temp = f.y + static_cast<std::ptrdiff_t>(st.n) * f.nb;
-    psol_fwgath_velmora(f, call, k0);
-    run_sweeps<Family>(f);
-    psol_bwscat_velmora(f, call, k0);
+  const Division division = divide(call.control, call.st, call.nrhs);
+  const SerialBlas serial(division.blocks > 1 || division.domains > 1);
+  T* work = static_cast<T*>(call.work);
+  const auto solve_from = [&](int k0, T* own) {
+    const int nb = std::min(division.block, call.nrhs - k0);
+    solve_block<Family>(call, k0, nb, division.domains, own);
+  };
+  if (division.blocks == 1) {  // no region around those of the domains: nested ones start slowly
+    for (int k0 = 0; k0 < call.nrhs; k0 += division.block) solve_from(k0, work);
+    return status_ok;
   }
+  const std::size_t stride = block_values(call.st, division);
+#pragma omp parallel for schedule(dynamic, 1) num_threads(division.blocks)
+  for (int k0 = 0; k0 < call.nrhs; k0 += division.block)
+    solve_from(k0, work + static_cast<std::size_t>(omp_get_thread_num()) * stride);
   return status_ok;
 }
 
@@ -413,10 +340,10 @@ Kernel choose_kernel(int mtype, bool single) {
 
 }  // namespace
 
-std::size_t solve_work_bytes(const Structure& st, int nrhs, std::size_t scalar_bytes) {
-  const std::size_t nb = static_cast<std::size_t>(std::clamp(nrhs, 1, block_rhs));
-  return (static_cast<std::size_t>(st.n) + static_cast<std::size_t>(st.max_rows)) * nb *
-         scalar_bytes;
+std::size_t solve_work_bytes(const Control& control, const Structure& st, int nrhs,
+                             std::size_t scalar_bytes) {
+  const Division division = divide(control, st, nrhs);
+  return block_values(st, division) * static_cast<std::size_t>(division.blocks) * scalar_bytes;
 }
 
 int solve_velmora(const Control& control, const Structure& structure, const MatchingStore& matching,

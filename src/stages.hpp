@@ -26,6 +26,10 @@ int sfinit_velmora(Control& control, Analysis& analysis);
 /// Supernodal tree, row lists, column pointers, update counts, operation count.
 int reorder2_velmora(Control& control, Analysis& analysis);
 
+/// Task schedule for several threads: queue and update lists.  The sequential schedule needs
+/// none.
+int reorder3_velmora(const Control& control, Analysis& analysis);
+
 // --- numeric work -------------------------------------------------------------------------
 
 /// True when kernels exist for the matrix type; others fail with status_unsupported.
@@ -35,7 +39,8 @@ bool kernels_exist(int mtype);
 std::size_t factor_bytes(const Control& control, const Structure& structure);
 
 /// Bytes of work that the solve of nrhs right-hand sides needs, for scalars of that size.
-std::size_t solve_work_bytes(const Structure& structure, int nrhs, std::size_t scalar_bytes);
+std::size_t solve_work_bytes(const Control& control, const Structure& structure, int nrhs,
+                             std::size_t scalar_bytes);
 
 /// Bytes of WORK_R0 that a factorization, and a solve with nrhs right-hand sides, need.
 std::size_t work_bytes(const Control& control, const Structure& structure, int nrhs);

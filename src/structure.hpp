@@ -23,6 +23,14 @@ struct InputMap {
   View<const int> src;  ///< [entries] position in a
 };
 
+/// The schedule for several threads, see UpdateLists and sched_velmora().
+struct Schedule {
+  Scheme scheme = Scheme::sequential;
+  View<const int> queue;      ///< [nsuper]
+  View<const int> start;      ///< as in UpdateLists
+  View<const int> up, uplen;  ///< [updates]
+};
+
 struct Structure {
   int n = 0;
   int nsuper = 0;
@@ -44,6 +52,7 @@ struct Structure {
   View<const int> sparent;        ///< [nsuper]
   View<const int> nmod;           ///< [nsuper]
   View<const int> range;          ///< [2*(nparts+1)] first and last supernode; tail pair last
+  Schedule schedule;
   InputMap lmap, umap;            ///< umap is empty for symmetric storage
 };
 

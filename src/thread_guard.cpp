@@ -26,12 +26,13 @@ void set_blas_threads(int threads) {
   if (blas_has_thread_count() && blas_threads() != threads) openblas_set_num_threads(threads);
 }
 
+bool blas_runs_on_openmp() {
+  return openblas_get_parallel != nullptr && openblas_get_parallel() == blas_on_openmp;
+}
+
 /// An OpenMP build of OpenBLAS never uses more threads than OpenMP offers, so that one thread
 /// needs no change of its count; changing it there reallocates buffers.
-bool blas_follows(int threads) {
-  return threads == 1 && openblas_get_parallel != nullptr &&
-         openblas_get_parallel() == blas_on_openmp;
-}
+bool blas_follows(int threads) { return threads == 1 && blas_runs_on_openmp(); }
 
 }  // namespace
 
@@ -57,6 +58,15 @@ ThreadGuard::~ThreadGuard() {
   set_blas_threads(blas_threads_);
   if (omp_get_max_threads() != omp_threads_) omp_set_num_threads(omp_threads_);
   if (omp_dynamic_ != 0) omp_set_dynamic(omp_dynamic_);
+}
+
+SerialBlas::SerialBlas(bool wanted)
+    : before_(wanted && !blas_runs_on_openmp() ? blas_threads() : 0) {
+  if (before_ > 1) openblas_set_num_threads(1);
+}
+
+SerialBlas::~SerialBlas() {
+  if (before_ > 1) openblas_set_num_threads(before_);
 }
 
 }  // namespace vlm

@@ -27,4 +27,17 @@ class ThreadGuard {
   int blas_threads_;
 };
 
+/// Keeps the BLAS to one thread while OpenMP threads call it side by side.  One that runs on
+/// OpenMP does so by itself.
+class SerialBlas {
+ public:
+  explicit SerialBlas(bool wanted);
+  ~SerialBlas();
+  SerialBlas(const SerialBlas&) = delete;
+  SerialBlas& operator=(const SerialBlas&) = delete;
+
+ private:
+  int before_;  ///< 0: nothing to restore
+};
+
 }  // namespace vlm

@@ -1,0 +1,131 @@
+/// Task schedule of the factorization on several threads, see sched.hpp.
+#include "sched.hpp"
+
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+
+#include "stages.hpp"
+
+namespace vlm {
+namespace {
+
+/// Calls visit(target, rows) for every panel that panel s updates, in ascending order; rows
+/// counts from the target's first row in the list of s to its end.
+template <class Visit>
+void for_each_target(const Analysis& analysis, int s, Visit visit) {
+  const View<const int> xsuper(analysis.xsuper), snode(analysis.snode);
+  const View<const int> xlindx(analysis.xlindx), lindx(analysis.lindx);
+  const int end = xlindx(s + 1);
+  for (int p = xlindx(s) + xsuper(s + 1) - xsuper(s); p < end;) {
+    const int target = snode(lindx(p)), after = xsuper(target + 1);
+    visit(target, end - p);
+    while (p < end && lindx(p) < after) ++p;
+  }
+}
+
+/// Counts to starts, the sum of all before each, from 1.
+bool starts_from_counts(std::vector<int>& counts) {
+  std::int64_t start = 1;
+  for (int& count : counts) {
+    const int here = count;
+    count = static_cast<int>(start);
+    start += here;
+    if (start > INT_MAX) return false;
+  }
+  return true;
+}
+
+int fine_grain_lists(Analysis& analysis) {
+  UpdateLists& lists = analysis.updates;
+  const int nsuper = analysis.nsuper;
+  lists.scheme = Scheme::fine_grain;
+  lists.start.assign(static_cast<std::size_t>(nsuper) + 1, 0);
+  for (int s = 1; s <= nsuper; ++s)
+    for_each_target(analysis, s, [&](int, int) { ++lists.start[s - 1]; });
+  if (!starts_from_counts(lists.start)) return status_overflow;
+  const std::size_t total = static_cast<std::size_t>(lists.start.back() - 1);
+  lists.up.resize(total);
+  lists.uplen.resize(total);
+  std::size_t k = 0;
+  for (int s = 1; s <= nsuper; ++s)
+    for_each_target(analysis, s, [&](int target, int rows) {
+      lists.up[k] = analysis.xsuper[target - 1];
+      lists.uplen[k++] = rows;
+    });
+  return status_ok;
+}
+
+/// Whether the panels of each domain update only that domain and the separators.
+bool domains_are_independent(const Analysis& analysis) {
+  const int separator = analysis.super_ranges.back().first;
+  bool independent = true;
+  for (std::size_t d = 0; d + 1 < analysis.super_ranges.size(); ++d) {
+    const Range& domain = analysis.super_ranges[d];
+    for (int s = domain.first; s <= domain.last; ++s)
+      for_each_target(analysis, s, [&](int target, int) {
+        if (target > domain.last && target < separator) independent = false;
+      });
+  }
+  return independent;
+}
+
+int two_level_lists(Analysis& analysis) {
+  UpdateLists& lists = analysis.updates;
+  const std::vector<Range>& ranges = analysis.super_ranges;
+  const int separator = ranges.back().first, columns = static_cast<int>(ranges.size());
+  const std::size_t targets = static_cast<std::size_t>(analysis.nsuper) - separator + 1;
+  lists.scheme = Scheme::two_level;
+  lists.start.assign(targets * columns + 1, 0);
+  const auto for_each_hit = [&](auto visit) {
+    for (int d = 0; d < columns; ++d)
+      for (int s = ranges[d].first; s <= ranges[d].last; ++s)
+        for_each_target(analysis, s, [&](int target, int rows) {
+          if (target >= separator)
+            visit(static_cast<std::size_t>(target - separator) * columns + d, s, rows);
+        });
+  };
+  for_each_hit([&](std::size_t place, int, int) { ++lists.start[place]; });
+  if (!starts_from_counts(lists.start)) return status_overflow;
+  const std::size_t total = static_cast<std::size_t>(lists.start.back() - 1);
+  lists.up.resize(total);
+  lists.uplen.resize(total);
+  std::vector<int> next(lists.start);
+  for_each_hit([&](std::size_t place, int s, int rows) {
+    const std::size_t k = static_cast<std::size_t>(next[place]++ - 1);
+    lists.up[k] = s;
+    lists.uplen[k] = rows;
+  });
+  return status_ok;
+}
+
+}  // namespace
+
+void sched_velmora(View<const int> sparent, View<int> queue) {
+  const int nsuper = static_cast<int>(sparent.size());
+  std::vector<int> pending(sparent.size(), 0);
+  const View<int> nchild(pending);
+  int tail = 0;
+  for (int s = 1; s <= nsuper; ++s) {
+    if (sparent(s) != 0) ++nchild(sparent(s));
+    if (nchild(s) == 0) queue(++tail) = -s;
+  }
+  for (int head = 1; head <= tail; ++head) {
+    const int parent = sparent(std::abs(queue(head)));
+    if (parent != 0 && --nchild(parent) == 0) queue(++tail) = parent;
+  }
+}
+
+int blkpre_velmora(const Control& control, Analysis& analysis) {
+  const bool divided = analysis.super_ranges.size() > 2 && control.fact_ctl != 0;
+  if (divided && domains_are_independent(analysis)) return two_level_lists(analysis);
+  return fine_grain_lists(analysis);
+}
+
+int reorder3_velmora(const Control& control, Analysis& analysis) {
+  analysis.queue.resize(static_cast<std::size_t>(analysis.nsuper));
+  sched_velmora(View<const int>(analysis.sparent), View<int>(analysis.queue));
+  return blkpre_velmora(control, analysis);
+}
+
+}  // namespace vlm

@@ -1,0 +1,27 @@
+/// Task schedule of the factorization on several threads: order of the panels, and the lists by
+/// which finished panels reach the panels that they update.
+#pragma once
+
+#include <vector>
+
+#include "analysis.hpp"
+#include "control.hpp"
+
+namespace vlm {
+
+/// Panels in an order that never puts one before its children: the leaves of the panel tree in
+/// ascending order, negative, then every other panel behind its last child.
+/// @param sparent  [nsuper] parent of a panel, 0 for a root, in
+/// @param queue    [nsuper] out
+void sched_velmora(View<const int> sparent, View<int> queue);
+
+/// Writes the update lists of the schedule that control.fact_ctl and the ranges call for.
+///
+/// Fine-grain lists go by source: for each panel that s updates, in ascending order, its first
+/// column and the number of rows of s from there on.  Two-level lists go by target, a separator
+/// panel, and there by domain, the separators themselves being the last one: source panel and
+/// its number of rows from the target's on.
+/// @return status_ok, or status_overflow when a list does not fit 32-bit positions
+int blkpre_velmora(const Control& control, Analysis& analysis);
+
+}  // namespace vlm

@@ -1,0 +1,240 @@
+/// Steps of the triangular solves with one panel, for one or a block of right-hand sides.
+///
+/// One right-hand side runs through panel kernels bound by the reading of the factor.
+/// Several are taken in blocks and held with the right-hand sides of one unknown next to
+/// each other, so that a panel's scattered rows are whole vectors and the dense work is the
+/// update and right-solve kernels of the factorization.
+#pragma once
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "family.hpp"
+
+namespace vlm {
+
+/// Vectors of one block of right-hand sides: y(i, k) is right-hand side k of position i, with
+/// the block's values adjacent.
+template <class T>
+struct SolveFrame {
+  const Control& control;
+  const Structure& st;
+  FactorStore<T> store;
+  const Kernels<T>& kernel = kernels<T>();
+  T* y = nullptr;     ///< [n * nb]
+  T* temp = nullptr;  ///< [max_rows * nb] scratch of one thread
+  int nb = 1;
+  int tail_first = 0;  ///< updates of rows from here on go to `tail`
+  T* tail = nullptr;   ///< as y, valid from tail_first on
+
+  /// Rows of an ascending list that lie before the tail.
+  int rows_in_front(const int* row, int count) const {
+    if (count == 0 || row[count - 1] < tail_first) return count;
+    return static_cast<int>(std::lower_bound(row, row + count, tail_first) - row);
+  }
+};
+
+/// Applies the interchanges of a panel's diagonal block to its part of y.
+template <class T>
+void interchange_block(const int* pivot, int width, T* y, int nb, bool undo) {
+  const auto swap = [&](int k) {
+    const int place = std::abs(pivot[k]) - 1;
+    // Of a 2x2 block the second row was exchanged; its first entry repeats the record.
+    if (place != k)
+      std::swap_ranges(y + static_cast<std::ptrdiff_t>(k) * nb,
+                       y + static_cast<std::ptrdiff_t>(k + 1) * nb,
+                       y + static_cast<std::ptrdiff_t>(place) * nb);
+  };
+  if (!undo) {
+    for (int k = 0; k < width; ++k) {
+      if (pivot[k] < 0) ++k;
+      swap(k);
+    }
+  } else {
+    for (int k = width - 1; k >= 0; --k) {
+      swap(k);
+      if (pivot[k] < 0) --k;
+    }
+  }
+}
+
+/// One triangle of a panel, seen as the lower one: L itself, or U through its transpose.
+template <class T>
+struct Triangle {
+  const T* block;  ///< diagonal block, element (j,k) at j*row + k*col
+  int row, col;
+  bool unit;
+  bool conjugate;  ///< the backward sweep of Hermitian factors
+  const T* below;  ///< rows below the block, column-major
+  int ld_below;
+  const int* pivot;  ///< interchanges that belong to this side; null: none
+};
+
+/// Whether the rows below the block continue its columns, so that one kernel takes both.
+template <class T>
+bool is_trapezoid(const Panel<T>& p, const Triangle<T>& t) {
+  return t.row == 1 && t.below == t.block + p.width;
+}
+
+/// Forward step of one right-hand side, y being the panel's own part.
+template <class T>
+void forward_vector(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t, T* y) {
+  const int* row = p.row + p.width;
+  TriangleSolve<T> solve{p.width, p.width, t.block, t.row, t.col, t.unit, t.conjugate, y};
+  if (p.below() == 0) {
+    f.kernel.solve_lower(solve);
+  } else if (is_trapezoid(p, t)) {
+    solve.rows = p.rows;
+    solve.x = f.temp;
+    std::copy_n(y, p.width, f.temp);
+    std::fill_n(f.temp + p.width, p.below(), T(0));
+    f.kernel.solve_lower(solve);
+    std::copy_n(f.temp, p.width, y);
+    const int front = f.rows_in_front(row, p.below());
+    for (int i = 0; i < front; ++i) f.y[row[i] - 1] += f.temp[p.width + i];
+    for (int i = front; i < p.below(); ++i) f.tail[row[i] - 1] += f.temp[p.width + i];
+  } else {
+    f.kernel.solve_lower(solve);
+    f.kernel.multiply(p.below(), p.width, t.below, t.ld_below, y, f.temp);
+    const int front = f.rows_in_front(row, p.below());
+    for (int i = 0; i < front; ++i) f.y[row[i] - 1] -= f.temp[i];
+    for (int i = front; i < p.below(); ++i) f.tail[row[i] - 1] -= f.temp[i];
+  }
+}
+
+/// Backward step of one right-hand side.
+template <class T>
+void backward_vector(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t, T* y) {
+  const int* row = p.row + p.width;
+  TriangleSolve<T> solve{p.width, p.width, t.block, t.row, t.col, t.unit, t.conjugate, y};
+  if (p.below() > 0 && is_trapezoid(p, t)) {
+    solve.rows = p.rows;
+    solve.x = f.temp;
+    std::copy_n(y, p.width, f.temp);
+    for (int i = 0; i < p.below(); ++i) f.temp[p.width + i] = f.y[row[i] - 1];
+    f.kernel.solve_lower_transposed(solve);
+    std::copy_n(f.temp, p.width, y);
+    return;
+  }
+  for (int i = 0; i < p.below(); ++i) f.temp[i] = f.y[row[i] - 1];
+  f.kernel.multiply_transposed(p.below(), p.width, t.below, t.ld_below, t.conjugate, f.temp, y);
+  f.kernel.solve_lower_transposed(solve);
+}
+
+/// The diagonal block against a block of right-hand sides, which are held transposed.
+template <class T>
+void solve_block(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t,
+                 typename RightSolve<T>::Op op, T* y) {
+  f.kernel.solve_right({.m = f.nb,
+                        .n = p.width,
+                        .l = t.block,
+                        .l_row = t.row,
+                        .l_col = t.col,
+                        .unit = t.unit,
+                        .conjugate = t.conjugate,
+                        .op = op,
+                        .x = y,
+                        .ldx = f.nb});
+}
+
+/// y := (triangle)^-1 y for a panel's columns, and the rows below brought up to date.
+template <class T>
+void forward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t) {
+  T* y = f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb;
+  if (t.pivot) interchange_block(t.pivot, p.width, y, f.nb, false);
+  const int* row = p.row + p.width;
+  if (f.nb == 1) {
+    forward_vector(f, p, t, y);
+    return;
+  }
+  // Held transposed: L y = b reads Y L^T = B.
+  solve_block(f, p, t, RightSolve<T>::Op::transposed, y);
+  if (p.below() == 0) return;
+  PanelUpdate<T> u{.m = f.nb,
+                   .q = p.below(),
+                   .k = p.width,
+                   .a = y,
+                   .lda = f.nb,
+                   .b = t.below,
+                   .b_row = 1,
+                   .b_col = t.ld_below,
+                   .c = f.y - f.nb,
+                   .ldc = f.nb,
+                   .col = row,
+                   .conjugate = t.conjugate};
+  u.q = f.rows_in_front(row, p.below());
+  if (u.q > 0) f.kernel.update(u);
+  if (u.q == p.below()) return;
+  u.b += u.q;
+  u.col += u.q;
+  u.c = f.tail - f.nb;
+  u.q = p.below() - u.q;
+  f.kernel.update(u);
+}
+
+/// y := (triangle)^-T y for a panel's columns, from the finished rows below.
+template <class T>
+void backward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t) {
+  T* y = f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb;
+  const int* row = p.row + p.width;
+  if (f.nb == 1) {
+    backward_vector(f, p, t, y);
+  } else {
+    for (int i = 0; i < p.below(); ++i)
+      std::copy_n(f.y + static_cast<std::ptrdiff_t>(row[i] - 1) * f.nb, f.nb,
+                  f.temp + static_cast<std::ptrdiff_t>(i) * f.nb);
+    if (p.below() > 0) {
+      PanelUpdate<T> u{.m = f.nb,
+                       .q = p.width,
+                       .k = p.below(),
+                       .a = f.temp,
+                       .lda = f.nb,
+                       .b = t.below,
+                       .b_row = t.ld_below,
+                       .b_col = 1,
+                       .c = y,
+                       .ldc = f.nb,
+                       .conjugate = t.conjugate};
+      f.kernel.update(u);
+    }
+    solve_block(f, p, t, RightSolve<T>::Op::plain, y);
+  }
+  if (t.pivot) interchange_block(t.pivot, p.width, y, f.nb, true);
+}
+
+/// Symmetric factors: what the three steps do with one panel.
+template <class T, bool hermitian, bool unit>
+struct SymmetricSolve {
+  static Triangle<T> triangle(const Panel<T>& p, bool backward) {
+    return {p.l, 1, p.rows, unit, hermitian && backward, p.l21(), p.rows, unit ? p.pivot : nullptr};
+  }
+  static void forward(const SolveFrame<T>& f, const Panel<T>& p) {
+    forward_panel(f, p, triangle(p, false));
+    // The block is held transposed: y^T D^-T.
+    if (unit)
+      divide_by_d<T, hermitian, true>(p, f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb,
+                                      f.nb, f.nb);
+  }
+  static void backward(const SolveFrame<T>& f, const Panel<T>& p) {
+    backward_panel(f, p, triangle(p, true));
+  }
+};
+
+/// LU factors: L forward and U backward, or with the transposed matrix U^T and L^T.
+template <class T>
+struct LuSolve {
+  static Triangle<T> lower(const Panel<T>& p) {
+    return {p.l, 1, p.rows, true, false, p.l21(), p.rows, p.pivot};
+  }
+  static Triangle<T> upper(const Panel<T>& p) {
+    return {p.l, p.rows, 1, false, false, p.u, p.below(), p.column_pivot};
+  }
+  static void forward(const SolveFrame<T>& f, const Panel<T>& p) {
+    forward_panel(f, p, f.control.transpose ? upper(p) : lower(p));
+  }
+  static void backward(const SolveFrame<T>& f, const Panel<T>& p) {
+    backward_panel(f, p, f.control.transpose ? lower(p) : upper(p));
+  }
+};
+
+}  // namespace vlm
