@@ -2,6 +2,7 @@
 #include "error_info_fc.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <iterator>
 
@@ -155,9 +156,15 @@ void print_input_message(const Outcome& outcome, const Call& call, const Control
                              value_of(message->second, outcome, call, stored)});
 }
 
+/// Name of the array at a location code.
+const char* array_name(std::int64_t location) {
+  const std::size_t k = location < 0 ? static_cast<std::size_t>(-location / 100) : 0;
+  return k < std::size(array_names) ? array_names[k] : "";
+}
+
 void print_memory_message(const Outcome& outcome, const Call& call, const Control& stored) {
-  print_ci(std::string("*** error velmora (memory allocation) ") +
-               array_names[-outcome.code / 100] + ", size to allocate: %d bytes",
+  print_ci(std::string("*** error velmora (memory allocation) ") + array_name(outcome.code) +
+               ", size to allocate: %d bytes",
            {static_cast<long long>(outcome.bytes)});
   const int wanted = stored.mem_perm + stored.mem_fact;
   print_ci("total memory wanted here: %d kbyte",

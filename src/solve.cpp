@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <complex>
 #include <cstddef>
+#include <cstdint>
 
 #include "solve_panels.hpp"
 #include "stages.hpp"
@@ -116,6 +117,21 @@ struct SolveBlock {
   }
 };
 
+/// Calls body(first, last) for pieces of the positions from..n, one a thread.
+template <class Body>
+void share_positions(int from, int n, int threads, const Body& body) {
+  if (threads <= 1) {
+    body(from, n);
+    return;
+  }
+#pragma omp parallel num_threads(threads)
+  {
+    const std::int64_t team = omp_get_num_threads(), count = std::int64_t{n} - from + 1;
+    const auto start = [&](std::int64_t k) { return from + static_cast<int>(count * k / team); };
+    body(start(omp_get_thread_num()), start(omp_get_thread_num() + 1) - 1);
+  }
+}
+
 /// y := scaled right-hand sides in elimination order; a backward step alone takes them as they
 /// stand.
 template <class T>
@@ -125,16 +141,17 @@ void psol_fwgath_velmora(const SolveBlock<T>& block, const SolveCall& call, int 
   const Side side = call.control.transpose ? column_side(call) : row_side(call);
   using Wide = std::conditional_t<is_complex_v<T>, zcomplex, double>;
   const bool plain = f.control.ext_res > 1;
-#pragma omp parallel for num_threads(block.threads) if (block.threads > 1)
-  for (int i = 1; i <= st.n; ++i) {
-    T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
-    const int node = plain ? i : side.node(st.perm(i));
-    const double s = plain ? 1.0 : side.factor(node);
-    for (int k = 0; k < f.nb; ++k) {
-      const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1;
-      yi[k] = i < block.sweep.gather_from ? T(0) : static_cast<T>(value_at<Wide>(call.b, at) * s);
+  share_positions(1, st.n, block.threads, [&, side](int first, int last) {
+    for (int i = first; i <= last; ++i) {
+      T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
+      const int node = plain ? i : side.node(st.perm(i));
+      const double s = plain ? 1.0 : side.factor(node);
+      for (int k = 0; k < f.nb; ++k) {
+        const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1;
+        yi[k] = i < block.sweep.gather_from ? T(0) : static_cast<T>(value_at<Wide>(call.b, at) * s);
+      }
     }
-  }
+  });
 }
 
 /// Solutions back to the caller's order; a forward step alone gives them as they stand.
@@ -145,15 +162,16 @@ void psol_bwscat_velmora(const SolveBlock<T>& block, const SolveCall& call, int 
   const Side side = call.control.transpose ? row_side(call) : column_side(call);
   using Wide = std::conditional_t<is_complex_v<T>, zcomplex, double>;
   const bool plain = f.control.ext_res == 1;
-#pragma omp parallel for num_threads(block.threads) if (block.threads > 1)
-  for (int i = block.sweep.scatter_from; i <= st.n; ++i) {
-    const T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
-    const int node = plain ? i : side.node(st.perm(i));
-    const double s = plain ? 1.0 : side.factor(node);
-    for (int k = 0; k < f.nb; ++k)
-      put_value(call.x, static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1,
-                static_cast<Wide>(yi[k]) * s);
-  }
+  share_positions(block.sweep.scatter_from, st.n, block.threads, [&, side](int first, int last) {
+    for (int i = first; i <= last; ++i) {
+      const T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
+      const int node = plain ? i : side.node(st.perm(i));
+      const double s = plain ? 1.0 : side.factor(node);
+      for (int k = 0; k < f.nb; ++k)
+        put_value(call.x, static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1,
+                  static_cast<Wide>(yi[k]) * s);
+    }
+  });
 }
 
 /// Forward and diagonal steps of panels first to last.
