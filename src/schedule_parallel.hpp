@@ -50,8 +50,9 @@ class FineGrain {
 
   bool run(Team<T>& team) {
     const int nsuper = f_.st.nsuper;
+    const int threads = static_cast<int>(team.size());
     std::atomic<int> number{0};
-#pragma omp parallel num_threads(static_cast <int>(team.size()))
+#pragma omp parallel num_threads(threads)
     {
       FactorScratch<T>& scratch = team[static_cast<std::size_t>(number.fetch_add(1))];
       // In order: whatever a thread waits for was taken before.
@@ -132,8 +133,9 @@ class TwoLevel {
         next_(plan_.start.begin(), plan_.start.end()) {}
 
   bool run(Team<T>& team) {
+    const int threads = static_cast<int>(team.size());
     std::atomic<int> number{0};
-#pragma omp parallel num_threads(static_cast <int>(team.size()))
+#pragma omp parallel num_threads(threads)
     {
       FactorScratch<T>& scratch = team[static_cast<std::size_t>(number.fetch_add(1))];
 #pragma omp for schedule(dynamic, 1) nowait
