@@ -75,23 +75,20 @@ double log_of_scaling(const FactorFrame<T>& f) {
 
 /// Runs the schedule that the analysis prepared, on the threads that the call asks for.
 template <class Family, class T>
-bool eliminate(const FactorFrame<T>& frame, Team<T>& team, std::vector<double>& logdet) {
+bool eliminate(const FactorFrame<T>& frame, Team<T>& team) {
   const Scheme scheme = team.size() > 1 ? frame.st.schedule.scheme : Scheme::sequential;
   const bool fixed_order = frame.control.opt34 != 0;
   const SerialBlas serial(team.size() > 1);
   switch (scheme) {
     case Scheme::fine_grain:
-      return FineGrain<Family, T>(frame, logdet, fixed_order).run(team);
+      return FineGrain<Family, T>(frame, fixed_order).run(team);
     case Scheme::two_level:
-      return TwoLevel<Family, T>(frame, logdet, fixed_order).run(team);
+      return TwoLevel<Family, T>(frame, fixed_order).run(team);
     case Scheme::sequential:
       break;
   }
   PanelLists lists(frame.st.nsuper);
-  FactorScratch<T>& scratch = team.front();
-  return run_sequential<Family>(frame, scratch, lists, 1, frame.st.nsuper, [&](int s) {
-    logdet[static_cast<std::size_t>(s - 1)] = std::exchange(scratch.stats.logdet, 0);
-  });
+  return run_sequential<Family>(frame, team.front(), lists, 1, frame.st.nsuper, [](int) {});
 }
 
 template <class Family, class T>
@@ -111,9 +108,9 @@ int factor_with(FactorCall& call) {
   for (int k = 0; k < threads; ++k)
     team.emplace_back(frame,
                       static_cast<int*>(call.work) + static_cast<std::ptrdiff_t>(k) * call.st.n);
-  // By panel, and added in their order: the sum is the same on any number of threads.
   std::vector<double> logdet(static_cast<std::size_t>(call.st.nsuper), 0);
-  const bool finished = eliminate<Family>(frame, team, logdet);
+  frame.logdet = logdet.data();
+  const bool finished = eliminate<Family>(frame, team);
   for (const FactorScratch<T>& scratch : team) {
     control.perturbed += scratch.stats.perturbed;
     control.npos += scratch.stats.positive;

@@ -24,7 +24,8 @@ struct FactorFrame {
   FactorStore<T> store;
   const Kernels<T>& kernel = kernels<T>();
   double eps = 0;
-  int last_eliminated = 0;  ///< columns beyond belong to the Schur complement
+  int last_eliminated = 0;   ///< columns beyond belong to the Schur complement
+  double* logdet = nullptr;  ///< [nsuper] log |det| of each panel's block
 };
 
 /// Scratch and counters of one thread.

@@ -1,6 +1,7 @@
 /// Sequential schedule of the supernodal factorization, for all panels or for one domain.
 #pragma once
 
+#include <utility>
 #include <vector>
 
 #include "family.hpp"
@@ -16,14 +17,18 @@ bool is_eliminated(const FactorFrame<T>& f, const Panel<T>& panel) {
   return panel.first + panel.width - 1 <= f.last_eliminated;
 }
 
-/// Last steps of a target that all its updates have reached.
+/// Last steps of panel s, which all its updates have reached.  Its share of the determinant is
+/// kept by panel, so that threads show nothing in the sum.
 template <class Family, class T>
-Step complete_panel(const FactorFrame<T>& f, const Panel<T>& target, FactorScratch<T>& scratch) {
+Step complete_panel(const FactorFrame<T>& f, int s, const Panel<T>& target,
+                    FactorScratch<T>& scratch) {
   if (!is_eliminated(f, target)) {
     Family::keep(f, target);
     return Step::kept;
   }
-  return Family::finish(f, target, scratch) ? Step::finished : Step::failed;
+  if (!Family::finish(f, target, scratch)) return Step::failed;
+  f.logdet[s - 1] = std::exchange(scratch.stats.logdet, 0);
+  return Step::finished;
 }
 
 /// Lists of the left-looking schedule, one place a panel; domains use disjoint parts.
@@ -69,7 +74,7 @@ bool run_sequential(const FactorFrame<T>& f, FactorScratch<T>& scratch, PanelLis
       enlist(s, source.panel, source.skip + source.q);
       s = following;
     }
-    const Step step = complete_panel<Family>(f, target, scratch);
+    const Step step = complete_panel<Family>(f, j, target, scratch);
     if (step == Step::failed) return false;
     finished(j);
     if (step == Step::finished) enlist(j, target, target.width);

@@ -35,10 +35,9 @@ void apply_update(const FactorFrame<T>& f, int s, int rows, const Panel<T>& targ
 template <class Family, class T>
 class FineGrain {
  public:
-  FineGrain(const FactorFrame<T>& frame, std::vector<double>& logdet, bool fixed_order)
+  FineGrain(const FactorFrame<T>& frame, bool fixed_order)
       : f_(frame),
         plan_(frame.st.schedule),
-        logdet_(logdet),
         fixed_order_(fixed_order),
         start_(static_cast<std::size_t>(frame.st.nsuper) + 1),
         arrived_(static_cast<std::size_t>(frame.st.nsuper)) {
@@ -88,11 +87,10 @@ class FineGrain {
         apply_update<Family>(f_, arrival[taken].source, arrival[taken].rows, target, scratch);
       backoff.reset();
     }
-    if (complete_panel<Family>(f_, target, scratch) == Step::failed) {
+    if (complete_panel<Family>(f_, j, target, scratch) == Step::failed) {
       failed_.store(true, std::memory_order_release);
       return;
     }
-    logdet_[static_cast<std::size_t>(j - 1)] = std::exchange(scratch.stats.logdet, 0);
 #pragma omp critical(latch_blklu_risc)
     for (int k = plan_.start(j); k < plan_.start(j + 1); ++k) {
       const std::size_t t = static_cast<std::size_t>(f_.st.snode(plan_.up(k)) - 1);
@@ -104,7 +102,6 @@ class FineGrain {
 
   const FactorFrame<T>& f_;
   const Schedule& plan_;
-  std::vector<double>& logdet_;  ///< [nsuper]
   const bool fixed_order_;
   std::vector<std::int64_t> start_;        ///< [nsuper+1] of each target's arrivals, from 0
   std::vector<Arrival> arrivals_;          ///< updates that are ready, by target
@@ -118,10 +115,9 @@ class FineGrain {
 template <class Family, class T>
 class TwoLevel {
  public:
-  TwoLevel(const FactorFrame<T>& frame, std::vector<double>& logdet, bool fixed_order)
+  TwoLevel(const FactorFrame<T>& frame, bool fixed_order)
       : f_(frame),
         plan_(frame.st.schedule),
-        logdet_(logdet),
         fixed_order_(fixed_order),
         domains_(frame.st.nparts),
         first_(frame.st.range(2 * domains_ + 1)),
@@ -154,11 +150,9 @@ class TwoLevel {
 
   void eliminate_domain(int d, FactorScratch<T>& scratch) {
     std::atomic<int>& progress = progress_[static_cast<std::size_t>(d - 1)];
-    const bool good = run_sequential<Family>(f_, scratch, lists_, f_.st.range(2 * d - 1),
-                                             f_.st.range(2 * d), [&](int s) {
-                                               keep_logdet(s, scratch);
-                                               progress.store(s, std::memory_order_release);
-                                             });
+    const bool good =
+        run_sequential<Family>(f_, scratch, lists_, f_.st.range(2 * d - 1), f_.st.range(2 * d),
+                               [&](int s) { progress.store(s, std::memory_order_release); });
     if (!good) failed_.store(true, std::memory_order_release);
   }
 
@@ -181,9 +175,8 @@ class TwoLevel {
         continue;
       }
       backoff.reset();
-      if (complete_panel<Family>(f_, target, scratch) == Step::failed)
+      if (complete_panel<Family>(f_, s, target, scratch) == Step::failed)
         failed_.store(true, std::memory_order_release);
-      keep_logdet(s, scratch);
       set_state(c, done);
     }
   }
@@ -243,13 +236,8 @@ class TwoLevel {
     return complete;
   }
 
-  void keep_logdet(int s, FactorScratch<T>& scratch) {
-    logdet_[static_cast<std::size_t>(s - 1)] = std::exchange(scratch.stats.logdet, 0);
-  }
-
   const FactorFrame<T>& f_;
   const Schedule& plan_;
-  std::vector<double>& logdet_;  ///< [nsuper]
   const bool fixed_order_;
   const int domains_, first_;  ///< first separator panel
   const int separators_;
