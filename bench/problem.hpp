@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The matrices that the benchmark runs on: generator classes at three sizes, or files.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Products of sparse matrices and vectors against a plain loop and a copy of the same bytes.
 //
 //   smat_bench [edge [repeats]]     cube of edge^3 points, 100 by default; 15 repeats

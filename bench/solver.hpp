@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// One direct solver behind the interface that the benchmark times.
 #pragma once
 

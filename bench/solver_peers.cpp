@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // CHOLMOD and MUMPS, where CMake found them.  Both get METIS: the first has it built in, Debian's
 // build of the second has not and is given the order, whose time counts as analysis.
 #include <metis.h>

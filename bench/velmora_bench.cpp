@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Times the phases of velmora, and of the peers that are installed, on the same matrices.
 //
 // Every measurement runs in a process of its own (this program calls itself with --measure), so
@@ -21,7 +22,7 @@
 #include <thread>
 #include <vector>
 
-#include "blas.hpp"
+#include "kernels/blas.hpp"
 #include "problem.hpp"
 #include "solver.hpp"
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: BSD-3-Clause
 # Debian's OpenBLAS (OpenMP flavour, LAPACK inside) and METIS, each as an imported target.
 find_library(VELMORA_BLAS_LIBRARY NAMES openblas
              PATH_SUFFIXES openblas-openmp

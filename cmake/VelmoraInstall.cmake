@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: BSD-3-Clause
 # What `cmake --install` and the Debian package carry: headers, the shared library,
 # both programs with their manual pages, and the descriptions that find_package(velmora) and
 # `pkg-config velmora` read.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: BSD-3-Clause
 # Dense micro-kernels: one text, compiled for each instruction set and chosen at run time.
 # velmora_kernel_objects lists the objects; they are linked into the library.
 set(velmora_kernel_isas baseline)
@@ -24,7 +25,8 @@ endif()
 
 set(velmora_kernel_objects "")
 foreach(isa ${velmora_kernel_isas})
-  add_library(velmora_kernels_${isa} OBJECT src/kernels/kernels.cpp)
+  add_library(velmora_kernels_${isa} OBJECT src/kernels/instances.cpp)
+  target_include_directories(velmora_kernels_${isa} PRIVATE src)
   target_compile_definitions(velmora_kernels_${isa} PRIVATE VELMORA_ISA=${isa})
   target_compile_options(velmora_kernels_${isa} PRIVATE
     ${velmora_kernel_flags_${isa}} -ffp-contract=fast -fno-math-errno -fno-trapping-math ${velmora_complex_flags} -Wno-psabi

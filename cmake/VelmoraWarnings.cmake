@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: BSD-3-Clause
 # Warnings for the project's own code, and the flags of the debug and sanitizer builds.
 add_library(velmora_warnings INTERFACE)
 target_compile_options(velmora_warnings INTERFACE

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: BSD-3-Clause
 # Gives the plain comments of a public header the form that Doxygen reads.
 #
 # The headers are written for a reader: a comment stands in front of a declaration or of a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Solves a symmetric indefinite system in C++: a small saddle point problem, with its inertia.
 ///
 ///   c++ -std=c++17 solve_indefinite.cpp $(pkg-config --cflags --libs velmora)

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
 /*
  * Solves a symmetric positive definite system in C, twice: the factor of the first solve serves
  * the second right-hand side.

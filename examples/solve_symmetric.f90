@@ -1,3 +1,4 @@
+! SPDX-License-Identifier: BSD-3-Clause
 ! Solves a symmetric positive definite system in Fortran: the five-point Laplacian on a line.
 !
 !   gfortran solve_symmetric.f90 $(pkg-config --libs velmora)

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
 /*
  * norv.h - public interface of the NORV iterative library.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
 /*
  * Velmora: thread-parallel solver for large sparse linear systems A x = b.
  *

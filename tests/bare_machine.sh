@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
 # README on a machine that has nothing: makes a minimal Debian below DIRECTORY and follows the
 # pages in it as root, from the first command to the last.  Needs root and debootstrap.
 #   bare_machine.sh SOURCE DIRECTORY

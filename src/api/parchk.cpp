@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Checker of matrices and right-hand sides, for callers to run before the solver.
 ///
 /// Stand-alone operations without handle or state.  Each check is one linear pass, the first
@@ -15,10 +16,10 @@
 #include <iterator>
 #include <type_traits>
 
-#include "blas.hpp"
-#include "matrix_types.hpp"
+#include "base/matrix_types.hpp"
+#include "base/view.hpp"
+#include "kernels/blas.hpp"
 #include "velmora.h"
-#include "view.hpp"
 
 namespace vlm {
 namespace {

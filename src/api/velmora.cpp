@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Exported operations.
 ///
 /// The table at the end lists every exported name, each a one-line forward to an inner routine.
@@ -9,12 +10,12 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "check_input_fc.hpp"
-#include "diag.hpp"
-#include "residual.hpp"
-#include "schur.hpp"
-#include "thread_guard.hpp"
-#include "velmora_c.hpp"
+#include "base/residual.hpp"
+#include "base/thread_guard.hpp"
+#include "driver/check_input_fc.hpp"
+#include "driver/diag.hpp"
+#include "driver/velmora_c.hpp"
+#include "numeric/schur.hpp"
 
 namespace vlm {
 namespace {

@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Kernels of the sparse products and their division over threads.
-#include "amuxy.hpp"
+#include "base/amuxy.hpp"
 
 #include <omp.h>
 
@@ -8,8 +9,8 @@
 #include <complex>
 #include <type_traits>
 
-#include "blas.hpp"
-#include "vector_primitives.hpp"
+#include "base/vector_primitives.hpp"
+#include "kernels/blas.hpp"
 
 namespace vlm {
 namespace {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Products of the caller's matrix with dense vectors, and residuals in the same pass.
 ///
 /// One set of kernels serves every matrix type: full storage by rows, the transposed product
@@ -12,7 +13,7 @@
 
 #include <cstddef>
 
-#include "control.hpp"
+#include "driver/control.hpp"
 
 namespace vlm {
 

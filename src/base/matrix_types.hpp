@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Wording of the matrix types, as the report and the checker print them.
 #pragma once
 

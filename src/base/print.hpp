@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Lines of text on standard output: messages and the report.
 ///
 /// Each call ends up as one line.  Formats mark an integer with %d; they are substituted here,

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// One pass over the rows of the matrix, one over the vectors.
-#include "residual.hpp"
+#include "base/residual.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <complex>
 
-#include "blas.hpp"
+#include "kernels/blas.hpp"
 
 namespace vlm {
 namespace {

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Residual of a computed solution, for the public residual operation.
 #pragma once
 
-#include "control.hpp"
+#include "driver/control.hpp"
 
 namespace vlm {
 

@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Thread counts of OpenMP and of OpenBLAS, see thread_guard.hpp.
-#include "thread_guard.hpp"
+#include "base/thread_guard.hpp"
 
 #include <omp.h>
 

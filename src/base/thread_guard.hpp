@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Number of threads for the duration of an exported call.
 ///
 /// A call runs with the threads that its caller asked for, in OpenMP regions and in the BLAS

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Parallel loops over long vectors: copies, updates, and sums of absolute values.
 ///
 /// A loop is cut into one contiguous piece a thread; short vectors stay on the calling thread.

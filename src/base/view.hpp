@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// 1-based views of plain arrays.
 ///
 /// Structural arrays hold 1-based indices and are written about 1-based; a View lets the code

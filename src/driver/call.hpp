@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The arguments of one exported call, and its outcome.
 #pragma once
 
 #include <cstdint>
 
-#include "view.hpp"
+#include "base/view.hpp"
 
 namespace vlm {
 

@@ -1,16 +1,17 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Input check.
 ///
 /// The tests look at the arguments in a fixed order and stop at the first failure, before
 /// anything that the handle holds has changed.  n is tested before ia(n+1) is read.
-#include "check_input_fc.hpp"
+#include "driver/check_input_fc.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <optional>
 
-#include "factor_store.hpp"
-#include "thread_guard.hpp"
+#include "base/thread_guard.hpp"
+#include "driver/factor_store.hpp"
 
 namespace vlm {
 namespace {

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Tests of the arguments of a call, and the transfer of the accepted ones to the control record.
 #pragma once
 
-#include "call.hpp"
-#include "control.hpp"
+#include "driver/call.hpp"
+#include "driver/control.hpp"
 
 namespace vlm {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The records behind the handle `pt`: control fields, timers, factor table.
 ///
 /// The driver (velmora_c) allocates them and is the only writer of what outlives a call;

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Diagonal systems.
 ///
 /// A matrix with n stored entries is a diagonal, or a scaled permutation, unless a row holds
 /// none or more than one, which the test of the rows finds.  One pass over the rows for the
 /// test and one, in parallel, for the solution: O(n nrhs).
-#include "diag.hpp"
+#include "driver/diag.hpp"
 
 #include <omp.h>
 

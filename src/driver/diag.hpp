@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Systems whose matrix has exactly n stored entries: solved at once, without handle.
 #pragma once
 
-#include "control.hpp"
-#include "view.hpp"
+#include "base/view.hpp"
+#include "driver/control.hpp"
 
 namespace vlm {
 

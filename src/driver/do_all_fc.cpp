@@ -1,14 +1,15 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Stage routine: timers and results around the routine families.
-#include "do_all_fc.hpp"
+#include "driver/do_all_fc.hpp"
 
 #include <algorithm>
 #include <cstdint>
 #include <limits>
 
-#include "refine.hpp"
-#include "schur.hpp"
-#include "stages.hpp"
-#include "statistics_fc.hpp"
+#include "driver/stages.hpp"
+#include "driver/statistics_fc.hpp"
+#include "numeric/schur.hpp"
+#include "solve/refine.hpp"
 
 namespace vlm {
 namespace {

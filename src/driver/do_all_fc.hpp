@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The stages of a call, on arrays that the driver has allocated.
 #pragma once
 
-#include "analysis.hpp"
-#include "call.hpp"
-#include "control.hpp"
-#include "structure.hpp"
+#include "driver/call.hpp"
+#include "driver/control.hpp"
+#include "symbolic/analysis.hpp"
+#include "symbolic/structure.hpp"
 
 namespace vlm {
 

@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Writers of the three dump files.
-#include "dumps.hpp"
+#include "driver/dumps.hpp"
 
 #include <algorithm>
 #include <cstdio>

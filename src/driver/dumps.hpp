@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Dumps of what the driver is given and returns, switched on by environment variables.
 ///
 /// A failing problem can so be captured without a change to the calling program:
@@ -9,7 +10,7 @@
 /// life of the process.  A file that cannot be opened costs one line on standard error.
 #pragma once
 
-#include "control.hpp"
+#include "driver/control.hpp"
 
 namespace vlm {
 

@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Messages of failed calls: a header with the class, then the line that the code selects.
-#include "error_info_fc.hpp"
+#include "driver/error_info_fc.hpp"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <iterator>
 
-#include "check_input_fc.hpp"
-#include "print.hpp"
+#include "base/print.hpp"
+#include "driver/check_input_fc.hpp"
 
 namespace vlm {
 namespace {

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Messages of failed calls.
 #pragma once
 
-#include "call.hpp"
-#include "control.hpp"
+#include "driver/call.hpp"
+#include "driver/control.hpp"
 
 namespace vlm {
 

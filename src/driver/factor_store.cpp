@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Handle and factor store, see factor_store.hpp.
-#include "factor_store.hpp"
+#include "driver/factor_store.hpp"
 
 #include <algorithm>
 #include <bit>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// What the slots of the handle `pt` hold: allocation, memory figures, release.
 ///
 /// The caller owns the 64 words, the library what they point to.  Everything that outlives a
@@ -8,9 +9,9 @@
 #include <cstddef>
 #include <new>
 
-#include "analysis.hpp"
-#include "control.hpp"
-#include "mpssym.hpp"
+#include "driver/control.hpp"
+#include "matching/mpssym.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

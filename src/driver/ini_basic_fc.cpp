@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Defaults and control record of a new analysis, see ini_basic_fc.hpp.
-#include "ini_basic_fc.hpp"
+#include "driver/ini_basic_fc.hpp"
 
 namespace vlm {
 

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Start of a new analysis: option defaults and a fresh control record.
 #pragma once
 
-#include "call.hpp"
-#include "control.hpp"
+#include "driver/call.hpp"
+#include "driver/control.hpp"
 
 namespace vlm {
 

@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Weighted matching within an analysis, see match_driver.hpp.
-#include "match_driver.hpp"
+#include "driver/match_driver.hpp"
 
 #include <numeric>
 #include <stdexcept>
 #include <vector>
 
-#include "mps.hpp"
-#include "mps_constraint.hpp"
-#include "ordering.hpp"
+#include "matching/mps.hpp"
+#include "matching/mps_constraint.hpp"
+#include "ordering/ordering.hpp"
 
 namespace vlm {
 namespace {

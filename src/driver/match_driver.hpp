@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Weighted matching within an analysis.
 #pragma once
 
 #include <optional>
 
-#include "analysis.hpp"
-#include "call.hpp"
-#include "control.hpp"
-#include "mpssym.hpp"
+#include "driver/call.hpp"
+#include "driver/control.hpp"
+#include "matching/mpssym.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// What the caller can do about a failed call, see remedy.hpp.
-#include "remedy.hpp"
+#include "driver/remedy.hpp"
 
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
 
-#include "check_input_fc.hpp"
-#include "control.hpp"
-#include "factor_store.hpp"
+#include "driver/check_input_fc.hpp"
+#include "driver/control.hpp"
+#include "driver/factor_store.hpp"
 
 namespace vlm {
 namespace {

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// What the caller can do about a failed call.
 #pragma once
 
 #include <string_view>
 
-#include "call.hpp"
+#include "driver/call.hpp"
 
 namespace vlm {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Entry points of the routine families, as the stage routine calls them.
 ///
 /// None of them allocates what outlives the call.  Each may throw std::bad_alloc for its own
@@ -7,9 +8,9 @@
 
 #include <cstddef>
 
-#include "analysis.hpp"
-#include "control.hpp"
-#include "structure.hpp"
+#include "driver/control.hpp"
+#include "symbolic/analysis.hpp"
+#include "symbolic/structure.hpp"
 
 namespace vlm {
 

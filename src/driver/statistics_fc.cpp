@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The report: banner, headline with the steps that ran, timers, figures of system and factor.
 ///
 /// Every line is built here and printed at once, label first and the number at the end in 15
 /// columns.  Nothing is kept between calls.
-#include "statistics_fc.hpp"
+#include "driver/statistics_fc.hpp"
 
 #include <cstdio>
 #include <string>
 
-#include "matrix_types.hpp"
+#include "base/matrix_types.hpp"
 
 namespace vlm {
 namespace {

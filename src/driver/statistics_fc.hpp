@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The text report that closes a call, and the arithmetic of the call's timers.
 #pragma once
 
 #include <omp.h>
 
-#include "control.hpp"
+#include "driver/control.hpp"
 
 namespace vlm {
 

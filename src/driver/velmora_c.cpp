@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Driver.
 ///
 /// Manages the handle and the order of the steps: release, input check, matching, the stages of
@@ -5,7 +6,7 @@
 /// and closes the call with the report.  All that outlives a call is allocated from here; the
 /// arrays of the analysis are gone before the factorization starts, so that the peaks of the
 /// two don't add up.
-#include "velmora_c.hpp"
+#include "driver/velmora_c.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -16,20 +17,20 @@
 #include <utility>
 #include <vector>
 
-#include "check_input_fc.hpp"
-#include "diag.hpp"
-#include "do_all_fc.hpp"
-#include "dumps.hpp"
-#include "error_info_fc.hpp"
-#include "factor_store.hpp"
-#include "ini_basic_fc.hpp"
-#include "match_driver.hpp"
-#include "print.hpp"
-#include "refine.hpp"
-#include "remedy.hpp"
-#include "stages.hpp"
-#include "statistics_fc.hpp"
-#include "thread_guard.hpp"
+#include "base/print.hpp"
+#include "base/thread_guard.hpp"
+#include "driver/check_input_fc.hpp"
+#include "driver/diag.hpp"
+#include "driver/do_all_fc.hpp"
+#include "driver/dumps.hpp"
+#include "driver/error_info_fc.hpp"
+#include "driver/factor_store.hpp"
+#include "driver/ini_basic_fc.hpp"
+#include "driver/match_driver.hpp"
+#include "driver/remedy.hpp"
+#include "driver/stages.hpp"
+#include "driver/statistics_fc.hpp"
+#include "solve/refine.hpp"
 
 namespace vlm {
 namespace {

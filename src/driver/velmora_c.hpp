@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The driver behind velmora().
 #pragma once
 
-#include "call.hpp"
+#include "driver/call.hpp"
 
 namespace vlm {
 

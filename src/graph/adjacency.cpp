@@ -1,4 +1,5 @@
-#include "adjacency.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "graph/adjacency.hpp"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Adjacency of the ordering graph: the pattern of A + A^T without its diagonal.
 ///
 /// All builders are linear in the entries of the matrix and use counting passes only.  Every
@@ -5,8 +6,8 @@
 /// deterministic.
 #pragma once
 
-#include "analysis.hpp"
-#include "view.hpp"
+#include "base/view.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

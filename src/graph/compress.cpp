@@ -1,11 +1,12 @@
-#include "compress.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "graph/compress.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <numeric>
 
-#include "view.hpp"
+#include "base/view.hpp"
 
 namespace vlm {
 namespace {

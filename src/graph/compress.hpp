@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Compression of a graph by indistinguishable vertices.
 ///
 /// C. Ashcraft, "Compressed graphs and the minimum degree algorithm", SIAM J. Sci. Comput. 16
@@ -7,8 +8,8 @@
 
 #include <vector>
 
-#include "analysis.hpp"
-#include "metis_graph.hpp"
+#include "metis/metis_graph.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

@@ -1,4 +1,5 @@
-#include "etree.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "graph/etree.hpp"
 
 #include <algorithm>
 

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Elimination trees of a permuted symmetric pattern.
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
-#include "analysis.hpp"
-#include "view.hpp"
+#include "base/view.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

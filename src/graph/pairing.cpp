@@ -1,4 +1,5 @@
-#include "pairing.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "graph/pairing.hpp"
 
 #include <algorithm>
 #include <numeric>

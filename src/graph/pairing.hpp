@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Pairs of vertices that are eliminated together, and the pairs that could take their place.
 ///
 /// A graph in which each pair is one vertex has thicker separators than the graph itself: where
@@ -19,7 +20,7 @@
 #include <utility>
 #include <vector>
 
-#include "metis_graph.hpp"
+#include "metis/metis_graph.hpp"
 
 namespace vlm {
 

@@ -1,4 +1,5 @@
-#include "symbolic_cost.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "graph/symbolic_cost.hpp"
 
 #include <algorithm>
 #include <utility>

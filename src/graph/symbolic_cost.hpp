@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Cost of a factor for a given order, and postorders that leave it unchanged.
 ///
 /// Elimination tree with path compression (J. W. H. Liu, "A compact row storage scheme for
@@ -9,8 +10,8 @@
 
 #include <vector>
 
-#include "amd.hpp"
-#include "metis_graph.hpp"
+#include "metis/metis_graph.hpp"
+#include "ordering/amd.hpp"
 
 namespace vlm {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The one place that names BLAS and LAPACK routines.
 ///
 /// Overloads for float, double and both complex kinds, so that a template names an operation

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Choice of the dense kernels by the processor.
-#include "kernels.hpp"
-
 #include <vector>
+
+#include "kernels/kernels.hpp"
 
 namespace vlm {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The update kernel: a register-tiled product whose result goes straight to its scattered
 /// place, so that no staging buffer is written, read and cleared.
 ///
@@ -6,8 +7,8 @@
 /// "Anatomy of high-performance matrix multiplication", 2008, for the register tile).
 #pragma once
 
-#include "../kernels.hpp"
-#include "simd.hpp"
+#include "kernels/kernels.hpp"
+#include "kernels/simd.hpp"
 
 namespace vlm::VELMORA_ISA {
 

@@ -1,11 +1,11 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The dense kernels for one instruction set; VELMORA_ISA names its namespace.
-#include "../kernels.hpp"
-
-#include "gemm.hpp"
-#include "ldlt.hpp"
-#include "lu.hpp"
-#include "triangle.hpp"
-#include "vector.hpp"
+#include "kernels/gemm.hpp"
+#include "kernels/kernels.hpp"
+#include "kernels/ldlt.hpp"
+#include "kernels/lu.hpp"
+#include "kernels/triangle.hpp"
+#include "kernels/vector.hpp"
 
 #define VELMORA_TEXT_(x) #x
 #define VELMORA_TEXT(x) VELMORA_TEXT_(x)

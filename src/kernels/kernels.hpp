@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Dense kernels of the panels, one table per scalar kind.
 ///
 /// The numeric families work on column-major panels through these few operations.  Their
@@ -8,7 +9,7 @@
 
 #include <vector>
 
-#include "blas.hpp"
+#include "kernels/blas.hpp"
 
 namespace vlm {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// LDL^T and LDL^H of a diagonal block with pivoting inside the block and perturbed small
 /// pivots.
 ///
@@ -7,7 +8,7 @@
 /// are applied to whole rows of the block, so that P A P^T = L D L^T holds with one P.
 #pragma once
 
-#include "triangle.hpp"
+#include "kernels/triangle.hpp"
 
 namespace vlm::VELMORA_ISA {
 

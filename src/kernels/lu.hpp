@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// LU of a diagonal block with complete pivoting and perturbed small pivots.
 ///
 /// The search is the costly part: each elimination step notes the largest magnitude of every
@@ -5,8 +6,8 @@
 /// column.
 #pragma once
 
-#include "scalar.hpp"
-#include "simd.hpp"
+#include "kernels/scalar.hpp"
+#include "kernels/simd.hpp"
 
 namespace vlm::VELMORA_ISA {
 

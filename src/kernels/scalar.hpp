@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Scalar operations that differ between real and complex kinds.
 #pragma once
 
-#include "../kernels.hpp"
+#include "kernels/kernels.hpp"
 
 namespace vlm::VELMORA_ISA {
 

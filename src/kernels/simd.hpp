@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Short vectors of the instruction set that this translation unit is compiled for.
 ///
 /// Only compiler vector types and plain loops: a unit compiled for a wide instruction set

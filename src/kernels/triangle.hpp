@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Triangular kernels: solve from the right, and Cholesky of a diagonal block.
 ///
 /// Both work in strips of a few columns; what lies before a strip is applied by the update
 /// kernel, so that all but the strips themselves runs in register tiles.
 #pragma once
 
-#include "gemm.hpp"
-#include "scalar.hpp"
+#include "kernels/gemm.hpp"
+#include "kernels/scalar.hpp"
 
 namespace vlm::VELMORA_ISA {
 

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Panel times vector: the kernels of a solve with one right-hand side.  They are bound by
 /// the reading of the panel, so each pass takes several columns.
 #pragma once
 
-#include "gemm.hpp"
-#include "scalar.hpp"
+#include "kernels/gemm.hpp"
+#include "kernels/scalar.hpp"
 
 namespace vlm::VELMORA_ISA {
 

@@ -1,4 +1,5 @@
-#include "mps.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "matching/mps.hpp"
 
 #include <algorithm>
 #include <cfloat>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Unsymmetric weighted matching and scaling.
 ///
 /// Finds a row permutation and row and column scalings that put entries of magnitude 1 on the

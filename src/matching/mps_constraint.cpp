@@ -1,4 +1,5 @@
-#include "mps_constraint.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "matching/mps_constraint.hpp"
 
 #include <algorithm>
 #include <cfloat>

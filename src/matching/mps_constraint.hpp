@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Constrained matching of a saddle-point matrix [F B'; B C] with small C.
 ///
 /// Instead of a transversal of the whole matrix each constraint, a row of B, is matched with one
@@ -11,7 +12,7 @@
 
 #include <vector>
 
-#include "mps.hpp"
+#include "matching/mps.hpp"
 
 namespace vlm {
 

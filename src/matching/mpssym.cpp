@@ -1,4 +1,5 @@
-#include "mpssym.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "matching/mpssym.hpp"
 
 #include <algorithm>
 #include <climits>

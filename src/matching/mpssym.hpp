@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Symmetric weighted matching: 1x1 and 2x2 pivot candidates, compression, expansion.
 ///
 /// For a symmetric indefinite matrix the matching of mps.hpp may not move rows alone.  Its
@@ -14,9 +15,9 @@
 #include <functional>
 #include <vector>
 
-#include "analysis.hpp"
-#include "mps.hpp"
-#include "pairing.hpp"
+#include "graph/pairing.hpp"
+#include "matching/mps.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

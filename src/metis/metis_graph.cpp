@@ -1,4 +1,5 @@
-#include "metis_graph.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "metis/metis_graph.hpp"
 
 #include <metis.h>
 

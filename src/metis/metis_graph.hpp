@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The calls into METIS, with the solver's integer type and fixed random seeds.
 #pragma once
 
 #include <vector>
 
-#include "analysis.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

@@ -1,4 +1,5 @@
-#include "separator.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "metis/separator.hpp"
 
 #include <algorithm>
 #include <cstddef>
@@ -6,7 +7,7 @@
 #include <cstdlib>
 #include <utility>
 
-#include "vertex_cut.hpp"
+#include "metis/vertex_cut.hpp"
 
 namespace vlm {
 namespace {

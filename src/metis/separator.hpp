@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Vertex separators: METIS on clusters and network flow for thin graphs, METIS alone for
 /// solid ones.
 ///
@@ -12,7 +13,7 @@
 
 #include <vector>
 
-#include "metis_graph.hpp"
+#include "metis/metis_graph.hpp"
 
 namespace vlm {
 

@@ -1,4 +1,5 @@
-#include "vertex_cut.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "metis/vertex_cut.hpp"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Minimum vertex cut of a small graph between a source and a sink.
 ///
 /// E. A. Dinic, "Algorithm for solution of a problem of maximum flow in networks with power
@@ -7,7 +8,7 @@
 
 #include <vector>
 
-#include "metis_graph.hpp"
+#include "metis/metis_graph.hpp"
 
 namespace vlm {
 

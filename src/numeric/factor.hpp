@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The numeric factor: where its parts lie in FACT_L&U, and views of one panel.
 #pragma once
 
@@ -5,9 +6,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "control.hpp"
-#include "kernels.hpp"
-#include "structure.hpp"
+#include "driver/control.hpp"
+#include "kernels/kernels.hpp"
+#include "symbolic/structure.hpp"
 
 namespace vlm {
 

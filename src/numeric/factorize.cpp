@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Numerical factorization: perturbation threshold, choice of the family, statistics.
 ///
 /// The table at the end is the whole family table: one line for each historical name.
@@ -8,11 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "family.hpp"
-#include "family_lu.hpp"
-#include "schedule_parallel.hpp"
-#include "stages.hpp"
-#include "thread_guard.hpp"
+#include "base/thread_guard.hpp"
+#include "driver/stages.hpp"
+#include "numeric/family.hpp"
+#include "numeric/family_lu.hpp"
+#include "numeric/schedule_parallel.hpp"
 
 namespace vlm {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Families of the supernodal factorization: what happens to one panel.
 ///
 /// Every family supplies three steps: load a panel through the input map, apply the update
@@ -9,7 +10,7 @@
 #include <cmath>
 #include <vector>
 
-#include "factor.hpp"
+#include "numeric/factor.hpp"
 
 namespace vlm {
 

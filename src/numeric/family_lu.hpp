@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// LU families: partial or complete pivoting inside the diagonal block.
 ///
 /// L and U have one row structure; U is kept transposed, so that both halves run through the
 /// same update and solve kernels.
 #pragma once
 
-#include "family.hpp"
+#include "numeric/family.hpp"
 
 namespace vlm {
 

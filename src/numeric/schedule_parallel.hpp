@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Schedules of the supernodal factorization on several threads.
 ///
 /// Both are left-looking: a panel is written by the one thread that holds it, and finished
@@ -11,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "backoff.hpp"
-#include "schedule.hpp"
+#include "base/backoff.hpp"
+#include "numeric/sequential.hpp"
 
 namespace vlm {
 

@@ -1,14 +1,15 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Schur complement.
 ///
 /// A factorization with a Schur part loads and updates the trailing panels but does not
 /// eliminate them: they are left holding A22 - L21 D L21^T, each column from its diagonal down.
 /// The columns of that lower triangle are the rows of the upper one.
-#include "schur.hpp"
+#include "numeric/schur.hpp"
 
 #include <algorithm>
 
-#include "factor.hpp"
-#include "factor_store.hpp"
+#include "driver/factor_store.hpp"
+#include "numeric/factor.hpp"
 
 namespace vlm {
 namespace {

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Schur complement of the trailing columns, read out of a factor.
 #pragma once
 
-#include "structure.hpp"
+#include "symbolic/structure.hpp"
 
 namespace vlm {
 

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Sequential schedule of the supernodal factorization, for all panels or for one domain.
 #pragma once
 
 #include <utility>
 #include <vector>
 
-#include "family.hpp"
+#include "numeric/family.hpp"
 
 namespace vlm {
 

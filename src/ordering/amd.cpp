@@ -1,4 +1,5 @@
-#include "amd.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "ordering/amd.hpp"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Approximate minimum degree ordering of a weighted graph, with halo.
 ///
 /// P. R. Amestoy, T. A. Davis and I. S. Duff, "An approximate minimum degree ordering
@@ -13,7 +14,7 @@
 
 #include <vector>
 
-#include "metis_graph.hpp"
+#include "metis/metis_graph.hpp"
 
 namespace vlm {
 

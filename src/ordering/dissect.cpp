@@ -1,13 +1,14 @@
-#include "dissect.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "ordering/dissect.hpp"
 
 #include <algorithm>
 #include <numeric>
 #include <optional>
 #include <utility>
 
-#include "amd.hpp"
-#include "separator.hpp"
-#include "symbolic_cost.hpp"
+#include "graph/symbolic_cost.hpp"
+#include "metis/separator.hpp"
+#include "ordering/amd.hpp"
 
 namespace vlm {
 namespace {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Nested dissection of a weighted graph whose leaves are ordered by minimum degree.
 ///
 /// A. George, "Nested dissection of a regular finite element mesh", SIAM J. Numer. Anal. 10
@@ -12,8 +13,8 @@
 
 #include <vector>
 
-#include "metis_graph.hpp"
-#include "pairing.hpp"
+#include "graph/pairing.hpp"
+#include "metis/metis_graph.hpp"
 
 namespace vlm {
 

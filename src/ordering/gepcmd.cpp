@@ -1,11 +1,12 @@
-#include "gepcmd.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "ordering/gepcmd.hpp"
 
 #include <algorithm>
 #include <numeric>
 
-#include "gepmmd.hpp"
-#include "metis_graph.hpp"
-#include "view.hpp"
+#include "base/view.hpp"
+#include "metis/metis_graph.hpp"
+#include "ordering/gepmmd.hpp"
 
 namespace vlm {
 namespace {

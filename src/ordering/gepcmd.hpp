@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Constrained minimum degree: a k-way split whose interface is held back.
 ///
 /// METIS cuts the graph into k parts; a vertex cover of the cut becomes the interface, which
@@ -7,7 +8,7 @@
 
 #include <vector>
 
-#include "analysis.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

@@ -1,12 +1,13 @@
-#include "gepmetis.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "ordering/gepmetis.hpp"
 
 #include <algorithm>
 #include <bit>
 #include <vector>
 
-#include "compress.hpp"
-#include "dissect.hpp"
-#include "ordering.hpp"
+#include "graph/compress.hpp"
+#include "ordering/dissect.hpp"
+#include "ordering/ordering.hpp"
 
 namespace vlm {
 namespace {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Fill-reducing order by nested dissection, cut short where minimum degree does as well.
 ///
 /// The graph is compressed by indistinguishable nodes, its dense rows are put last, and the
@@ -5,8 +6,8 @@
 /// them.
 #pragma once
 
-#include "analysis.hpp"
-#include "pairing.hpp"
+#include "graph/pairing.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

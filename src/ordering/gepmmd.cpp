@@ -1,10 +1,11 @@
-#include "gepmmd.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "ordering/gepmmd.hpp"
 
 #include <algorithm>
 #include <numeric>
 
-#include "ordering.hpp"
-#include "view.hpp"
+#include "base/view.hpp"
+#include "ordering/ordering.hpp"
 
 namespace vlm {
 namespace {

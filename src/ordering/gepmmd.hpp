@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Multiple minimum degree ordering, free and constrained.
 ///
 /// J. W. H. Liu, "Modification of the minimum-degree algorithm by multiple elimination", ACM
@@ -11,7 +12,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "analysis.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

@@ -1,9 +1,10 @@
-#include "ordering.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "ordering/ordering.hpp"
 
 #include <algorithm>
 #include <numeric>
 
-#include "view.hpp"
+#include "base/view.hpp"
 
 namespace vlm {
 

@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The choice of an ordering, and small operations on a finished one: inverse, ranges,
 /// regrouping.
 #pragma once
 
 #include <vector>
 
-#include "analysis.hpp"
-#include "control.hpp"
-#include "pairing.hpp"
+#include "driver/control.hpp"
+#include "graph/pairing.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

@@ -1,8 +1,9 @@
-#include "rcm.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "ordering/rcm.hpp"
 
 #include <algorithm>
 
-#include "view.hpp"
+#include "base/view.hpp"
 
 namespace vlm {
 namespace {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Reverse Cuthill-McKee ordering.
 ///
 /// A. George and J. W. H. Liu, "Computer Solution of Large Sparse Positive Definite Systems",
@@ -8,7 +9,7 @@
 
 #include <vector>
 
-#include "analysis.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// First analysis stage: adjacency, fill-reducing order, trailing blocks, supernodes.
 ///
 /// The order comes from the caller, from the symmetric matching, or from the routine that the
@@ -7,12 +8,12 @@
 #include <cstdlib>
 #include <vector>
 
-#include "adjacency.hpp"
-#include "gepcmd.hpp"
-#include "gepmetis.hpp"
-#include "gepmmd.hpp"
-#include "ordering.hpp"
-#include "stages.hpp"
+#include "driver/stages.hpp"
+#include "graph/adjacency.hpp"
+#include "ordering/gepcmd.hpp"
+#include "ordering/gepmetis.hpp"
+#include "ordering/gepmmd.hpp"
+#include "ordering/ordering.hpp"
 
 namespace vlm {
 namespace {

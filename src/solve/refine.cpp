@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The refinement loop and its stopping rules.
-#include "refine.hpp"
+#include "solve/refine.hpp"
 
 #include <cmath>
 #include <cstdlib>
 #include <limits>
 
-#include "amuxy.hpp"
-#include "vector_primitives.hpp"
+#include "base/amuxy.hpp"
+#include "base/vector_primitives.hpp"
 
 namespace vlm {
 namespace {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Solve with iterative refinement in the working precision.
 ///
 /// A factorization with perturbed pivots belongs to a nearby matrix; each step solves for the
@@ -8,8 +9,8 @@
 #include <cstddef>
 #include <functional>
 
-#include "control.hpp"
-#include "stages.hpp"
+#include "driver/control.hpp"
+#include "driver/stages.hpp"
 
 namespace vlm {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Triangular solves with a finished factor: gathering, sweeps on one or several threads,
 /// scattering.  The table at the end has one line for each historical name.
 #include <omp.h>
@@ -7,9 +8,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "solve_panels.hpp"
-#include "stages.hpp"
-#include "thread_guard.hpp"
+#include "base/thread_guard.hpp"
+#include "driver/stages.hpp"
+#include "solve/solve_panels.hpp"
 
 namespace vlm {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Steps of the triangular solves with one panel, for one or a block of right-hand sides.
 ///
 /// One right-hand side runs through panel kernels bound by the reading of the factor.
@@ -9,7 +10,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "family.hpp"
+#include "numeric/family.hpp"
 
 namespace vlm {
 

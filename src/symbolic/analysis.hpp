@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// What the stages of one analysis hand to each other, and the finished structure.
 ///
 /// The analysis runs in three stages.  reorder1 forms the adjacency, orders it and cuts the
@@ -9,8 +10,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "control.hpp"
-#include "view.hpp"
+#include "base/view.hpp"
+#include "driver/control.hpp"
 
 namespace vlm {
 
@@ -86,8 +87,8 @@ struct Analysis {
   std::vector<Range> super_ranges;  ///< ranges in panels; the tail pair is last
   std::vector<int> queue;           ///< [nsuper] order of the panels for threads; may be empty
   UpdateLists updates;
-  std::int64_t max_update = 0;      ///< most entries of one update block
-  std::int64_t max_scaled = 0;      ///< most entries of one scaled operand of an update
+  std::int64_t max_update = 0;  ///< most entries of one update block
+  std::int64_t max_scaled = 0;  ///< most entries of one scaled operand of an update
 };
 
 }  // namespace vlm

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The finished structure, and the map from the caller's values into the factor.
 ///
 /// The map is built column by column: a counting sort brings the entries of A to the columns
@@ -7,8 +8,8 @@
 #include <cstring>
 #include <new>
 
-#include "stages.hpp"
-#include "structure.hpp"
+#include "driver/stages.hpp"
+#include "symbolic/structure.hpp"
 
 namespace vlm {
 

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Task schedule of the factorization on several threads, see sched.hpp.
-#include "sched.hpp"
+#include "symbolic/sched.hpp"
 
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
 
-#include "stages.hpp"
+#include "driver/stages.hpp"
 
 namespace vlm {
 namespace {

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Task schedule of the factorization on several threads: order of the panels, and the lists by
 /// which finished panels reach the panels that they update.
 #pragma once
 
 #include <vector>
 
-#include "analysis.hpp"
-#include "control.hpp"
+#include "driver/control.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

@@ -1,14 +1,15 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Supernode partition of the exact factor.
 ///
 /// From the order come the elimination tree, the column counts and the maximal supernodes
 /// under the panel limit.  Their sums are what iparm(18) and the report tell.  The numeric
 /// phases run on panels derived from these (see symfct.cpp).
-#include "sfinit.hpp"
+#include "symbolic/sfinit.hpp"
 
 #include <algorithm>
 
-#include "etree.hpp"
-#include "stages.hpp"
+#include "driver/stages.hpp"
+#include "graph/etree.hpp"
 
 namespace vlm {
 

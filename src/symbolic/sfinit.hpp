@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Supernode partition of the exact factor.
 #pragma once
 
 #include <vector>
 
-#include "view.hpp"
+#include "base/view.hpp"
 
 namespace vlm {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The finished symbolic structure, `STRUC_FI`: all that the numeric phases read.
 ///
 /// One block, allocated by the driver at its exact size, begins with this record; the views
@@ -7,9 +8,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "analysis.hpp"
-#include "control.hpp"
-#include "view.hpp"
+#include "base/view.hpp"
+#include "driver/control.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 
@@ -53,7 +54,7 @@ struct Structure {
   View<const int> nmod;           ///< [nsuper]
   View<const int> range;          ///< [2*(nparts+1)] first and last supernode; tail pair last
   Schedule schedule;
-  InputMap lmap, umap;            ///< umap is empty for symmetric storage
+  InputMap lmap, umap;  ///< umap is empty for symmetric storage
 };
 
 /// Bytes of the block that build_structure() fills.

@@ -1,9 +1,10 @@
-#include "symfct.hpp"
+// SPDX-License-Identifier: BSD-3-Clause
+#include "symbolic/symfct.hpp"
 
 #include <algorithm>
 
-#include "sfinit.hpp"
-#include "stages.hpp"
+#include "driver/stages.hpp"
+#include "symbolic/sfinit.hpp"
 
 namespace vlm {
 

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Panels of the numeric factor and their row lists.
 #pragma once
 
 #include <cstdint>
 
-#include "analysis.hpp"
-#include "control.hpp"
+#include "driver/control.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

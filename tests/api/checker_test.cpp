@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The checker names the first fault and its place, for real and complex values.
 #include <gtest/gtest.h>
 

@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Exported names, defaults, queries, and arguments that a phase does not need.
 #include <gtest/gtest.h>
 #include <omp.h>
 
 #include <cmath>
 
+#include "base/thread_guard.hpp"
 #include "caller.hpp"
-#include "stages.hpp"
-#include "thread_guard.hpp"
+#include "driver/stages.hpp"
 
 namespace vlm::test {
 namespace {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Sparse products and residuals against the plain reference, for every type and team.
 #include <gtest/gtest.h>
 
@@ -5,10 +6,10 @@
 #include <cmath>
 #include <vector>
 
-#include "amuxy.hpp"
+#include "base/amuxy.hpp"
+#include "base/residual.hpp"
 #include "gallery.hpp"
 #include "reference.hpp"
-#include "residual.hpp"
 
 namespace {
 

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Sums, copies and updates of vectors against plain loops, on both sides of the length from which
 // a team is used.
-#include "vector_primitives.hpp"
+#include "base/vector_primitives.hpp"
 
 #include <gtest/gtest.h>
 

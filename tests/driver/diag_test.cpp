@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Matrices with exactly n stored entries: solved at once, without handle.
 #include <gtest/gtest.h>
 

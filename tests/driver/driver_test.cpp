@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Input check, order of the phases, messages, release and memory figures.
 #include <gtest/gtest.h>
 
@@ -5,8 +6,8 @@
 #include <cmath>
 
 #include "caller.hpp"
+#include "driver/stages.hpp"
 #include "gallery.hpp"
-#include "stages.hpp"
 
 namespace vlm::test {
 namespace {

@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Dumps: when they are written, how they are named and what they hold.
-#include "dumps.hpp"
+#include "driver/dumps.hpp"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

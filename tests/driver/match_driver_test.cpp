@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// What the matching hands to the analysis and to the numeric phases, by type and mode.
-#include "match_driver.hpp"
+#include "driver/match_driver.hpp"
 
 #include <gtest/gtest.h>
 

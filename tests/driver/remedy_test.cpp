@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The last line of a failed call's messages says what to do; whoever does it gets a solution.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The report shows each line under its condition, for finished and for failed calls.
 #include <gtest/gtest.h>
 
@@ -5,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "statistics_fc.hpp"
+#include "driver/statistics_fc.hpp"
 
 namespace {
 

@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Adjacency lists against sets of pairs.
-#include "adjacency.hpp"
+#include "graph/adjacency.hpp"
 
 #include <gtest/gtest.h>
 

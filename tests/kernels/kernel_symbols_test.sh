@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
 # A unit compiled for a wide instruction set must not define a library template: the linker may
 # keep that copy for the whole library, which then fails on a processor without the set.
 # usage: kernel_symbols_test.sh OBJECT...   (built as kernels_ISA)

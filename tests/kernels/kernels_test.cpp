@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Dense kernels of every instruction set that this processor runs, against plain loops.
-#include "kernels.hpp"
+#include "kernels/kernels.hpp"
 
 #include <gtest/gtest.h>
 

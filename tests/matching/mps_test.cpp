@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Unsymmetric matching against brute force, scalings against their defining inequality, and
 /// inputs that have no perfect matching or no proper numbers.
-#include "mps.hpp"
+#include "matching/mps.hpp"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +12,7 @@
 #include <numeric>
 #include <random>
 
-#include "mps_constraint.hpp"
+#include "matching/mps_constraint.hpp"
 
 namespace vlm {
 namespace {

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Pairing of the matching's cycles, compression, expansion and the padded matrix, against
 /// definitions written out on dense patterns.
-#include "mpssym.hpp"
+#include "matching/mpssym.hpp"
 
 #include <gtest/gtest.h>
 

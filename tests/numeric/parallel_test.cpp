@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Factorization and solves on several threads: the schedule's lists, and that threads, scheme and
 // the number of right-hand sides show in nothing but the rounding.
 #include <gtest/gtest.h>
@@ -7,8 +8,8 @@
 
 #include "gallery.hpp"
 #include "reference.hpp"
-#include "sched.hpp"
 #include "session.hpp"
+#include "symbolic/sched.hpp"
 
 namespace vlm::test {
 namespace {

@@ -1,26 +1,27 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Every ordering gives permutations and consistent ranges, and costs what elimination on sets
 // says.
-#include "ordering.hpp"
+#include "ordering/ordering.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <numeric>
 
-#include "adjacency.hpp"
-#include "amd.hpp"
-#include "compress.hpp"
-#include "dissect.hpp"
+#include "driver/stages.hpp"
 #include "gallery.hpp"
-#include "gepcmd.hpp"
-#include "gepmetis.hpp"
-#include "gepmmd.hpp"
-#include "rcm.hpp"
+#include "graph/adjacency.hpp"
+#include "graph/compress.hpp"
+#include "graph/symbolic_cost.hpp"
+#include "metis/separator.hpp"
+#include "metis/vertex_cut.hpp"
+#include "ordering/amd.hpp"
+#include "ordering/dissect.hpp"
+#include "ordering/gepcmd.hpp"
+#include "ordering/gepmetis.hpp"
+#include "ordering/gepmmd.hpp"
+#include "ordering/rcm.hpp"
 #include "reference.hpp"
-#include "separator.hpp"
-#include "stages.hpp"
-#include "symbolic_cost.hpp"
-#include "vertex_cut.hpp"
 
 namespace vlm {
 namespace {

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Orders with pairs: weights of the compressed graph, exchanges along separators, and what is
 /// left of both in degenerate graphs.
-#include "pairing.hpp"
+#include "graph/pairing.hpp"
 
 #include <gtest/gtest.h>
 
@@ -9,14 +10,14 @@
 #include <numeric>
 #include <set>
 
-#include "dissect.hpp"
+#include "driver/match_driver.hpp"
 #include "gallery.hpp"
-#include "gepmmd.hpp"
-#include "match_driver.hpp"
-#include "ordering.hpp"
+#include "graph/symbolic_cost.hpp"
+#include "ordering/dissect.hpp"
+#include "ordering/gepmmd.hpp"
+#include "ordering/ordering.hpp"
 #include "reference.hpp"
 #include "session.hpp"
-#include "symbolic_cost.hpp"
 
 namespace vlm {
 namespace {

@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Stopping rules of the refinement, with solvers whose error is known.
-#include "refine.hpp"
+#include "solve/refine.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Matrices that cannot be solved, or not as they stand: they come back in finite time with an
 // error, a perturbed pivot or a NaN, and the handle stays usable.
 #include <gtest/gtest.h>

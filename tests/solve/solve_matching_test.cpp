@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Weighted matching, scaling, transposed systems and single precision, through whole solves.
 #include <gtest/gtest.h>
 

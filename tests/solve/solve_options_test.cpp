@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // What the control vector offers around a solve: permutations, counts, parts of a solve, several
 // factors and handles, log-determinant.
 #include <gtest/gtest.h>

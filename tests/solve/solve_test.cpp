@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Whole solves through the public entry: every type, order and pivot rule, one and many
 // right-hand sides, several threads.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The arguments of velmora() as a caller holds them, each open to be set wrong.
 #pragma once
 

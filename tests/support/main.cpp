@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Entry point of every test program.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The log file of the iterative library, caught by a test.
 ///
 /// While the object lives the process works in a fresh directory, at the given message level,

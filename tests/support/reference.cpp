@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "reference.hpp"
 
 #include <omp.h>
@@ -7,7 +8,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "blas.hpp"
+#include "kernels/blas.hpp"
 
 extern "C" {
 void zgetrs_(const char*, const int*, const int*, const std::complex<double>*, const int*,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Plain, obviously right versions of what the solver computes: dense LAPACK for the numbers,
 /// elimination on sets for the structure.  O(n^3) and worse; meant for n up to a few hundred.
 #pragma once

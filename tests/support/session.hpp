@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Drives the public entry point for tests: one handle with its control vectors.
 #pragma once
 

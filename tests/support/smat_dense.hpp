@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Random sparse matrices of the containers, and their dense pictures.
 #pragma once
 

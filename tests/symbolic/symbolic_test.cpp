@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Tree, counts, panels, row lists and input map against elimination on sets.
 #include <gtest/gtest.h>
 #include <metis.h>
@@ -5,12 +6,12 @@
 #include <map>
 #include <numeric>
 
-#include "etree.hpp"
+#include "driver/stages.hpp"
 #include "gallery.hpp"
+#include "graph/etree.hpp"
 #include "reference.hpp"
-#include "sfinit.hpp"
-#include "stages.hpp"
-#include "structure.hpp"
+#include "symbolic/sfinit.hpp"
+#include "symbolic/structure.hpp"
 
 namespace vlm::test {
 namespace {

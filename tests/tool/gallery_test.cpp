@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The generated matrices are what the other tests take them for.
 #include "gallery.hpp"
 

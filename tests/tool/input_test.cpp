@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Matrix Market input of velmora-solve: every variant against the dense matrix it means, every
 /// malformed file against the line that it must give.
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
 # Installs into an empty folder, or builds the Debian package and unpacks it there, and builds
 # the examples against that as an outside project does: with find_package and with pkg-config.
 #   package_test.sh install|deb SOURCE SCRATCH

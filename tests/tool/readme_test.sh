@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
 # Does what README, the guide and the manual pages tell a reader to do, page by page: runs every
 # command, compiles and runs every program, follows every link.
 #   readme_test.sh SOURCE SCRATCH        installs below SCRATCH; leaves out ./dev test, its caller

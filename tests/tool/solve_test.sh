@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
 # velmora-solve from the outside: what it answers, what it prints, how it ends.
 #   solve_test.sh VELMORA_SOLVE VELMORA_GALLERY EXAMPLES SCRATCH
 set -uo pipefail

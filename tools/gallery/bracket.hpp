@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// A steel bracket bolted to a wall and loaded at its tip, as plane-stress finite elements.
 ///
 /// L-shaped plate 120 mm by 120 mm with legs of 40 mm and 5 mm thick.  Two bolt holes in the

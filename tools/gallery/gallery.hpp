@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Matrices by class, each made from a size and a seed.
 ///
 /// Every generator writes the storage that the entry point takes: compressed rows, 1-based,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// velmora-gallery: writes test systems of any size as Matrix Market files.
 #include <fmt/format.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Structure of the factor for a given elimination order, as far as a picture needs it.
 ///
 /// Elimination tree by path compression (J. W. H. Liu, The role of elimination trees in sparse

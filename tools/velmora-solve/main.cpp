@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// velmora-solve: a sparse system from a file to a checked solution.
 #include <fmt/format.h>
 #include <unistd.h>

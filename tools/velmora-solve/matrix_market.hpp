@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Matrix Market exchange format: reading in all its variants, writing of dense arrays.
 ///
 /// Format: R. F. Boisvert, R. Pozo, K. A. Remington, "The Matrix Market exchange formats:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// What the user asked for on the command line.
 #pragma once
 

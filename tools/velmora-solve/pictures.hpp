@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Pictures as PNG files, drawn by gnuplot.
 #pragma once
 

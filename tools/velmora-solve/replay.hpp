@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Systems from the dumps that the library writes when VELMORA_WRITE_MAT is set.
 ///
 /// A dump holds, one item a line: n, the number of entries, the row starts, the columns, from

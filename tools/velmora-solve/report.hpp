@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The report of a run, for reading and as JSON.
 #pragma once
 

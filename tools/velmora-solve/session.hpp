@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// One handle of the library, and what its calls said.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// A run of velmora-solve: read, choose the type, check, solve, judge, report.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The matrix of a linear system in the library's form: compressed rows, 1-based.
 ///
 /// Built from the entries of a file; examined for symmetry, so that the cheapest type that

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Lines of a text file, plain or gzipped, in one buffer that moves along the file.
 ///
 /// A file of any length needs the buffer and the longest line; zlib reads plain files too, and

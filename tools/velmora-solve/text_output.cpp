@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "text_output.hpp"
 
 #include <zlib.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Text written through a buffer to a file, gzipped when the name ends in ".gz".
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Matrix types of the library: their names, which one suits a matrix, and the storage they take.
 #pragma once
 

@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Assertions, checked memory and timers of the containers.
-#include "base.hpp"
+#include "NORV/corelib/base.hpp"
 
 #include <sys/time.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Common ground of the containers: assertions, checked memory, message texts, value kinds.
 ///
 /// Assertions stay in every build: the containers' callers are other programs, and a wrong

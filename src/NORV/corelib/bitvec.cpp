@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Packed bit sets.
 ///
 /// Bit i lives in word i >> 5 at position i & 31 from the least significant bit; bits behind
@@ -5,8 +6,8 @@
 #include <algorithm>
 #include <bit>
 
-#include "base.hpp"
-#include "norvmora_names.hpp"
+#include "NORV/corelib/base.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
 
 namespace {
 

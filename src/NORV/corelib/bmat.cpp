@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Block compressed rows: making, products, scaling, access, comparison, checks and printing.
 ///
 /// A symmetric matrix stores the blocks with column >= row, those on the diagonal in full.  The
 /// way from and to smat stands in bmat_convert.cpp.
 #include <cmath>
 
-#include "bmat_common.hpp"
+#include "NORV/corelib/bmat_common.hpp"
 
 using vlm::block;
 using vlm::require;

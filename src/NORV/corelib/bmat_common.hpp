@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// What the files of the bmat family share.
 #pragma once
 
 #include <algorithm>
 
-#include "dmat_common.hpp"
+#include "NORV/corelib/dmat_common.hpp"
 
 namespace vlm {
 

@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Between sparse matrices of entries and of blocks.
-#include "bmat_common.hpp"
+#include "NORV/corelib/bmat_common.hpp"
 
 using vlm::block;
 using vlm::require;

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Dense matrices, real and row-major: making, copying, scaling, and products by plain loops.
 ///
 /// What goes through the BLAS and LAPACK stands in dmat_lapack.cpp.
 #include <algorithm>
 #include <cmath>
 
-#include "dmat_common.hpp"
+#include "NORV/corelib/dmat_common.hpp"
 
 using vlm::count;
 using vlm::require;

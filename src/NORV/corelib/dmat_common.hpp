@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// What the files of the dmat and bmat families share: checks, the dst convention, and the
 /// kernels on small square blocks, whose size is a constant of the instance so that the
 /// compiler unrolls them.
@@ -5,7 +6,7 @@
 
 #include <algorithm>
 
-#include "base.hpp"
+#include "NORV/corelib/base.hpp"
 
 namespace vlm {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Dense matrices: products, factorizations and eigenvalues through the BLAS and LAPACK.
 ///
 /// A row-major matrix is the transpose of the column-major one that these routines see; the
@@ -5,8 +6,8 @@
 #include <cmath>
 #include <limits>
 
-#include "blas.hpp"
-#include "dmat_common.hpp"
+#include "NORV/corelib/dmat_common.hpp"
+#include "kernels/blas.hpp"
 
 using vlm::count;
 using vlm::require;

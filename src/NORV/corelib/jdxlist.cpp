@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Small unordered index sets; searches are linear.
 #include <algorithm>
 
-#include "base.hpp"
-#include "norvmora_names.hpp"
+#include "NORV/corelib/base.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
 
 jdxlist* jdxlist_new(int capacity) {
   NORV_ASSERT(capacity >= 0);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Triples of triangular factors and a diagonal, and their sweeps.
 ///
 /// L and U hold the strict triangles; a unit diagonal is understood.  Each sweep walks a factor
@@ -7,7 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "smat_rows.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The log of the iterative library.
 ///
 /// Each message opens "./velmora-ml.out", appends and closes it again, so that a crash loses
@@ -5,7 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "base.hpp"
+#include "NORV/corelib/base.hpp"
 
 int _norv_debug_level = 0;
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Second names of the containers' routines.
 ///
 /// The preprocessing of the direct solver knows the routines of smat, perm, permcycle, bitvec,

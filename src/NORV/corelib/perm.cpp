@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Permutations: the value at place i moves to place p[i].
 #include <algorithm>
 #include <numeric>
 
-#include "base.hpp"
-#include "norvmora_names.hpp"
+#include "NORV/corelib/base.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
 
 namespace {
 

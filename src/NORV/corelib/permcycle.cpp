@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Permutations as lists of cycles: each member of a cycle moves to the place of the next one.
 #include <algorithm>
 
-#include "base.hpp"
-#include "norvmora_names.hpp"
+#include "NORV/corelib/base.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
 
 namespace {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Indexed priority queue: a binary max-heap over element numbers, with the place of each
 /// element kept beside it, so that a priority can change in O(log size).
 ///
@@ -6,8 +7,8 @@
 /// their places wherever the heap allows it.
 #include <algorithm>
 
-#include "base.hpp"
-#include "norvmora_names.hpp"
+#include "NORV/corelib/base.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
 
 namespace {
 

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Square sparse matrices cut into blocks of unequal size, each an smat of its own.
 #include <algorithm>
 
-#include "base.hpp"
-#include "norvmora_names.hpp"
+#include "NORV/corelib/base.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
 
 namespace {
 

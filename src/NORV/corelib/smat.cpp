@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// The sparse matrix record: construction, release, index base, and the helpers of
 /// smat_rows.hpp that change a record's arrays.
 ///
@@ -10,8 +11,8 @@
 #include <numeric>
 #include <vector>
 
-#include "norvmora_names.hpp"
-#include "smat_rows.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

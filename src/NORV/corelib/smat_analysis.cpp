@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// What a matrix looks like: constraint blocks of saddle-point systems, diagonal dominance,
 /// precious rows, the spread of magnitudes, scaling vectors.
 
@@ -5,8 +6,8 @@
 #include <array>
 #include <cstdlib>
 
-#include "norvmora_names.hpp"
-#include "smat_rows.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

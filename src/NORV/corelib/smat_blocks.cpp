@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Blocks inside a matrix: its block diagonal with the inverse and the inverse square root, and
 /// the condensed matrix with one entry for each block.
 
 #include <algorithm>
 #include <cstdlib>
 
-#include "norvmora_names.hpp"
-#include "smat_rows.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Checks of a matrix's structure.  They report through the log and return 0 for a fault.
 ///
 /// An empty row is a fault: row starts must rise strictly.
 
 #include <cstdlib>
 
-#include "norvmora_names.hpp"
-#include "smat_rows.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

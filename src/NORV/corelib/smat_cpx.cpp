@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Bridges between a complex matrix and the real one that acts alike on interleaved vectors:
 /// the entry x + iy stands for the 2 by 2 block [x -y; y x].
 
 #include <algorithm>
 #include <cstdlib>
 
-#include "norvmora_names.hpp"
-#include "smat_rows.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

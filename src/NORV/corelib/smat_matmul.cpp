@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Products of sparse matrices.
 ///
 /// Row by row after F. G. Gustavson, "Two fast algorithms for sparse matrices", 1978: row i of
@@ -6,8 +7,8 @@
 
 #include <algorithm>
 
-#include "norvmora_names.hpp"
-#include "smat_rows.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

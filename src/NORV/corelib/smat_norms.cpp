@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Norms of the completed matrix, and comparison.
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
-#include "norvmora_names.hpp"
-#include "smat_rows.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

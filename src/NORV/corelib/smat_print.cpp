@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Printing of matrices through the log, at statistics level.
 
 #include <cstdlib>
 
-#include "norvmora_names.hpp"
-#include "smat_rows.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

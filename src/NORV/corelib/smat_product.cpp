@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Products of a sparse matrix and a vector, and the residual.
 ///
 /// Three kernels carry them all: by rows (each result is one dot product), by columns (each row
@@ -6,8 +7,8 @@
 
 #include <algorithm>
 
-#include "norvmora_names.hpp"
-#include "smat_rows.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// What the smat routines share: scalars, arrays and walks over compressed rows.
 ///
 /// A routine that acts on real and complex matrices alike is one template over the scalar T,
@@ -13,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "base.hpp"
+#include "NORV/corelib/base.hpp"
 #include "norv.h"
 
 namespace vlm::norv {

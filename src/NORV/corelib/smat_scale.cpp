@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Sums of matrices, scaling, and changes of the diagonal.
 
 #include <algorithm>
 #include <cstdlib>
 #include <numeric>
 
-#include "norvmora_names.hpp"
-#include "smat_rows.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

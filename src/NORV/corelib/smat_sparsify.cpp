@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Dropping of small entries, in place.  The diagonal always stays.
 
 #include <algorithm>
 #include <cstdlib>
 
-#include "norvmora_names.hpp"
-#include "smat_rows.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Cutting matrices into blocks and putting them together.
 ///
 /// Every cut is a window: rows r0..r1-1 and columns c0..c1-1 of the stored entries, renumbered
@@ -6,8 +7,8 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "norvmora_names.hpp"
-#include "smat_rows.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Copies and transforms: values and patterns carried over, transposes, logarithms, and the
 /// change between triangle and both triangles.
 
@@ -5,8 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "norvmora_names.hpp"
-#include "smat_rows.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Order inside rows, transposition of what is stored, and repairs of the pattern: double
 /// entries, missing diagonal entries.
 
 #include <algorithm>
 
-#include "norvmora_names.hpp"
-#include "smat_rows.hpp"
+#include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 namespace vlm::norv {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Dense vectors: making, filling, copying, permuting, comparing and printing them.
 ///
 /// The arithmetic stands in vec_math.cpp.  A complex vector holds pairs of doubles, so what
@@ -5,7 +6,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "vec_common.hpp"
+#include "NORV/corelib/vec_common.hpp"
 
 using vlm::require;
 

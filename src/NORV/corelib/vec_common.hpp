@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// What the files of the vec family share: checks, the dst convention, typed access.
 #pragma once
 
-#include "base.hpp"
+#include "NORV/corelib/base.hpp"
 
 namespace vlm {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /// Dense vectors: scaling, sums, products, norms and bounds.
 ///
 /// Elementwise routines may write over an operand.  Sums run in several partial sums that the
@@ -6,7 +7,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "vec_common.hpp"
+#include "NORV/corelib/vec_common.hpp"
 
 using vlm::by_kind;
 using vlm::require;

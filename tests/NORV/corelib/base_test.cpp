@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Allocation, assertions, timers, the log, and the second names of the routines.
-#include "base.hpp"
+#include "NORV/corelib/base.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/time.h>
@@ -7,8 +8,8 @@
 
 #include <cstring>
 
+#include "NORV/corelib/norvmora_names.hpp"
 #include "norv_log.hpp"
-#include "norvmora_names.hpp"
 
 #define DECLARE_SECOND_NAME(name) extern "C" decltype(::name) NORVMORA_##name;
 #define EXPECT_SECOND_NAME(name) EXPECT_EQ(address(&::name), address(&NORVMORA_##name));

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // bitvec against std::vector<bool>, and jdxlist against std::set.
 #include <gtest/gtest.h>
 

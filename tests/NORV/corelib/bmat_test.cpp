@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Block matrices and cut matrices against the dense picture of the sparse matrix they come from.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Dense matrices by their algebra, on random, square and oblong, empty and 1 by 1 cases.
 #include <gtest/gtest.h>
 

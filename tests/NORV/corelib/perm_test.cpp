@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Permutations and their cycles, by their algebra.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // prioq against a plain table of priorities, and its rule for equal priorities.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Sparsification, constraint blocks, block diagonals, complex bridges, triangular triples.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Checks with the texts they report, entry access, norms, comparison and printing.
 #include <gtest/gtest.h>
 

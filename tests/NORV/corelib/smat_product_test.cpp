@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Products of sparse matrices with vectors and with each other, against dense loops.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Construction, copies, transforms, permutations, splits and sums, against dense pictures.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // vec against std::vector<std::complex<double>>, real and complex cases by the same text.
 #include <gtest/gtest.h>
 
