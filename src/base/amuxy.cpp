@@ -9,8 +9,9 @@
 #include <complex>
 #include <type_traits>
 
+#include "base/matrix_types.hpp"
+#include "base/scalar.hpp"
 #include "base/vector_primitives.hpp"
-#include "kernels/blas.hpp"
 
 namespace vlm {
 namespace {
@@ -29,7 +30,7 @@ constexpr bool scatters(Access access) { return access != Access::rows; }
 
 Access access_of(int mtype, bool transpose) {
   if (mtype == 4 || mtype == -4) return transpose ? Access::hermitian_transpose : Access::hermitian;
-  if (is_symmetric_storage(mtype)) return Access::triangle;
+  if (matrix_type(mtype).symmetric) return Access::triangle;
   return transpose ? Access::columns : Access::rows;
 }
 
@@ -239,15 +240,15 @@ double multiply(const SparseProduct& product, int nrhs, const double* x, const d
 
 double multiply(const SparseProduct& product, int nrhs, const double* x, const double* rhs,
                 double* y, double* work) {
-  return is_complex_type(product.mtype) ? multiply<zcomplex>(product, nrhs, x, rhs, y, work)
-                                        : multiply<double>(product, nrhs, x, rhs, y, work);
+  return matrix_type(product.mtype).complex ? multiply<zcomplex>(product, nrhs, x, rhs, y, work)
+                                            : multiply<double>(product, nrhs, x, rhs, y, work);
 }
 
 }  // namespace
 
 std::size_t amuxy_work_bytes(int n, int mtype, bool transpose, int nthreads) {
   if (nthreads <= 1 || !scatters(access_of(mtype, transpose))) return 0;
-  const std::size_t value = is_complex_type(mtype) ? sizeof(zcomplex) : sizeof(double);
+  const std::size_t value = matrix_type(mtype).complex ? sizeof(zcomplex) : sizeof(double);
   return static_cast<std::size_t>(n) * static_cast<std::size_t>(nthreads - 1) * value;
 }
 

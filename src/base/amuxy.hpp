@@ -13,7 +13,7 @@
 
 #include <cstddef>
 
-#include "driver/control.hpp"
+#include "base/input_matrix.hpp"
 
 namespace vlm {
 

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <complex>
 
-#include "kernels/blas.hpp"
+#include "base/scalar.hpp"
 
 namespace vlm {
 namespace {

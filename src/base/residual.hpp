@@ -2,7 +2,7 @@
 /// Residual of a computed solution, for the public residual operation.
 #pragma once
 
-#include "driver/control.hpp"
+#include "base/input_matrix.hpp"
 
 namespace vlm {
 
