@@ -194,7 +194,7 @@ std::string explain(const Call& call, Phase phase, int mtype) {
           "repeated equation";
       break;
     case -8:
-      meaning = "the factor is too large for 32-bit positions: try --ordering nd";
+      meaning = "the lists of the factor are too long for 32-bit positions: try --ordering nd";
       break;
     default:
       break;
