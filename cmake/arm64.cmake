@@ -19,4 +19,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 foreach(kind EXE SHARED)  # what the libraries need in their turn
   set(CMAKE_${kind}_LINKER_FLAGS_INIT "-Wl,-rpath-link,${root}/usr/lib/aarch64-linux-gnu")
 endforeach()
+# The runtime library beside the others, not the one in the compiler's own folder.
+set(OpenMP_gomp_LIBRARY ${root}/usr/lib/aarch64-linux-gnu/libgomp.so.1 CACHE FILEPATH "")
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64 -L ${root})
