@@ -28,6 +28,9 @@ if(VELMORA_HAS_FORTRAN_COMPLEX)
   set(velmora_complex_flags $<$<CONFIG:Release,RelWithDebInfo>:-fcx-fortran-rules>)
 endif()
 
+if(NOT VELMORA_SANITIZE)  # there the compiler's time counts
+  set(velmora_kernel_optimization $<$<CONFIG:Release,RelWithDebInfo>:-O3>)
+endif()
 set(velmora_kernel_objects "")
 foreach(isa ${velmora_kernel_isas})
   add_library(velmora_kernels_${isa} OBJECT src/kernels/instances.cpp)
@@ -35,7 +38,7 @@ foreach(isa ${velmora_kernel_isas})
   target_compile_definitions(velmora_kernels_${isa} PRIVATE VELMORA_ISA=${isa})
   target_compile_options(velmora_kernels_${isa} PRIVATE
     ${velmora_kernel_flags_${isa}} -ffp-contract=fast -fno-math-errno -fno-trapping-math ${velmora_complex_flags} -Wno-psabi
-    $<$<CONFIG:Release,RelWithDebInfo>:-O3>)
+    ${velmora_kernel_optimization})
   target_link_libraries(velmora_kernels_${isa} PRIVATE velmora_warnings velmora_instrumentation)
   list(APPEND velmora_kernel_objects $<TARGET_OBJECTS:velmora_kernels_${isa}>)
 endforeach()

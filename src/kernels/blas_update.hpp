@@ -7,6 +7,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 
 #include "kernels/kernels.hpp"
 
@@ -52,7 +53,9 @@ void update_by_blas(const PanelUpdate<T>& u) {
   if (!can || static_cast<double>(u.m) * u.q * u.k < blas_update_limit) return plain.update(u);
   if (!u.row && !u.col && !u.lower)
     return multiply_block<T>(u, {0, 0, u.m, u.q}, T(-1), T(1), u.c, u.ldc);
-  T p[UpdateBlock::rows * UpdateBlock::columns];
+  // Bytes, since complex values would be zeroed first.
+  alignas(64) std::byte storage[UpdateBlock::rows * UpdateBlock::columns * sizeof(T)];
+  T* const p = reinterpret_cast<T*>(storage);
   for (int j = 0; j < u.q; j += UpdateBlock::columns)
     for (int i = u.lower ? j : 0; i < u.m; i += UpdateBlock::rows) {
       const UpdateBlock block{i, j, std::min(UpdateBlock::rows, u.m - i),
