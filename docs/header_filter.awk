@@ -28,9 +28,9 @@ in_comment {
   fresh = 0
   line = $0
   trailing = sub(/\/\*/, "/**<", line)
-  declares = line ~ /^(VELMORA_(FOUR|FIVE)_SPELLINGS\(|NORV_API|struct|typedef|enum|#define|extern)/ ||
+  declares = line ~ /^(VELMORA_(FOUR|FIVE)_SPELLINGS\(|VELMORA_API|NORV_API|struct|typedef|enum|#define|extern)/ ||
              line ~ /^  [a-z].*;/
-  if (declares && !trailing && line !~ /^#define (VELMORA_|NORV_API|NORV_PRINTF|NORV_H)/) {
+  if (declares && !trailing && line !~ /^#define (VELMORA_(API|H|FOUR|FIVE|TEXT)|NORV_API|NORV_PRINTF|NORV_H)/) {
     printf "%s", pending
   }
   # A member without words of its own is told of in front of its record.

@@ -186,9 +186,24 @@
 #define VELMORA_API
 #endif
 
+/* Version of this header.  VELMORA_VERSION counts 10000 major + 100 minor + patch;
+ * VELMORA_VERSION_STRING is "major.minor.patch". */
+#define VELMORA_VERSION_MAJOR 4
+#define VELMORA_VERSION_MINOR 9
+#define VELMORA_VERSION_PATCH 0
+#define VELMORA_VERSION \
+  (VELMORA_VERSION_MAJOR * 10000 + VELMORA_VERSION_MINOR * 100 + VELMORA_VERSION_PATCH)
+#define VELMORA_TEXT_OF_(a, b, c) #a "." #b "." #c
+#define VELMORA_TEXT_OF(a, b, c) VELMORA_TEXT_OF_(a, b, c)
+#define VELMORA_VERSION_STRING \
+  VELMORA_TEXT_OF(VELMORA_VERSION_MAJOR, VELMORA_VERSION_MINOR, VELMORA_VERSION_PATCH)
+
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* Version of the library that is running, in the form of VELMORA_VERSION_STRING. */
+VELMORA_API const char* velmora_version(void);
 
 /* Every operation has these spellings, for callers from other languages. */
 #define VELMORA_FOUR_SPELLINGS(lower, upper, arguments) \
