@@ -1,26 +1,19 @@
 // SPDX-License-Identifier: BSD-3-Clause
 /// Choice of the dense kernels by the processor.
-#include <vector>
+#include "kernels/choice.hpp"
 
 #include "kernels/blas_update.hpp"
-#include "kernels/kernels.hpp"
+#include "kernels/instances.hpp"
 
-namespace vlm {
-
-#define VELMORA_DECLARE(isa)                      \
-  namespace isa {                                 \
-  extern const Kernels<double> kernels_double;    \
-  extern const Kernels<float> kernels_float;      \
-  extern const Kernels<zcomplex> kernels_complex; \
-  }
-VELMORA_DECLARE(baseline)
+VELMORA_DECLARE_KERNELS(baseline)
 #ifdef VELMORA_KERNELS_AVX2
-VELMORA_DECLARE(avx2)
+VELMORA_DECLARE_KERNELS(avx2)
 #endif
 #ifdef VELMORA_KERNELS_AVX512
-VELMORA_DECLARE(avx512)
+VELMORA_DECLARE_KERNELS(avx512)
 #endif
-#undef VELMORA_DECLARE
+
+namespace vlm {
 
 namespace {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Dense kernels of every instruction set that this processor runs, against plain loops.
-#include "kernels/kernels.hpp"
+#include "kernels/choice.hpp"
 
 #include <gtest/gtest.h>
 
