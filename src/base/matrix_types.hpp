@@ -32,4 +32,17 @@ inline const MatrixTypeName& matrix_type_name(int mtype) {
   return found == std::end(matrix_type_names) ? unknown : *found;
 }
 
+/// What follows from a matrix type alone.
+struct MatrixType {
+  int mtype = 0;
+  bool symmetric = false;  ///< stored as its upper triangle
+  bool complex = false;
+  bool hermitian = false;
+};
+
+inline MatrixType matrix_type(int mtype) {
+  const int t = mtype < 0 ? -mtype : mtype;
+  return {mtype, t % 2 == 0, t > 2 && t != 11, t == 4};
+}
+
 }  // namespace vlm

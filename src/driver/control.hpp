@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/input_matrix.hpp"
+
 namespace vlm {
 
 /// Mark of an array or layout offset that has not been set.
@@ -121,15 +123,6 @@ struct FactorRecord {
   // results that belong to the factor, not to the call
   int perturbed = 0, npos = 0, nneg = 0;
   double logdet = 0;
-};
-
-/// The caller's matrix: compressed rows, 1-based; complex values are two adjacent doubles.
-struct InputMatrix {
-  int n = 0;
-  const int* ia = nullptr;  ///< [n+1]
-  const int* ja = nullptr;  ///< [nnz]
-  const double* a = nullptr;
-  int nnz() const { return ia[n] - 1; }
 };
 
 /// Matching permutation P and scalings R, C kept in pt(13), pt(14); null pointers when there are

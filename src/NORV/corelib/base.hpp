@@ -7,12 +7,12 @@
 /// process with exit code 7, so no caller tests for null and no exception leaves a routine.
 #pragma once
 
-#include <complex>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <utility>
 
+#include "base/values.hpp"
 #include "norv.h"
 
 /// Level of messages, 0 silent, 1 errors to statistics, 2 all.
@@ -100,32 +100,11 @@ class MessageText {
   std::size_t capacity_ = 1;
 };
 
-using zcomplex = std::complex<double>;
-
 /// Calls f with a value of the type that the flag stands for, so that one generic lambda holds
 /// the loop for real and complex values: by_kind(x->is_complex, [&](auto kind) {...}).
 template <class F>
 decltype(auto) by_kind(int is_complex, F&& f) {
   return is_complex ? f(zcomplex{}) : f(double{});
-}
-
-/// The values of an array of doubles as T: one double or two adjacent ones each.
-template <class T>
-T* values_as(double* a) {
-  return reinterpret_cast<T*>(a);
-}
-template <class T>
-const T* values_as(const double* a) {
-  return reinterpret_cast<const T*>(a);
-}
-
-/// Product by the plain formula.  The operator of std::complex repairs infinite parts of
-/// products with NaN by a call, which keeps loops from being vectorized.
-inline double product(double a, double b) { return a * b; }
-inline zcomplex product(double a, zcomplex b) { return {a * b.real(), a * b.imag()}; }
-inline zcomplex product(zcomplex a, double b) { return {a.real() * b, a.imag() * b}; }
-inline zcomplex product(zcomplex a, zcomplex b) {
-  return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
 }
 
 /// Doubles that a value takes in memory.

@@ -27,11 +27,11 @@ void sweep(const Rows<T>& A, Sweep kind, T* x) {
     const int i = forward ? step : A.m - 1 - step;
     if (by_rows) {
       T sum{};
-      for (int k = A.ia[i]; k < A.ia[i + 1]; ++k) sum = madd(sum, A.a[k], x[A.ja[k]]);
+      for (int k = A.ia[i]; k < A.ia[i + 1]; ++k) add_product(sum, A.a[k], x[A.ja[k]]);
       x[i] -= sum;
     } else {
       const T xi = -x[i];
-      for (int k = A.ia[i]; k < A.ia[i + 1]; ++k) x[A.ja[k]] = madd(x[A.ja[k]], A.a[k], xi);
+      for (int k = A.ia[i]; k < A.ia[i + 1]; ++k) add_product(x[A.ja[k]], A.a[k], xi);
     }
   }
 }

@@ -47,7 +47,7 @@ smat* multiply_matrices(const Rows<T>& A, const Rows<T>& B, bool upper_only, int
         sum[j] = T{};
         C->ja[put++] = j;
       }
-      sum[j] = madd(sum[j], A.a[p], B.a[q]);
+      add_product(sum[j], A.a[p], B.a[q]);
     });
     std::sort(C->ja + C->ia[i], C->ja + put);
     for (int k = C->ia[i]; k < put; ++k) c[k] = sum[C->ja[k]];

@@ -21,13 +21,6 @@ namespace vlm::norv {
 
 // ---- scalars ----------------------------------------------------------------------------
 
-/// acc + a * b.  Complex products are spelled out: the library's own recover infinities from
-/// NaN, a branch in every product.
-inline double madd(double acc, double a, double b) { return acc + a * b; }
-inline zcomplex madd(zcomplex acc, zcomplex a, zcomplex b) {
-  return {acc.real() + a.real() * b.real() - a.imag() * b.imag(),
-          acc.imag() + a.real() * b.imag() + a.imag() * b.real()};
-}
 /// Quotient after R. Smith, "Algorithm 116: Complex division", 1962: the larger part of the
 /// divisor decides which part is divided by.
 inline double quotient(double a, double b) { return a / b; }
