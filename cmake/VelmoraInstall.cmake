@@ -8,6 +8,7 @@ set(velmora_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/velmora)
 
 file(GLOB velmora_public_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/*.h)
 install(FILES ${velmora_public_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/norv DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(TARGETS velmora EXPORT velmora-targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(EXPORT velmora-targets NAMESPACE velmora:: DESTINATION ${velmora_package_dir})
