@@ -7,10 +7,13 @@
 /// process with exit code 7, so no caller tests for null and no exception leaves a routine.
 #pragma once
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <new>
 #include <utility>
+#include <vector>
 
 #include "base/values.hpp"
 #include "norv.h"
@@ -60,28 +63,34 @@ T* reallocate(T* old, std::uint64_t count) {
   return static_cast<T*>(reallocate_bytes(old, count, sizeof(T)));
 }
 
-/// Array that lives as long as its scope.  T is a plain type; values are undefined at first,
-/// or `value` everywhere.
+/// Allocator that ends the process instead of throwing, and leaves new values undefined.
 template <class T>
-class Scratch {
- public:
-  explicit Scratch(std::uint64_t count) : first_(allocate<T>(count)) {}
-  Scratch(std::uint64_t count, T value) : Scratch(count) {
-    for (std::uint64_t i = 0; i < count; ++i) first_[i] = value;
+struct CheckedAllocator {
+  using value_type = T;
+  CheckedAllocator() = default;
+  template <class U>
+  CheckedAllocator(const CheckedAllocator<U>&) {}
+  T* allocate(std::size_t count) { return vlm::allocate<T>(count); }
+  void deallocate(T* p, std::size_t) { std::free(p); }
+  template <class U>
+  void construct(U* p) {
+    ::new (static_cast<void*>(p)) U;
   }
-  ~Scratch() { std::free(first_); }
-  Scratch(Scratch&& other) noexcept : first_(std::exchange(other.first_, nullptr)) {}
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
-
-  T& operator[](std::size_t i) { return first_[i]; }
-  const T& operator[](std::size_t i) const { return first_[i]; }
-  T* data() { return first_; }
-  const T* data() const { return first_; }
-
- private:
-  T* first_;
+  template <class U, class... Args>
+  void construct(U* p, Args&&... args) {
+    ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+  }
+  friend bool operator==(CheckedAllocator, CheckedAllocator) { return true; }
 };
+
+/// Array that lives as long as its scope.
+template <class T>
+using Buffer = std::vector<T, CheckedAllocator<T>>;
+
+/// Counts in start[1..n] to row starts in start[0..n]; start[0] is 0.  The sum must fit 32 bits,
+/// otherwise the process ends as for exhausted memory.
+/// @return  number of entries
+unsigned counts_to_starts(int* start, unsigned n);
 
 /// Text put together piece by piece, so that a table or a row is one message of the log.
 class MessageText {
@@ -106,6 +115,9 @@ template <class F>
 decltype(auto) by_kind(int is_complex, F&& f) {
   return is_complex ? f(zcomplex{}) : f(double{});
 }
+
+/// The larger number, or the one that is none.
+inline double larger(double a, double b) { return a >= b || std::isnan(a) ? a : b; }
 
 /// Doubles that a value takes in memory.
 inline std::uint64_t doubles_per_value(int is_complex) { return is_complex ? 2 : 1; }

@@ -32,14 +32,14 @@ bool all_finite(const dmat* A) {
 }
 
 /// The values of A, for a routine that destroys them.
-vlm::Scratch<double> copy_of(const dmat* A) {
-  vlm::Scratch<double> values(count(A));
+vlm::Buffer<double> copy_of(const dmat* A) {
+  vlm::Buffer<double> values(count(A));
   std::copy_n(A->a, count(A), values.data());
   return values;
 }
 
-vlm::Scratch<double> workspace(int n) {
-  return vlm::Scratch<double>(static_cast<std::uint64_t>(std::max(1, n)) * block_columns);
+vlm::Buffer<double> workspace(int n) {
+  return vlm::Buffer<double>(static_cast<std::uint64_t>(std::max(1, n)) * block_columns);
 }
 
 /// C := alpha A op(B) + beta C for row-major matrices.
@@ -109,17 +109,17 @@ void dmat_lu_solve(const dmat* LU, double* x, const double* b) {
 
 int dmat_invert(dmat* A) {
   const int n = require_square(A);
-  vlm::Scratch<int> pivots(A->n);
+  vlm::Buffer<int> pivots(A->n);
   if (vlm::blas::getrf(n, n, A->a, leading(A->n), pivots.data()) != 0) return 0;
-  vlm::Scratch<double> work = workspace(n);
+  vlm::Buffer<double> work = workspace(n);
   const int lwork = std::max(1, n) * block_columns;
   return vlm::blas::getri(n, A->a, leading(A->n), pivots.data(), work.data(), lwork) == 0;
 }
 
 int dmat_invert_sym(dmat* A) {
   const int n = require_square(A);
-  vlm::Scratch<int> pivots(A->n);
-  vlm::Scratch<double> work = workspace(n);
+  vlm::Buffer<int> pivots(A->n);
+  vlm::Buffer<double> work = workspace(n);
   const int lwork = std::max(1, n) * block_columns;
   // The upper triangle by rows is the lower one by columns.
   if (vlm::blas::sytrf('L', n, A->a, leading(A->n), pivots.data(), work.data(), lwork) != 0)
@@ -135,7 +135,7 @@ int dmat_solve_least_squares(const dmat* A, double* x, const double* b) {
   if (A->n == 0) return 1;
   NORV_ASSERT(x != 0 && b != 0);
   const int m = dimension(A->m), n = dimension(A->n);
-  vlm::Scratch<double> columns(count(A)), tau(A->n), rhs(A->m), work = workspace(n + block_columns);
+  vlm::Buffer<double> columns(count(A)), tau(A->n), rhs(A->m), work = workspace(n + block_columns);
   dmat transposed{A->n, A->m, columns.data(), nullptr};
   dmat_copy_trans_to(&transposed, A);
   std::copy_n(b, m, rhs.data());
@@ -165,8 +165,8 @@ int dmat_sym_eigenvalues(const dmat* A, vec* lambda) {
   vlm::require_real(lambda, A->n);
   if (n == 0) return 1;
   if (!all_finite(A)) return 0;
-  vlm::Scratch<double> values = copy_of(A), work(26 * std::uint64_t{A->n});
-  vlm::Scratch<int> iwork(10 * std::uint64_t{A->n});
+  vlm::Buffer<double> values = copy_of(A), work(26 * std::uint64_t{A->n});
+  vlm::Buffer<int> iwork(10 * std::uint64_t{A->n});
   return vlm::blas::symmetric_eigenvalues('L', n, values.data(), n, lambda->v, work.data(),
                                           iwork.data()) == 0;
 }
@@ -180,8 +180,8 @@ int dmat_generalized_eigenvalues(const dmat* A, const dmat* B, vec* lambda) {
   if (n == 0) return 1;
   if (!all_finite(A) || !all_finite(B)) return 0;
   // The pencil of the transposes has the same eigenvalues.
-  vlm::Scratch<double> a = copy_of(A), b = copy_of(B), work(8 * std::uint64_t{A->n});
-  vlm::Scratch<double> re(A->n), im(A->n), beta(A->n);
+  vlm::Buffer<double> a = copy_of(A), b = copy_of(B), work(8 * std::uint64_t{A->n});
+  vlm::Buffer<double> re(A->n), im(A->n), beta(A->n);
   if (vlm::blas::pencil_eigenvalues(n, a.data(), n, b.data(), n, re.data(), im.data(), beta.data(),
                                     work.data()) != 0)
     return 0;

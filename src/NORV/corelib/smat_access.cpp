@@ -24,14 +24,7 @@ int find_completed(const smat* A, unsigned i, unsigned j) {
 template <typename F>
 void count_by_row(const smat* A, int* count, F wanted) {
   std::fill_n(count, A->m, 0);
-  const int m = static_cast<int>(A->m);
-  for (int i = 0; i < m; ++i) {
-    for (int k = A->ia[i]; k < A->ia[i + 1]; ++k) {
-      const int j = A->ja[k];
-      count[i] += wanted(i, j);
-      if (A->sym && j != i) count[j] += wanted(j, i);
-    }
-  }
+  for_each_place(*A, [&](int i, int j, int) { count[i] += wanted(i, j); });
 }
 
 }  // namespace
@@ -70,10 +63,8 @@ vec* smat_get_diag(vec* dst, const smat* A) {
   NORV_ASSERT(dst->is_complex == A->is_complex);
   by_kind(A->is_complex, [&](auto zero) {
     using T = decltype(zero);
-    for (unsigned i = 0; i < n; ++i) {
-      const int k = find_entry(A, static_cast<int>(i), static_cast<int>(i));
-      values_as<T>(dst->v)[i] = k < 0 ? zero : values_as<T>(A->a)[k];
-    }
+    for_each_diagonal(
+        A, [&](int i, int k) { values_as<T>(dst->v)[i] = k < 0 ? zero : values_as<T>(A->a)[k]; });
   });
   return dst;
 }

@@ -178,13 +178,7 @@ vec* smat_get_diag_scaling(vec* dst, const smat* A) {
   const unsigned n = std::min(A->m, A->n);
   if (!dst) dst = vec_new(n);
   NORV_ASSERT(dst->n == n && !dst->is_complex);
-  by_kind(A->is_complex, [&](auto zero) {
-    using T = decltype(zero);
-    for (unsigned i = 0; i < n; ++i) {
-      const int k = find_entry(A, static_cast<int>(i), static_cast<int>(i));
-      dst->v[i] = k < 0 ? 0.0 : modulus(values_as<T>(A->a)[k]);
-    }
-  });
+  by_kind(A->is_complex, [&](auto zero) { diagonal_moduli<decltype(zero)>(A, dst->v); });
   to_scaling(dst);
   return dst;
 }

@@ -15,9 +15,6 @@ namespace {
 enum class Side { kRow, kColumn };
 enum class Kind { kSum, kLargest };
 
-/// The larger number, or the one that is none.
-double larger(double a, double b) { return a >= b || std::isnan(a) ? a : b; }
-
 /// Sum or largest of the moduli in every row, or column, of the completed matrix.
 vec* line_norms(vec* dst, const smat* A, Side side, Kind kind) {
   const unsigned n = side == Side::kRow ? A->m : A->n;
