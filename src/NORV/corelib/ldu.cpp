@@ -10,7 +10,8 @@
 
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -74,13 +75,6 @@ smat* strict_part(const smat* A, F keep) {
 
 }  // namespace
 
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
-
 ldu* ldu_new(void) { return allocate_cleared<ldu>(1); }
 
 ldu* ldu_new_dim(unsigned n, unsigned nnz_L, unsigned nnz_U, int is_complex) {
@@ -138,5 +132,3 @@ vec* ldu_fw_bw_solve_ldlt_V1(vec* x, const ldu* f, const vec* b) {
 vec* ldu_fw_bw_solve_ldlt(vec* x, const ldu* f, const vec* b) {
   return solve(x, f, b, f->L, Sweep::kForwardRows, f->L, Sweep::kBackwardColumns);
 }
-
-}  // extern "C"

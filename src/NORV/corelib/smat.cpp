@@ -109,8 +109,6 @@ smat* new_diagonal(const smat* A) {
 using namespace vlm;
 using namespace vlm::norv;
 
-extern "C" {
-
 smat* smat_new(unsigned m, unsigned n, int type) {
   smat* A = new_record(m, n, type);
   A->ia = allocate_cleared<int>(std::uint64_t{m} + 1);
@@ -246,7 +244,5 @@ void smat_to_fortran_indexing(smat* mat) {
   NORV_ASSERT(mat->ia[0] == 0);
   shift_indices(mat, 1);
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT(NORVMORA_ALIAS)

@@ -8,7 +8,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -28,13 +29,6 @@ void count_by_row(const smat* A, int* count, F wanted) {
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 double smat_get_ij_elem(const smat* A, unsigned i, unsigned j) {
   NORV_ASSERT(!A->is_complex);
@@ -107,7 +101,5 @@ void smat_col_index_free(smat_col_index* index) {
   std::free(index->place);
   std::free(index);
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_ACCESS(NORVMORA_ALIAS)

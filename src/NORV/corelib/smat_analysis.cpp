@@ -9,7 +9,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -110,13 +111,6 @@ void to_scaling(vec* v) {
 
 }  // namespace
 
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
-
 unsigned smat_guess_constraint_size(const smat* A) {
   const unsigned size =
       by_kind(A->is_complex, [&](auto zero) { return constraint_size(rows<decltype(zero)>(A)); });
@@ -182,7 +176,5 @@ vec* smat_get_diag_scaling(vec* dst, const smat* A) {
   to_scaling(dst);
   return dst;
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_ANALYSIS(NORVMORA_ALIAS)

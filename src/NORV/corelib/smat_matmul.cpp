@@ -10,7 +10,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -80,13 +81,6 @@ smat* diag_product(const smat* B, const vec* d) {
 
 }  // namespace
 
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
-
 smat* smat_matmul(const smat* A, const smat* B) {
   NORV_ASSERT(A->n == B->m);
   NORV_ASSERT(!A->sym && !B->sym);
@@ -124,7 +118,5 @@ smat* smat_matmul_diag_BBt_kkt(const smat* K, unsigned nf, const vec* d) {
   smat_free(B);
   return product;
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_MATMUL(NORVMORA_ALIAS)

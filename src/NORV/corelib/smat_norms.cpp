@@ -8,7 +8,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -55,13 +56,6 @@ bool same_values(const smat* A, const smat* B) {
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 double smat_frobenius_norm(const smat* A) {
   // Scaled by the largest modulus, so that squares neither overflow nor vanish.
@@ -115,7 +109,5 @@ int smat_equal(const smat* A, const smat* B) {
   smat_free(full);
   return equal;
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_NORMS(NORVMORA_ALIAS)

@@ -8,7 +8,8 @@
 #include "NORV/corelib/smat_rows.hpp"
 #include "base/sparse_product.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -65,13 +66,6 @@ vec* apply(const smat* A, bool transposed, const vec* x, double beta, vec* y) {
 
 }  // namespace
 
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
-
 void smat_gemv(double alpha, double beta, const void* data, const vec* x, vec* y) {
   const smat* A = static_cast<const smat*>(data);
   NORV_ASSERT(y != 0);
@@ -109,7 +103,5 @@ vec* smat_calc_residual(vec* r, const smat* A, const vec* x, const vec* b) {
   smat_gemv(-1.0, 1.0, A, x, r);
   return r;
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_PRODUCT(NORVMORA_ALIAS)

@@ -7,7 +7,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -77,13 +78,6 @@ bool is_diagonal(const smat* D) {
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 smat* smat_add(const smat* A, const smat* B) { return signed_sum(A, B, 1.0); }
 smat* smat_sub(const smat* A, const smat* B) { return signed_sum(A, B, -1.0); }
@@ -170,7 +164,5 @@ void smat_add_diag_vec(smat* A, const vec* d) {
   NORV_ASSERT(A->is_complex || !d->is_complex);
   with_values_of_kind(A, d, [&](const auto* values) { add_diagonal(A, values); });
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_SCALE(NORVMORA_ALIAS)

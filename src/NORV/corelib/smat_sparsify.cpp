@@ -7,7 +7,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -41,13 +42,6 @@ void sparsify_compensated(double thresh, smat* A, const T* target) {
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 void smat_filter(double thresh, smat* A) {
   const unsigned before = A->nnz;
@@ -118,7 +112,5 @@ smat* smat_simplify_ident(const smat* A, bitvec* ident) {
     return B;
   });
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_SPARSIFY(NORVMORA_ALIAS)

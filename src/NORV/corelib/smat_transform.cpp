@@ -9,7 +9,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -96,13 +97,6 @@ smat* permuted_copy(const Rows<T>& A, const smat* head, const int* row, const in
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 smat* smat_copy(const smat* A) {
   smat* B = same_pattern(A, A->is_complex, A->a != nullptr);
@@ -218,7 +212,5 @@ void smat_permute_columns(smat* A, const perm* p) {
   for (unsigned k = 0; k < A->nnz; ++k) A->ja[k] = p->p[A->ja[k]];
   smat_column_sort(A);
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_TRANSFORM(NORVMORA_ALIAS)

@@ -118,8 +118,6 @@ int fill_diagonal(smat* A) {
 using namespace vlm;
 using namespace vlm::norv;
 
-extern "C" {
-
 void smat_column_sort(smat* A) {
   by_kind(A->is_complex, [&](auto zero) { sort_rows<decltype(zero)>(A); });
 }
@@ -143,7 +141,5 @@ void smat_insert_zero_diags_cpx(smat* A) {
   const int missing = fill_diagonal<vlm::zcomplex>(A);
   if (missing) _norv_print_stat_msg("Filled in %d missing COMPLEX diagonal entries.", missing);
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_UTILS(NORVMORA_ALIAS)
