@@ -12,13 +12,12 @@
 #include <complex>
 #include <cstdarg>
 #include <cstdio>
-#include <initializer_list>
 #include <iterator>
 #include <type_traits>
 
 #include "base/matrix_types.hpp"
+#include "base/scalar.hpp"
 #include "base/view.hpp"
-#include "kernels/blas.hpp"
 #include "velmora.h"
 
 namespace vlm {
@@ -49,13 +48,6 @@ constexpr char vector_prefix[] = "[VELMORA]: CHK: ";
   std::fprintf(stderr, "%s%s\n", prefix, text);
   return code;
 }
-
-bool is_one_of(int mtype, std::initializer_list<int> types) {
-  return std::ranges::find(types, mtype) != types.end();
-}
-
-template <class T>
-constexpr bool is_complex = !std::is_same_v<T, double>;
 
 bool is_nan(double v) { return std::isnan(v); }
 bool is_inf(double v) { return std::isinf(v); }
@@ -109,14 +101,15 @@ int check_columns(int n, View<const int> ia, View<const int> ja) {
 
 /// Diagonal and triangle; the columns of each row ascend.
 int check_shape(int mtype, int n, View<const int> ia, View<const int> ja) {
-  if (!is_one_of(mtype, {11, 13})) {
+  const MatrixType& type = matrix_type(mtype);
+  if (type.structurally_symmetric()) {
     for (int i = 1; i <= n; ++i) {
       if (!std::binary_search(ja.at(ia(i)), ja.at(ia(i + 1)), i))
         return fail(check_diagonal, matrix_prefix,
                     "Missing diagonal element; first error in row %d", i);
     }
   }
-  if (mtype % 2 == 0) {
+  if (type.symmetric) {
     for (int i = 1; i <= n; ++i) {
       if (ja(ia(i)) < i)
         return fail(check_triangle, matrix_prefix,
@@ -139,12 +132,11 @@ int check_structural(int mtype, int n, const int* ia, const int* ja) {
 
 template <class T>
 int chkmatrix(int mtype, int n, const T* a, const int* ia, const int* ja) {
-  const bool known =
-      is_complex<T> ? is_one_of(mtype, {13, -4, 6, 3, 4}) : is_one_of(mtype, {11, -2, 1, 2});
+  const bool known = is_matrix_type(mtype) && matrix_type(mtype).complex == is_complex_v<T>;
   if (!known)
     return fail(check_argument, matrix_prefix,
-                is_complex<T> ? "Given matrix type is not complex: %d"
-                              : "Given matrix type is not real: %d",
+                is_complex_v<T> ? "Given matrix type is not complex: %d"
+                                : "Given matrix type is not real: %d",
                 mtype);
   if (const int code = check_structural(mtype, n, ia, ja)) return code;
   if (!a) return fail(check_argument, matrix_prefix, "Invalid NULL pointer argument");
@@ -193,7 +185,7 @@ int printstats(int mtype, int n, const T* a, const int* ia, const int* ja, int n
   if (const int code = chkmatrix(mtype, n, a, ia, ja)) return code;
   if (const int code = chkvec(n, nrhs, b)) return code;
   const int nnz = ia[n] - 1;
-  std::printf("[VELMORA]: Matrix type      : %s\n", matrix_type_name(mtype).checker);
+  std::printf("[VELMORA]: Matrix type      : %s\n", matrix_type(mtype).checker);
   std::printf("[VELMORA]: Matrix dimension : %d\n", n);
   std::printf("[VELMORA]: Matrix non-zeros : %d\n", nnz);
   if (nnz > 0) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "base/view.hpp"
+#include "driver/dumps.hpp"
 
 namespace vlm {
 
@@ -22,6 +23,9 @@ struct Call {
   double* b = nullptr;
   double* x = nullptr;
   View<double> dparm;  ///< [64]
+
+  int default_threads = 1;        ///< of a call that leaves the number to OpenMP
+  DumpCounters* dumps = nullptr;  ///< of the process; null: no dump is written
 
   int first_digit() const { return phase / 10; }
   int last_digit() const { return phase % 10; }

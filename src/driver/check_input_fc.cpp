@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <optional>
 
-#include "base/thread_guard.hpp"
 #include "driver/factor_store.hpp"
 
 namespace vlm {
@@ -23,12 +22,6 @@ Outcome fault(int code, int argument = 0) { return {error_input, code, argument,
 
 bool is_accepted_type(int mtype) {
   return (mtype >= -6 && mtype <= 6 && mtype != 0) || mtype == 11 || mtype == -11 || mtype == 13;
-}
-
-/// Whether the analysis of this call computes a weighted matching, which reads the values.
-bool matching_asked(const Call& call) {
-  const int t = call.mtype;
-  return (t == -2 || t == -4 || t == 6 || t == 11 || t == 13) && call.iparm(13) > 0;
 }
 
 /// Position of the first array in the argument list that is needed and null; 0 for none.
@@ -50,7 +43,7 @@ int missing_array(const Call& call, int nnz) {
   return 0;
 }
 
-std::optional<Outcome> test_store(const Call& call, const Control& stored) {
+std::optional<Outcome> test_store(const Call& call, const Options& stored) {
   if (stored.maxfct > 0 && stored.maxfct < call.maxfct) return fault(code_maxfct);
   if (call.mnum > call.maxfct) return fault(code_mnum_above);
   // Phases 12 and 13 factor as well and need a place for the factor.
@@ -59,11 +52,11 @@ std::optional<Outcome> test_store(const Call& call, const Control& stored) {
   return {};
 }
 
-std::optional<Outcome> test_sizes(const Call& call, const Control& stored) {
+std::optional<Outcome> test_sizes(const Call& call, const Options& stored) {
   if (!is_accepted_type(call.mtype)) return fault(code_mtype);
   const int t = std::abs(call.mtype), t_stored = std::abs(stored.mtype);
   if (stored.mtype != 0 && t != t_stored && t / 2 != t_stored / 2) return fault(code_mtype_change);
-  if (stored.neqns > 0 && stored.neqns != call.n) return fault(code_n_change);
+  if (stored.n > 0 && stored.n != call.n) return fault(code_n_change);
   if (call.n < 1) return fault(code_n);
   if (call.first_digit() > 2) return {};
   if (call.ia == nullptr) return fault(code_null, 8);
@@ -82,61 +75,15 @@ std::optional<Outcome> test_options(const Call& call) {
   return {};
 }
 
-/// Options that are read in every call.
-void accept_options(const Call& call, Control& control) {
-  const View<int>& iparm = call.iparm;
-  control.transpose = iparm(12) == 1 ? 1 : 0;
-  control.partial = iparm(31);
-  control.fact_ctl = control.partial != 0 ? 0 : iparm(24);
-  control.solve_ctl = control.partial != 0 ? 0 : iparm(25);
-  control.opt28 = iparm(28);
-  control.single32 = iparm(29) != 0 ? 1 : 0;
-  if (iparm(51) == 0) iparm(52) = 1;
-  if (iparm(51) == 1) iparm(51) = 2;
-  if (control.nthreads == 1 && iparm(52) == 1) iparm(51) = 0;
-  control.dist_mode = iparm(51);
-  control.nnodes = std::max(iparm(52), 1);
-  if (control.dist_mode == 1 || control.dist_mode == 2) {
-    control.fact_ctl = control.solve_ctl = 1;
-    control.opt28 = control.partial = control.single32 = 0;
-  }
-  const int t = call.mtype;
-  if (t != 1 && t != -2 && t != 11) control.single32 = 0;
-  control.opt34 = iparm(2) > 1 && iparm(24) == 1 && iparm(25) == 1 ? iparm(34) : 0;
-  control.det_flag = iparm(33);
-}
-
-/// Options that decide the structure: they hold until the next analysis.
-void accept_analysis_options(const Call& call, Control& control) {
-  const View<int>& iparm = call.iparm;
-  const int t = call.mtype, leading = iparm(38);
-  control.match_mode = matching_asked(call) ? iparm(13) : 0;
-  const bool scaled = iparm(11) == 1 || (iparm(11) == 2 && iparm(30) > 0);
-  control.scale_flag = control.match_mode > 0 && scaled ? 1 : 0;
-  const bool schur = t == 2 || t == -2 || t == 1;
-  control.nschur = schur && leading >= 1 && leading <= call.n ? call.n - leading : 0;
-  control.order = iparm(2) < 0 || iparm(2) > 2 ? 2 : iparm(2);
-  control.user_perm = iparm(5);
-  control.sym_struct = is_symmetric_storage(t) ? 1 : 0;
-  const bool crowded = control.nthreads > 4;
-  control.panel = is_symmetric_storage(t) ? (crowded ? 64 : 80) : (crowded ? 112 : 128);
-  if (iparm(30) > 1) control.panel = iparm(30);
-}
-
 }  // namespace
 
 bool is_work_phase(int phase) {
   return phase == 11 || phase == 12 || phase == 13 || phase == 22 || phase == 23 || phase == 33;
 }
 
-bool is_matrix_type(int mtype) {
-  return mtype == 2 || mtype == -2 || mtype == 4 || mtype == -4 || mtype == 1 || mtype == 3 ||
-         mtype == 6 || mtype == 11 || mtype == 13;
-}
-
 bool contradicts_handle(const Call& call) {
   if (call.pt == nullptr || handle_is_empty(call.pt) || call.first_digit() < 2) return false;
-  const int stored = control_of(call.pt).neqns;
+  const int stored = control_of(call.pt).options.n;
   return stored > 0 && stored != call.n;
 }
 
@@ -145,9 +92,9 @@ bool refinement_asked(const Call& call) {
          call.iparm(31) == 0 && call.iparm(34) == 0;
 }
 
-Outcome check_input_fc(Call& call, const Control& stored) {
+Outcome check_input_fc(Call& call, const Options& stored) {
   if (call.phase < -1 || call.phase > 33) return fault(code_phase_bounds);
-  if (call.iparm(3) < 1) call.iparm(3) = count_threads();
+  if (call.iparm(3) < 1) call.iparm(3) = call.default_threads;
   if (auto failed = test_store(call, stored)) return *failed;
   if (auto failed = test_sizes(call, stored)) return *failed;
   if (auto failed = test_options(call)) return *failed;
@@ -156,29 +103,6 @@ Outcome check_input_fc(Call& call, const Control& stored) {
   const int nnz = call.first_digit() > 2 ? stored.nnz : call.ia[call.n] - 1;
   if (const int argument = missing_array(call, nnz)) return fault(code_null, argument);
   return {};
-}
-
-void accept_input(const Call& call, Control& control) {
-  const bool analyses = call.first_digit() == 1;
-  control.maxfct = call.maxfct;
-  control.mtype = call.mtype;
-  control.neqns = call.n;
-  control.phase = call.phase;
-  if (call.first_digit() < 3) control.nnz = call.ia[call.n] - 1;
-  control.nrhs = call.nrhs;
-  control.mnum_cur = call.mnum;
-  control.nvals = is_complex_type(call.mtype) ? 2 : 1;
-  control.nthreads = call.iparm(3);
-  // With iparm(1) 0 the options stay those of the analysis, which set the defaults.
-  if (analyses || call.iparm(1) != 0) accept_options(call, control);
-  if (analyses) accept_analysis_options(call, control);
-  if (control.sym_struct) control.transpose = 0;
-  control.overwrite_b = call.iparm(6);
-  control.ext_res = call.iparm(26);
-  control.refine = call.iparm(8);
-  control.eps_exp = call.iparm(10);
-  control.pivot_type = call.iparm(21);
-  control.serial = control.nthreads == 1 && control.nnodes == 1 ? 1 : 0;
 }
 
 }  // namespace vlm

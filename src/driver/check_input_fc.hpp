@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// Tests of the arguments of a call, and the transfer of the accepted ones to the control record.
+/// Tests of the arguments of a call.
 #pragma once
 
 #include "driver/call.hpp"
-#include "driver/control.hpp"
+#include "driver/options.hpp"
 
 namespace vlm {
 
@@ -38,10 +38,6 @@ enum InputCode : int {
 /// True for the phases that exist and work on a matrix.
 bool is_work_phase(int phase);
 
-/// True for the nine codes that name a matrix type.  The input check accepts a few more, which
-/// have no kernels.
-bool is_matrix_type(int mtype);
-
 /// True when pt belongs to an analysis of another order than n and this phase would use it:
 /// then nothing may read ia(n+1).
 bool contradicts_handle(const Call& call);
@@ -53,9 +49,6 @@ bool refinement_asked(const Call& call);
 /// new analysis, against the sizes of the last accepted call.  Writes the counted threads to
 /// iparm(3) when it is below 1; changes nothing else.
 /// @return success, or class error_input with the code of the first test that failed
-Outcome check_input_fc(Call& call, const Control& stored);
-
-/// Takes over what an accepted call says: sizes and options.
-void accept_input(const Call& call, Control& control);
+Outcome check_input_fc(Call& call, const Options& stored);
 
 }  // namespace vlm

@@ -6,8 +6,6 @@
 /// test and one, in parallel, for the solution: O(n nrhs).
 #include "driver/diag.hpp"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <complex>
 #include <cstddef>
@@ -41,14 +39,20 @@ void solve_rows(const DiagonalSystem& system) {
   T* x = reinterpret_cast<T*>(system.x);
   const int n = matrix.n, nrhs = system.nrhs;
   const std::ptrdiff_t products = static_cast<std::ptrdiff_t>(n) * std::max(nrhs, 0);
-#pragma omp parallel for if (products > parallel_limit && omp_get_max_threads() > 1)
-  for (int i = 0; i < n; ++i) {
+  const bool shared = products > parallel_limit && system.threads > 1;
+  const auto solve_row = [&](int i) {
     const T r = T(1) / a[i];
     const int j = matrix.ja[i] - 1;
     for (int k = 0; k < nrhs; ++k) {
       const std::ptrdiff_t column = static_cast<std::ptrdiff_t>(k) * n;
       x[column + j] = r * b[column + i];
     }
+  };
+  if (shared) {
+#pragma omp parallel for num_threads(system.threads)
+    for (int i = 0; i < n; ++i) solve_row(i);
+  } else {
+    for (int i = 0; i < n; ++i) solve_row(i);
   }
   if (system.overwrite_b) std::copy_n(x, products, b);
 }

@@ -2,8 +2,8 @@
 /// Systems whose matrix has exactly n stored entries: solved at once, without handle.
 #pragma once
 
+#include "base/input_matrix.hpp"
 #include "base/view.hpp"
-#include "driver/control.hpp"
 
 namespace vlm {
 
@@ -13,8 +13,9 @@ struct DiagonalSystem {
   int nrhs = 0;
   bool solve = false;        ///< false: only test the rows
   bool overwrite_b = false;  ///< copy the solution to b as well
-  double* b = nullptr;       ///< [n, nrhs] in, out with overwrite_b
-  double* x = nullptr;       ///< [n, nrhs] out: x(ja(i), k) = b(i, k) / a(i)
+  int threads = 1;
+  double* b = nullptr;  ///< [n, nrhs] in, out with overwrite_b
+  double* x = nullptr;  ///< [n, nrhs] out: x(ja(i), k) = b(i, k) / a(i)
 };
 
 /// Tests the rows and solves, real values.

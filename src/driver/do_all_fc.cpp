@@ -6,29 +6,15 @@
 #include <cstdint>
 #include <limits>
 
-#include "driver/stages.hpp"
-#include "driver/statistics_fc.hpp"
+#include "base/clock.hpp"
+#include "base/status.hpp"
 #include "numeric/schur.hpp"
-#include "solve/refine.hpp"
+#include "symbolic/sched.hpp"
+#include "symbolic/sfinit.hpp"
+#include "symbolic/symfct.hpp"
 
 namespace vlm {
 namespace {
-
-/// Sets a timer to the time of a block, behind what was spent before, and marks it as used.
-class StageTimer {
- public:
-  StageTimer(double& timer, bool& flag, double before = 0)
-      : timer_(timer), start_(timer_velmora() - before) {
-    flag = true;
-  }
-  ~StageTimer() { timer_ = timer_velmora() - start_; }
-  StageTimer(const StageTimer&) = delete;
-  StageTimer& operator=(const StageTimer&) = delete;
-
- private:
-  double& timer_;
-  double start_;
-};
 
 /// A count for an option entry of 32 bits: above its range, negative and in thousands.
 int count_for_iparm(std::int64_t count) {
@@ -40,79 +26,112 @@ int truncated(double value) {
   return static_cast<int>(std::min(value, double(std::numeric_limits<int>::max())));
 }
 
-void store_analysis_results(const StageArrays& arrays) {
-  const Control& control = arrays.control;
-  const View<int>& iparm = arrays.call.iparm;
-  if (iparm(18) < 0) iparm(18) = count_for_iparm(control.nnz_l + control.nnz_u);
-  iparm(19) = truncated(control.gflop);
-  if (iparm(5) < 0) std::ranges::copy(arrays.structure->perm, arrays.call.perm);
+int run_order(StageArrays& arrays) {
+  const Options& options = arrays.control.options;
+  Timers& timer = arrays.control.clocks.timer;
+  OrderTimes times;
+  const int status = reorder1_velmora(arrays.order, order_options(options), arrays.analysis, times);
+  timer.fulladj = times.adjacency;
+  timer.reorder = times.order;
+  if (status != status_ok) return status;
+  const Stopwatch watch(timer.symbfct);
+  sfinit_velmora(symbolic_options(options), arrays.analysis);
+  return status_ok;
 }
 
 int run_lists(StageArrays& arrays) {
-  Control& control = arrays.control;
-  Timers& timers = control.dpar.timer;
-  {  // the order's stage has counted the entries already
-    const StageTimer timer(timers.symbfct, control.flags.symbfct, timers.symbfct);
-    if (const int status = reorder2_velmora(control, arrays.analysis)) return status;
+  const SymbolicOptions options = symbolic_options(arrays.control.options);
+  Timers& timer = arrays.control.clocks.timer;
+  const double counting = timer.symbfct;  // the order's stage has counted the entries already
+  int status = status_ok;
+  {
+    const Stopwatch watch(timer.symbfct);
+    status = reorder2_velmora(options, arrays.analysis);
   }
-  if (control.nthreads * control.nnodes <= 1) return status_ok;
-  const StageTimer timer(timers.parlist, control.flags.parlist);
-  return reorder3_velmora(control, arrays.analysis);
+  timer.symbfct += counting;
+  if (status == status_ok && options.threads > 1) {
+    const Stopwatch watch(timer.parlist);
+    status = reorder3_velmora(options, arrays.analysis);
+  }
+  if (status != status_ok) return status;
+  const Stopwatch watch(timer.a_to_lu);
+  arrays.plan = plan_structure(arrays.map_input(), arrays.analysis);
+  return status_ok;
 }
 
 int run_structure(StageArrays& arrays) {
-  const StageTimer timer(arrays.control.dpar.timer.a_to_lu, arrays.control.flags.a_to_lu);
-  arrays.structure =
-      build_structure(arrays.structure_block, arrays.request, arrays.control, arrays.analysis);
-  store_analysis_results(arrays);
+  Control& control = arrays.control;
+  const View<int>& iparm = arrays.call.iparm;
+  double& timer = control.clocks.timer.a_to_lu;
+  const double planning = timer;
+  {
+    const Stopwatch watch(timer);
+    arrays.structure =
+        build_structure(arrays.structure_block, arrays.map_input(), arrays.plan, arrays.analysis);
+  }
+  timer += planning;
+  const Structure& structure = *arrays.structure;
+  const FactorFigures& figures = control.results.figures = structure.figures;
+  const int nodes = arrays.analysis.order.nodes;
+  control.results.ordered_nodes = nodes > 0 ? nodes : structure.n;
+  if (iparm(18) < 0) iparm(18) = count_for_iparm(figures.nnz_l + figures.nnz_u);
+  iparm(19) = truncated(figures.flops * 1e-9);
+  if (iparm(5) < 0) std::ranges::copy(structure.perm, arrays.call.perm);
   return status_ok;
 }
 
 int run_factorization(StageArrays& arrays) {
   Control& control = arrays.control;
+  const Options& options = control.options;
   FactorRecord& record = *arrays.record;
-  const StageTimer timer(control.dpar.timer.numfct, control.flags.numfct);
-  control.perturbed = control.npos = control.nneg = 0;
-  control.logdet = 0;
   arrays.call.iparm(20) = 0;
-  record.factored = nullptr;
-  const int status = factorize_velmora(control, *arrays.structure, arrays.request.matrix,
-                                       arrays.request.matching, record.lu, arrays.work);
+  record.finished = false;
+  int status = status_ok;
+  {
+    const Stopwatch watch(control.clocks.timer.numfct);
+    status = factorize_velmora(factor_options(options), *arrays.structure, arrays.matrix,
+                               arrays.matching, record.lu, arrays.work, record.result);
+  }
+  control.results.factor = record.result;
+  record.seconds = control.clocks.timer.numfct;
   if (status != status_ok) return status;
-  record.factored = record.lu;
-  record.mtype = control.mtype;
-  record.nvals = control.nvals;
-  record.single32 = control.single32;
-  record.pivot_type = control.pivot_type;
-  record.perturbed = control.perturbed;
-  record.npos = control.npos;
-  record.nneg = control.nneg;
-  record.logdet = control.logdet;
-  arrays.call.iparm(39) = schur_entries(*arrays.structure, control.nschur);
+  record.finished = true;
+  record.mtype = options.mtype;
+  record.single = options.single;
+  arrays.call.iparm(39) = count_for_iparm(schur_entries(*arrays.structure, options.schur));
   return status_ok;
 }
 
 int run_solve(StageArrays& arrays) {
   const Call& call = arrays.call;
-  const StageTimer timer(arrays.control.dpar.timer.solve, arrays.control.flags.solve);
-  return refine_velmora({.control = arrays.control,
-                         .structure = *arrays.structure,
-                         .matrix = arrays.request.matrix,
-                         .matching = arrays.request.matching,
-                         .lu = arrays.record->lu,
-                         .nrhs = call.nrhs,
-                         .iparm = call.iparm.data(),
-                         .b = call.b,
-                         .x = call.x,
-                         .work = arrays.work,
-                         .cgs_arr = arrays.cgs_arr});
+  Control& control = arrays.control;
+  const Stopwatch watch(control.clocks.timer.solve);
+  const SolveOptions solve = solve_options(control.options);
+  const RefineOptions refine =
+      refine_options(control.options, call, control.results.factor.perturbed);
+  RefineResult result;
+  const int status = refine_velmora(
+      {.options = refine,
+       .matrix = arrays.matrix,
+       .n = arrays.structure->n,
+       .nrhs = call.nrhs,
+       .b = call.b,
+       .x = call.x,
+       .cgs_arr = arrays.cgs_arr},
+      [&](int nrhs, const double* in, double* out) {
+        return solve_velmora(solve, *arrays.structure, arrays.matching, arrays.record->lu, nrhs, in,
+                             out, arrays.work);
+      },
+      result);
+  control.results.refinement_steps = result.steps;
+  if (result.cut) call.iparm(20) = -34;
+  return status;
 }
 
 int run_stage(Stage stage, StageArrays& arrays) {
-  Control& control = arrays.control;
   switch (stage) {
-    case Stage::order:  // keeps its own times
-      return reorder1_velmora(arrays.request, control, arrays.analysis);
+    case Stage::order:
+      return run_order(arrays);
     case Stage::lists:
       return run_lists(arrays);
     case Stage::structure:
@@ -129,14 +148,12 @@ int run_stage(Stage stage, StageArrays& arrays) {
 
 int do_all_velmora_fc(Stage stage, StageArrays& arrays) {
   // Time between the stages of a call went into allocation.
-  Clocks& clocks = arrays.control.dpar;
-  if (clocks.stage_end > clocks.start) {
-    clocks.timer.malloc += timer_velmora() - clocks.stage_end;
-    arrays.control.flags.malloc = true;
-  }
-  arrays.control.status = run_stage(stage, arrays);
+  Clocks& clocks = arrays.control.clocks;
+  if (clocks.stage_end > 0)
+    clocks.timer.malloc = std::max(clocks.timer.malloc, 0.0) + timer_velmora() - clocks.stage_end;
+  const int status = run_stage(stage, arrays);
   clocks.stage_end = timer_velmora();
-  return arrays.control.status;
+  return status;
 }
 
 }  // namespace vlm

@@ -4,14 +4,15 @@
 
 #include "driver/call.hpp"
 #include "driver/control.hpp"
+#include "ordering/reorder1.hpp"
 #include "symbolic/analysis.hpp"
 #include "symbolic/structure.hpp"
 
 namespace vlm {
 
 enum class Stage {
-  order,      ///< adjacency, ordering, supernodes
-  lists,      ///< tree, row lists, counts
+  order,      ///< adjacency, ordering, exact factor
+  lists,      ///< panels, row lists, lists for threads
   structure,  ///< the structure that the numeric phases read, and the results of the analysis
   factorize,
   solve  ///< with refinement when it is due
@@ -21,13 +22,18 @@ enum class Stage {
 struct StageArrays {
   const Call& call;
   Control& control;
-  AnalysisRequest request;  ///< the matrix in use and its matching
+  OrderInput order = {};    ///< the pattern in use, and where its order comes from
+  InputMatrix matrix = {};  ///< the values in use
+  Matching matching = {};
   Analysis analysis = {};
-  void* structure_block = nullptr;  ///< structure_bytes() bytes
+  StructurePlan plan = {};
+  void* structure_block = nullptr;  ///< plan.bytes bytes
   const Structure* structure = nullptr;
   FactorRecord* record = nullptr;
   void* work = nullptr;       ///< WORK_R0
   double* cgs_arr = nullptr;  ///< refine_bytes() bytes when refinement is due
+
+  MapInput map_input() const { return {order.matrix, order.row_perm, control.options.symmetric}; }
 };
 
 /// Runs one stage and its timer.  @return a Status

@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "base/matrix_types.hpp"
+
 namespace vlm {
 namespace {
 
@@ -16,17 +18,20 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-/// Opens PREFIX_NNN-phase-PP.EXT and, when that worked, counts it.
-File open_dump(const char* default_prefix, const char* extension, int phase, int& counter) {
+/// Opens PREFIX_NNN-phase-PP.EXT under the next number of its kind, which a failure gives back.
+File open_dump(const char* default_prefix, const char* extension, int phase,
+               std::atomic<int>& counter) {
   const char* prefix = std::getenv("VELMORA_WRITE_PREFIX");
   char numbers[64];
-  std::snprintf(numbers, sizeof numbers, "_%03d-phase-%02d", counter, phase);
+  const int number = counter.fetch_add(1);
+  std::snprintf(numbers, sizeof numbers, "_%03d-phase-%02d", number, phase);
   const std::string name = std::string(prefix ? prefix : default_prefix) + numbers + extension;
   File file(std::fopen(name.c_str(), "w"));
-  if (file)
-    ++counter;
-  else
+  if (!file) {
+    int taken = number + 1;  // unless another call has gone on from it
+    counter.compare_exchange_strong(taken, number);
     std::fprintf(stderr, "[VELMORA]: cannot write dump file %s\n", name.c_str());
+  }
   return file;
 }
 
@@ -93,29 +98,29 @@ void write_coordinates(std::FILE* file, int phase, int mtype, const InputMatrix&
   }
 }
 
-int arrays_written = 0, coordinates_written = 0, solutions_written = 0;
-
 }  // namespace
 
-void dump_input(int phase, int mtype, const InputMatrix& matrix, const double* b) {
+void dump_input(DumpCounters& counters, int phase, int mtype, const InputMatrix& matrix,
+                const double* b) {
   if (phase / 10 <= 0 || matrix.n < 1 || !matrix.ia || !matrix.ja) return;
   if (std::getenv("VELMORA_WRITE_MAT")) {
-    if (const File file = open_dump("mat-velmora", ".iajaa", phase, arrays_written))
+    if (const File file = open_dump("mat-velmora", ".iajaa", phase, counters.arrays))
       write_arrays(file.get(), phase, mtype, matrix, b);
   }
   if (std::getenv("VELMORA_WRITE_MTX")) {
-    if (const File file = open_dump("mat-velmora", ".mtx", phase, coordinates_written))
+    if (const File file = open_dump("mat-velmora", ".mtx", phase, counters.coordinates))
       write_coordinates(file.get(), phase, mtype, matrix);
   }
 }
 
-void dump_solution(int phase, int mtype, int n, const double* b, const double* x) {
+void dump_solution(DumpCounters& counters, int phase, int mtype, int n, const double* b,
+                   const double* x) {
   if (phase != 13 && phase != 23 && phase != 33) return;
   if (!std::getenv("VELMORA_WRITE_SOL")) return;
-  const bool complex = is_complex_type(mtype);
+  const bool complex = matrix_type(mtype).complex;
   const double* solution = complex ? x : b;
   if (!solution || n < 1) return;
-  if (const File file = open_dump("sol-velmora", ".iajaa", phase, solutions_written))
+  if (const File file = open_dump("sol-velmora", ".iajaa", phase, counters.solutions))
     write_values(file.get(), solution, n, complex, " \n");
 }
 

@@ -10,18 +10,27 @@
 /// life of the process.  A file that cannot be opened costs one line on standard error.
 #pragma once
 
-#include "driver/control.hpp"
+#include <atomic>
+
+#include "base/input_matrix.hpp"
 
 namespace vlm {
+
+/// Numbers of the next files, by kind; calls in different threads share them.
+struct DumpCounters {
+  std::atomic<int> arrays{0}, coordinates{0}, solutions{0};
+};
 
 /// Writes the dumps of a call's input; nothing for phases below 10 or a null structure.
 /// @param phase   phase code: values are written when its last digit is above 1, the first
 ///                right-hand side when it is 3
 /// @param b       right-hand sides, may be null, then none is written
-void dump_input(int phase, int mtype, const InputMatrix& matrix, const double* b);
+void dump_input(DumpCounters& counters, int phase, int mtype, const InputMatrix& matrix,
+                const double* b);
 
 /// Writes the solution dump of the phases 13, 23, 33: x for complex types; b for real types,
 /// which holds the solution only when the caller has it returned there.
-void dump_solution(int phase, int mtype, int n, const double* b, const double* x);
+void dump_solution(DumpCounters& counters, int phase, int mtype, int n, const double* b,
+                   const double* x);
 
 }  // namespace vlm

@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "base/print.hpp"
+#include "base/status.hpp"
 #include "driver/check_input_fc.hpp"
 
 namespace vlm {
@@ -103,7 +104,7 @@ constexpr InputMessage input_messages[] = {
     {code_no_analysis, "*** error velmora: clean impossible (ido?)"},
 };
 
-long long value_of(Value value, const Outcome& outcome, const Call& call, const Control& stored) {
+long long value_of(Value value, const Outcome& outcome, const Call& call, const Options& stored) {
   switch (value) {
     case Value::none:
       return 0;
@@ -122,7 +123,7 @@ long long value_of(Value value, const Outcome& outcome, const Call& call, const 
     case Value::n:
       return call.n;
     case Value::n_old:
-      return stored.neqns;
+      return stored.n;
     // Only asked for behind the test of n, which has then passed.
     case Value::nnz:
       return static_cast<long long>(call.ia[call.n]) - 1;
@@ -146,7 +147,7 @@ long long value_of(Value value, const Outcome& outcome, const Call& call, const 
   return 0;
 }
 
-void print_input_message(const Outcome& outcome, const Call& call, const Control& stored) {
+void print_input_message(const Outcome& outcome, const Call& call, const Options& stored) {
   if (outcome.code < 0) {
     print_ci("*** something wrong with diagonal matrix row %d", {-outcome.code});
     return;
@@ -163,11 +164,10 @@ const char* array_name(std::int64_t location) {
   return k < std::size(array_names) ? array_names[k] : "";
 }
 
-void print_memory_message(const Outcome& outcome, const Call& call, const Control& stored) {
+void print_memory_message(const Outcome& outcome, const Call& call, std::int64_t wanted) {
   print_ci(std::string("*** error velmora (memory allocation) ") + array_name(outcome.code) +
                ", size to allocate: %d bytes",
            {static_cast<long long>(outcome.bytes)});
-  const int wanted = stored.mem_perm + stored.mem_fact;
   print_ci("total memory wanted here: %d kbyte",
            {static_cast<long long>(outcome.bytes / 1024) + wanted});
   print_ci("symbolic (max): %d symbolic (permanent): %d real(incl. 1 factor): %d",
@@ -209,7 +209,8 @@ void print_numeric_message(const Outcome& outcome, const Call& call) {
 
 }  // namespace
 
-void error_info_fc(const Outcome& outcome, const Call& call, const Control* stored) {
+void error_info_fc(const Outcome& outcome, const Call& call, const Options& stored,
+                   std::int64_t wanted) {
   if (outcome.code == code_empty_handle && outcome.error == error_input) {
     print_ci("*** error VELMORA  (contradictory input, initialization failed)");
     print_ci("handle=0 ?? ido= %d", {call.phase});
@@ -217,11 +218,9 @@ void error_info_fc(const Outcome& outcome, const Call& call, const Control* stor
   }
   print_ci(std::string("*** error VELMORA  (") + class_names[-outcome.error] + ") error_num= %d",
            {outcome.code});
-  static const Control none;
-  const Control& control = stored != nullptr ? *stored : none;
   switch (outcome.error) {
     case error_memory:
-      print_memory_message(outcome, call, control);
+      print_memory_message(outcome, call, wanted);
       break;
     case error_analysis:
     case error_overflow:
@@ -239,7 +238,7 @@ void error_info_fc(const Outcome& outcome, const Call& call, const Control* stor
       print_ci("*** error velmora: unclassified error");
       break;
     default:
-      print_input_message(outcome, call, control);
+      print_input_message(outcome, call, stored);
       break;
   }
 }

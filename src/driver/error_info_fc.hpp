@@ -2,13 +2,17 @@
 /// Messages of failed calls.
 #pragma once
 
+#include <cstdint>
+
 #include "driver/call.hpp"
-#include "driver/control.hpp"
+#include "driver/options.hpp"
 
 namespace vlm {
 
 /// Prints the header line and what went wrong, to standard output.
-/// @param stored  control record of the handle; null when the handle is empty
-void error_info_fc(const Outcome& outcome, const Call& call, const Control* stored);
+/// @param stored  options of the last accepted call; those of an empty record for an empty handle
+/// @param wanted  KB that the handle holds already
+void error_info_fc(const Outcome& outcome, const Call& call, const Options& stored,
+                   std::int64_t wanted);
 
 }  // namespace vlm

@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstdint>
 #include <cstdlib>
+#include <limits>
 #include <utility>
 
 namespace vlm {
@@ -90,7 +91,7 @@ int release_analysis(void** pt) {
   delete padded_of(pt);
   slot(pt, slot_padded) = nullptr;
   for (int number = slot_last; number > slot_table; --number) release(pt, Slot(number));
-  control_of(pt).len_work = 0;
+  control_of(pt).work_bytes = 0;
   return deleted;
 }
 
@@ -109,12 +110,11 @@ void provide_factor(FactorRecord& record, std::size_t bytes) {
 
 void provide_work(void** pt, std::size_t bytes) {
   Control& control = control_of(pt);
-  const auto doubles = static_cast<std::int64_t>((bytes + sizeof(double) - 1) / sizeof(double));
-  if (slot(pt, slot_work) != nullptr && control.len_work >= doubles) return;
+  if (slot(pt, slot_work) != nullptr && control.work_bytes >= bytes) return;
   release(pt, slot_work);
-  control.len_work = 0;
-  slot(pt, slot_work) = allocate(static_cast<std::size_t>(doubles) * sizeof(double), at_work);
-  control.len_work = doubles;
+  control.work_bytes = 0;
+  slot(pt, slot_work) = allocate(bytes, at_work);
+  control.work_bytes = bytes;
 }
 
 std::size_t analysis_bytes(const Analysis& analysis) {
@@ -129,20 +129,23 @@ std::size_t analysis_bytes(const Analysis& analysis) {
          bytes_of(analysis.updates.uplen);
 }
 
-int numeric_kilobytes(void** pt) {
+std::int64_t numeric_kilobytes(void** pt) {
   const Control& control = control_of(pt);
-  int sum = 0;
+  std::int64_t sum = 0;
   for (int mnum = 1; mnum <= control.nrecords; ++mnum)
     if (factor_record(pt, mnum)->lu != nullptr) sum += kilobytes(factor_record(pt, mnum)->bytes);
-  for (const std::int64_t length : {control.len_work, control.len_cgs})
-    if (length > 0) sum += kilobytes(static_cast<std::size_t>(length) * sizeof(double));
+  for (const std::size_t bytes : {control.work_bytes, control.cgs_bytes})
+    if (bytes > 0) sum += kilobytes(bytes);
   return sum;
 }
 
-void store_memory_figures(const Control& control, View<int> iparm) {
-  iparm(15) = control.mem_peak;
-  iparm(16) = control.mem_perm;
-  iparm(17) = control.mem_fact;
+void store_memory_figures(const MemoryFigures& memory, View<int> iparm) {
+  const auto fit = [](std::int64_t figure) {
+    return static_cast<int>(std::min<std::int64_t>(figure, std::numeric_limits<int>::max()));
+  };
+  iparm(15) = fit(memory.peak);
+  iparm(16) = fit(memory.permanent);
+  iparm(17) = fit(memory.numeric);
 }
 
 }  // namespace vlm

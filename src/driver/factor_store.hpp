@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <new>
 
 #include "driver/control.hpp"
@@ -101,12 +102,14 @@ void provide_factor(FactorRecord& record, std::size_t bytes);
 void provide_work(void** pt, std::size_t bytes);
 
 /// KB that one allocation counts for.
-inline int kilobytes(std::size_t bytes) { return static_cast<int>(bytes / 1024 + 1); }
+inline std::int64_t kilobytes(std::size_t bytes) {
+  return static_cast<std::int64_t>(bytes / 1024 + 1);
+}
 /// Bytes that an analysis in progress holds.
 std::size_t analysis_bytes(const Analysis& analysis);
 /// KB of all factors, of WORK_R0 and of the refinement vectors.
-int numeric_kilobytes(void** pt);
-/// Writes the three figures to iparm(15) to iparm(17).
-void store_memory_figures(const Control& control, View<int> iparm);
+std::int64_t numeric_kilobytes(void** pt);
+/// Writes the three figures to iparm(15) to iparm(17); one beyond 2 TB as 2^31 - 1.
+void store_memory_figures(const MemoryFigures& memory, View<int> iparm);
 
 }  // namespace vlm

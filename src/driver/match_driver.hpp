@@ -5,9 +5,9 @@
 #include <optional>
 
 #include "driver/call.hpp"
-#include "driver/control.hpp"
+#include "driver/options.hpp"
+#include "graph/ordering.hpp"
 #include "matching/mpssym.hpp"
-#include "symbolic/analysis.hpp"
 
 namespace vlm {
 
@@ -17,7 +17,7 @@ struct MatchedOrder {
   std::optional<PaddedMatrix> padded;  ///< modes 2 and 4 of symmetric types
 };
 
-/// Runs the matching that control.match_mode asks for and stores permutation and scalings.
+/// Runs the matching that options.matching asks for and stores permutation and scalings.
 ///
 /// Unsymmetric types take the matching as a row permutation; an incomplete one is an error
 /// there.  Symmetric types turn it into an elimination order, unless the caller gave one, and an
@@ -27,7 +27,7 @@ struct MatchedOrder {
 /// @param perm_store   [n] 1-based, row that takes the place of column j, out
 /// @param scale_store  [2n] column factors, then row factors, out
 /// @return success, error_matching, error_overflow, or error_analysis for an unknown mode
-Outcome run_matching(const InputMatrix& matrix, const Control& control, int* perm_store,
+Outcome run_matching(const InputMatrix& matrix, const Options& options, int* perm_store,
                      double* scale_store, MatchedOrder& matched);
 
 }  // namespace vlm

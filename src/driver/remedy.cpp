@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <iterator>
 
+#include "base/status.hpp"
 #include "driver/check_input_fc.hpp"
-#include "driver/control.hpp"
 #include "driver/factor_store.hpp"
 
 namespace vlm {

@@ -6,10 +6,22 @@
 /// deterministic.
 #pragma once
 
+#include <vector>
+
+#include "base/status.hpp"
 #include "base/view.hpp"
-#include "symbolic/analysis.hpp"
 
 namespace vlm {
+
+/// Symmetric adjacency without diagonal, both triangles, 1-based contents.
+struct Adjacency {
+  int n = 0;
+  std::vector<int> xadj;    ///< [n+1]
+  std::vector<int> adjncy;  ///< [xadj(n+1)-1]
+  std::vector<int> weight;  ///< [n] columns that a node stands for; empty: one each
+
+  int weight_of(int node) const { return weight.empty() ? 1 : weight[node - 1]; }
+};
 
 /// Pattern in compressed rows, 1-based.
 struct Pattern {

@@ -8,8 +8,8 @@
 
 #include <vector>
 
-#include "metis/metis_graph.hpp"
-#include "symbolic/analysis.hpp"
+#include "graph/adjacency.hpp"
+#include "graph/weighted_graph.hpp"
 
 namespace vlm {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "base/view.hpp"
-#include "symbolic/analysis.hpp"
+#include "graph/ordering.hpp"
 
 namespace vlm {
 

@@ -20,7 +20,7 @@
 #include <utility>
 #include <vector>
 
-#include "metis/metis_graph.hpp"
+#include "graph/weighted_graph.hpp"
 
 namespace vlm {
 

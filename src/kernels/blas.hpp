@@ -5,12 +5,9 @@
 /// and not a letter.  Arguments follow the BLAS; dimensions are int, matrices column-major.
 #pragma once
 
-#include <complex>
+#include "base/scalar.hpp"
 
 namespace vlm {
-
-using zcomplex = std::complex<double>;
-using ccomplex = std::complex<float>;
 
 extern "C" {
 #define VLM_BLAS(p, T)                                                                            \

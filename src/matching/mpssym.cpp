@@ -204,6 +204,7 @@ void expand_cond_perm(const PairedOrder& pairs, const PairGraph& compressed, con
   }
   start[nodes] = n + 1;
   expanded.nparts = order.nparts;
+  expanded.nodes = order.nodes > 0 ? order.nodes : nodes;
   if (order.nparts == 1) {
     expanded.ranges = {{1, n - 1}, {n, n}};
     return;

@@ -15,9 +15,10 @@
 #include <functional>
 #include <vector>
 
+#include "base/input_matrix.hpp"
+#include "graph/ordering.hpp"
 #include "graph/pairing.hpp"
 #include "matching/mps.hpp"
-#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "metis/metis_calls.hpp"
 #include "metis/vertex_cut.hpp"
 
 namespace vlm {

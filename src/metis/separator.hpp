@@ -13,7 +13,7 @@
 
 #include <vector>
 
-#include "metis/metis_graph.hpp"
+#include "graph/weighted_graph.hpp"
 
 namespace vlm {
 

@@ -8,7 +8,7 @@
 
 #include <vector>
 
-#include "metis/metis_graph.hpp"
+#include "graph/weighted_graph.hpp"
 
 namespace vlm {
 

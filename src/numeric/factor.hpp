@@ -2,11 +2,10 @@
 /// The numeric factor: where its parts lie in FACT_L&U, and views of one panel.
 #pragma once
 
-#include <complex>
 #include <cstddef>
 #include <cstdint>
 
-#include "driver/control.hpp"
+#include "base/scalar.hpp"
 #include "kernels/kernels.hpp"
 #include "symbolic/structure.hpp"
 
@@ -65,36 +64,11 @@ Panel<T> panel_of(const Structure& st, const FactorStore<T>& store, int s) {
   p.width = st.xsuper(s + 1) - p.first;
   p.rows = st.xlindx(s + 1) - st.xlindx(s);
   p.row = st.lindx.at(st.xlindx(s));
-  p.l = store.lnz + (st.xlnz(p.first) - 1);
-  p.u = store.unz + (st.xunz(p.first) - 1);
+  p.l = store.lnz + (st.xlnz(s) - 1);
+  p.u = store.unz + (st.xunz(s) - 1);
   p.pivot = store.pivot.at(p.first);
   p.column_pivot = store.column_pivot.at(p.first);
   return p;
-}
-
-template <class T>
-inline constexpr bool is_complex_v = false;
-template <class R>
-inline constexpr bool is_complex_v<std::complex<R>> = true;
-
-/// Conjugate of a value where the family is Hermitian.
-template <bool hermitian, class T>
-inline T maybe_conj(T x) {
-  if constexpr (hermitian && is_complex_v<T>)
-    return std::conj(x);
-  else
-    return x;
-}
-
-/// Value k of a caller's array of doubles, as a T.
-template <class T>
-inline T value_at(const double* a, std::ptrdiff_t k) {
-  if constexpr (is_complex_v<T>) {
-    using R = typename T::value_type;
-    return T(static_cast<R>(a[2 * k]), static_cast<R>(a[2 * k + 1]));
-  } else {
-    return static_cast<T>(a[k]);
-  }
 }
 
 }  // namespace vlm

@@ -2,6 +2,8 @@
 /// Numerical factorization: perturbation threshold, choice of the family, statistics.
 ///
 /// The table at the end is the whole family table: one line for each historical name.
+#include "numeric/factorize.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -9,33 +11,36 @@
 #include <utility>
 #include <vector>
 
-#include "base/thread_guard.hpp"
-#include "driver/stages.hpp"
+#include "base/status.hpp"
 #include "numeric/family.hpp"
 #include "numeric/family_lu.hpp"
-#include "numeric/schedule_parallel.hpp"
+#include "numeric/fine_grain.hpp"
+#include "numeric/sequential.hpp"
+#include "numeric/two_level.hpp"
 
 namespace vlm {
 
 namespace {
 
-/// Operations, in 1e9, below which starting threads costs more than they save.
-constexpr double worthwhile_gflop = 2e-3;
+/// Operations below which starting threads costs more than they save.
+constexpr double worthwhile_flops = 2e6;
 
 /// Threads that a factorization runs on: one, unless the analysis made lists for more.
-int factor_threads(const Control& control, const Structure& st) {
-  const bool alone = st.schedule.scheme == Scheme::sequential || control.gflop < worthwhile_gflop;
-  return alone ? 1 : std::max(1, control.nthreads);
+int factor_threads(const FactorOptions& options, const Structure& st) {
+  const bool alone =
+      st.schedule.scheme == Scheme::sequential || st.figures.flops < worthwhile_flops;
+  return alone ? 1 : std::max(1, options.threads);
 }
 
 /// Everything that one factorization is given.
 struct FactorCall {
-  Control& control;
+  const FactorOptions& options;
   const Structure& st;
   const InputMatrix& matrix;
-  const MatchingStore& matching;
+  const Matching& matching;
   void* lu;
   void* work;
+  FactorResult& result;
 };
 
 /// Largest magnitude beside the first entry of each row, the diagonal.  Complex matrices are
@@ -49,12 +54,11 @@ double largest_off_diagonal(const InputMatrix& m) {
 
 /// Threshold below which a pivot is replaced: 10^-k, made smaller for symmetric indefinite
 /// types by the square root of the matrix's off-diagonal magnitude or its reciprocal.
-double perturbation(const Control& control, const InputMatrix& matrix) {
-  const int k = std::abs(control.eps_exp);
+double perturbation(const FactorOptions& options, const InputMatrix& matrix) {
+  const int k = std::abs(options.perturbation);
   if (k == 0) return 0;
   const double eps = std::exp(-2.302585092994046 * k);
-  const int t = control.mtype;
-  if (t != -2 && t != -4 && t != 6) return eps;
+  if (options.type.family != Family::ldlt) return eps;
   double mx = largest_off_diagonal(matrix);
   if (mx == 0) mx = 1;
   return mx < 1 ? eps * std::sqrt(mx) : eps / std::sqrt(mx);
@@ -78,8 +82,7 @@ double log_of_scaling(const FactorFrame<T>& f) {
 template <class Family, class T>
 bool eliminate(const FactorFrame<T>& frame, Team<T>& team) {
   const Scheme scheme = team.size() > 1 ? frame.st.schedule.scheme : Scheme::sequential;
-  const bool fixed_order = frame.control.opt34 != 0;
-  const SerialBlas serial(team.size() > 1);
+  const bool fixed_order = frame.options.fixed_order;
   switch (scheme) {
     case Scheme::fine_grain:
       return FineGrain<Family, T>(frame, fixed_order).run(team);
@@ -94,16 +97,15 @@ bool eliminate(const FactorFrame<T>& frame, Team<T>& team) {
 
 template <class Family, class T>
 int factor_with(FactorCall& call) {
-  Control& control = call.control;
-  FactorFrame<T> frame{.control = control,
+  FactorFrame<T> frame{.options = call.options,
                        .st = call.st,
                        .matrix = call.matrix,
-                       .scale = control.scale_flag ? call.matching.scale : nullptr,
-                       .match = control.sym_struct ? nullptr : call.matching.perm,
+                       .scale = call.matching.scale,
+                       .match = call.matching.perm,
                        .store = factor_store<T>(call.st, call.lu)};
-  frame.eps = perturbation(control, call.matrix);
-  frame.last_eliminated = call.st.n - control.nschur;
-  const int threads = factor_threads(control, call.st);
+  frame.eps = perturbation(call.options, call.matrix);
+  frame.last_eliminated = call.st.n - call.options.schur;
+  const int threads = factor_threads(call.options, call.st);
   Team<T> team;
   team.reserve(static_cast<std::size_t>(threads));
   for (int k = 0; k < threads; ++k)
@@ -112,12 +114,13 @@ int factor_with(FactorCall& call) {
   std::vector<double> logdet(static_cast<std::size_t>(call.st.nsuper), 0);
   frame.logdet = logdet.data();
   const bool finished = eliminate<Family>(frame, team);
+  FactorResult& result = call.result;
   for (const FactorScratch<T>& scratch : team) {
-    control.perturbed += scratch.stats.perturbed;
-    control.npos += scratch.stats.positive;
-    control.nneg += scratch.stats.negative;
+    result.perturbed += scratch.stats.perturbed;
+    result.positive += scratch.stats.positive;
+    result.negative += scratch.stats.negative;
   }
-  control.logdet = std::accumulate(logdet.begin(), logdet.end(), 0.0) - log_of_scaling(frame);
+  result.logdet = std::accumulate(logdet.begin(), logdet.end(), 0.0) - log_of_scaling(frame);
   return finished ? status_ok : status_pivot;
 }
 
@@ -137,65 +140,56 @@ constexpr Kernel blklu_unsym_velmora = factor_with<LuFamily<double, true>, doubl
 constexpr Kernel blklu_32_unsym_velmora = factor_with<LuFamily<float, true>, float>;
 constexpr Kernel c_blklu_unsym_velmora = factor_with<LuFamily<zcomplex, true>, zcomplex>;
 
-/// Kernel for a matrix type, null where there is none.
-Kernel choose_kernel(int mtype, bool single) {
-  switch (mtype) {
-    case 2:
-      return blkl_velmora;
-    case -2:
+/// Kernel for a matrix type and precision, null where there is none.
+Kernel choose_kernel(const MatrixType& type, bool single) {
+  if (single && !type.single) return nullptr;
+  switch (type.family) {
+    case Family::cholesky:
+      return type.complex ? ch_blkl_velmora : blkl_velmora;
+    case Family::ldlt:
+      if (type.complex) return type.hermitian ? ch_blkldl_velmora : c_blkl_velmora;
       return single ? blkldl_32_velmora : blkldl_velmora;
-    case 4:
-      return ch_blkl_velmora;
-    case -4:
-      return ch_blkldl_velmora;
-    case 6:
-      return c_blkl_velmora;
-    case 1:
+    case Family::lu:
+      if (type.complex) return c_blklu_velmora;
       return single ? blklu_32_velmora : blklu_velmora;
-    case 3:
-      return c_blklu_velmora;
-    case 11:
+    case Family::lu_complete:
+      if (type.complex) return c_blklu_unsym_velmora;
       return single ? blklu_32_unsym_velmora : blklu_unsym_velmora;
-    case 13:
-      return c_blklu_unsym_velmora;
-    default:
-      return nullptr;
+    case Family::none:
+      break;
   }
-}
-
-std::size_t scalar_bytes(const Control& control) {
-  return control.single32 ? sizeof(float)
-                          : sizeof(double) * (is_complex_type(control.mtype) ? 2 : 1);
+  return nullptr;
 }
 
 }  // namespace
 
-bool kernels_exist(int mtype) { return choose_kernel(mtype, false) != nullptr; }
+bool kernels_exist(const MatrixType& type, bool single) {
+  return choose_kernel(type, single) != nullptr;
+}
 
-std::size_t factor_bytes(const Control& control, const Structure& structure) {
-  if (control.single32) return factor_store_bytes<float>(structure);
-  if (is_complex_type(control.mtype)) return factor_store_bytes<zcomplex>(structure);
-  return factor_store_bytes<double>(structure);
+std::size_t scalar_bytes(const MatrixType& type, bool single) {
+  return single ? sizeof(float) : type.complex ? sizeof(zcomplex) : sizeof(double);
+}
+
+std::size_t factor_bytes(const FactorOptions& options, const Structure& structure) {
+  if (options.single) return factor_store_bytes<float>(structure);
+  return options.type.complex ? factor_store_bytes<zcomplex>(structure)
+                              : factor_store_bytes<double>(structure);
 }
 
 /// One row index a thread.
-std::size_t factor_work_bytes(const Control& control, const Structure& st) {
-  return static_cast<std::size_t>(st.n) * static_cast<std::size_t>(factor_threads(control, st)) *
+std::size_t factor_work_bytes(const FactorOptions& options, const Structure& st) {
+  return static_cast<std::size_t>(st.n) * static_cast<std::size_t>(factor_threads(options, st)) *
          sizeof(int);
 }
 
-std::size_t work_bytes(const Control& control, const Structure& structure, int nrhs) {
-  return std::max(factor_work_bytes(control, structure),
-                  solve_work_bytes(control, structure, nrhs, scalar_bytes(control)));
-}
-
-int factorize_velmora(Control& control, const Structure& structure, const InputMatrix& matrix,
-                      const MatchingStore& matching, void* lu, void* work) {
-  control.perturbed = control.npos = control.nneg = 0;
-  control.logdet = 0;
-  const Kernel kernel = choose_kernel(control.mtype, control.single32 != 0);
+int factorize_velmora(const FactorOptions& options, const Structure& structure,
+                      const InputMatrix& matrix, const Matching& matching, void* lu, void* work,
+                      FactorResult& result) {
+  result = {};
+  const Kernel kernel = choose_kernel(options.type, options.single);
   if (kernel == nullptr) return status_unsupported;
-  FactorCall call{control, structure, matrix, matching, lu, work};
+  FactorCall call{options, structure, matrix, matching, lu, work, result};
   return kernel(call);
 }
 

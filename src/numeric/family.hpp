@@ -11,13 +11,14 @@
 #include <vector>
 
 #include "numeric/factor.hpp"
+#include "numeric/factorize.hpp"
 
 namespace vlm {
 
 /// What a factorization reads and writes, shared by all its threads.
 template <class T>
 struct FactorFrame {
-  const Control& control;
+  const FactorOptions& options;
   const Structure& st;
   InputMatrix matrix;
   const double* scale = nullptr;  ///< [2n] scalings, null when there are none
@@ -42,7 +43,7 @@ struct FactorScratch {
     scaled.resize(
         static_cast<std::size_t>(std::max<std::int64_t>(frame.st.max_scaled, frame.st.max_width)));
     stats.eps = frame.eps;
-    stats.want_logdet = frame.control.det_flag == 1;
+    stats.want_logdet = frame.options.logdet;
   }
 };
 
@@ -90,8 +91,7 @@ const int* relative_rows(const UpdateSource<T>& s, const Panel<T>& target,
 /// Value times scale, formed in double also when the factor is float.
 template <class T>
 T scaled_value(const double* a, std::ptrdiff_t k, double scale) {
-  using Wide = std::conditional_t<is_complex_v<T>, zcomplex, double>;
-  return static_cast<T>(value_at<Wide>(a, k) * scale);
+  return static_cast<T>(value_at<Wide<T>>(a, k) * scale);
 }
 
 /// Symmetric and Hermitian panels: load and update, for any kind of B operand.
@@ -102,14 +102,15 @@ struct SymmetricBase {
     const Panel<T> panel = panel_of(st, f.store, s);
     std::fill_n(panel.l, static_cast<std::size_t>(panel.rows) * panel.width, T(0));
     for (int j = panel.first; j < panel.first + panel.width; ++j) {
+      const int column = (j - panel.first) * panel.rows;
       const double column_scale = f.scale ? f.scale[st.perm(j) - 1] : 1.0;
       for (int p = st.lmap.ptr(j); p < st.lmap.ptr(j + 1); ++p) {
-        const int dst = st.lmap.dst(p), place = std::abs(dst);
+        const int dst = st.lmap.dst(p), place = std::abs(dst) - 1;
         double scale = column_scale;
-        if (f.scale) scale *= f.scale[st.perm(panel.row[place - st.xlnz(j)]) - 1];
+        if (f.scale) scale *= f.scale[st.perm(panel.row[place - column]) - 1];
         const T v = scaled_value<T>(f.matrix.a, st.lmap.src(p) - 1, scale);
         // A positive place marks an entry of the upper triangle, seen from below.
-        f.store.lnz[place - 1] += dst > 0 ? maybe_conj<hermitian>(v) : v;
+        panel.l[place] += dst > 0 ? maybe_conj<hermitian>(v) : v;
       }
     }
   }
@@ -119,7 +120,7 @@ struct SymmetricBase {
     const std::ptrdiff_t ld = panel.rows;
     for (int k = 0; k < panel.width; ++k) {
       panel.pivot[k] = k + 1;
-      if (f.control.pivot_type != 0) continue;
+      if (f.options.pairs) continue;
       for (int i = k + 1; i < panel.width; ++i)
         panel.l[k + i * ld] = maybe_conj<hermitian>(panel.l[i + k * ld]);
     }
@@ -251,7 +252,7 @@ struct LdltFamily : SymmetricBase<T, hermitian> {
 
   static bool finish(const FactorFrame<T>& f, const Panel<T>& panel, FactorScratch<T>& scratch) {
     scratch.stats.hermitian = hermitian;
-    if (f.control.pivot_type != 0)
+    if (f.options.pairs)
       f.kernel.ldlt(panel.width, panel.l, panel.rows, panel.pivot, scratch.stats);
     else
       f.kernel.ldlt_diagonal(panel.width, panel.l, panel.rows, panel.pivot, scratch.stats);

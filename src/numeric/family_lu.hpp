@@ -18,14 +18,14 @@ struct LuFamily {
     std::fill_n(panel.u, static_cast<std::size_t>(panel.below()) * panel.width, T(0));
     for (int j = panel.first; j < panel.first + panel.width; ++j) {
       for (int p = st.lmap.ptr(j); p < st.lmap.ptr(j + 1); ++p) {
-        const int place = st.lmap.dst(p);
-        const int row = panel.row[place - st.xlnz(j)];
-        f.store.lnz[place - 1] += value(f, st.lmap.src(p), row, j);
+        const int place = st.lmap.dst(p) - 1;
+        const int row = panel.row[place - (j - panel.first) * panel.rows];
+        panel.l[place] += value(f, st.lmap.src(p), row, j);
       }
       for (int p = st.umap.ptr(j); p < st.umap.ptr(j + 1); ++p) {
-        const int place = st.umap.dst(p);
-        const int column = panel.row[panel.width + place - st.xunz(j)];
-        f.store.unz[place - 1] += value(f, st.umap.src(p), j, column);
+        const int place = st.umap.dst(p) - 1;
+        const int column = panel.row[panel.width + place - (j - panel.first) * panel.below()];
+        panel.u[place] += value(f, st.umap.src(p), j, column);
       }
     }
   }

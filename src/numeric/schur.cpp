@@ -8,7 +8,6 @@
 
 #include <algorithm>
 
-#include "driver/factor_store.hpp"
 #include "numeric/factor.hpp"
 
 namespace vlm {
@@ -17,8 +16,8 @@ namespace {
 /// Calls visit(column, first row, last row) for the trailing columns in order; the rows are
 /// positions in lindx, from the diagonal down.
 template <class Visit>
-void visit_schur_columns(const Structure& st, int nschur, Visit visit) {
-  const int leading = st.n - nschur;
+void visit_schur_columns(const Structure& st, int schur, Visit visit) {
+  const int leading = st.n - schur;
   for (int s = 1; s <= st.nsuper; ++s) {
     const int first = st.xsuper(s), next = st.xsuper(s + 1);
     for (int column = std::max(first, leading + 1); column < next; ++column)
@@ -27,14 +26,16 @@ void visit_schur_columns(const Structure& st, int nschur, Visit visit) {
 }
 
 template <class T>
-void velmora_fact_schur(const Structure& st, int nschur, void* lu, double* s, int* is, int* js) {
-  const FactorStore<T> store = factor_store<T>(st, lu);
-  const int leading = st.n - nschur;
+void copy_complement(const Structure& st, int schur, const void* lu, double* s, int* is, int* js) {
+  const FactorStore<T> store = factor_store<T>(st, const_cast<void*>(lu));
+  const int leading = st.n - schur;
   int t = 0;
   is[0] = 1;
-  visit_schur_columns(st, nschur, [&](int column, int first, int last) {
-    // The column ends with its last row; count its source back from there.
-    const T* source = store.lnz + (st.xlnz(column + 1) - 1) - (last - first + 1);
+  visit_schur_columns(st, schur, [&](int column, int first, int last) {
+    const Panel<T> panel = panel_of(st, store, st.snode(column));
+    // The diagonal of a panel's column k stands k rows down.
+    const T* source =
+        panel.l + static_cast<std::ptrdiff_t>(column - panel.first) * (panel.rows + 1);
     for (int k = first; k <= last; ++k, ++t) {
       s[t] = static_cast<double>(*source++);
       js[t] = st.lindx(k) - leading;
@@ -45,27 +46,20 @@ void velmora_fact_schur(const Structure& st, int nschur, void* lu, double* s, in
 
 }  // namespace
 
-int schur_entries(const Structure& structure, int nschur) {
-  int count = 0;
-  if (nschur > 0)
-    visit_schur_columns(structure, nschur,
+std::int64_t schur_entries(const Structure& structure, int schur) {
+  std::int64_t count = 0;
+  if (schur > 0)
+    visit_schur_columns(structure, schur,
                         [&](int, int first, int last) { count += last - first + 1; });
   return count;
 }
 
-void velmora_schur_c(void** pt, int maxfct, int mnum, int mtype, double* s, int* is, int* js) {
-  static_cast<void>(maxfct);
-  static_cast<void>(mtype);
-  if (pt == nullptr || handle_is_empty(pt)) return;
-  const FactorRecord* record = factor_record(pt, mnum);
-  const auto* structure = static_cast<const Structure*>(slot(pt, slot_structure));
-  const int nschur = control_of(pt).nschur;
-  if (record == nullptr || record->factored == nullptr || structure == nullptr || nschur < 1)
-    return;
-  if (record->single32)
-    velmora_fact_schur<float>(*structure, nschur, record->lu, s, is, js);
+void velmora_fact_schur(const Structure& structure, int schur, bool single, const void* lu,
+                        double* s, int* is, int* js) {
+  if (single)
+    copy_complement<float>(structure, schur, lu, s, is, js);
   else
-    velmora_fact_schur<double>(*structure, nschur, record->lu, s, is, js);
+    copy_complement<double>(structure, schur, lu, s, is, js);
 }
 
 }  // namespace vlm

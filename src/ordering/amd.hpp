@@ -14,27 +14,10 @@
 
 #include <vector>
 
-#include "metis/metis_graph.hpp"
+#include "graph/symbolic_cost.hpp"
+#include "graph/weighted_graph.hpp"
 
 namespace vlm {
-
-/// Cost of a factor, columns of a weighted vertex counted one by one.
-struct FactorCost {
-  double entries = 0;  ///< entries of L, diagonal included
-  double flops = 0;    ///< sum over the columns of the squared number of entries
-
-  FactorCost& operator+=(const FactorCost& other) {
-    entries += other.entries;
-    flops += other.flops;
-    return *this;
-  }
-};
-
-/// Cost of a block of `width` columns with `below` further rows.
-inline FactorCost block_cost(double width, double below) {
-  const double f = width, r = below;
-  return {f * r + f * (f + 1) / 2, f * r * r + r * f * (f + 1) + f * (f + 1) * (2 * f + 1) / 6};
-}
 
 /// Orders the vertices 0 to graph.n - halo - 1; the last `halo` vertices are the halo.
 /// @param order  vertices in elimination order, postordered by the assembly tree, appended to

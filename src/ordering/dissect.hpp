@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "graph/pairing.hpp"
-#include "metis/metis_graph.hpp"
+#include "graph/weighted_graph.hpp"
 
 namespace vlm {
 

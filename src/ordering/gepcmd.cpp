@@ -5,7 +5,7 @@
 #include <numeric>
 
 #include "base/view.hpp"
-#include "metis/metis_graph.hpp"
+#include "metis/metis_calls.hpp"
 #include "ordering/gepmmd.hpp"
 
 namespace vlm {

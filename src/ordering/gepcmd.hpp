@@ -8,7 +8,7 @@
 
 #include <vector>
 
-#include "symbolic/analysis.hpp"
+#include "graph/ordering.hpp"
 
 namespace vlm {
 

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "graph/compress.hpp"
+#include "graph/ordering.hpp"
 #include "ordering/dissect.hpp"
-#include "ordering/ordering.hpp"
 
 namespace vlm {
 namespace {
@@ -64,6 +64,7 @@ void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, 
     }
   order.perm.insert(order.perm.end(), compressed.dense.begin(), compressed.dense.end());
   write_ranges(found, group, order);
+  order.nodes = compressed.graph.n + static_cast<int>(compressed.dense.size());
 }
 
 bool dissect_with_pairs(const Adjacency& graph, const DissectionRequest& request, Pairing& pairs,

@@ -6,8 +6,8 @@
 /// them.
 #pragma once
 
+#include "graph/ordering.hpp"
 #include "graph/pairing.hpp"
-#include "symbolic/analysis.hpp"
 
 namespace vlm {
 

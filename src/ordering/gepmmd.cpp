@@ -5,7 +5,7 @@
 #include <numeric>
 
 #include "base/view.hpp"
-#include "ordering/ordering.hpp"
+#include "graph/ordering.hpp"
 
 namespace vlm {
 namespace {

@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "symbolic/analysis.hpp"
+#include "graph/ordering.hpp"
 
 namespace vlm {
 

@@ -9,7 +9,7 @@
 
 #include <vector>
 
-#include "symbolic/analysis.hpp"
+#include "graph/ordering.hpp"
 
 namespace vlm {
 

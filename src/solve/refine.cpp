@@ -7,17 +7,18 @@
 #include <limits>
 
 #include "base/amuxy.hpp"
+#include "base/status.hpp"
 #include "base/vector_primitives.hpp"
 
 namespace vlm {
 namespace {
 
-std::size_t vector_length(const Control& control, int nrhs) {
-  return static_cast<std::size_t>(control.neqns) * static_cast<std::size_t>(nrhs) *
-         static_cast<std::size_t>(control.nvals);
+std::size_t vector_length(const RefineOptions& options, int n, int nrhs) {
+  return static_cast<std::size_t>(n) * static_cast<std::size_t>(nrhs) *
+         static_cast<std::size_t>(options.type.nvals());
 }
 
-bool keeps_accumulator(const Control& control) { return control.refine < 0; }
+bool keeps_accumulator(const RefineOptions& options) { return options.limit < 0; }
 
 /// Parts of CGS_ARR, and the arrays that the loop works on.
 struct Vectors {
@@ -30,18 +31,18 @@ struct Vectors {
 };
 
 Vectors lay_out(const RefineCall& call) {
-  const Control& control = call.control;
+  const RefineOptions& options = call.options;
   Vectors v;
-  v.length = vector_length(control, call.nrhs);
+  v.length = vector_length(options, call.n, call.nrhs);
   double* next = call.cgs_arr;
   const auto take = [&] {
     double* const vector = next;
     next += v.length;
     return vector;
   };
-  v.rhs = control.overwrite_b == 1 ? take() : call.b;
-  v.solution = control.overwrite_b == 1 ? call.b : call.x;
-  v.accumulator = keeps_accumulator(control) ? take() : v.solution;
+  v.rhs = options.solution_in_b ? take() : call.b;
+  v.solution = options.solution_in_b ? call.b : call.x;
+  v.accumulator = keeps_accumulator(options) ? take() : v.solution;
   v.correction = take();
   v.product_work = next;
   return v;
@@ -86,57 +87,51 @@ class StoppingRule {
   double best_;
 };
 
-int refinement_loop(const RefineCall& call, const SolveStep& solve, const Vectors& v, Sums sums) {
-  Control& control = call.control;
-  const SparseProduct product{call.matrix, control.mtype, control.transpose == 1, control.nthreads};
-  StoppingRule rule(std::abs(control.refine), sums.rhs);
+int refinement_loop(const RefineCall& call, const SolveStep& solve, const Vectors& v, Sums sums,
+                    RefineResult& result) {
+  const RefineOptions& options = call.options;
+  const SparseProduct product{call.matrix, options.type.mtype, options.transpose, options.threads};
+  StoppingRule rule(std::abs(options.limit), sums.rhs);
   for (int step = 1;; ++step) {
     sums.residual =
         amuxy_res_velmora(product, call.nrhs, v.accumulator, v.rhs, v.correction, v.product_work);
     if (const int status = solve(call.nrhs, v.correction, v.correction)) return status;
-    sums.correction = sum8_16(v.length, v.correction, v.accumulator, control.nthreads);
-    control.ref_steps = step;
+    sums.correction = sum8_16(v.length, v.correction, v.accumulator, options.threads);
+    result.steps = step;
     const Verdict verdict = rule.judge(step, sums);
     if (verdict == Verdict::no_contraction) return status_contraction;
     if (verdict == Verdict::leave) break;
   }
-  // Only the automatic case ends with its second step while its limit is 0.
-  if (control.refine == 0 && control.ref_steps == 2) call.iparm[19] = -34;
+  result.cut = options.limit == 0 && result.steps == 2;
   return status_ok;
 }
 
 }  // namespace
 
-bool refinement_due(const Control& control, const int* iparm) {
-  return (control.perturbed > 0 || control.refine != 0) && control.ext_res == 0 &&
-         control.partial == 0 && iparm[33] == 0;
-}
-
-std::size_t refine_bytes(const Control& control, int nrhs) {
+std::size_t refine_bytes(const RefineOptions& options, int n, int nrhs) {
   const std::size_t vectors =
-      1 + (control.overwrite_b == 1 ? 1 : 0) + (keeps_accumulator(control) ? 1 : 0);
-  return vectors * vector_length(control, nrhs) * sizeof(double) +
-         amuxy_work_bytes(control.neqns, control.mtype, control.transpose == 1, control.nthreads);
+      1 + (options.solution_in_b ? 1 : 0) + (keeps_accumulator(options) ? 1 : 0);
+  return vectors * vector_length(options, n, nrhs) * sizeof(double) +
+         amuxy_work_bytes(n, options.type.mtype, options.transpose, options.threads);
 }
 
-int refine_with(const RefineCall& call, const SolveStep& solve) {
-  Control& control = call.control;
-  control.ref_steps = 0;
-  if (!refinement_due(control, call.iparm))
-    return solve(call.nrhs, call.b, control.overwrite_b == 1 ? call.b : call.x);
+int refine_velmora(const RefineCall& call, const SolveStep& solve, RefineResult& result) {
+  const RefineOptions& options = call.options;
+  result = {};
+  if (!options.due) return solve(call.nrhs, call.b, options.solution_in_b ? call.b : call.x);
 
   const Vectors v = lay_out(call);
-  const int nthreads = control.nthreads;
+  const int threads = options.threads;
   Sums sums;
-  sums.rhs = v.rhs == call.b ? sum_of_absolutes(v.length, call.b, nthreads)
-                             : conv8_16(v.length, call.b, call.cgs_arr, nthreads);
+  sums.rhs = v.rhs == call.b ? sum_of_absolutes(v.length, call.b, threads)
+                             : conv8_16(v.length, call.b, call.cgs_arr, threads);
   if (const int status = solve(call.nrhs, call.b, v.solution)) return status;
-  sums.x = v.accumulator == v.solution ? sum_of_absolutes(v.length, v.solution, nthreads)
-                                       : conv8_16(v.length, v.solution, v.accumulator, nthreads);
-  const int status = refinement_loop(call, solve, v, sums);
+  sums.x = v.accumulator == v.solution ? sum_of_absolutes(v.length, v.solution, threads)
+                                       : conv8_16(v.length, v.solution, v.accumulator, threads);
+  const int status = refinement_loop(call, solve, v, sums, result);
   const bool finished = status == status_ok || status == status_contraction;
   if (finished && v.accumulator != v.solution)
-    conv8_16(v.length, v.accumulator, v.solution, nthreads);
+    conv8_16(v.length, v.accumulator, v.solution, threads);
   return status;
 }
 

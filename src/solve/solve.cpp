@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 /// Triangular solves with a finished factor: gathering, sweeps on one or several threads,
 /// scattering.  The table at the end has one line for each historical name.
+#include "solve/solve.hpp"
+
 #include <omp.h>
 
 #include <algorithm>
@@ -8,8 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "base/thread_guard.hpp"
-#include "driver/stages.hpp"
+#include "base/status.hpp"
+#include "numeric/factorize.hpp"
 #include "solve/solve_panels.hpp"
 
 namespace vlm {
@@ -24,9 +26,9 @@ constexpr int worthwhile_rhs = 8;
 
 /// Everything that one solve is given.
 struct SolveCall {
-  const Control& control;
+  const SolveOptions& options;
   const Structure& st;
-  const MatchingStore& matching;
+  const Matching& matching;
   const void* lu;
   int nrhs;
   const double* b;
@@ -44,31 +46,20 @@ struct Sweep {
   int last_panel = 0;    ///< panels beyond belong to the Schur complement
 };
 
-Sweep plan_sweep(const Control& control, const Structure& st) {
+Sweep plan_sweep(const SolveOptions& options, const Structure& st) {
   Sweep sweep;
-  sweep.forward = control.ext_res <= 1;
-  sweep.backward = control.ext_res != 1;
+  sweep.forward = options.steps <= 1;
+  sweep.backward = options.steps != 1;
   sweep.last_panel = st.nsuper;
-  if (control.nschur > 0) {
-    const int e = st.n - control.nschur;
+  if (options.schur > 0) {
+    const int e = st.n - options.schur;
     while (sweep.last_panel > 0 && st.xsuper(sweep.last_panel + 1) - 1 > e) --sweep.last_panel;
   }
-  if (control.partial != 0) {
+  if (options.partial) {
     if (st.nfw > 0) sweep.forward_from = sweep.gather_from = st.n - st.nfw + 1;
     if (st.nbw > 0) sweep.backward_to = sweep.scatter_from = st.n - st.nbw + 1;
   }
   return sweep;
-}
-
-/// Value as the caller's doubles hold it.
-template <class T>
-void put_value(double* x, std::ptrdiff_t k, T v) {
-  if constexpr (is_complex_v<T>) {
-    x[2 * k] = v.real();
-    x[2 * k + 1] = v.imag();
-  } else {
-    x[k] = static_cast<double>(v);
-  }
 }
 
 /// Node and scale of each position, on the side of the right-hand side or of the solution.
@@ -84,17 +75,11 @@ struct Side {
 };
 
 Side row_side(const SolveCall& call) {
-  Side side;
-  if (!call.control.sym_struct) side.match = call.matching.perm;
-  if (call.control.scale_flag && call.matching.scale) side.scale = call.matching.scale + call.st.n;
-  return side;
+  const double* scale = call.matching.scale;
+  return {call.matching.perm, scale ? scale + call.st.n : nullptr};
 }
 
-Side column_side(const SolveCall& call) {
-  Side side;
-  if (call.control.scale_flag) side.scale = call.matching.scale;
-  return side;
-}
+Side column_side(const SolveCall& call) { return {nullptr, call.matching.scale}; }
 
 /// What the threads of one block of right-hand sides share.
 template <class T>
@@ -139,9 +124,8 @@ template <class T>
 void psol_fwgath_velmora(const SolveBlock<T>& block, const SolveCall& call, int k0) {
   const SolveFrame<T>& f = block.frame;
   const Structure& st = f.st;
-  const Side side = call.control.transpose ? column_side(call) : row_side(call);
-  using Wide = std::conditional_t<is_complex_v<T>, zcomplex, double>;
-  const bool plain = f.control.ext_res > 1;
+  const Side side = call.options.transpose ? column_side(call) : row_side(call);
+  const bool plain = f.options.steps > 1;
   share_positions(1, st.n, block.threads, [&, side](int first, int last) {
     for (int i = first; i <= last; ++i) {
       T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
@@ -149,7 +133,8 @@ void psol_fwgath_velmora(const SolveBlock<T>& block, const SolveCall& call, int 
       const double s = plain ? 1.0 : side.factor(node);
       for (int k = 0; k < f.nb; ++k) {
         const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1;
-        yi[k] = i < block.sweep.gather_from ? T(0) : static_cast<T>(value_at<Wide>(call.b, at) * s);
+        yi[k] =
+            i < block.sweep.gather_from ? T(0) : static_cast<T>(value_at<Wide<T>>(call.b, at) * s);
       }
     }
   });
@@ -160,9 +145,8 @@ template <class T>
 void psol_bwscat_velmora(const SolveBlock<T>& block, const SolveCall& call, int k0) {
   const SolveFrame<T>& f = block.frame;
   const Structure& st = f.st;
-  const Side side = call.control.transpose ? row_side(call) : column_side(call);
-  using Wide = std::conditional_t<is_complex_v<T>, zcomplex, double>;
-  const bool plain = f.control.ext_res == 1;
+  const Side side = call.options.transpose ? row_side(call) : column_side(call);
+  const bool plain = f.options.steps == 1;
   share_positions(block.sweep.scatter_from, st.n, block.threads, [&, side](int first, int last) {
     for (int i = first; i <= last; ++i) {
       const T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
@@ -170,7 +154,7 @@ void psol_bwscat_velmora(const SolveBlock<T>& block, const SolveCall& call, int 
       const double s = plain ? 1.0 : side.factor(node);
       for (int k = 0; k < f.nb; ++k)
         put_value(call.x, static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1,
-                  static_cast<Wide>(yi[k]) * s);
+                  static_cast<Wide<T>>(yi[k]) * s);
     }
   });
 }
@@ -195,7 +179,7 @@ void sweep_backward(const SolveFrame<T>& f, const Sweep& sweep, int first, int l
 /// What is left of a right-hand side in the Schur complement's rows is nobody's.
 template <class T>
 void clear_schur_rows(const SolveFrame<T>& f) {
-  const std::ptrdiff_t start = f.st.n - f.control.nschur;
+  const std::ptrdiff_t start = f.st.n - f.options.schur;
   std::fill(f.y + start * f.nb, f.y + static_cast<std::ptrdiff_t>(f.st.n) * f.nb, T(0));
 }
 
@@ -230,7 +214,7 @@ void run_sweeps(const SolveBlock<T>& block) {
   if (sweep.forward) {
     if (divided) forward_by_domains<Family>(block);
     sweep_forward<Family>(f, sweep, first, f.st.nsuper);
-    if (f.control.nschur > 0) clear_schur_rows(f);
+    if (f.options.schur > 0) clear_schur_rows(f);
   }
   if (!sweep.backward) return;
   sweep_backward<Family>(f, sweep, first, f.st.nsuper);
@@ -250,11 +234,11 @@ struct Division {
 
 /// Enough right-hand sides give each thread its own; else the threads share the factor's
 /// domains, where the analysis made some.
-Division divide(const Control& control, const Structure& st, int nrhs) {
-  const double work = static_cast<double>(control.nnz_l + control.nnz_u) * nrhs;
-  const int threads = work < worthwhile_entries ? 1 : std::max(1, control.nthreads);
+Division divide(const SolveOptions& options, const Structure& st, int nrhs) {
+  const double work = static_cast<double>(st.figures.nnz_l + st.figures.nnz_u) * nrhs;
+  const int threads = work < worthwhile_entries ? 1 : std::max(1, options.threads);
   const bool domains = threads > 1 && st.schedule.scheme == Scheme::two_level &&
-                       control.solve_ctl != 0 && control.partial == 0;
+                       options.use_domains && !options.partial;
   const int share = (nrhs + threads - 1) / threads;
   Division out;
   if (threads > 1 && (share >= worthwhile_rhs || (!domains && nrhs > 1))) {
@@ -283,14 +267,14 @@ std::size_t block_values(const Structure& st, const Division& division) {
 template <class Family, class T>
 void solve_block(const SolveCall& call, int k0, int nb, int threads, T* work) {
   const Structure& st = call.st;
-  SolveBlock<T> block{.frame = {.control = call.control,
+  SolveBlock<T> block{.frame = {.options = call.options,
                                 .st = st,
                                 .store = factor_store<T>(st, const_cast<void*>(call.lu)),
                                 .y = work,
                                 .temp = work + static_cast<std::ptrdiff_t>(st.n) * nb,
                                 .nb = nb,
                                 .tail_first = st.n + 1},
-                      .sweep = plan_sweep(call.control, st),
+                      .sweep = plan_sweep(call.options, st),
                       .temp_length = static_cast<std::ptrdiff_t>(st.max_rows) * nb,
                       .threads = threads};
   block.tails = block.frame.temp + block.temp_length * threads;
@@ -301,8 +285,7 @@ void solve_block(const SolveCall& call, int k0, int nb, int threads, T* work) {
 
 template <class Family, class T>
 int solve_with(const SolveCall& call) {
-  const Division division = divide(call.control, call.st, call.nrhs);
-  const SerialBlas serial(division.blocks > 1 || division.domains > 1);
+  const Division division = divide(call.options, call.st, call.nrhs);
   T* work = static_cast<T*>(call.work);
   const auto solve_from = [&](int k0, T* own) {
     const int nb = std::min(division.block, call.nrhs - k0);
@@ -332,44 +315,38 @@ constexpr Kernel blkslv_velmora = solve_with<LuSolve<double>, double>;
 constexpr Kernel blkslv_32_velmora = solve_with<LuSolve<float>, float>;
 constexpr Kernel c_blkslv_velmora = solve_with<LuSolve<zcomplex>, zcomplex>;
 
-/// Kernel for a matrix type; partial and complete pivoting leave records of one kind, so one
-/// solve serves both LU families.
-Kernel choose_kernel(int mtype, bool single) {
-  switch (mtype) {
-    case 2:
-      return blkslvs_velmora;
-    case -2:
+/// Kernel for a matrix type and precision; partial and complete pivoting leave records of one
+/// kind, so one solve serves both LU families.
+Kernel choose_kernel(const MatrixType& type, bool single) {
+  switch (type.family) {
+    case Family::cholesky:
+      return type.complex ? ch_blkslvs_velmora : blkslvs_velmora;
+    case Family::ldlt:
+      if (type.complex) return type.hermitian ? ch_blkldlslvs_velmora : c_blkslvs_velmora;
       return single ? blkldlslvs_32_velmora : blkldlslvs_velmora;
-    case 4:
-      return ch_blkslvs_velmora;
-    case -4:
-      return ch_blkldlslvs_velmora;
-    case 6:
-      return c_blkslvs_velmora;
-    case 1:
-    case 11:
+    case Family::lu:
+    case Family::lu_complete:
+      if (type.complex) return c_blkslv_velmora;
       return single ? blkslv_32_velmora : blkslv_velmora;
-    case 3:
-    case 13:
-      return c_blkslv_velmora;
-    default:
-      return nullptr;
+    case Family::none:
+      break;
   }
+  return nullptr;
 }
 
 }  // namespace
 
-std::size_t solve_work_bytes(const Control& control, const Structure& st, int nrhs,
-                             std::size_t scalar_bytes) {
-  const Division division = divide(control, st, nrhs);
-  return block_values(st, division) * static_cast<std::size_t>(division.blocks) * scalar_bytes;
+std::size_t solve_work_bytes(const SolveOptions& options, const Structure& st, int nrhs) {
+  const Division division = divide(options, st, nrhs);
+  return block_values(st, division) * static_cast<std::size_t>(division.blocks) *
+         scalar_bytes(options.type, options.single);
 }
 
-int solve_velmora(const Control& control, const Structure& structure, const MatchingStore& matching,
+int solve_velmora(const SolveOptions& options, const Structure& structure, const Matching& matching,
                   const void* lu, int nrhs, const double* b, double* x, void* work) {
-  const Kernel kernel = choose_kernel(control.mtype, control.single32 != 0);
+  const Kernel kernel = choose_kernel(options.type, options.single);
   if (kernel == nullptr) return status_unsupported;
-  return kernel({control, structure, matching, lu, nrhs, b, x, work});
+  return kernel({options, structure, matching, lu, nrhs, b, x, work});
 }
 
 }  // namespace vlm

@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include "numeric/family.hpp"
+#include "solve/solve.hpp"
 
 namespace vlm {
 
@@ -18,7 +19,7 @@ namespace vlm {
 /// the block's values adjacent.
 template <class T>
 struct SolveFrame {
-  const Control& control;
+  const SolveOptions& options;
   const Structure& st;
   FactorStore<T> store;
   const Kernels<T>& kernel = kernels<T>();
@@ -231,10 +232,10 @@ struct LuSolve {
     return {p.l, p.rows, 1, false, false, p.u, p.below(), p.column_pivot};
   }
   static void forward(const SolveFrame<T>& f, const Panel<T>& p) {
-    forward_panel(f, p, f.control.transpose ? upper(p) : lower(p));
+    forward_panel(f, p, f.options.transpose ? upper(p) : lower(p));
   }
   static void backward(const SolveFrame<T>& f, const Panel<T>& p) {
-    backward_panel(f, p, f.control.transpose ? lower(p) : upper(p));
+    backward_panel(f, p, f.options.transpose ? lower(p) : upper(p));
   }
 };
 

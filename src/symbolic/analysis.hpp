@@ -1,50 +1,37 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// What the stages of one analysis hand to each other, and the finished structure.
+/// What the symbolic stages hand to each other.
 ///
-/// The analysis runs in three stages.  reorder1 forms the adjacency, orders it and cuts the
-/// columns into supernodes; reorder2 builds tree and row lists; stage 3 writes the Structure
-/// that all numeric phases read.  An Analysis lives inside one call; the Structure is one
-/// block that hangs off pt(8).
+/// sfinit takes an ordered graph to the exact factor: elimination tree, column counts, figures.
+/// reorder2 cuts the columns into panels with their row lists; reorder3 adds the lists by which
+/// threads share them; build_structure() writes what the numeric phases read.  An Analysis lives
+/// inside one call.
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
 #include "base/view.hpp"
-#include "driver/control.hpp"
+#include "graph/ordering.hpp"
 
 namespace vlm {
 
-/// First and last column position (later: supernode) of a range; empty when last < first.
-struct Range {
-  int first = 1, last = 0;
+/// What the symbolic stages are asked for.
+struct SymbolicOptions {
+  bool symmetric = true;  ///< the factor holds no U
+  bool complex = false;
+  int panel = 80;            ///< width limit of a panel
+  int threads = 1;           ///< more than one: the factor gets lists for threads
+  bool use_domains = false;  ///< threads take a domain each, where the order has some
 };
 
-/// Symmetric adjacency without diagonal, both triangles, 1-based contents.
-struct Adjacency {
-  int n = 0;
-  std::vector<int> xadj;    ///< [n+1]
-  std::vector<int> adjncy;  ///< [xadj(n+1)-1]
-  std::vector<int> weight;  ///< [n] columns that a node stands for; empty: one each
-
-  int weight_of(int node) const { return weight.empty() ? 1 : weight[node - 1]; }
-};
-
-/// A fill-reducing order.  perm(position) = node, invp(node) = position.
-struct Ordering {
-  std::vector<int> perm, invp;
-  /// Leaf domains in positions, then the tail pair that holds the separators.
-  /// One range: (1, n-1), (n, n).
-  std::vector<Range> ranges;
-  int nparts = 1;  ///< leaf domains: ranges.size() - 1
-};
-
-/// What the caller asks of an analysis, beside the control record.
-struct AnalysisRequest {
-  InputMatrix matrix;
-  MatchingStore matching;
-  const int* user_perm = nullptr;         ///< perm of the entry point: order, or marks, by node
-  const Ordering* given_order = nullptr;  ///< order that symmetric matching brought along
+/// The exact factor in figures.
+struct FactorFigures {
+  int supernodes = 0;         ///< maximal supernodes under the panel limit
+  int largest_supernode = 0;  ///< columns, before the panel limit cuts it
+  int trees = 0;              ///< roots of the elimination forest: independent subgraphs
+  std::int64_t nnz_l = 0;     ///< entries of the supernodes' panels
+  std::int64_t nnz_u = 0;     ///< 1 for symmetric storage
+  double flops = 0;           ///< real operations of the factorization
 };
 
 /// How threads share the panels of a factorization.
@@ -64,15 +51,11 @@ struct UpdateLists {
 };
 
 /// Working set of one analysis.
-struct Analysis {
-  Adjacency graph;
-  Ordering order;
-  int trailing = 0;      ///< trailing columns that must begin a supernode (Schur or partial solve)
-  int nfw = 0, nbw = 0;  ///< partial solve: trailing columns with right-hand side, with solution
-
+struct Analysis : OrderedGraph {
   // exact factor (sfinit)
   std::vector<int> parent;  ///< [n] elimination tree by position, 0 for a root
   std::vector<int> colcnt;  ///< [n] entries of a column of L, diagonal included
+  FactorFigures figures;
 
   // panels of the numeric phases (symfct)
   int nsuper = 0;
@@ -81,7 +64,8 @@ struct Analysis {
   std::vector<int> height;          ///< [nsuper] rows of a panel, its own columns included
   std::vector<int> lead;            ///< [nsuper] first panel of the block that a panel is cut from
   std::vector<int> xlindx, lindx;   ///< [nsuper+1] starts; row lists, ascending
-  std::vector<int> xlnz, xunz;      ///< [n+1] starts of the columns in the stores of L and of U
+  std::vector<std::int64_t> xlnz;   ///< [nsuper+1] starts of the panels in the store of L
+  std::vector<std::int64_t> xunz;   ///< [nsuper+1] starts of the panels in the store of U
   std::vector<int> sparent;         ///< [nsuper] panel tree, 0 for a root
   std::vector<int> nmod;            ///< [nsuper] number of distinct panels that update s
   std::vector<Range> super_ranges;  ///< ranges in panels; the tail pair is last
@@ -90,5 +74,19 @@ struct Analysis {
   std::int64_t max_update = 0;  ///< most entries of one update block
   std::int64_t max_scaled = 0;  ///< most entries of one scaled operand of an update
 };
+
+/// Calls visit(target, m, r) for every panel that panel s updates, in ascending order: m rows of
+/// s from the target's first one on, r of them columns of the target.
+template <class Visit>
+void for_each_target(const Analysis& analysis, int s, Visit visit) {
+  const View<const int> xsuper(analysis.xsuper), snode(analysis.snode);
+  const View<const int> xlindx(analysis.xlindx), lindx(analysis.lindx);
+  const int end = xlindx(s + 1);
+  for (int p = xlindx(s) + xsuper(s + 1) - xsuper(s); p < end;) {
+    const int target = snode(lindx(p)), after = xsuper(target + 1), begin = p;
+    while (p < end && lindx(p) < after) ++p;
+    visit(target, end - begin, p - begin);
+  }
+}
 
 }  // namespace vlm

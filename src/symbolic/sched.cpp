@@ -6,24 +6,8 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "driver/stages.hpp"
-
 namespace vlm {
 namespace {
-
-/// Calls visit(target, rows) for every panel that panel s updates, in ascending order; rows
-/// counts from the target's first row in the list of s to its end.
-template <class Visit>
-void for_each_target(const Analysis& analysis, int s, Visit visit) {
-  const View<const int> xsuper(analysis.xsuper), snode(analysis.snode);
-  const View<const int> xlindx(analysis.xlindx), lindx(analysis.lindx);
-  const int end = xlindx(s + 1);
-  for (int p = xlindx(s) + xsuper(s + 1) - xsuper(s); p < end;) {
-    const int target = snode(lindx(p)), after = xsuper(target + 1);
-    visit(target, end - p);
-    while (p < end && lindx(p) < after) ++p;
-  }
-}
 
 /// Counts to starts, the sum of all before each, from 1.
 bool starts_from_counts(std::vector<int>& counts) {
@@ -43,14 +27,14 @@ int fine_grain_lists(Analysis& analysis) {
   lists.scheme = Scheme::fine_grain;
   lists.start.assign(static_cast<std::size_t>(nsuper) + 1, 0);
   for (int s = 1; s <= nsuper; ++s)
-    for_each_target(analysis, s, [&](int, int) { ++lists.start[s - 1]; });
+    for_each_target(analysis, s, [&](int, int, int) { ++lists.start[s - 1]; });
   if (!starts_from_counts(lists.start)) return status_overflow;
   const std::size_t total = static_cast<std::size_t>(lists.start.back() - 1);
   lists.up.resize(total);
   lists.uplen.resize(total);
   std::size_t k = 0;
   for (int s = 1; s <= nsuper; ++s)
-    for_each_target(analysis, s, [&](int target, int rows) {
+    for_each_target(analysis, s, [&](int target, int rows, int) {
       lists.up[k] = analysis.xsuper[target - 1];
       lists.uplen[k++] = rows;
     });
@@ -64,7 +48,7 @@ bool domains_are_independent(const Analysis& analysis) {
   for (std::size_t d = 0; d + 1 < analysis.super_ranges.size(); ++d) {
     const Range& domain = analysis.super_ranges[d];
     for (int s = domain.first; s <= domain.last; ++s)
-      for_each_target(analysis, s, [&](int target, int) {
+      for_each_target(analysis, s, [&](int target, int, int) {
         if (target > domain.last && target < separator) independent = false;
       });
   }
@@ -81,7 +65,7 @@ int two_level_lists(Analysis& analysis) {
   const auto for_each_hit = [&](auto visit) {
     for (int d = 0; d < columns; ++d)
       for (int s = ranges[d].first; s <= ranges[d].last; ++s)
-        for_each_target(analysis, s, [&](int target, int rows) {
+        for_each_target(analysis, s, [&](int target, int rows, int) {
           if (target >= separator)
             visit(static_cast<std::size_t>(target - separator) * columns + d, s, rows);
         });
@@ -117,16 +101,16 @@ void sched_velmora(View<const int> sparent, View<int> queue) {
   }
 }
 
-int blkpre_velmora(const Control& control, Analysis& analysis) {
-  const bool divided = analysis.super_ranges.size() > 2 && control.fact_ctl != 0;
+int blkpre_velmora(bool use_domains, Analysis& analysis) {
+  const bool divided = analysis.super_ranges.size() > 2 && use_domains;
   if (divided && domains_are_independent(analysis)) return two_level_lists(analysis);
   return fine_grain_lists(analysis);
 }
 
-int reorder3_velmora(const Control& control, Analysis& analysis) {
+int reorder3_velmora(const SymbolicOptions& options, Analysis& analysis) {
   analysis.queue.resize(static_cast<std::size_t>(analysis.nsuper));
   sched_velmora(View<const int>(analysis.sparent), View<int>(analysis.queue));
-  return blkpre_velmora(control, analysis);
+  return blkpre_velmora(options.use_domains, analysis);
 }
 
 }  // namespace vlm

@@ -5,7 +5,6 @@
 
 #include <vector>
 
-#include "driver/control.hpp"
 #include "symbolic/analysis.hpp"
 
 namespace vlm {
@@ -16,13 +15,17 @@ namespace vlm {
 /// @param queue    [nsuper] out
 void sched_velmora(View<const int> sparent, View<int> queue);
 
-/// Writes the update lists of the schedule that control.fact_ctl and the ranges call for.
+/// Writes the update lists: by domains where they are wanted and the order has some.
 ///
 /// Fine-grain lists go by source: for each panel that s updates, in ascending order, its first
 /// column and the number of rows of s from there on.  Two-level lists go by target, a separator
 /// panel, and there by domain, the separators themselves being the last one: source panel and
 /// its number of rows from the target's on.
 /// @return status_ok, or status_overflow when a list does not fit 32-bit positions
-int blkpre_velmora(const Control& control, Analysis& analysis);
+int blkpre_velmora(bool use_domains, Analysis& analysis);
+
+/// Schedule for several threads: queue and update lists.
+/// @return as blkpre_velmora()
+int reorder3_velmora(const SymbolicOptions& options, Analysis& analysis);
 
 }  // namespace vlm

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 
-#include "driver/stages.hpp"
 #include "graph/etree.hpp"
 
 namespace vlm {
@@ -46,7 +45,8 @@ Partition fndspa_velmora(View<const int> parent, View<const int> colcnt, int pan
 namespace {
 
 /// Entries of the L panels and of the U rectangles of the exact partition.
-void count_panels(const Partition& part, View<const int> colcnt, Control& control) {
+void count_panels(const Partition& part, View<const int> colcnt, bool symmetric,
+                  FactorFigures& figures) {
   const View<const int> xsuper(part.xsuper);
   std::int64_t nnzl = 0, nnzu = 0;
   for (int s = 1; s < static_cast<int>(xsuper.size()); ++s) {
@@ -54,13 +54,24 @@ void count_panels(const Partition& part, View<const int> colcnt, Control& contro
     nnzl += width * colcnt(xsuper(s));
     nnzu += width * (colcnt(xsuper(s + 1) - 1) - 1);
   }
-  control.nnz_l = nnzl;
-  control.nnz_u = control.sym_struct ? 1 : std::max<std::int64_t>(nnzu, 1);
+  figures.nnz_l = nnzl;
+  figures.nnz_u = symmetric ? 1 : std::max<std::int64_t>(nnzu, 1);
+}
+
+/// Real operations of an elimination column by column: with r rows below the diagonal, r
+/// divisions, and r (r+1) for the lower triangle of the update or 2 r^2 for all of it.
+double count_operations(View<const int> colcnt, const SymbolicOptions& options) {
+  double sum = 0;
+  for (const int count : colcnt) {
+    const double r = count - 1;
+    sum += options.symmetric ? r * (r + 2) : r * (2 * r + 1);
+  }
+  return options.complex ? 4 * sum : sum;
 }
 
 }  // namespace
 
-int sfinit_velmora(Control& control, Analysis& analysis) {
+void sfinit_velmora(const SymbolicOptions& options, Analysis& analysis) {
   const int n = analysis.graph.n;
   const View<const int> perm(analysis.order.perm), invp(analysis.order.invp);
   analysis.parent.resize(n);
@@ -69,11 +80,13 @@ int sfinit_velmora(Control& control, Analysis& analysis) {
   etep_velmora(analysis.graph, perm, invp, parent);
   lnnt_velmora(analysis.graph, perm, invp, parent, colcnt);
 
-  const Partition part = fndspa_velmora(parent, colcnt, control.panel, analysis.trailing);
-  control.nsuper = static_cast<int>(part.xsuper.size()) - 1;
-  control.maxsup = part.maxsup;
-  count_panels(part, colcnt, control);
-  return status_ok;
+  const Partition part = fndspa_velmora(parent, colcnt, options.panel, analysis.trailing);
+  FactorFigures& figures = analysis.figures;
+  figures.supernodes = static_cast<int>(part.xsuper.size()) - 1;
+  figures.largest_supernode = part.maxsup;
+  figures.trees = static_cast<int>(std::ranges::count(parent, 0));
+  figures.flops = count_operations(colcnt, options);
+  count_panels(part, colcnt, options.symmetric, figures);
 }
 
 }  // namespace vlm

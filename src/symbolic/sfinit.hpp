@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "base/view.hpp"
+#include "symbolic/analysis.hpp"
 
 namespace vlm {
 
@@ -23,5 +24,8 @@ struct Partition {
 /// @param panel     most columns of a supernode
 /// @param trailing  number of last columns that begin a new supernode (0: no such block)
 Partition fndspa_velmora(View<const int> parent, View<const int> colcnt, int panel, int trailing);
+
+/// Elimination tree, column counts and figures of the exact factor, for the order in the analysis.
+void sfinit_velmora(const SymbolicOptions& options, Analysis& analysis);
 
 }  // namespace vlm

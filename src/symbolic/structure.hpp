@@ -7,20 +7,22 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
+#include "base/input_matrix.hpp"
 #include "base/view.hpp"
-#include "driver/control.hpp"
 #include "symbolic/analysis.hpp"
 
 namespace vlm {
 
 /// Map from the caller's values into one factor store, column by column of the factor.
 ///
-/// Entry p of column j (ptr(j) <= p < ptr(j+1)) says: store(|dst(p)|) = a(src(p)); the sign of
-/// dst tells which side of the diagonal the entry came from.
+/// Entry p of column j (ptr(j) <= p < ptr(j+1)) says: value |dst(p)| of the panel is a(src(p)), so
+/// that 32 bits serve a store of any length; the sign of dst tells which side of the diagonal the
+/// entry came from.
 struct InputMap {
   View<const int> ptr;  ///< [n+1]
-  View<const int> dst;  ///< [entries] signed position in the store
+  View<const int> dst;  ///< [entries] signed position in the panel, from 1
   View<const int> src;  ///< [entries] position in a
 };
 
@@ -44,26 +46,40 @@ struct Structure {
   std::int64_t len_unz = 0;     ///< values in the U store; 0 for symmetric storage
   std::int64_t max_update = 0;  ///< most entries of one update block
   std::int64_t max_scaled = 0;  ///< most entries of one scaled operand of an update
+  FactorFigures figures;        ///< of the exact factor
 
-  View<const int> perm, invp;     ///< [n]
-  View<const int> xsuper;         ///< [nsuper+1]
-  View<const int> snode;          ///< [n]
-  View<const int> xlindx, lindx;  ///< row lists
-  View<const int> xlnz, xunz;     ///< [n+1]
-  View<const int> sparent;        ///< [nsuper]
-  View<const int> nmod;           ///< [nsuper]
-  View<const int> range;          ///< [2*(nparts+1)] first and last supernode; tail pair last
+  View<const int> perm, invp;           ///< [n]
+  View<const int> xsuper;               ///< [nsuper+1]
+  View<const int> snode;                ///< [n]
+  View<const int> xlindx, lindx;        ///< row lists
+  View<const std::int64_t> xlnz, xunz;  ///< [nsuper+1] starts of the panels in their stores
+  View<const int> sparent;              ///< [nsuper]
+  View<const int> nmod;                 ///< [nsuper]
+  View<const int> range;                ///< [2*(nparts+1)] first and last panel; tail pair last
   Schedule schedule;
   InputMap lmap, umap;  ///< umap is empty for symmetric storage
 };
 
-/// Bytes of the block that build_structure() fills.
-std::size_t structure_bytes(const AnalysisRequest& request, const Control& control,
-                            const Analysis& analysis);
+/// The matrix whose entries are mapped, and the matching that permutes its rows.
+struct MapInput {
+  InputMatrix matrix;             ///< pattern
+  const int* row_perm = nullptr;  ///< [n] row that takes the place of row i; null: itself
+  bool symmetric = true;          ///< upper triangle, and no U
+};
 
-/// Writes the structure into a block of structure_bytes() bytes, input map included.
+/// How many entries land in each column of the factor, and from that the size of the block.
+struct StructurePlan {
+  std::vector<int> row_position;  ///< [n] position of each row of A in the permuted matrix
+  std::vector<int> lower, upper;  ///< [n+1] starts of the columns in the maps
+  std::size_t bytes = 0;
+};
+
+/// First of two passes over the entries.
+StructurePlan plan_structure(const MapInput& input, const Analysis& analysis);
+
+/// Writes the structure into a block of plan.bytes bytes, input map included.
 /// @return the record at the head of the block
-Structure* build_structure(void* block, const AnalysisRequest& request, const Control& control,
+Structure* build_structure(void* block, const MapInput& input, const StructurePlan& plan,
                            const Analysis& analysis);
 
 }  // namespace vlm

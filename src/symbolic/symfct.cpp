@@ -2,9 +2,7 @@
 #include "symbolic/symfct.hpp"
 
 #include <algorithm>
-
-#include "driver/stages.hpp"
-#include "symbolic/sfinit.hpp"
+#include <limits>
 
 namespace vlm {
 
@@ -81,14 +79,14 @@ int piece_width(int width, int panel) {
 
 }  // namespace
 
-void relax_panels(const Control& control, Analysis& analysis) {
+void relax_panels(int panel, Analysis& analysis) {
   const int n = analysis.graph.n;
   const std::vector<Block> blocks = merge_blocks(analysis);
   analysis.xsuper.clear();
   analysis.height.clear();
   analysis.lead.clear();
   for (const Block& block : blocks) {
-    const int step = piece_width(block.width, control.panel);
+    const int step = piece_width(block.width, panel);
     const int first = static_cast<int>(analysis.xsuper.size()) + 1;
     for (int done = 0; done < block.width; done += step) {
       analysis.xsuper.push_back(block.first + done);
@@ -135,7 +133,7 @@ int symfct_velmora(Analysis& analysis) {
 
   std::int64_t total = 0;
   for (int s = 1; s <= nsuper; ++s) total += height(s);
-  if (total > 2147483646) return status_overflow;
+  if (total >= std::numeric_limits<int>::max()) return status_overflow;
   analysis.xlindx.resize(nsuper + 1);
   analysis.lindx.resize(total);
   const View<int> xlindx(analysis.xlindx), lindx(analysis.lindx);
@@ -174,60 +172,35 @@ int symfct_velmora(Analysis& analysis) {
 }
 
 int panel_pointers(bool symmetric, Analysis& analysis) {
-  const int n = analysis.graph.n;
-  analysis.xlnz.resize(n + 1);
-  analysis.xunz.resize(n + 1);
-  const View<int> xlnz(analysis.xlnz), xunz(analysis.xunz);
+  constexpr std::int64_t limit = std::numeric_limits<int>::max();
+  const int nsuper = analysis.nsuper;
+  analysis.xlnz.resize(nsuper + 1);
+  analysis.xunz.resize(nsuper + 1);
+  const View<std::int64_t> xlnz(analysis.xlnz), xunz(analysis.xunz);
   const View<const int> xsuper(analysis.xsuper), height(analysis.height);
-  const std::int64_t limit = 2147483645LL - n;
-  std::int64_t pl = 1, pu = 1;
-  for (int s = 1; s <= analysis.nsuper; ++s) {
-    const int below = height(s) - (xsuper(s + 1) - xsuper(s));
-    for (int j = xsuper(s); j < xsuper(s + 1); ++j) {
-      if (pl + n >= limit || pu + n >= limit) return status_overflow;
-      xlnz(j) = static_cast<int>(pl);
-      xunz(j) = static_cast<int>(pu);
-      pl += height(s);
-      if (!symmetric) pu += below;
-    }
+  xlnz(1) = xunz(1) = 1;
+  for (int s = 1; s <= nsuper; ++s) {
+    const std::int64_t width = xsuper(s + 1) - xsuper(s);
+    if (width * height(s) > limit) return status_overflow;
+    xlnz(s + 1) = xlnz(s) + width * height(s);
+    xunz(s + 1) = xunz(s) + (symmetric ? 0 : width * (height(s) - width));
   }
-  xlnz(n + 1) = static_cast<int>(pl);
-  xunz(n + 1) = static_cast<int>(pu);
-  return pl > limit || pu > limit ? status_overflow : status_ok;
+  return status_ok;
 }
 
-double flops_velmora(const Control& control, Analysis& analysis) {
-  const bool symmetric = control.sym_struct != 0;
-  const View<const int> xsuper(analysis.xsuper), snode(analysis.snode);
-  const View<const int> xlindx(analysis.xlindx), lindx(analysis.lindx);
+void count_updates(Analysis& analysis) {
+  const View<const int> xsuper(analysis.xsuper);
   analysis.nmod.assign(analysis.nsuper, 0);
   const View<int> nmod(analysis.nmod);
   analysis.max_update = analysis.max_scaled = 0;
-  double sum = 0;
   for (int s = 1; s <= analysis.nsuper; ++s) {
-    const std::int64_t w = xsuper(s + 1) - xsuper(s), h = xlindx(s + 1) - xlindx(s);
-    const int end = xlindx(s + 1);
-    for (int p = xlindx(s) + static_cast<int>(w); p < end;) {
-      const int target = snode(lindx(p));
-      const std::int64_t m = end - p;
-      const int last = xsuper(target + 1);
-      const int begin = p;
-      while (p < end && lindx(p) < last) ++p;
-      const std::int64_t r = p - begin;
+    const std::int64_t width = xsuper(s + 1) - xsuper(s);
+    for_each_target(analysis, s, [&](int target, std::int64_t m, std::int64_t r) {
       ++nmod(target);
       analysis.max_update = std::max(analysis.max_update, m * r);
-      analysis.max_scaled = std::max(analysis.max_scaled, r * w);
-      sum += 2.0 * static_cast<double>(m) * static_cast<double>(r * w);
-      if (!symmetric) sum += 2.0 * static_cast<double>(m - r) * static_cast<double>(r * w);
-    }
-    const double cube = static_cast<double>(w) * static_cast<double>(w * w);
-    const double below = static_cast<double>(w * w) * static_cast<double>(h - w);
-    sum += symmetric
-               ? cube / 3 - static_cast<double>(w * w / 4) + static_cast<double>(5 * w / 12)
-               : 2 * cube / 3 - static_cast<double>(w * w / 2) + static_cast<double>(5 * w / 6);
-    sum += symmetric ? below : 2 * below;
+      analysis.max_scaled = std::max(analysis.max_scaled, r * width);
+    });
   }
-  return sum * 1e-9 * (is_complex_type(control.mtype) ? 4 : 1);
 }
 
 namespace {
@@ -254,13 +227,13 @@ void translate_ranges(Analysis& analysis) {
 
 }  // namespace
 
-int reorder2_velmora(Control& control, Analysis& analysis) {
-  relax_panels(control, analysis);
-  int status = panel_pointers(control.sym_struct != 0, analysis);
+int reorder2_velmora(const SymbolicOptions& options, Analysis& analysis) {
+  relax_panels(options.panel, analysis);
+  int status = panel_pointers(options.symmetric, analysis);
   if (status == status_ok) status = symfct_velmora(analysis);
   if (status != status_ok) return status;
   translate_ranges(analysis);
-  control.gflop = flops_velmora(control, analysis);
+  count_updates(analysis);
   return status_ok;
 }
 

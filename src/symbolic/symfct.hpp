@@ -4,7 +4,6 @@
 
 #include <cstdint>
 
-#include "driver/control.hpp"
 #include "symbolic/analysis.hpp"
 
 namespace vlm {
@@ -16,7 +15,7 @@ namespace vlm {
 /// supernode partitions on the multifrontal method", 1989), and then cut at the panel limit.
 /// No panel crosses the start of the trailing block or a range boundary.
 /// Fills nsuper, snode, xsuper, height, sparent.
-void relax_panels(const Control& control, Analysis& analysis);
+void relax_panels(int panel, Analysis& analysis);
 
 /// Row lists of the panels, by walking the row subtrees of the panel tree: row i is appended
 /// to every panel on the paths from its neighbours up to its own, so the lists come out
@@ -24,11 +23,15 @@ void relax_panels(const Control& control, Analysis& analysis);
 /// @return status_ok, or status_structure when a list contradicts the counts
 int symfct_velmora(Analysis& analysis);
 
-/// Column starts in the stores of L and U.
-/// @return status_ok, or status_overflow when a store exceeds 32-bit positions
+/// Starts of the panels in the stores of L and U.
+/// @return status_ok, or status_overflow when positions inside a panel exceed 32 bits
 int panel_pointers(bool symmetric, Analysis& analysis);
 
-/// Panel updates: nmod, largest update block; returns the operation count in 1e9.
-double flops_velmora(const Control& control, Analysis& analysis);
+/// Panel updates: how many reach each panel, and the sizes of the largest.
+void count_updates(Analysis& analysis);
+
+/// Panels, row lists, starts, update counts, and the domains in panels.
+/// @return a Status
+int reorder2_velmora(const SymbolicOptions& options, Analysis& analysis);
 
 }  // namespace vlm

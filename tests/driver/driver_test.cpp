@@ -6,7 +6,6 @@
 #include <cmath>
 
 #include "caller.hpp"
-#include "driver/stages.hpp"
 #include "gallery.hpp"
 
 namespace vlm::test {

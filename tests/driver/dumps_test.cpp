@@ -61,6 +61,8 @@ class Dumps : public testing::Test {
   fs::path previous_, folder_;
 };
 
+vlm::DumpCounters counters;
+
 const std::vector<int> ia = {1, 3, 4}, ja = {1, 2, 2};
 const std::vector<double> a = {1.5, -2, 0.1, 4, 5, 6}, b = {7, 8, 9, 10};
 vlm::InputMatrix matrix() { return {2, ia.data(), ja.data(), a.data()}; }
@@ -85,7 +87,7 @@ TEST_F(Dumps, ArraysHoldWhatThePhaseUses) {
     return rows;
   };
   const auto dumped = [](int phase, int mtype) {
-    vlm::dump_input(phase, mtype, matrix(), b.data());
+    vlm::dump_input(counters, phase, mtype, matrix(), b.data());
     const Written written = take();
     EXPECT_EQ(uncounted(written.name), "mat-velmora_-phase-" + std::to_string(phase) + ".iajaa");
     return numbers(written.lines);
@@ -96,13 +98,13 @@ TEST_F(Dumps, ArraysHoldWhatThePhaseUses) {
   EXPECT_EQ(dumped(13, 13), joined({{1.5, -2}, {0.1, 4}, {5, 6}, {7, 8}, {9, 10}}));
   // The other complex types write the first doubles of the values only.
   EXPECT_EQ(dumped(13, 4), joined({{1.5}, {-2}, {0.1}, {7}, {8}}));
-  vlm::dump_input(33, -2, matrix(), nullptr);
+  vlm::dump_input(counters, 33, -2, matrix(), nullptr);
   EXPECT_EQ(numbers(take().lines), joined({{1.5}, {-2}, {0.1}}));
 }
 
 TEST_F(Dumps, LinesHaveTheirFormat) {
   setenv("VELMORA_WRITE_MAT", "", 1);
-  vlm::dump_input(13, 6, matrix(), b.data());
+  vlm::dump_input(counters, 13, 6, matrix(), b.data());
   const auto lines = take().lines;
   ASSERT_EQ(lines.size(), 13U);
   EXPECT_EQ(lines[8], "  1.500000000000000000000000e+00  -2.000000000000000000000000e+00");
@@ -111,19 +113,19 @@ TEST_F(Dumps, LinesHaveTheirFormat) {
 
 TEST_F(Dumps, CoordinatesMirrorOffDiagonalValues) {
   setenv("VELMORA_WRITE_MTX", "1", 1);
-  vlm::dump_input(11, 11, matrix(), b.data());
+  vlm::dump_input(counters, 11, 11, matrix(), b.data());
   const Written pairs = take();
   EXPECT_EQ(uncounted(pairs.name), "mat-velmora_-phase-11.mtx");
   EXPECT_EQ(numbers(pairs.lines), (Rows{{1, 1}, {1, 2}, {2, 2}}));
-  vlm::dump_input(22, 11, matrix(), b.data());
+  vlm::dump_input(counters, 22, 11, matrix(), b.data());
   EXPECT_EQ(numbers(take().lines), (Rows{{1, 1, 1.5}, {1, 2, -2}, {2, 1, -2}, {2, 2, 0.1}}));
-  vlm::dump_input(33, 6, matrix(), b.data());
+  vlm::dump_input(counters, 33, 6, matrix(), b.data());
   EXPECT_EQ(numbers(take().lines),
             (Rows{{1, 1, 1.5, -2}, {1, 2, 0.1, 4}, {2, 1, 0.1, 4}, {2, 2, 5, 6}}));
 
   // Row starts that have not been checked lead no dump outside the entries.
   const std::vector<int> wild = {-5, 100000, 4};
-  vlm::dump_input(22, 11, {2, wild.data(), ja.data(), a.data()}, nullptr);
+  vlm::dump_input(counters, 22, 11, {2, wild.data(), ja.data(), a.data()}, nullptr);
   EXPECT_EQ(take().lines.size(), 5U);
 }
 
@@ -131,25 +133,25 @@ TEST_F(Dumps, SolutionOfSolvingPhases) {
   setenv("VELMORA_WRITE_SOL", "1", 1);
   const std::vector<double> x = {-1, -2, -3, -4};
   for (const int phase : {13, 23, 33}) {
-    vlm::dump_solution(phase, 1, 2, b.data(), x.data());
+    vlm::dump_solution(counters, phase, 1, 2, b.data(), x.data());
     Written written = take();
     EXPECT_EQ(uncounted(written.name), "sol-velmora_-phase-" + std::to_string(phase) + ".iajaa");
     EXPECT_EQ(numbers(written.lines), (Rows{{7}, {8}}));
-    vlm::dump_solution(phase, -4, 2, b.data(), x.data());
+    vlm::dump_solution(counters, phase, -4, 2, b.data(), x.data());
     EXPECT_EQ(numbers(take().lines), (Rows{{-1, -2}, {-3, -4}}));
   }
-  for (const int phase : {11, 12, 22, 0, -1}) vlm::dump_solution(phase, 1, 2, b.data(), x.data());
+  for (const int phase : {11, 12, 22, 0, -1}) vlm::dump_solution(counters, phase, 1, 2, b.data(), x.data());
   EXPECT_EQ(take().name, "");
 }
 
 TEST_F(Dumps, NothingWithoutAVariableOrForReleasingPhases) {
-  vlm::dump_input(13, 11, matrix(), b.data());
+  vlm::dump_input(counters, 13, 11, matrix(), b.data());
   EXPECT_EQ(take().name, "");
   setenv("VELMORA_WRITE_MAT", "1", 1);
   setenv("VELMORA_WRITE_MTX", "1", 1);
-  for (const int phase : {0, -1, -22}) vlm::dump_input(phase, 11, matrix(), b.data());
-  vlm::dump_input(11, 11, {0, ia.data(), ja.data(), a.data()}, b.data());
-  vlm::dump_input(11, 11, {2, nullptr, nullptr, nullptr}, b.data());
+  for (const int phase : {0, -1, -22}) vlm::dump_input(counters, phase, 11, matrix(), b.data());
+  vlm::dump_input(counters, 11, 11, {0, ia.data(), ja.data(), a.data()}, b.data());
+  vlm::dump_input(counters, 11, 11, {2, nullptr, nullptr, nullptr}, b.data());
   EXPECT_EQ(take().name, "");
 }
 
@@ -157,19 +159,19 @@ TEST_F(Dumps, PrefixOfAnyLengthAndRunningCount) {
   setenv("VELMORA_WRITE_SOL", "1", 1);
   const std::string prefix(200, 'p');
   setenv("VELMORA_WRITE_PREFIX", prefix.c_str(), 1);
-  vlm::dump_solution(33, 1, 2, b.data(), b.data());
+  vlm::dump_solution(counters, 33, 1, 2, b.data(), b.data());
   const std::string first = take().name;
   ASSERT_EQ(uncounted(first), prefix + "_-phase-33.iajaa");
 
   // A file that cannot be opened is told, and takes no number.
   setenv("VELMORA_WRITE_PREFIX", "no-such-folder/case", 1);
   testing::internal::CaptureStderr();
-  vlm::dump_solution(33, 1, 2, b.data(), b.data());
+  vlm::dump_solution(counters, 33, 1, 2, b.data(), b.data());
   EXPECT_NE(testing::internal::GetCapturedStderr().find("no-such-folder/case_"), std::string::npos);
   EXPECT_EQ(take().name, "");
 
   setenv("VELMORA_WRITE_PREFIX", "case", 1);
-  vlm::dump_solution(33, 1, 2, b.data(), b.data());
+  vlm::dump_solution(counters, 33, 1, 2, b.data(), b.data());
   const int count = std::stoi(first.substr(prefix.size() + 1, 3));
   char expected[64];
   std::snprintf(expected, sizeof expected, "case_%03d-phase-33.iajaa", count + 1);

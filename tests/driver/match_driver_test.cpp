@@ -13,24 +13,24 @@
 namespace vlm::test {
 namespace {
 
-/// The control fields that a matching reads, and its results.
-struct Matching {
+/// The options that a matching reads, and its results.
+struct MatchingRun {
   const Matrix& m;
-  Control control;
+  Options options;
   std::vector<int> perm;
   std::vector<double> scale;
   MatchedOrder matched;
 
-  Matching(const Matrix& matrix, int mode) : m(matrix), perm(m.n), scale(2 * m.n) {
-    control.mtype = m.mtype;
-    control.neqns = m.n;
-    control.nvals = m.nvals();
-    control.sym_struct = m.triangle() ? 1 : 0;
-    control.match_mode = mode;
-    control.scale_flag = 1;
+  MatchingRun(const Matrix& matrix, int mode) : m(matrix), perm(m.n), scale(2 * m.n) {
+    options.mtype = m.mtype;
+    options.type = &matrix_type(m.mtype);
+    options.n = m.n;
+    options.symmetric = m.triangle();
+    options.matching = mode;
+    options.scaled = true;
   }
   Outcome go() {
-    return run_matching({m.n, m.ia.data(), m.ja.data(), m.a.data()}, control, perm.data(),
+    return run_matching({m.n, m.ia.data(), m.ja.data(), m.a.data()}, options, perm.data(),
                         scale.data(), matched);
   }
   /// Calls visit(row, column, magnitude in the scaled, permuted matrix), 0-based.
@@ -51,7 +51,7 @@ TEST(MatchDriver, UnsymmetricTypesGetAUnitDiagonal) {
     const Matrix m = badly_scaled(120, 6, 3, mtype);
     for (const int mode : {1, 2, 3, 4}) {
       SCOPED_TRACE(testing::Message() << mtype << " mode " << mode);
-      Matching run(m, mode);
+      MatchingRun run(m, mode);
       ASSERT_FALSE(run.go());
       EXPECT_TRUE(is_permutation(run.perm));
       EXPECT_FALSE(run.matched.order.has_value());
@@ -61,14 +61,14 @@ TEST(MatchDriver, UnsymmetricTypesGetAUnitDiagonal) {
         units += i == j && magnitude > 1 - 1e-12;
       });
       EXPECT_EQ(units, m.n);
-      run.control.scale_flag = 0;
+      run.options.scaled = false;
       const std::vector<int> scaled_perm = run.perm;
       ASSERT_FALSE(run.go());
       EXPECT_EQ(run.perm, scaled_perm);
       EXPECT_EQ(run.scale, std::vector<double>(2 * m.n, 1.0));
     }
     const Matrix bad = structurally_singular(60, 1, mtype);
-    Matching failing(bad, 1);
+    MatchingRun failing(bad, 1);
     const Outcome outcome = failing.go();
     EXPECT_EQ(outcome.error, error_matching);
     EXPECT_EQ(outcome.code, -59);
@@ -76,8 +76,8 @@ TEST(MatchDriver, UnsymmetricTypesGetAUnitDiagonal) {
 }
 
 /// Order, factors and pattern of a symmetric run; the trailing nodes are the Schur complement's.
-void expect_symmetric(const Matching& run) {
-  const int n = run.m.n, leading = n - run.control.nschur;
+void expect_symmetric(const MatchingRun& run) {
+  const int n = run.m.n, leading = n - run.options.schur;
   std::vector<int> identity(n);
   std::iota(identity.begin(), identity.end(), 1);
   EXPECT_EQ(run.perm, identity);
@@ -95,7 +95,7 @@ void expect_symmetric(const Matching& run) {
   });
   for (int i = 0; i < leading; ++i) EXPECT_NEAR(largest[i], 1, 1e-12);
 
-  ASSERT_EQ(run.matched.padded.has_value(), run.control.match_mode % 2 == 0);
+  ASSERT_EQ(run.matched.padded.has_value(), run.options.matching % 2 == 0);
   if (!run.matched.padded) return;
   const std::vector<int>&ia = run.matched.padded->ia, &ja = run.matched.padded->ja;
   for (int i = 0; i < n; ++i)
@@ -112,8 +112,8 @@ TEST(MatchDriver, SymmetricTypesGetAnOrder) {
       for (const int order : {0, 1, 2}) {
         SCOPED_TRACE(testing::Message()
                      << m.name << ' ' << m.mtype << " mode " << mode << " order " << order);
-        Matching run(m, mode);
-        run.control.order = order;
+        MatchingRun run(m, mode);
+        run.options.order = OrderMethod(order);
         ASSERT_FALSE(run.go());
         if (mode < 3) {
           expect_symmetric(run);
@@ -128,8 +128,8 @@ TEST(MatchDriver, SymmetricTypesGetAnOrder) {
 TEST(MatchDriver, SchurComplementStaysOutside) {
   const Matrix m = shifted_laplacian(8, 0.4, true, 5);
   for (const int mode : {1, 2}) {
-    Matching run(m, mode);
-    run.control.nschur = 15;
+    MatchingRun run(m, mode);
+    run.options.schur = 15;
     ASSERT_FALSE(run.go());
     expect_symmetric(run);
   }
@@ -148,8 +148,8 @@ TEST(MatchDriver, PartnersAreNeighbours) {
   const Matrix m = builder.finish();
   for (const int mode : {1, 3})
     for (const int order : {0, 1, 2}) {
-      Matching run(m, mode);
-      run.control.order = order;
+      MatchingRun run(m, mode);
+      run.options.order = OrderMethod(order);
       ASSERT_FALSE(run.go());
       for (int k = 0; k < pairs; ++k)
         EXPECT_EQ(std::abs(run.matched.order->invp[k] - run.matched.order->invp[pairs + k]), 1);
@@ -159,14 +159,14 @@ TEST(MatchDriver, PartnersAreNeighbours) {
 TEST(MatchDriver, IncompleteSymmetricMatchingsAndUserOrders) {
   for (const int mtype : {-2, -4, 6}) {
     const Matrix bad = structurally_singular(60, 1, mtype);
-    Matching run(bad, 2);
+    MatchingRun run(bad, 2);
     ASSERT_FALSE(run.go());
     EXPECT_TRUE(are_inverse(run.matched.order->perm, run.matched.order->invp));
     EXPECT_EQ(run.scale, std::vector<double>(2 * bad.n, 1.0));
   }
   const Matrix m = saddle_point(3, 1);
-  Matching run(m, 1);
-  run.control.user_perm = 1;
+  MatchingRun run(m, 1);
+  run.options.user_order = true;
   ASSERT_FALSE(run.go());
   EXPECT_FALSE(run.matched.order.has_value());
   EXPECT_NE(run.scale, std::vector<double>(2 * m.n, 1.0));
@@ -175,7 +175,7 @@ TEST(MatchDriver, IncompleteSymmetricMatchingsAndUserOrders) {
 // Fewer than nine compressed nodes keep their numbers under nested dissection.
 TEST(MatchDriver, TinyCompressedGraphs) {
   const Matrix m = arrow(8, true, 1);
-  Matching run(m, 1);
+  MatchingRun run(m, 1);
   ASSERT_FALSE(run.go());
   const MatchInput input{m.n, m.ia.data(), m.ja.data(), m.a.data(), true};
   std::vector<int> expected = reordering_matching_sym2x2(input, mps_velmora(input).perm).node;

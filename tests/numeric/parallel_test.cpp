@@ -68,10 +68,8 @@ TEST(TaskSchedule, UpdateLists) {
   // Columns 1-2 | 3 | 4-5 | 6 | 7-8; two domains of two and one panel, two separator panels.
   const std::vector<int> widths{2, 1, 2, 1, 2};
   const std::vector<std::vector<int>> below{{3, 7, 8}, {6, 7}, {6, 8}, {7, 8}, {}};
-  Control control;
-  control.fact_ctl = 1;
   Analysis two = analysis_of(widths, below, {{1, 2}, {3, 3}, {4, 5}});
-  ASSERT_EQ(blkpre_velmora(control, two), status_ok);
+  ASSERT_EQ(blkpre_velmora(true, two), status_ok);
   EXPECT_EQ(two.updates.scheme, Scheme::two_level);
   // Panel 4 from domain 1, domain 2, separators; panel 5 likewise.
   EXPECT_EQ(two.updates.start, (std::vector<int>{1, 2, 3, 3, 5, 6, 7}));
@@ -79,14 +77,12 @@ TEST(TaskSchedule, UpdateLists) {
   EXPECT_EQ(two.updates.uplen, (std::vector<int>{2, 2, 2, 1, 1, 2}));
 
   const std::vector<int> start{1, 3, 5, 7, 8, 8}, up{3, 7, 6, 7, 6, 7, 7}, len{3, 2, 2, 1, 2, 1, 2};
-  control.fact_ctl = 0;
   Analysis fine = analysis_of(widths, below, {{1, 2}, {3, 3}, {4, 5}});
   // Domains that reach into each other are no domains.
   Analysis tangled =
       analysis_of(widths, {{3, 7, 8}, {4, 5}, {6}, {}, {}}, {{1, 2}, {3, 3}, {4, 5}});
-  ASSERT_EQ(blkpre_velmora(control, fine), status_ok);
-  control.fact_ctl = 1;
-  ASSERT_EQ(blkpre_velmora(control, tangled), status_ok);
+  ASSERT_EQ(blkpre_velmora(false, fine), status_ok);
+  ASSERT_EQ(blkpre_velmora(true, tangled), status_ok);
   EXPECT_EQ(tangled.updates.scheme, Scheme::fine_grain);
   EXPECT_EQ(fine.updates.scheme, Scheme::fine_grain);
   EXPECT_EQ(fine.updates.start, start);

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Every ordering gives permutations and consistent ranges, and costs what elimination on sets
 // says.
-#include "ordering/ordering.hpp"
+#include "graph/ordering.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <numeric>
 
-#include "driver/stages.hpp"
 #include "gallery.hpp"
 #include "graph/adjacency.hpp"
 #include "graph/compress.hpp"
@@ -21,6 +20,7 @@
 #include "ordering/gepmetis.hpp"
 #include "ordering/gepmmd.hpp"
 #include "ordering/rcm.hpp"
+#include "ordering/reorder1.hpp"
 #include "reference.hpp"
 
 namespace vlm {
@@ -141,18 +141,17 @@ std::int64_t brute_minimum_degree(const Adjacency& graph) {
 TEST(Ordering, EverySelectorGivesPermutationsAndRanges) {
   for (const test::Matrix& m : gallery()) {
     const Adjacency graph = adjacency_of(m);
-    for (const int selector : {0, 1, 2, 7})
+    for (const int selector : {0, 1, 2})
       for (const int parts : {1, 2, 8}) {
-        Control control;
-        control.order = selector;
-        control.nthreads = control.nparts = parts;
+        const OrderOptions options{
+            .method = OrderMethod(selector), .threads = parts, .domains = parts};
         Ordering order, again;
         const std::string name =
             m.name + " selector " + std::to_string(selector) + " parts " + std::to_string(parts);
-        ASSERT_EQ(order_by_selector(control, graph, order), status_ok) << name;
+        ASSERT_EQ(order_by_method(options, graph, order), status_ok) << name;
         expect_order(order, m.n, name);
         expect_ranges(order, graph, name);
-        ASSERT_EQ(order_by_selector(control, graph, again), status_ok);
+        ASSERT_EQ(order_by_method(options, graph, again), status_ok);
         EXPECT_EQ(order.perm, again.perm) << name << ": not deterministic";
       }
   }
@@ -416,33 +415,33 @@ TEST(Ordering, ReverseCuthillMcKeeKeepsTheBandNarrow) {
   EXPECT_TRUE(test::is_permutation(genrcmvelmora(adjacency_of(test::block_diagonal(5, 4, 1)))));
 }
 
-// Runs the first stage on a matrix with the given control words.
-int first_stage(const test::Matrix& m, Control& control, Analysis& analysis,
-                const std::vector<int>& perm = {}) {
-  AnalysisRequest request;
-  request.matrix = {m.n, m.ia.data(), m.ja.data(), m.a.data()};
-  request.user_perm = perm.empty() ? nullptr : perm.data();
-  control.neqns = m.n;
-  control.mtype = m.mtype;
-  control.sym_struct = m.triangle() ? 1 : 0;
-  return reorder1_velmora(request, control, analysis);
+// Runs the first stage on a matrix.
+int first_stage(const test::Matrix& m, OrderOptions options, OrderedGraph& ordered,
+                OrderInput input = {}) {
+  OrderTimes times;
+  input.matrix = {m.n, m.ia.data(), m.ja.data(), m.a.data()};
+  options.symmetric = m.triangle();
+  return reorder1_velmora(input, options, ordered, times);
 }
 
-TEST(Reorder1, CallersOrderIsTakenOrRefused) {
+TEST(Reorder1, GivenOrdersAreTakenOrRefused) {
   const test::Matrix m = test::poisson2d(6);
-  std::vector<int> perm = test::Rng(3).permutation(m.n);
-  Control control;
-  control.user_perm = 1;
-  control.nparts = 4;
-  Analysis analysis;
-  ASSERT_EQ(first_stage(m, control, analysis, perm), status_ok);
-  EXPECT_EQ(analysis.order.perm, perm);
-  EXPECT_EQ(control.nparts, 1);
-  expect_order(analysis.order, m.n, "caller's");
-  for (const int wrong : {0, -3, m.n + 1, perm[1]}) {
-    std::vector<int> bad(perm);
+  Ordering given;
+  given.perm = test::Rng(3).permutation(m.n);
+  set_single_range(given, m.n);
+  OrderedGraph ordered;
+  for (const bool by_caller : {true, false}) {
+    const OrderInput input{.matrix = {}, .user_perm = by_caller ? given.perm.data() : nullptr,
+                           .matched = by_caller ? nullptr : &given};
+    ASSERT_EQ(first_stage(m, {.domains = 4}, ordered, input), status_ok);
+    EXPECT_EQ(ordered.order.perm, given.perm);
+    EXPECT_EQ(ordered.order.nparts, 1);
+    expect_order(ordered.order, m.n, "given");
+  }
+  for (const int wrong : {0, -3, m.n + 1, given.perm[1]}) {
+    std::vector<int> bad(given.perm);
     bad[0] = wrong;
-    EXPECT_NE(first_stage(m, control, analysis, bad), status_ok) << wrong;
+    EXPECT_NE(first_stage(m, {}, ordered, {.matrix = {}, .user_perm = bad.data()}), status_ok) << wrong;
   }
 }
 
@@ -450,62 +449,40 @@ TEST(Reorder1, SchurNodesGoLastInTheOrderOfTheInput) {
   const test::Matrix m = test::poisson2d(24);
   for (const int selector : {0, 1, 2})
     for (const int parts : {1, 4}) {
-      Control control;
-      control.order = selector;
-      control.nparts = control.nthreads = parts;
-      control.nschur = 50;
-      Analysis analysis;
-      ASSERT_EQ(first_stage(m, control, analysis), status_ok);
-      expect_order(analysis.order, m.n, "Schur");
-      expect_ranges(analysis.order, analysis.graph, "Schur");
-      EXPECT_EQ(analysis.trailing, 50);
-      for (int i = m.n - 49; i <= m.n; ++i) EXPECT_EQ(analysis.order.perm[i - 1], i);
-      for (int k = 0; k < analysis.order.nparts && analysis.order.nparts > 1; ++k)
-        EXPECT_LE(analysis.order.ranges[k].last, m.n - 50);
+      OrderedGraph ordered;
+      ASSERT_EQ(
+          first_stage(
+              m, {.method = OrderMethod(selector), .threads = parts, .domains = parts, .schur = 50},
+              ordered),
+          status_ok);
+      const Ordering& order = ordered.order;
+      expect_order(order, m.n, "Schur");
+      expect_ranges(order, ordered.graph, "Schur");
+      EXPECT_EQ(ordered.trailing, 50);
+      for (int i = m.n - 49; i <= m.n; ++i) EXPECT_EQ(order.perm[i - 1], i);
+      for (int k = 0; k < order.nparts && order.nparts > 1; ++k)
+        EXPECT_LE(order.ranges[k].last, m.n - 50);
     }
 }
 
 TEST(Reorder1, MarkedNodesGoLast) {
   const test::Matrix m = test::poisson2d(12);
   std::vector<int> marks(m.n, 0);
-  Control plain_control, control;
-  control.partial = 2;
-  control.nparts = 4;
-  Analysis plain, analysis;
-  ASSERT_EQ(first_stage(m, plain_control, plain), status_ok);
-  ASSERT_EQ(first_stage(m, control, analysis, marks), status_ok);
-  EXPECT_EQ(analysis.trailing, 0);
-  EXPECT_EQ(analysis.order.perm, plain.order.perm);
+  OrderedGraph plain, ordered;
+  ASSERT_EQ(first_stage(m, {}, plain), status_ok);
+  ASSERT_EQ(first_stage(m, {}, ordered, {.matrix = {}, .marks = marks.data()}), status_ok);
+  EXPECT_EQ(ordered.trailing, 0);
+  EXPECT_EQ(ordered.order.perm, plain.order.perm);
   for (const int node : {3, 77, 140}) marks[node - 1] = -1;
-  ASSERT_EQ(first_stage(m, control, analysis, marks), status_ok);
-  expect_order(analysis.order, m.n, "marked");
-  EXPECT_EQ(analysis.trailing, 3);
-  EXPECT_EQ(analysis.nfw, 3);
-  EXPECT_EQ(analysis.nbw, 3);
+  ASSERT_EQ(first_stage(m, {}, ordered, {.matrix = {}, .marks = marks.data()}), status_ok);
+  expect_order(ordered.order, m.n, "marked");
+  EXPECT_EQ(ordered.trailing, 3);
+  EXPECT_EQ(ordered.nfw, 3);
+  EXPECT_EQ(ordered.nbw, 3);
   std::vector<int> expected(plain.order.perm);
   std::stable_partition(expected.begin(), expected.end(),
                         [&](int node) { return marks[node - 1] == 0; });
-  EXPECT_EQ(analysis.order.perm, expected);
-}
-
-TEST(Reorder1, MatchedOrderIsUsedForItsTypesOnly) {
-  const test::Matrix spd = test::random_spd(40, 4, 1),
-                     indefinite = test::random_indefinite(40, 0.1, 0.3, 2);
-  Ordering given;
-  given.perm = test::Rng(8).permutation(40);
-  set_single_range(given, 40);
-  for (const test::Matrix* m : {&spd, &indefinite}) {
-    Control control;
-    control.mtype = m->mtype;
-    control.match_mode = 1;
-    AnalysisRequest request;
-    request.matrix = {m->n, m->ia.data(), m->ja.data(), m->a.data()};
-    request.given_order = &given;
-    Analysis analysis;
-    ASSERT_EQ(reorder1_velmora(request, control, analysis), status_ok);
-    EXPECT_EQ(analysis.order.perm == given.perm, m->mtype == -2);
-    expect_order(analysis.order, m->n, m->name);
-  }
+  EXPECT_EQ(ordered.order.perm, expected);
 }
 
 }  // namespace

@@ -12,10 +12,11 @@
 
 #include "driver/match_driver.hpp"
 #include "gallery.hpp"
+#include "graph/ordering.hpp"
 #include "graph/symbolic_cost.hpp"
 #include "ordering/dissect.hpp"
 #include "ordering/gepmmd.hpp"
-#include "ordering/ordering.hpp"
+#include "ordering/reorder1.hpp"
 #include "reference.hpp"
 #include "session.hpp"
 
@@ -68,15 +69,14 @@ TEST(Pairing, WeightsOfPairsSaveFill) {
     const Matrix m = test::saddle_point(13, seed);
     const MatchInput input = input_of(m);
     const PairedOrder pairs = reordering_matching_sym2x2(input, mps_velmora(input).perm);
-    Control control;
-    control.order = 2;
+    const OrderOptions options;
     double fill[2] = {0, 0};
     for (const bool weighted : {false, true}) {
       const auto order_graph = [&](const Adjacency& graph, Ordering& order) {
-        if (weighted) return order_by_selector(control, graph, order);
+        if (weighted) return order_by_method(options, graph, order);
         Adjacency plain = graph;
         plain.weight.clear();
-        return order_by_selector(control, plain, order);
+        return order_by_method(options, plain, order);
       };
       Ordering order;
       PairedOrder candidates;
@@ -264,23 +264,24 @@ TEST(Pairing, ExchangesThinTheSeparatorsOfSaddlePoints) {
   const Matrix m = test::saddle_point(13, 3);
   const MatchInput input = input_of(m);
   const PairedOrder pairs = reordering_matching_sym2x2(input, mps_velmora(input).perm);
-  Control control;
-  control.mtype = -2;
-  control.neqns = m.n;
-  control.sym_struct = control.match_mode = control.scale_flag = 1;
-  control.order = 2;
-  const auto order_graph = [&](const Adjacency& graph, Ordering& order) {
-    return order_by_selector(control, graph, order);
-  };
+  Options options;
+  options.mtype = -2;
+  options.type = &matrix_type(-2);
+  options.n = m.n;
+  options.symmetric = options.scaled = true;
+  options.matching = 1;
   for (const int domains : {1, 4}) {
-    control.nparts = domains;
+    options.threads = domains;
+    const auto order_graph = [&](const Adjacency& graph, Ordering& order) {
+      return order_by_method(order_options(options), graph, order);
+    };
     Ordering paired;
     PairedOrder candidates;
     ASSERT_EQ(mps_sym_velmora(input, pairs, order_graph, paired, candidates), status_ok);
     std::vector<int> perm(m.n);
     std::vector<double> scale(2 * m.n);
     MatchedOrder matched;
-    ASSERT_FALSE(run_matching({m.n, m.ia.data(), m.ja.data(), m.a.data()}, control, perm.data(),
+    ASSERT_FALSE(run_matching({m.n, m.ia.data(), m.ja.data(), m.a.data()}, options, perm.data(),
                               scale.data(), matched));
     EXPECT_TRUE(test::are_inverse(matched.order->perm, matched.order->invp));
     EXPECT_EQ(matched.order->nparts, domains);
@@ -319,10 +320,9 @@ TEST(Pairing, DegenerateGraphs) {
   // Weights on a graph without edges, in every routine.
   Adjacency isolated{3, {1, 1, 1, 1}, {}, {2, 1, 2}};
   for (const int selector : {0, 1, 2}) {
-    Control control;
-    control.order = selector;
+    const OrderOptions options{.method = OrderMethod(selector)};
     Ordering order;
-    ASSERT_EQ(order_by_selector(control, isolated, order), status_ok);
+    ASSERT_EQ(order_by_method(options, isolated, order), status_ok);
     EXPECT_TRUE(test::are_inverse(order.perm, order.invp));
   }
 }

@@ -2,6 +2,8 @@
 // Stopping rules of the refinement, with solvers whose error is known.
 #include "solve/refine.hpp"
 
+#include "base/status.hpp"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -23,40 +25,33 @@ struct Phase {
   int nrhs = 1;
   double factor = 1;
   bool fail_at_second = false;
-  vlm::Control control;
-  vlm::Structure structure;
-  std::vector<int> iparm = std::vector<int>(64, 0);
+  vlm::RefineOptions options;
+  vlm::RefineResult result;
   std::vector<double> b, x;
   int solves = 0;
 
   Phase(const Matrix& matrix, int refine, double solver_factor, int columns = 1)
-      : m(matrix), nrhs(columns), factor(solver_factor) {
-    control.neqns = m.n;
-    control.mtype = m.mtype;
-    control.nvals = m.nvals();
-    control.refine = refine;
+      : m(matrix),
+        nrhs(columns),
+        factor(solver_factor),
+        options{.type = vlm::matrix_type(matrix.mtype), .due = true, .limit = refine} {
     b = vlm::test::random_vector(m, nrhs, 7);
     x.assign(b.size(), NAN);
   }
 
   int run() {
-    const bool transpose = control.transpose == 1;
-    const auto inverse = vlm::test::to_dense(transpose ? vlm::test::transposed(m) : m);
+    const auto inverse = vlm::test::to_dense(options.transpose ? vlm::test::transposed(m) : m);
     // Exactly the promised room, so that a sanitizer sees a step beyond it.
-    std::vector<double> cgs(vlm::refine_bytes(control, nrhs) / sizeof(double), NAN);
-    const vlm::RefineCall call{.control = control,
-                               .structure = structure,
+    std::vector<double> cgs(vlm::refine_bytes(options, m.n, nrhs) / sizeof(double), NAN);
+    const vlm::RefineCall call{.options = options,
                                .matrix = {m.n, m.ia.data(), m.ja.data(), m.a.data()},
-                               .matching = {},
-                               .lu = nullptr,
+                               .n = m.n,
                                .nrhs = nrhs,
-                               .iparm = iparm.data(),
                                .b = b.data(),
-                               .x = control.overwrite_b == 1 ? nullptr : x.data(),
-                               .work = nullptr,
+                               .x = options.solution_in_b ? nullptr : x.data(),
                                .cgs_arr = cgs.data()};
     solves = 0;
-    return vlm::refine_with(call, [&](int columns, const double* in, double* out) {
+    const auto solve = [&](int columns, const double* in, double* out) {
       if (++solves == 2 && fail_at_second) return static_cast<int>(vlm::status_pivot);
       const auto count = static_cast<std::size_t>(m.n) * columns * m.nvals();
       const std::vector<double> rhs(in, in + count);
@@ -69,29 +64,20 @@ struct Phase {
         if (m.complex()) out[2 * k + 1] = v.imag();
       }
       return 0;
-    });
+    };
+    return vlm::refine_velmora(call, solve, result);
   }
 };
 
 Matrix small(int mtype = -2) { return vlm::test::dense(12, 3, mtype); }
 
 TEST(Refinement, PlainSolveWhenNoneIsDue) {
-  Phase none(small(), 0, 0.9);
+  Phase none(small(), 3, 0.9);
+  none.options.due = false;
+  none.result.steps = 5;
   EXPECT_EQ(none.run(), 0);
   EXPECT_EQ(none.solves, 1);
-  EXPECT_EQ(none.control.ref_steps, 0);
-  EXPECT_EQ(none.iparm[19], 0);
-
-  Phase parts(small(), 3, 0.9), marks(small(), 3, 0.9), fixed(small(), 3, 0.9);
-  parts.control.ext_res = 1;
-  marks.control.partial = 1;
-  fixed.iparm[33] = 1;
-  for (Phase* phase : {&parts, &marks, &fixed}) {
-    phase->control.ref_steps = 5;
-    EXPECT_EQ(phase->run(), 0);
-    EXPECT_EQ(phase->solves, 1);
-    EXPECT_EQ(phase->control.ref_steps, 0);
-  }
+  EXPECT_EQ(none.result.steps, 0);
 }
 
 TEST(Refinement, StepsEndWhereTheRulesSay) {
@@ -123,32 +109,29 @@ TEST(Refinement, StepsEndWhereTheRulesSay) {
     Phase phase(small(), c.refine, c.factor);
     EXPECT_EQ(phase.run(), c.status) << c.what;
     if (c.steps >= 0) {
-      EXPECT_EQ(phase.control.ref_steps, c.steps) << c.what;
+      EXPECT_EQ(phase.result.steps, c.steps) << c.what;
     }
-    EXPECT_EQ(phase.solves, 1 + phase.control.ref_steps) << c.what;
-    EXPECT_EQ(phase.iparm[19], 0) << c.what;
+    EXPECT_EQ(phase.solves, 1 + phase.result.steps) << c.what;
+    EXPECT_FALSE(phase.result.cut) << c.what;
   }
 }
 
 TEST(Refinement, PerturbedPivotsAskForTwoSteps) {
   Phase phase(small(), 0, 0.999);
-  phase.control.perturbed = 1;
   EXPECT_EQ(phase.run(), 0);
-  EXPECT_EQ(phase.control.ref_steps, 2);
-  EXPECT_EQ(phase.iparm[19], -34);
+  EXPECT_EQ(phase.result.steps, 2);
+  EXPECT_TRUE(phase.result.cut);
   EXPECT_LT(vlm::test::normwise_error(phase.m, phase.x, phase.b), 1e-8);
 
   Phase stuck(small(), 0, 1.95);
-  stuck.control.perturbed = 1;
   EXPECT_EQ(stuck.run(), vlm::status_contraction);
-  EXPECT_EQ(stuck.control.ref_steps, 1);
-  EXPECT_EQ(stuck.iparm[19], 0);
+  EXPECT_EQ(stuck.result.steps, 1);
+  EXPECT_FALSE(stuck.result.cut);
 
   // A first solution worse than none does not take the second step away.
   Phase growing(small(), 0, 4.0);
-  growing.control.perturbed = 1;
   EXPECT_EQ(growing.run(), 0);
-  EXPECT_EQ(growing.control.ref_steps, 2);
+  EXPECT_EQ(growing.result.steps, 2);
 }
 
 TEST(Refinement, ReachesFullAccuracyForEveryTypeAndPlaceOfTheSolution) {
@@ -159,9 +142,9 @@ TEST(Refinement, ReachesFullAccuracyForEveryTypeAndPlaceOfTheSolution) {
           if (transpose == 1 && mtype % 2 == 0) continue;
           for (const int nthreads : {1, 2}) {
             Phase phase(small(mtype), refine, 1.01, 3);
-            phase.control.overwrite_b = overwrite;
-            phase.control.transpose = transpose;
-            phase.control.nthreads = nthreads;
+            phase.options.solution_in_b = overwrite == 1;
+            phase.options.transpose = transpose == 1;
+            phase.options.threads = nthreads;
             const auto rhs = phase.b;
             ASSERT_EQ(phase.run(), 0);
             const auto& solution = overwrite ? phase.b : phase.x;
@@ -181,13 +164,11 @@ TEST(Refinement, ReachesFullAccuracyForEveryTypeAndPlaceOfTheSolution) {
 TEST(Refinement, ZeroRightHandSides) {
   for (const int refine : {0, 1, 9, -9}) {
     Phase zero(small(), refine, 2.0);
-    zero.control.perturbed = 1;
     std::ranges::fill(zero.b, 0.0);
     EXPECT_EQ(zero.run(), 0) << refine;
     EXPECT_EQ(zero.x, std::vector<double>(zero.b.size(), 0.0)) << refine;
 
     Phase one(small(), refine, 1.001, 3);
-    one.control.perturbed = 1;
     const auto n = static_cast<std::size_t>(one.m.n);
     std::fill_n(one.b.begin() + static_cast<std::ptrdiff_t>(n), n, 0.0);
     EXPECT_EQ(one.run(), 0) << refine;
@@ -205,7 +186,7 @@ TEST(Refinement, FailuresAndNansEndTheLoop) {
   Phase bad(small(), 50, 1.0);
   bad.b[3] = NAN;
   bad.run();
-  EXPECT_LE(bad.control.ref_steps, 4);
+  EXPECT_LE(bad.result.steps, 4);
   EXPECT_TRUE(std::isnan(bad.x[0]));
 }
 

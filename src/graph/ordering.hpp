@@ -1,15 +1,35 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// The choice of an ordering, and small operations on a finished one: inverse, ranges,
-/// regrouping.
+/// An elimination order with its domains, and small operations on it: inverse, ranges, regrouping.
 #pragma once
 
 #include <vector>
 
-#include "driver/control.hpp"
-#include "graph/pairing.hpp"
-#include "symbolic/analysis.hpp"
+#include "graph/adjacency.hpp"
 
 namespace vlm {
+
+/// First and last column position (later: supernode) of a range; empty when last < first.
+struct Range {
+  int first = 1, last = 0;
+};
+
+/// A fill-reducing order.  perm(position) = node, invp(node) = position.
+struct Ordering {
+  std::vector<int> perm, invp;
+  /// Leaf domains in positions, then the tail pair that holds the separators.
+  /// One range: (1, n-1), (n, n).
+  std::vector<Range> ranges;
+  int nparts = 1;  ///< leaf domains: ranges.size() - 1
+  int nodes = 0;   ///< vertices that were ordered, fewer than n after compression; 0: n
+};
+
+/// A graph with the order that was found for it.
+struct OrderedGraph {
+  Adjacency graph;
+  Ordering order;
+  int trailing = 0;      ///< trailing columns that must begin a supernode (Schur or partial solve)
+  int nfw = 0, nbw = 0;  ///< partial solve: trailing columns with right-hand side, with solution
+};
 
 /// One range over the whole order: (1, n-1), (n, n).
 void set_single_range(Ordering& order, int n);
@@ -19,17 +39,6 @@ void set_identity(Ordering& order, int n);
 
 /// Writes invp from perm; false when perm is not a permutation of 1..n.
 bool invert_order(Ordering& order);
-
-/// Orders a graph by the routine that the control's selector names; any other selector gives
-/// the identity.
-/// @return a Status
-int order_by_selector(const Control& control, const Adjacency& graph, Ordering& order);
-
-/// Orders a graph by nested dissection with partners next to each other.
-/// @param pairs  exchanged where a separator asks for it, in and out
-/// @return false when the graph is better ordered with each pair as one node: nothing is done
-bool order_with_pairs(const Control& control, const Adjacency& graph, Pairing& pairs,
-                      Ordering& order);
 
 /// Sorts the nodes by group, keeping their order within a group, and rebuilds perm and invp.
 /// @param group   group of a node, 1..count                   [n], in

@@ -4,17 +4,10 @@
 
 #include <vector>
 
-#include "symbolic/analysis.hpp"
+#include "graph/adjacency.hpp"
+#include "graph/weighted_graph.hpp"
 
 namespace vlm {
-
-/// Graph with vertex weights in METIS's form: 0-based compressed rows, both triangles.
-struct WeightedGraph {
-  int n = 0;
-  std::vector<int> ptr;     ///< [n+1]
-  std::vector<int> adj;     ///< [ptr[n]]
-  std::vector<int> weight;  ///< [n]
-};
 
 /// Partition into parts of like weight: part numbers from 0.
 /// @param part  part of each node  [n], out

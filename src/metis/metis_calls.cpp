@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "metis/metis_graph.hpp"
+#include "metis/metis_calls.hpp"
 
 #include <metis.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <type_traits>
 
 namespace vlm {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "ordering/ordering.hpp"
+#include "graph/ordering.hpp"
 
 #include <algorithm>
 #include <numeric>

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: BSD-3-Clause
+/// State of the process, see process.hpp.
+#include "api/process.hpp"
+
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <mutex>
+#include <thread>
+
+// Weak, so that a program may link another BLAS.
+extern "C" {
+__attribute__((weak)) void openblas_set_num_threads(int);
+__attribute__((weak)) int openblas_get_num_threads(void);
+__attribute__((weak)) int openblas_get_parallel(void);
+}
+
+namespace vlm {
+namespace {
+
+/// What openblas_get_parallel() answers for a BLAS with threads of its own.
+constexpr int blas_on_own_threads = 1;
+
+bool blas_has_own_threads() {
+  return openblas_get_parallel != nullptr && openblas_set_num_threads != nullptr &&
+         openblas_get_num_threads != nullptr && openblas_get_parallel() == blas_on_own_threads;
+}
+
+struct BlasUse {
+  std::mutex mutex;
+  int holders = 0;
+  int before = 1;  ///< threads of the BLAS when the first holder came
+};
+
+BlasUse& blas_use() {
+  static BlasUse use;
+  return use;
+}
+
+const pid_t loaded_in = getpid();
+
+}  // namespace
+
+DumpCounters& dump_counters() {
+  static DumpCounters counters;
+  return counters;
+}
+
+BlasLatch::BlasLatch(bool wanted) : held_(wanted && blas_has_own_threads()) {
+  if (!held_) return;
+  BlasUse& use = blas_use();
+  const std::lock_guard hold(use.mutex);
+  if (use.holders++ > 0) return;
+  use.before = openblas_get_num_threads();
+  if (use.before != 1) openblas_set_num_threads(1);
+}
+
+BlasLatch::~BlasLatch() {
+  if (!held_) return;
+  BlasUse& use = blas_use();
+  const std::lock_guard hold(use.mutex);
+  if (--use.holders == 0 && use.before != 1) openblas_set_num_threads(use.before);
+}
+
+bool is_forked() { return getpid() != loaded_in; }
+
+void run_on_new_thread(const std::function<void()>& body) { std::thread(body).join(); }
+
+}  // namespace vlm

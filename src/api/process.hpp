@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: BSD-3-Clause
+/// What the library keeps for the whole process, all of it: the numbers of dump files, the count
+/// of calls that hold a threaded BLAS to one thread, and the process that loaded the library.
+#pragma once
+
+#include <functional>
+
+#include "driver/dumps.hpp"
+
+namespace vlm {
+
+/// Numbers of the dump files of this process.
+DumpCounters& dump_counters();
+
+/// Keeps a BLAS with a thread pool of its own to one thread while calls use it; the last one to
+/// leave restores its count.  Other BLAS are left alone: one that runs on OpenMP follows the
+/// calling thread's settings.
+class BlasLatch {
+ public:
+  /// @param wanted  false: the call does not use the BLAS
+  explicit BlasLatch(bool wanted);
+  ~BlasLatch();
+  BlasLatch(const BlasLatch&) = delete;
+  BlasLatch& operator=(const BlasLatch&) = delete;
+
+ private:
+  bool held_;
+};
+
+/// True in a process that was forked from the one that loaded the library.  The teams of threads
+/// that OpenMP had there are gone, but the surviving thread does not know it.
+bool is_forked();
+
+/// Runs body on a thread of its own, for which OpenMP makes new teams, and waits for it.  Throws
+/// std::system_error when the thread cannot be started; body must not throw.
+void run_on_new_thread(const std::function<void()>& body);
+
+}  // namespace vlm

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: BSD-3-Clause
+/// Outcome of a stage, beside the exceptions of its allocations.
+#pragma once
+
+namespace vlm {
+
+/// Values that select the error class and the message of a failed call.
+enum Status : int {
+  status_ok = 0,
+  status_pivot = -1,          ///< a pivot step failed
+  status_work = -2,           ///< a partitioner failed
+  status_contraction = -112,  ///< refinement does not contract
+  status_steps = -111,        ///< refinement exceeds its step limit
+  status_structure = -180,    ///< inconsistent row lists
+  status_overflow = -182,     ///< counts or lists do not fit 32 bits
+  status_unsupported = -190,  ///< matrix type without kernels
+  status_type_change = -191,  ///< matrix type that does not fit the analysis
+  status_no_matching = -192,  ///< matching mode that does not exist for the matrix type
+};
+
+}  // namespace vlm

@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: BSD-3-Clause
+/// Calls that a diagonal system answers by itself, without a handle.
+#pragma once
+
+#include "driver/call.hpp"
+
+namespace vlm {
+
+/// True when the system is diagonal and complete, and the call well formed: everything else is
+/// the driver's to refuse.
+bool takes_shortcut(const Call& call);
+
+/// Answers for a diagonal matrix without touching the handle.
+/// @return what `error` receives
+int solve_at_once(const Call& call);
+
+/// A diagonal matrix in a call that the shortcut passed over.
+Outcome refuse_diagonal(const Call& call);
+
+}  // namespace vlm

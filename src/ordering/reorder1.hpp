@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: BSD-3-Clause
+/// First stage of an analysis: adjacency, fill-reducing order, trailing blocks.
+#pragma once
+
+#include "base/input_matrix.hpp"
+#include "graph/ordering.hpp"
+#include "graph/pairing.hpp"
+
+namespace vlm {
+
+/// iparm(2).
+enum class OrderMethod : int {
+  minimum_degree = 0,
+  constrained = 1,  ///< minimum degree behind a k-way split
+  dissection = 2,
+};
+
+struct OrderOptions {
+  OrderMethod method = OrderMethod::dissection;
+  bool symmetric = true;  ///< the rows hold the upper triangle
+  int threads = 1;        ///< parts of the k-way split
+  int domains = 1;        ///< leaf domains wanted of a dissection
+  double flop_weight =
+      1;          ///< time of an operation of the factor against one of a real symmetric one
+  int schur = 0;  ///< nodes n - schur + 1 to n stay last
+};
+
+/// The matrix, and what the caller or a matching says of its order.
+struct OrderInput {
+  InputMatrix matrix;                 ///< pattern only
+  const int* row_perm = nullptr;      ///< [n] row that takes the place of row i; null: itself
+  const int* user_perm = nullptr;     ///< [n] order that the caller gives
+  const int* marks = nullptr;         ///< [n] nodes with a mark other than 0 go last
+  const Ordering* matched = nullptr;  ///< order that keeps the pairs of a matching together
+};
+
+/// Time that went into the parts of the stage, in seconds.
+struct OrderTimes {
+  double adjacency = 0, order = 0;
+};
+
+/// Forms the adjacency and orders it: by the caller's order, the matching's, or the method.
+///
+/// The interiors of the domains come first, then the separators, then the trailing nodes: the
+/// marked ones, which leave a single range, or those of the Schur complement.
+/// @return a Status
+int reorder1_velmora(const OrderInput& input, const OrderOptions& options, OrderedGraph& ordered,
+                     OrderTimes& times);
+
+/// Orders a graph by the method.
+/// @return a Status
+int order_by_method(const OrderOptions& options, const Adjacency& graph, Ordering& order);
+
+/// Orders a graph by nested dissection with partners next to each other.
+/// @param pairs  exchanged where a separator asks for it, in and out
+/// @return false when the graph is better ordered with each pair as one node: nothing is done
+bool order_with_pairs(const OrderOptions& options, const Adjacency& graph, Pairing& pairs,
+                      Ordering& order);
+
+}  // namespace vlm

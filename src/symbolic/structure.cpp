@@ -1,0 +1,229 @@
+// SPDX-License-Identifier: BSD-3-Clause
+/// The finished structure, and the map from the caller's values into the factor.
+///
+/// The map is built column by column: a counting sort brings the entries of A to the columns
+/// of the factor that they land in, then one dense index per panel finds their places.
+/// Cost: nnz(A) plus the length of the row lists.
+#include "symbolic/structure.hpp"
+
+#include <algorithm>
+#include <new>
+
+namespace vlm {
+
+namespace {
+
+/// Carves the arrays of a Structure from its block, or only measures them.
+class Carver {
+ public:
+  explicit Carver(void* block) : base_(static_cast<char*>(block)), used_(sizeof(Structure)) {}
+  template <class T>
+  View<T> take(std::size_t length) {
+    T* p = base_ ? reinterpret_cast<T*>(base_ + used_) : nullptr;
+    used_ += length * sizeof(T);
+    return {p, length};
+  }
+  std::size_t used() const { return used_; }
+
+ private:
+  char* base_;
+  std::size_t used_;
+};
+
+/// The writable arrays of a Structure.
+struct Arrays {
+  View<std::int64_t> xlnz, xunz;
+  View<int> perm, invp, xsuper, snode, xlindx, lindx, sparent, nmod, range;
+  View<int> queue, start, up, uplen;
+  View<int> lptr, ldst, lsrc, uptr, udst, usrc;
+};
+
+/// The widest elements come first, so that all are aligned.
+Arrays carve(Carver& carver, const Analysis& analysis, const StructurePlan& plan) {
+  const std::size_t n = analysis.graph.n, nsuper = analysis.nsuper;
+  const auto ints = [&](std::size_t length) { return carver.take<int>(length); };
+  const auto entries = [](const std::vector<int>& starts) {
+    return starts.empty() ? std::size_t{0} : static_cast<std::size_t>(starts.back() - 1);
+  };
+  Arrays a;
+  a.xlnz = carver.take<std::int64_t>(nsuper + 1);
+  a.xunz = carver.take<std::int64_t>(nsuper + 1);
+  a.perm = ints(n);
+  a.invp = ints(n);
+  a.xsuper = ints(nsuper + 1);
+  a.snode = ints(n);
+  a.xlindx = ints(nsuper + 1);
+  a.lindx = ints(analysis.lindx.size());
+  a.sparent = ints(nsuper);
+  a.nmod = ints(nsuper);
+  a.range = ints(2 * analysis.super_ranges.size());
+  a.queue = ints(analysis.queue.size());
+  a.start = ints(analysis.updates.start.size());
+  a.up = ints(analysis.updates.up.size());
+  a.uplen = ints(analysis.updates.uplen.size());
+  a.lptr = ints(plan.lower.size());
+  a.ldst = ints(entries(plan.lower));
+  a.lsrc = ints(entries(plan.lower));
+  a.uptr = ints(plan.upper.size());
+  a.udst = ints(entries(plan.upper));
+  a.usrc = ints(entries(plan.upper));
+  return a;
+}
+
+/// Position in the permuted matrix of each row of A: invp, or its composition with the
+/// matching, by which row row_perm(i) takes the place of node i.
+std::vector<int> row_positions(const MapInput& input, const Analysis& analysis) {
+  std::vector<int> position(analysis.order.invp);
+  if (input.row_perm == nullptr) return position;
+  const int n = analysis.graph.n;
+  const View<const int> invp(analysis.order.invp), match(input.row_perm, n);
+  const View<int> out(position);
+  for (int i = 1; i <= n; ++i) out(match(i)) = invp(i);
+  return position;
+}
+
+/// Where an entry of A lands: in a column of L's store or of U's, in a row of the panel.
+struct Place {
+  bool in_u;
+  int column;
+  int row;  ///< negative for an entry that the symmetric storage holds below the diagonal
+};
+
+/// Calls visit(place, p) for each entry p of A.
+template <class Visit>
+void for_each_entry(const MapInput& input, const StructurePlan& plan, const Analysis& analysis,
+                    Visit visit) {
+  const InputMatrix& m = input.matrix;
+  const View<const int> row_position(plan.row_position), invp(analysis.order.invp);
+  const View<const int> snode(analysis.snode);
+  const View<const int> ia(m.ia, m.n + 1), ja(m.ja, static_cast<std::size_t>(m.nnz()));
+  for (int i = 1; i <= m.n; ++i)
+    for (int p = ia(i); p < ia(i + 1); ++p) {
+      const int r = row_position(i), c = invp(ja(p));
+      if (input.symmetric)
+        visit(r >= c ? Place{false, c, -r} : Place{false, r, c}, p);
+      else if (r >= c || snode(r) == snode(c))  // U11 lives in the diagonal block of the L panel
+        visit(Place{false, c, r}, p);
+      else
+        visit(Place{true, r, c}, p);
+    }
+}
+
+/// Makes starts, from 1, of counts that stand one place further on.
+void counts_to_starts(std::vector<int>& starts) {
+  if (starts.empty()) return;
+  starts[0] = 1;
+  for (std::size_t j = 1; j < starts.size(); ++j) starts[j] += starts[j - 1];
+}
+
+/// Sorts the entries of A by the column of the factor that they land in; dst takes their rows.
+void distribute(const MapInput& input, const StructurePlan& plan, const Analysis& analysis,
+                const Arrays& a) {
+  std::vector<int> lower(plan.lower), upper(plan.upper);
+  const View<int> next_lower(lower), next_upper(upper);
+  for_each_entry(input, plan, analysis, [&](const Place& at, int p) {
+    const int k = at.in_u ? next_upper(at.column)++ : next_lower(at.column)++;
+    (at.in_u ? a.udst : a.ldst)(k) = at.row;
+    (at.in_u ? a.usrc : a.lsrc)(k) = p;
+  });
+}
+
+/// Replaces the rows by positions in the panel.
+void place_entries(const Analysis& analysis, const Arrays& a) {
+  const View<const int> xsuper(analysis.xsuper), xlindx(analysis.xlindx), lindx(analysis.lindx);
+  std::vector<int> index_store(analysis.graph.n);
+  const View<int> index(index_store);  // place of a row in the current panel's list, from 1
+  for (int s = 1; s <= analysis.nsuper; ++s) {
+    const int first = xsuper(s), next = xsuper(s + 1), width = next - first;
+    const int rows = xlindx(s + 1) - xlindx(s), below = rows - width;
+    for (int k = 0; k < rows; ++k) index(lindx(xlindx(s) + k)) = k + 1;
+    for (int j = first; j < next; ++j) {
+      const int l = (j - first) * rows, u = (j - first) * below - width;
+      for (int p = a.lptr(j); p < a.lptr(j + 1); ++p) {
+        const int row = a.ldst(p);
+        a.ldst(p) = row > 0 ? l + index(row) : -(l + index(-row));
+      }
+      if (a.uptr.empty()) continue;
+      for (int p = a.uptr(j); p < a.uptr(j + 1); ++p) a.udst(p) = u + index(a.udst(p));
+    }
+  }
+}
+
+/// Copies an array of the analysis to its place in the block.
+template <class T>
+View<const T> keep(const std::vector<T>& from, View<T> to) {
+  std::copy(from.begin(), from.end(), to.begin());
+  return to;
+}
+
+/// Figures of the panels.
+void measure_panels(Structure& out) {
+  for (int s = 1; s <= out.nsuper; ++s) {
+    const int rows = out.xlindx(s + 1) - out.xlindx(s), width = out.xsuper(s + 1) - out.xsuper(s);
+    out.max_rows = std::max(out.max_rows, rows);
+    out.max_below = std::max(out.max_below, rows - width);
+    out.max_width = std::max(out.max_width, width);
+  }
+  out.len_lnz = out.xlnz(out.nsuper + 1) - 1;
+  out.len_unz = out.xunz(out.nsuper + 1) - 1;
+}
+
+}  // namespace
+
+StructurePlan plan_structure(const MapInput& input, const Analysis& analysis) {
+  const std::size_t n = analysis.graph.n;
+  StructurePlan plan{row_positions(input, analysis), std::vector<int>(n + 1, 0), {}};
+  if (!input.symmetric) plan.upper.assign(n + 1, 0);
+  for_each_entry(input, plan, analysis,
+                 [&](const Place& at, int) { ++(at.in_u ? plan.upper : plan.lower)[at.column]; });
+  counts_to_starts(plan.lower);
+  counts_to_starts(plan.upper);
+  Carver carver(nullptr);
+  carve(carver, analysis, plan);
+  plan.bytes = carver.used();
+  return plan;
+}
+
+Structure* build_structure(void* block, const MapInput& input, const StructurePlan& plan,
+                           const Analysis& analysis) {
+  Carver carver(block);
+  const Arrays a = carve(carver, analysis, plan);
+  auto* out = new (block) Structure;
+  out->n = analysis.graph.n;
+  out->nsuper = analysis.nsuper;
+  out->nparts = static_cast<int>(analysis.super_ranges.size()) - 1;
+  out->nfw = analysis.nfw;
+  out->nbw = analysis.nbw;
+  out->max_update = analysis.max_update;
+  out->max_scaled = analysis.max_scaled;
+  out->figures = analysis.figures;
+  out->xlnz = keep(analysis.xlnz, a.xlnz);
+  out->xunz = keep(analysis.xunz, a.xunz);
+  out->perm = keep(analysis.order.perm, a.perm);
+  out->invp = keep(analysis.order.invp, a.invp);
+  out->xsuper = keep(analysis.xsuper, a.xsuper);
+  out->snode = keep(analysis.snode, a.snode);
+  out->xlindx = keep(analysis.xlindx, a.xlindx);
+  out->lindx = keep(analysis.lindx, a.lindx);
+  out->sparent = keep(analysis.sparent, a.sparent);
+  out->nmod = keep(analysis.nmod, a.nmod);
+  out->schedule = {analysis.updates.scheme, keep(analysis.queue, a.queue),
+                   keep(analysis.updates.start, a.start), keep(analysis.updates.up, a.up),
+                   keep(analysis.updates.uplen, a.uplen)};
+  int k = 0;
+  for (const Range& range : analysis.super_ranges) {
+    a.range(++k) = range.first;
+    a.range(++k) = range.last;
+  }
+  out->range = a.range;
+  keep(plan.lower, a.lptr);
+  keep(plan.upper, a.uptr);
+  distribute(input, plan, analysis, a);
+  place_entries(analysis, a);
+  out->lmap = {a.lptr, a.ldst, a.lsrc};
+  out->umap = {a.uptr, a.udst, a.usrc};
+  measure_panels(*out);
+  return out;
+}
+
+}  // namespace vlm
