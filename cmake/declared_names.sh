@@ -5,9 +5,10 @@
 #   declared_names.sh COMPILER INCLUDE_FOLDER
 set -eu
 compiler=$1 include=$2
-for header in "$include"/*.h; do
+text=$(for header in "$include"/*.h; do
   printf '#include "%s"\n' "$header"
-done | $compiler -E -x c - | LC_ALL=C awk -v folder="$include/" '
+done | $compiler -E -I "$include" -x c -)  # its failure is the script's
+printf '%s\n' "$text" | LC_ALL=C awk -v folder="$include/" '
   # Line markers tell the file; text of the system headers is left out.
   /^# [0-9]+ "/ { split($0, part, "\""); ours = index(part[2], folder) == 1; next }
   ours { text = text " " $0 }

@@ -5,7 +5,8 @@
 # paragraph of declarations without a blank line between them, or behind a declaration on its
 # line; a section's heading stands for the first paragraph below it.  Every declaration gets the
 # comment that it stands under, and one that stands under none stays undocumented, which fails.
-NR == 1 { sub(/^\/\*/, "/** @file\n") ; in_comment = 1; file_comment = 1 }
+NR == 1 { print ""; next }  # the licence
+NR == 2 { sub(/^\/\*/, "/** @file\n") ; in_comment = 1; file_comment = 1 }
 in_comment {
   text = text $0 "\n"
   if ($0 !~ /\*\//) next
