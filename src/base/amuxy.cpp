@@ -35,8 +35,8 @@ double multiply(const SparseProduct& product, int nrhs, const double* x, const d
   const sparse::Rows<format, int, T> A{m.n, m.n, m.ia, m.ja, values_as<T>(m.a)};
   const sparse::Operands<T> op{.alpha = rhs ? -1.0 : 1.0,
                                .x = values_as<T>(x),
-                               .beta = 1.0,
-                               .z = values_as<T>(rhs),
+                               .beta = rhs ? 1.0 : 0.0,
+                               .z = values_as<T>(rhs ? rhs : y),
                                .y = values_as<T>(y),
                                .summed = rhs != nullptr};
   return with_access(matrix_type(product.mtype), product.transpose, [&](auto access) {

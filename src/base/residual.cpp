@@ -18,8 +18,9 @@ ResidualNorms residual(bool triangle, const InputMatrix& m, const double* b, con
                        double* y) {
   if (m.n < 1) return {};
   const sparse::Rows<format, int, T> A{m.n, m.n, m.ia, m.ja, values_as<T>(m.a)};
+  T* const product = values_as<T>(y);
   const sparse::Operands<T> op{
-      .alpha = 1.0, .x = values_as<T>(x), .beta = 0.0, .z = nullptr, .y = values_as<T>(y)};
+      .alpha = 1.0, .x = values_as<T>(x), .beta = 0.0, .z = product, .y = product};
   if (triangle)
     sparse::multiply<Access::triangle>(A, op);
   else

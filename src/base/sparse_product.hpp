@@ -67,7 +67,7 @@ struct Rows {
   std::ptrdiff_t nnz() const { return start[m] - start[0]; }
 };
 
-/// y = alpha A x + beta z; a null z stands for zero.  y may be z, but must not overlap x.
+/// y = alpha A x + beta z.  y may be z, but must not overlap x.  With beta 0 z is not read.
 template <class T>
 struct Operands {
   double alpha;
@@ -91,7 +91,7 @@ template <class T>
 Operands<T> from_column(Operands<T> op, const Lengths& length, std::ptrdiff_t k) {
   op.x += k * length.x;
   op.y += k * length.y;
-  if (op.z) op.z += k * length.y;
+  op.z += k * length.y;
   return op;
 }
 
@@ -193,7 +193,7 @@ double multiply_rows(const Rows<format, Start, T>& A, const Operands<T>& op, int
         if constexpr (scatters(access))
           y += term;
         else
-          y = local.z ? local.beta * local.z[i + k * ld] + term : term;
+          y = local.beta != 0 ? local.beta * local.z[i + k * ld] + term : term;
         if (local.summed) total += abs_sum(y);
       }
     }
@@ -229,7 +229,7 @@ double multiply_columns(const Rows<format, Start, T>& A, const Operands<T>& op, 
 /// Entries first to last-1 of y = beta z, what the scattered terms are added to.
 template <class T>
 void set_up(const Operands<T>& op, std::ptrdiff_t first, std::ptrdiff_t last) {
-  if (!op.z)
+  if (op.beta == 0)
     std::fill(op.y + first, op.y + last, T{});
   else if (op.beta != 1.0)
     for (std::ptrdiff_t i = first; i < last; ++i) op.y[i] = op.beta * op.z[i];

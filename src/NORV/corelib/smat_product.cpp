@@ -25,11 +25,8 @@ void multiply(const smat* A, bool transposed, double alpha, const vec* x, double
     const Rows<T> R = rows<T>(A);
     const sparse::Rows<format, int, T> stored{R.m, R.n, R.ia, R.ja, R.a};
     T* const values = values_as<T>(y->v);
-    const sparse::Operands<T> op{.alpha = alpha,
-                                 .x = values_as<T>(x->v),
-                                 .beta = beta,
-                                 .z = beta == 0.0 ? nullptr : values,
-                                 .y = values};
+    const sparse::Operands<T> op{
+        .alpha = alpha, .x = values_as<T>(x->v), .beta = beta, .z = values, .y = values};
     if (A->sym)
       sparse::multiply<Access::triangle>(stored, op);
     else if (transposed)
