@@ -5,10 +5,19 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <mutex>
 #include <type_traits>
 
 namespace vlm {
 namespace {
+
+// METIS draws from the C library's generator, which it seeds, and catches signals while it runs:
+// both belong to the process.  Calls in different threads take turns, so that each gets the
+// partition that it would get alone.
+std::mutex& metis_latch() {
+  static std::mutex latch;
+  return latch;
+}
 
 // METIS may be built with 64-bit indices; then the lists are converted on the way in and out.
 class MetisArray {
@@ -55,6 +64,7 @@ bool metis_kway_parts(const Adjacency& graph, int parts, std::vector<int>& part)
   METIS_SetDefaultOptions(options);
   options[METIS_OPTION_SEED] = 4321;
   idx_t n = graph.n, constraints = 1, nparts = parts, cut = 0;
+  const std::lock_guard hold(metis_latch());
   const int result =
       METIS_PartGraphKway(&n, &constraints, xadj.data(), adjncy.data(), weights, nullptr, nullptr,
                           &nparts, nullptr, nullptr, options, &cut, where.data());
@@ -70,6 +80,7 @@ bool metis_vertex_separator(const WeightedGraph& graph, std::vector<int>& side) 
   words[METIS_OPTION_SEED] = 4321;
   words[METIS_OPTION_UFACTOR] = 200;
   idx_t n = graph.n, size = 0;
+  const std::lock_guard hold(metis_latch());
   const int result = METIS_ComputeVertexSeparator(&n, ptr.data(), adj.data(), weight.data(), words,
                                                   &size, where.data());
   copy_out(where, side);
