@@ -27,27 +27,20 @@ auto with_access(const MatrixType& type, bool transpose, const F& f) {
                    : go.template operator()<Access::rows>();
 }
 
-/// Null rhs: y = A x, otherwise y = rhs - A x.
 template <class T>
-double multiply(const SparseProduct& product, int nrhs, const double* x, const double* rhs,
-                double* y, double* work) {
+double subtract(const SparseProduct& product, int nrhs, const double* x, const double* rhs,
+                double* r, double* work) {
   const InputMatrix& m = product.matrix;
   const sparse::Rows<format, int, T> A{m.n, m.n, m.ia, m.ja, values_as<T>(m.a)};
-  const sparse::Operands<T> op{.alpha = rhs ? -1.0 : 1.0,
+  const sparse::Operands<T> op{.alpha = -1.0,
                                .x = values_as<T>(x),
-                               .beta = rhs ? 1.0 : 0.0,
-                               .z = values_as<T>(rhs ? rhs : y),
-                               .y = values_as<T>(y),
-                               .summed = rhs != nullptr};
+                               .beta = 1.0,
+                               .z = values_as<T>(rhs),
+                               .y = values_as<T>(r),
+                               .summed = true};
   return with_access(matrix_type(product.mtype), product.transpose, [&](auto access) {
     return sparse::multiply<access>(A, op, nrhs, product.nthreads, values_as<T>(work));
   });
-}
-
-double multiply(const SparseProduct& product, int nrhs, const double* x, const double* rhs,
-                double* y, double* work) {
-  return matrix_type(product.mtype).complex ? multiply<zcomplex>(product, nrhs, x, rhs, y, work)
-                                            : multiply<double>(product, nrhs, x, rhs, y, work);
 }
 
 }  // namespace
@@ -59,14 +52,10 @@ std::size_t amuxy_work_bytes(int n, int mtype, bool transpose, int nthreads) {
   return length * (type.complex ? sizeof(zcomplex) : sizeof(double));
 }
 
-void amuxy_velmora(const SparseProduct& product, int nrhs, const double* x, double* y,
-                   double* work) {
-  multiply(product, nrhs, x, nullptr, y, work);
-}
-
 double amuxy_res_velmora(const SparseProduct& product, int nrhs, const double* x, const double* rhs,
                          double* r, double* work) {
-  return multiply(product, nrhs, x, rhs, r, work);
+  return matrix_type(product.mtype).complex ? subtract<zcomplex>(product, nrhs, x, rhs, r, work)
+                                            : subtract<double>(product, nrhs, x, rhs, r, work);
 }
 
 }  // namespace vlm
