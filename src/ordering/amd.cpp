@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "graph/forest.hpp"
+
 namespace vlm {
 namespace {
 
@@ -41,7 +43,6 @@ class QuotientGraph {
   void postorder(std::vector<int>& order);
 
  private:
-  void largest_child_last(int e);
   void load(const WeightedGraph& graph);
   int pop_least();
   void unlink(int i);
@@ -356,15 +357,13 @@ void QuotientGraph::close_element(int me) {
 // Order of the vertices by a postorder of the assembly tree, in which the child with the most
 // rows comes last, next to its parent.
 void QuotientGraph::postorder(std::vector<int>& order) {
-  std::vector<int>&child = head_, &sibling = next_, &merged = bucket_, &follower = previous_;
-  child.assign(n_, none);
+  std::vector<int>&merged = bucket_, &follower = previous_;
+  Forest forest(n_, head_, next_);
   merged.assign(n_, none);
   for (int i = inner_ - 1; i >= 0; --i) {
     int up = owner_[i];
     if (size_[i] > 0) {
-      if (up == none) continue;
-      sibling[i] = child[up];
-      child[up] = i;
+      if (up != none) forest.add(i, up);
     } else {
       while (size_[up] == 0) up = owner_[up];
       owner_[i] = up;
@@ -373,41 +372,14 @@ void QuotientGraph::postorder(std::vector<int>& order) {
     }
   }
   for (int i = 0; i < inner_; ++i)
-    if (size_[i] > 0) largest_child_last(i);
-
-  std::vector<int>& stack = length_;
+    if (size_[i] > 0) forest.largest_child_last(i, [&](int c) { return degree_[c] + size_[c]; });
   for (int root = 0; root < inner_; ++root) {
     if (size_[root] <= 0 || owner_[root] != none) continue;
-    int depth = 0;
-    stack[depth] = root;
-    while (depth >= 0) {
-      const int v = stack[depth];
-      if (const int c = child[v]; c != none) {
-        child[v] = sibling[c];
-        stack[++depth] = c;
-        continue;
-      }
-      --depth;
+    forest.walk(root, length_, [&](int v) {
       order.push_back(v);
       for (int i = merged[v]; i != none; i = follower[i]) order.push_back(i);
-    }
+    });
   }
-}
-
-void QuotientGraph::largest_child_last(int e) {
-  std::vector<int>&child = head_, &sibling = next_;
-  int largest = none, before_largest = none, last = none, before = none;
-  for (int c = child[e]; c != none; c = sibling[c]) {
-    if (largest == none || degree_[c] + size_[c] >= degree_[largest] + size_[largest]) {
-      largest = c;
-      before_largest = before;
-    }
-    before = last = c;
-  }
-  if (largest == last) return;
-  (before_largest == none ? child[e] : sibling[before_largest]) = sibling[largest];
-  sibling[last] = largest;
-  sibling[largest] = none;
 }
 
 }  // namespace
