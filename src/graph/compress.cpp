@@ -52,14 +52,12 @@ std::vector<int> find_representatives(const Adjacency& graph, int dense_limit) {
 
 }  // namespace
 
-double dense_row_limit(int n, double dense_factor) {
-  return std::max(16.0, dense_factor * std::sqrt(static_cast<double>(n)));
-}
+double dense_row_limit(int n) { return std::max(16.0, 10 * std::sqrt(static_cast<double>(n))); }
 
-CompressedGraph compress_graph(const Adjacency& graph, double dense_factor) {
+CompressedGraph compress_graph(const Adjacency& graph) {
   const int n = graph.n;
   const View<const int> xadj(graph.xadj), adjncy(graph.adjncy);
-  const double limit = dense_row_limit(n, dense_factor);
+  const double limit = dense_row_limit(n);
   std::vector<int> representative_store =
       find_representatives(graph, static_cast<int>(std::min<double>(limit, n)));
   const View<const int> representative(representative_store);

@@ -21,12 +21,12 @@ struct CompressedGraph {
   std::vector<int> dense;  ///< nodes with too many neighbours, left out, ascending
 };
 
-/// Entries above which a row is dense: max(16, dense_factor * sqrt(n)).
-double dense_row_limit(int n, double dense_factor = 10);
+/// Entries above which a row is dense: max(16, 10 sqrt(n)).
+double dense_row_limit(int n);
 
 /// Compresses the adjacency and leaves its dense rows out.
 ///
 /// A vertex weighs as much as its members together.
-CompressedGraph compress_graph(const Adjacency& graph, double dense_factor = 10);
+CompressedGraph compress_graph(const Adjacency& graph);
 
 }  // namespace vlm

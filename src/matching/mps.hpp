@@ -64,9 +64,6 @@ struct MatchResult {
 /// matrix overflows 32-bit positions.
 mps_csr csr_create_log(const MatchInput& matrix);
 
-/// Cost matrix of the transpose; the column maxima are then those of the rows.
-mps_csr csr_create_log_transpose(const MatchInput& matrix);
-
 /// Greedy start: each row takes the column of its largest cost, another one of equal cost, or a
 /// column whose owner can move to a free column of its own largest cost.  O(nnz).
 MatchState kuhn_munkres_init(const mps_csr& cost);
@@ -82,32 +79,24 @@ int kuhn_munkres(const mps_csr& cost, MatchState& state);
 int expand_matching(std::vector<int>& match);
 
 /// Matching, permutation and logarithms of the scaling factors.
-/// @param transposed  match the transpose: perm is then the column matched to row j, u belongs
-///                    to the columns and v to the rows
-MatchResult mps_velmora(const MatchInput& matrix, bool transposed = false);
+MatchResult mps_velmora(const MatchInput& matrix);
 
 /// Magnitudes of complex values given as pairs of doubles.
 std::vector<double> convert2abs(std::int64_t nnz, const double* a);
 
 enum class ScaleMode {
-  identity = -1,  ///< identity permutation, unit factors
-  permute = 0,    ///< permutation kept, unit factors
-  scale = 1       ///< permutation and factors
-};
-
-/// Smallest and largest stored factor.
-struct ScaleRange {
-  double smallest = 1e25, largest = -1e25;
+  permute,  ///< unit factors
+  scale,
 };
 
 /// Stores permutation and scaling factors in the form that the numeric phases read.
-/// @param perm    0-based, row that takes the place of column j [n], in; unused for identity
+/// @param perm    0-based, row that takes the place of column j [n], in
 /// @param u, v    logarithms of row and of column factors [n], in; used by ScaleMode::scale only
 /// @param mtype   -2, -4, 6 get one factor per index, the geometric mean, in both halves
 /// @param nschur  trailing positions whose rows keep the factor 1
 /// @param perm_store   [n] 1-based, out
 /// @param scale_store  [2n] column factors, then row factors, out
-ScaleRange rr33adcopy(ScaleMode mode, int n, const int* perm, const double* u, const double* v,
-                      int mtype, int nschur, int* perm_store, double* scale_store);
+void rr33adcopy(ScaleMode mode, int n, const int* perm, const double* u, const double* v, int mtype,
+                int nschur, int* perm_store, double* scale_store);
 
 }  // namespace vlm

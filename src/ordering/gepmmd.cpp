@@ -63,7 +63,7 @@ class MinimumDegree {
 
   int n_;
   int total_;  // weight of all nodes
-  int delta_, maxint_;
+  int maxint_;
   const std::vector<int>& last_;
   View<int> xadj_, adjncy_, forward_, backward_;
   std::vector<int> head_store_, qsize_store_, chain_store_, marker_store_, held_store_;
@@ -82,7 +82,6 @@ MinimumDegree::MinimumDegree(Adjacency& graph, const std::vector<int>& last, Ord
     : n_(graph.n),
       total_(graph.weight.empty() ? n_
                                   : std::accumulate(graph.weight.begin(), graph.weight.end(), 0)),
-      delta_(options.delta),
       maxint_(options.maxint),
       last_(last),
       xadj_(graph.xadj),
@@ -147,14 +146,11 @@ void MinimumDegree::number_isolated_nodes() {
   head_(1) = 0;
 }
 
-// Eliminates an independent set of nodes of degree mdeg to mdeg + delta, chained as elements_.
+// Eliminates an independent set of nodes of degree mdeg, chained as elements_.
 // True when every free node has its number or its representative.
 bool MinimumDegree::eliminate_batch() {
-  const int limit = std::min(mdeg_ + delta_, total_);
   elements_ = 0;
-  for (;;) {
-    while (mdeg_ <= limit && head_(mdeg_) <= 0) ++mdeg_;
-    if (mdeg_ > limit && (delta_ >= 0 || head_(mdeg_) <= 0)) return false;
+  while (head_(mdeg_) > 0) {
     const int pivot = head_(mdeg_);
     const int next = forward_(pivot);
     head_(mdeg_) = next;
@@ -168,8 +164,9 @@ bool MinimumDegree::eliminate_batch() {
     chain_(pivot) = elements_;
     elements_ = pivot;
     if (num_ > end_) return true;
-    if (delta_ < 0) return false;
   }
+  ++mdeg_;
+  return false;
 }
 
 void MinimumDegree::renew_tags() {
@@ -247,7 +244,7 @@ void MinimumDegree::detach_member(int pivot, int node) {
 }
 
 void MinimumDegree::update_degrees() {
-  span_ = mdeg_ + std::max(delta_, 0);
+  span_ = mdeg_;
   for (int element = elements_; element > 0; element = chain_(element)) update_element(element);
 }
 

@@ -18,9 +18,6 @@ namespace vlm {
 
 /// Options of the minimum-degree loop.
 struct MinimumDegreeOptions {
-  /// Nodes up to this much above the minimum degree are eliminated before degrees are
-  /// updated; negative: update after every node.
-  int delta = 0;
   /// Largest value of a marker.  Tests lower it to reach the renewal of the tags.
   int maxint = 2147483647;
 };

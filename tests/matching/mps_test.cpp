@@ -94,32 +94,30 @@ void expect_scaled(const Dense& d, const MatchResult& result, int mtype) {
 
 TEST(Matching, OptimalAgainstAllPermutations) {
   int full = 0, deficient = 0;
-  for (unsigned seed = 0; seed < 600; ++seed) {
+  for (unsigned seed = 0; seed < 900; ++seed) {
     std::mt19937 gen(seed);
     const int n = 1 + static_cast<int>(seed % 7);
     const Dense d = random_matrix(gen, n, seed % 3 ? 0.45 : 0.9, seed % 2);
     const double best = best_product(d);
     const Csr csr(d);
-    for (bool transposed : {false, true}) {
-      SCOPED_TRACE(testing::Message() << "seed " << seed << " transposed " << transposed);
-      const MatchResult result = mps_velmora(csr.input(), transposed);
-      ASSERT_EQ(static_cast<int>(result.perm.size()), n);
-      expect_permutation(result.perm);
-      if (std::isinf(best)) {
-        ++deficient;
-        EXPECT_LT(result.count, n);
-        EXPECT_TRUE(result.u.empty());
-        int present = 0;
-        for (int j = 0; j < n; ++j) present += d[result.perm[j]][j] != 0;
-        EXPECT_GE(present, result.count);
-      } else {
-        ++full;
-        ASSERT_EQ(result.count, n);
-        double sum = 0;
-        for (int j = 0; j < n; ++j) sum += std::log(std::fabs(d[result.perm[j]][j]));
-        EXPECT_NEAR(sum, best, 1e-10);
-        expect_scaled(d, result, 11);
-      }
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    const MatchResult result = mps_velmora(csr.input());
+    ASSERT_EQ(static_cast<int>(result.perm.size()), n);
+    expect_permutation(result.perm);
+    if (std::isinf(best)) {
+      ++deficient;
+      EXPECT_LT(result.count, n);
+      EXPECT_TRUE(result.u.empty());
+      int present = 0;
+      for (int j = 0; j < n; ++j) present += d[result.perm[j]][j] != 0;
+      EXPECT_GE(present, result.count);
+    } else {
+      ++full;
+      ASSERT_EQ(result.count, n);
+      double sum = 0;
+      for (int j = 0; j < n; ++j) sum += std::log(std::fabs(d[result.perm[j]][j]));
+      EXPECT_NEAR(sum, best, 1e-10);
+      expect_scaled(d, result, 11);
     }
   }
   EXPECT_GT(full, 200);
@@ -286,22 +284,16 @@ TEST(Matching, StoredFactors) {
   std::vector<int> store(3);
   std::vector<double> scale(6);
   const auto run = [&](ScaleMode mode, int mtype, int nschur) {
-    return rr33adcopy(mode, 3, perm.data(), u.data(), v.data(), mtype, nschur, store.data(),
-                      scale.data());
+    rr33adcopy(mode, 3, perm.data(), u.data(), v.data(), mtype, nschur, store.data(), scale.data());
   };
   const std::vector<double> ones(6, 1.0);
-  run(ScaleMode::identity, 11, 0);
-  EXPECT_EQ(store, (std::vector<int>{1, 2, 3}));
-  EXPECT_EQ(scale, ones);
   run(ScaleMode::permute, 11, 0);
   EXPECT_EQ(store, (std::vector<int>{3, 1, 2}));
   EXPECT_EQ(scale, ones);
-  const ScaleRange range = run(ScaleMode::scale, 13, 0);
+  run(ScaleMode::scale, 13, 0);
   EXPECT_DOUBLE_EQ(scale[0], std::exp(-1));
   EXPECT_DOUBLE_EQ(scale[5], std::exp(3));
   EXPECT_TRUE(std::isfinite(scale[1]));
-  EXPECT_EQ(range.largest, scale[1]);
-  EXPECT_EQ(range.smallest, scale[0]);
   run(ScaleMode::scale, -2, 1);  // place 1 holds index 3, which belongs to the trailing block
   EXPECT_EQ(scale[0], 1);
   EXPECT_DOUBLE_EQ(scale[2], std::exp(1.75));
