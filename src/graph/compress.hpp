@@ -6,8 +6,7 @@
 /// become one weighted vertex.  Linear in the edges: neighbours are compared by hash first.
 #pragma once
 
-#include <vector>
-
+#include "base/memory.hpp"
 #include "graph/adjacency.hpp"
 #include "graph/weighted_graph.hpp"
 
@@ -16,9 +15,9 @@ namespace vlm {
 /// A weighted graph, and the nodes that stand behind its vertices.
 struct CompressedGraph {
   WeightedGraph graph;
-  std::vector<int> first;  ///< start of a vertex in members  [graph.n+1]
-  std::vector<int> nodes;  ///< members, 1-based nodes, ascending in a vertex
-  std::vector<int> dense;  ///< nodes with too many neighbours, left out, ascending
+  Vector<int> first;  ///< start of a vertex in members  [graph.n+1]
+  Vector<int> nodes;  ///< members, 1-based nodes, ascending in a vertex
+  Vector<int> dense;  ///< nodes with too many neighbours, left out, ascending
 };
 
 /// Entries above which a row is dense: max(16, 10 sqrt(n)).

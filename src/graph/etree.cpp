@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "graph/etree.hpp"
 
-#include <vector>
-
+#include "base/memory.hpp"
 #include "graph/forest.hpp"
 
 namespace vlm {
 
 void etep_velmora(const OrderedPattern& pattern, View<int> parent) {
   const int n = pattern.size();
-  std::vector<int> ancestor_store(n);
+  Vector<int> ancestor_store(n);
   const View<int> ancestor(ancestor_store);
   for (int i = 1; i <= n; ++i) {
     parent(i) = 0;
@@ -30,7 +29,7 @@ void etep_velmora(const OrderedPattern& pattern, View<int> parent) {
 
 void postorder(View<const int> parent, View<const int> size, View<int> order) {
   const int n = static_cast<int>(parent.size());
-  std::vector<int> child, sibling, stack(n);
+  Vector<int> child, sibling, stack(n);
   Forest forest(n, child, sibling);
   for (int j = n; j >= 1; --j)
     if (parent(j) != 0) forest.add(j - 1, parent(j) - 1);
@@ -59,7 +58,7 @@ int find_root(View<int> set, int v) {
 void lnnt_velmora(const OrderedPattern& pattern, View<const int> parent, View<const int> post,
                   View<int> colcnt) {
   const int n = pattern.size();
-  std::vector<int> store(static_cast<std::size_t>(n) * 4);
+  Vector<int> store(static_cast<std::size_t>(n) * 4);
   const auto part = [&](int number) {
     return View<int>(store.data() + static_cast<std::size_t>(n) * number, n);
   };

@@ -2,7 +2,7 @@
 /// Rooted forests as lists of children, and their walk in postorder.
 #pragma once
 
-#include <vector>
+#include "base/memory.hpp"
 
 namespace vlm {
 
@@ -10,8 +10,7 @@ namespace vlm {
 class Forest {
  public:
   /// n vertices without children.
-  Forest(int n, std::vector<int>& child, std::vector<int>& sibling)
-      : child_(child), sibling_(sibling) {
+  Forest(int n, Vector<int>& child, Vector<int>& sibling) : child_(child), sibling_(sibling) {
     child_.assign(n, none);
     sibling_.resize(n);
   }
@@ -40,7 +39,7 @@ class Forest {
   /// Visits the tree below a root, children before their parent; its lists are used up.
   /// @param stack  work array, at least as long as the tree is high
   template <class Visit>
-  void walk(int root, std::vector<int>& stack, Visit visit) {
+  void walk(int root, Vector<int>& stack, Visit visit) {
     int depth = 0;
     stack[depth] = root;
     while (depth >= 0) {
@@ -57,7 +56,7 @@ class Forest {
 
  private:
   static constexpr int none = -1;
-  std::vector<int>&child_, &sibling_;
+  Vector<int>&child_, &sibling_;
 };
 
 }  // namespace vlm

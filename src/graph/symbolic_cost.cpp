@@ -3,13 +3,14 @@
 
 #include <algorithm>
 
+#include "base/memory.hpp"
 #include "graph/etree.hpp"
 
 namespace vlm {
 
-FactorCost postorder_and_cost(const WeightedGraph& graph, std::vector<int>& order) {
+FactorCost postorder_and_cost(const WeightedGraph& graph, Vector<int>& order) {
   const int n = graph.n;
-  std::vector<int> place(n), parent_store(n), count_store(n), post_store(n);
+  Vector<int> place(n), parent_store(n), count_store(n), post_store(n);
   for (int k = 0; k < n; ++k) place[order[k]] = k + 1;
   const OrderedPattern pattern(graph, View<const int>(order), View<const int>(place));
   const View<int> parent(parent_store), count(count_store), post(post_store);

@@ -4,8 +4,7 @@
 /// One elimination tree gives both; nearly linear in the edges, 9n integers.
 #pragma once
 
-#include <vector>
-
+#include "base/memory.hpp"
 #include "graph/weighted_graph.hpp"
 
 namespace vlm {
@@ -35,6 +34,6 @@ inline FactorCost block_cost(double width, double below) {
 /// @param graph  weighted graph, in
 /// @param order  vertex at each place; out: the same elimination, postordered  [n]
 /// @return exact cost of the factor
-FactorCost postorder_and_cost(const WeightedGraph& graph, std::vector<int>& order);
+FactorCost postorder_and_cost(const WeightedGraph& graph, Vector<int>& order);
 
 }  // namespace vlm

@@ -7,6 +7,8 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "base/memory.hpp"
+
 namespace vlm {
 
 namespace {
@@ -229,9 +231,9 @@ class Search {
 
   const mps_csr& cost_;
   MatchState& state_;
-  std::vector<Column> columns_;
-  std::vector<Node> heap_;
-  std::vector<Visit> visited_;  // visited rows, in the order of their distance
+  Vector<Column> columns_;
+  Vector<Node> heap_;
+  Vector<Visit> visited_;  // visited rows, in the order of their distance
   int heap_size_ = 0, visited_count_ = 0;
   double dist_ = 0;  // present distance from the root
   double best_ = 0;  // distance of the nearest free column so far
@@ -284,7 +286,7 @@ class GreedyStart {
 
   const mps_csr& cost_;
   MatchState& state_;
-  std::vector<int> next_;
+  Vector<int> next_;
 };
 
 }  // namespace
@@ -304,7 +306,7 @@ mps_csr csr_create_log(const MatchInput& m) {
 
   cost.col.resize(total);
   cost.val.resize(total);
-  std::vector<int> next(m.n);
+  Vector<int> next(m.n);
   int start = 0;
   for (int i = 0; i < m.n; ++i) {
     const int length = cost.rowptr[i];
@@ -342,9 +344,9 @@ int kuhn_munkres(const mps_csr& cost, MatchState& state) {
   return state.count;
 }
 
-int expand_matching(std::vector<int>& match) {
+int expand_matching(Vector<int>& match) {
   const int n = static_cast<int>(match.size());
-  std::vector<char> row_matched(n, 0);
+  Vector<char> row_matched(n, 0);
   for (int row : match)
     if (row >= 0) row_matched[row] = 1;
   int added = 0;
@@ -375,8 +377,8 @@ MatchResult mps_velmora(const MatchInput& matrix) {
   return result;
 }
 
-std::vector<double> convert2abs(std::int64_t nnz, const double* a) {
-  std::vector<double> magnitude(nnz);
+Vector<double> convert2abs(std::int64_t nnz, const double* a) {
+  Vector<double> magnitude(nnz);
   for (std::int64_t k = 0; k < nnz; ++k) {
     const double re = a[2 * k], im = a[2 * k + 1], square = re * re + im * im;
     magnitude[k] = square > 1e-280 && square < 1e300 ? std::sqrt(square) : std::hypot(re, im);

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "base/memory.hpp"
 #include "metis/metis_calls.hpp"
 #include "metis/vertex_cut.hpp"
 
@@ -30,16 +31,16 @@ constexpr double thin_factor = 9;
 // Graph with edge weights too; an empty list stands for ones.
 struct EdgeWeightedGraph {
   WeightedGraph graph;
-  std::vector<int> edge;
+  Vector<int> edge;
 };
 
 // Clusters of neighbours: each vertex that is still free takes its free neighbours along, those
 // tied by the heaviest edges first when edges have weights; one left alone joins the
 // neighbouring cluster it is tied to most.
-std::vector<int> form_clusters(const EdgeWeightedGraph& fine, int& count) {
+Vector<int> form_clusters(const EdgeWeightedGraph& fine, int& count) {
   const WeightedGraph& g = fine.graph;
-  std::vector<int> cluster(g.n, none), size;
-  std::vector<std::pair<int, int>> candidates;  // (-edge weight, vertex)
+  Vector<int> cluster(g.n, none), size;
+  Vector<std::pair<int, int>> candidates;  // (-edge weight, vertex)
   size.reserve(g.n / 3);
   for (int v = 0; v < g.n; ++v) {
     if (cluster[v] != none) continue;
@@ -75,13 +76,12 @@ std::vector<int> form_clusters(const EdgeWeightedGraph& fine, int& count) {
 }
 
 // The graph of the clusters; an edge weighs as much as the edges it stands for.
-EdgeWeightedGraph contract(const EdgeWeightedGraph& fine, const std::vector<int>& cluster,
-                           int count) {
+EdgeWeightedGraph contract(const EdgeWeightedGraph& fine, const Vector<int>& cluster, int count) {
   const WeightedGraph& g = fine.graph;
-  std::vector<int> first(count + 1, 0), member(g.n), place(count, none);
+  Vector<int> first(count + 1, 0), member(g.n), place(count, none);
   for (const int c : cluster) ++first[c + 1];
   for (int c = 0; c < count; ++c) first[c + 1] += first[c];
-  std::vector<int> next(first.begin(), first.end() - 1);
+  Vector<int> next(first.begin(), first.end() - 1);
   for (int v = 0; v < g.n; ++v) member[next[cluster[v]]++] = v;
 
   EdgeWeightedGraph coarse;
@@ -115,20 +115,20 @@ EdgeWeightedGraph contract(const EdgeWeightedGraph& fine, const std::vector<int>
 }
 
 // Vertex separator of the clusters, as a thick separator of the vertices.
-bool bisect_clusters(const WeightedGraph& graph, std::vector<int>& side) {
-  std::vector<std::vector<int>> clusters;
+bool bisect_clusters(const WeightedGraph& graph, Vector<int>& side) {
+  Vector<Vector<int>> clusters;
   EdgeWeightedGraph coarse{graph, {}};
   while (coarse.graph.n > coarse_enough && clusters.size() < contractions) {
     int count = 0;
-    std::vector<int> cluster = form_clusters(coarse, count);
+    Vector<int> cluster = form_clusters(coarse, count);
     if (count > 0.8 * coarse.graph.n) break;
     coarse = contract(coarse, cluster, count);
     clusters.push_back(std::move(cluster));
   }
   if (!metis_vertex_separator(coarse.graph, side)) return false;
   for (; !clusters.empty(); clusters.pop_back()) {
-    const std::vector<int>& cluster = clusters.back();
-    std::vector<int> finer(cluster.size());
+    const Vector<int>& cluster = clusters.back();
+    Vector<int> finer(cluster.size());
     std::transform(cluster.begin(), cluster.end(), finer.begin(), [&](int c) { return side[c]; });
     side = std::move(finer);
   }
@@ -136,9 +136,8 @@ bool bisect_clusters(const WeightedGraph& graph, std::vector<int>& side) {
 }
 
 // The band around a separator: its vertices, and the next ones layer by layer.
-std::vector<int> band_around(const WeightedGraph& graph, const std::vector<int>& side,
-                             std::vector<int>& place) {
-  std::vector<int> band;
+Vector<int> band_around(const WeightedGraph& graph, const Vector<int>& side, Vector<int>& place) {
+  Vector<int> band;
   place.assign(graph.n, none);
   const auto take = [&](int v) {
     place[v] = static_cast<int>(band.size());
@@ -156,13 +155,13 @@ std::vector<int> band_around(const WeightedGraph& graph, const std::vector<int>&
 
 }  // namespace
 
-void thin_separator(const WeightedGraph& graph, std::vector<int>& side) {
-  std::vector<int> place;
-  const std::vector<int> band = band_around(graph, side, place);
+void thin_separator(const WeightedGraph& graph, Vector<int>& side) {
+  Vector<int> place;
+  const Vector<int> band = band_around(graph, side, place);
   WeightedGraph inside;
   inside.n = static_cast<int>(band.size());
   inside.ptr.push_back(0);
-  std::vector<char> at_source(inside.n, 0), at_sink(inside.n, 0);
+  Vector<char> at_source(inside.n, 0), at_sink(inside.n, 0);
   for (int b = 0; b < inside.n; ++b) {
     const int v = band[b];
     inside.weight.push_back(graph.weight[v]);
@@ -181,18 +180,18 @@ void thin_separator(const WeightedGraph& graph, std::vector<int>& side) {
   std::int64_t beyond = 0;
   for (int v = 0; v < graph.n; ++v)
     if (place[v] == none) beyond += side[v] == 0 ? graph.weight[v] : -graph.weight[v];
-  const auto imbalance = [&](const std::vector<int>& part) {
+  const auto imbalance = [&](const Vector<int>& part) {
     std::int64_t difference = beyond;
     for (int b = 0; b < inside.n; ++b)
       if (part[b] != 2) difference += part[b] == 0 ? inside.weight[b] : -inside.weight[b];
     return std::abs(difference);
   };
-  const std::vector<int>& better =
+  const Vector<int>& better =
       imbalance(cut.near_source) <= imbalance(cut.near_sink) ? cut.near_source : cut.near_sink;
   for (int b = 0; b < inside.n; ++b) side[band[b]] = better[b];
 }
 
-bool find_separator(const WeightedGraph& graph, MeshKind& kind, std::vector<int>& side) {
+bool find_separator(const WeightedGraph& graph, MeshKind& kind, Vector<int>& side) {
   if (kind != MeshKind::solid && graph.n > coarse_enough) {
     if (!bisect_clusters(graph, side)) return false;
     const auto count = [&](int s) { return std::count(side.begin(), side.end(), s); };

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "base/memory.hpp"
 #include "graph/forest.hpp"
 
 namespace vlm {
@@ -40,7 +41,7 @@ class QuotientGraph {
   }
 
   FactorCost eliminate_all();
-  void postorder(std::vector<int>& order);
+  void postorder(Vector<int>& order);
 
  private:
   void load(const WeightedGraph& graph);
@@ -61,8 +62,8 @@ class QuotientGraph {
   bool is_halo(int i) const { return i >= inner_; }
 
   int n_, inner_;
-  std::vector<int>&lists_, &start_, &length_, &elements_, &size_, &degree_, &work_;
-  std::vector<int>&head_, &next_, &previous_, &bucket_, &owner_;
+  Vector<int>&lists_, &start_, &length_, &elements_, &size_, &degree_, &work_;
+  Vector<int>&head_, &next_, &previous_, &bucket_, &owner_;
   int free_ = 0;          // first unused place of lists_
   int total_ = 0;         // weight of all vertices
   int to_eliminate_ = 0;  // weight of the inner vertices
@@ -356,8 +357,8 @@ void QuotientGraph::close_element(int me) {
 
 // Order of the vertices by a postorder of the assembly tree, in which the child with the most
 // rows comes last, next to its parent.
-void QuotientGraph::postorder(std::vector<int>& order) {
-  std::vector<int>&merged = bucket_, &follower = previous_;
+void QuotientGraph::postorder(Vector<int>& order) {
+  Vector<int>&merged = bucket_, &follower = previous_;
   Forest forest(n_, head_, next_);
   merged.assign(n_, none);
   for (int i = inner_ - 1; i >= 0; --i) {
@@ -384,7 +385,7 @@ void QuotientGraph::postorder(std::vector<int>& order) {
 
 }  // namespace
 
-FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, std::vector<int>& order,
+FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, Vector<int>& order,
                                       AmdWorkspace& workspace) {
   QuotientGraph quotient(graph, halo, workspace);
   const FactorCost cost = quotient.eliminate_all();
@@ -392,8 +393,7 @@ FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, std:
   return cost;
 }
 
-FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo,
-                                      std::vector<int>& order) {
+FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, Vector<int>& order) {
   AmdWorkspace workspace;
   return approximate_minimum_degree(graph, halo, order, workspace);
 }

@@ -11,8 +11,7 @@
 /// time in the factorization than it takes to find.
 #pragma once
 
-#include <vector>
-
+#include "base/memory.hpp"
 #include "graph/pairing.hpp"
 #include "graph/weighted_graph.hpp"
 
@@ -26,9 +25,9 @@ struct DissectionGoal {
 
 /// A dissected graph.
 struct Dissection {
-  std::vector<int> order;   ///< vertices in elimination order, postordered              [n]
-  std::vector<int> domain;  ///< domain of a vertex from 1; 0 for the separators above  [n]
-  int domains = 0;          ///< domains found
+  Vector<int> order;   ///< vertices in elimination order, postordered              [n]
+  Vector<int> domain;  ///< domain of a vertex from 1; 0 for the separators above  [n]
+  int domains = 0;     ///< domains found
 };
 
 /// Dissects the graph into domains and orders them and the separators between them.

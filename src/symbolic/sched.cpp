@@ -6,11 +6,13 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "base/memory.hpp"
+
 namespace vlm {
 namespace {
 
 /// Counts to starts, the sum of all before each, from 1.
-bool starts_from_counts(std::vector<int>& counts) {
+bool starts_from_counts(Vector<int>& counts) {
   std::int64_t start = 1;
   for (int& count : counts) {
     const int here = count;
@@ -57,7 +59,7 @@ bool domains_are_independent(const Analysis& analysis) {
 
 int two_level_lists(Analysis& analysis) {
   UpdateLists& lists = analysis.updates;
-  const std::vector<Range>& ranges = analysis.super_ranges;
+  const Vector<Range>& ranges = analysis.super_ranges;
   const int separator = ranges.back().first, columns = static_cast<int>(ranges.size());
   const std::size_t targets = static_cast<std::size_t>(analysis.nsuper) - separator + 1;
   lists.scheme = Scheme::two_level;
@@ -75,7 +77,7 @@ int two_level_lists(Analysis& analysis) {
   const std::size_t total = static_cast<std::size_t>(lists.start.back() - 1);
   lists.up.resize(total);
   lists.uplen.resize(total);
-  std::vector<int> next(lists.start);
+  Vector<int> next(lists.start);
   for_each_hit([&](std::size_t place, int s, int rows) {
     const std::size_t k = static_cast<std::size_t>(next[place]++ - 1);
     lists.up[k] = s;
@@ -88,7 +90,7 @@ int two_level_lists(Analysis& analysis) {
 
 void sched_velmora(View<const int> sparent, View<int> queue) {
   const int nsuper = static_cast<int>(sparent.size());
-  std::vector<int> pending(sparent.size(), 0);
+  Vector<int> pending(sparent.size(), 0);
   const View<int> nchild(pending);
   int tail = 0;
   for (int s = 1; s <= nsuper; ++s) {

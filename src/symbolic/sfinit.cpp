@@ -8,6 +8,7 @@
 
 #include <algorithm>
 
+#include "base/memory.hpp"
 #include "graph/etree.hpp"
 
 namespace vlm {
@@ -80,7 +81,7 @@ void sfinit_velmora(const SymbolicOptions& options, Analysis& analysis) {
   const OrderedPattern pattern(analysis.graph, perm, invp);
   etep_velmora(pattern, parent);
   {
-    std::vector<int> post(n);
+    Vector<int> post(n);
     postorder(parent, {}, View<int>(post));
     lnnt_velmora(pattern, parent, View<const int>(post), colcnt);
   }

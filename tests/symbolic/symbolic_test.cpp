@@ -79,13 +79,13 @@ struct Symbolic {
   int status = 0;
 
   Symbolic(const Matrix& m, const std::vector<int>& perm, int panel, int trailing,
-           std::vector<Range> ranges = {}, const std::vector<int>& row_match = {}) {
+           Vector<Range> ranges = {}, const std::vector<int>& row_match = {}) {
     options = {.symmetric = m.triangle(), .complex = m.complex(), .panel = panel};
     input = {{m.n, m.ia.data(), m.ja.data(), m.a.data()},
              row_match.empty() ? nullptr : row_match.data(),
              m.triangle()};
     analysis.graph = adjacency_of(m, row_match);
-    analysis.order.perm = perm;
+    analysis.order.perm.assign(perm.begin(), perm.end());
     analysis.order.invp.resize(perm.size());
     for (int p = 1; p <= m.n; ++p) analysis.order.invp[perm[p - 1] - 1] = p;
     if (ranges.empty()) ranges = {{1, m.n - 1}, {m.n, m.n}};
@@ -253,7 +253,7 @@ TEST(SymbolicTest, RangesBecomePanelRangesThatNoPanelCrosses) {
   for (const auto& [from, to] : {std::pair{0, half}, {half + 1, g}, {half, half + 1}})
     for (int x = from; x < to; ++x)
       for (int y = 0; y < g; ++y) perm.push_back(y * g + x + 1);
-  const std::vector<Range> ranges = {
+  const Vector<Range> ranges = {
       {1, half * g}, {half * g + 1, 2 * half * g}, {2 * half * g + 1, m.n}};
   const Symbolic run(m, perm, 80, 0, ranges);
   ASSERT_EQ(run.status, 0);
