@@ -8,6 +8,7 @@
 #include <numeric>
 
 #include "base/memory.hpp"
+#include "graph/dissection_tuning.hpp"
 
 namespace vlm {
 
@@ -18,8 +19,6 @@ constexpr double own_pivot = 1e-8;
 /// Magnitude in the scaled matrix, where matched entries have 1, up from which an entry may make
 /// a pivot.
 constexpr double large_entry = 0.1;
-/// Matrices of fewer nodes have no separators worth the search.
-constexpr int few_nodes = 2000;
 
 /// Cycles of a permutation, each from its smallest member.
 struct Cycles {
@@ -280,7 +279,7 @@ bool worth_exchanging(const Pairing& pairs) {
     ++members;
     sound += pairs.sound[v];
   }
-  return n >= few_nodes && members >= n / 50 && sound >= 0.45 * members;
+  return n >= DissectionTuning{}.least_exchange && members >= n / 50 && sound >= 0.45 * members;
 }
 
 PairedOrder candidates_of(const Ordering& order, const Pairing& pairs) {

@@ -16,18 +16,6 @@ namespace {
 
 constexpr int none = -1;
 
-// Graphs of fewer vertices go to METIS as they are.
-constexpr int coarse_enough = 1000;
-// Contractions before METIS takes over.
-constexpr std::size_t contractions = 2;
-// Vertices of the level below in a cluster, at most; stragglers may double it.
-constexpr int cluster_size = 8;
-// Layers of vertices around the clusters of the separator that the cut may run through.
-constexpr int band_layers = 1;
-// Square of a separator against the vertices, up to which a graph counts as thin: flat meshes
-// have 1 to 4, solid ones about the cube root of their vertices.
-constexpr double thin_factor = 9;
-
 // Graph with edge weights too; an empty list stands for ones.
 struct EdgeWeightedGraph {
   WeightedGraph graph;
@@ -37,7 +25,7 @@ struct EdgeWeightedGraph {
 // Clusters of neighbours: each vertex that is still free takes its free neighbours along, those
 // tied by the heaviest edges first when edges have weights; one left alone joins the
 // neighbouring cluster it is tied to most.
-Vector<int> form_clusters(const EdgeWeightedGraph& fine, int& count) {
+Vector<int> form_clusters(const EdgeWeightedGraph& fine, int cluster_size, int& count) {
   const WeightedGraph& g = fine.graph;
   Vector<int> cluster(g.n, none), size;
   Vector<std::pair<int, int>> candidates;  // (-edge weight, vertex)
@@ -60,7 +48,7 @@ Vector<int> form_clusters(const EdgeWeightedGraph& fine, int& count) {
       ++size[best];
       continue;
     }
-    if (candidates.size() >= cluster_size) {
+    if (static_cast<int>(candidates.size()) >= cluster_size) {
       if (!fine.edge.empty())
         std::nth_element(candidates.begin(), candidates.begin() + (cluster_size - 1),
                          candidates.end());
@@ -115,12 +103,14 @@ EdgeWeightedGraph contract(const EdgeWeightedGraph& fine, const Vector<int>& clu
 }
 
 // Vertex separator of the clusters, as a thick separator of the vertices.
-bool bisect_clusters(const WeightedGraph& graph, Vector<int>& side) {
+bool bisect_clusters(const WeightedGraph& graph, const DissectionTuning& tuning,
+                     Vector<int>& side) {
   Vector<Vector<int>> clusters;
   EdgeWeightedGraph coarse{graph, {}};
-  while (coarse.graph.n > coarse_enough && clusters.size() < contractions) {
+  while (coarse.graph.n > tuning.coarse_enough &&
+         static_cast<int>(clusters.size()) < tuning.contractions) {
     int count = 0;
-    Vector<int> cluster = form_clusters(coarse, count);
+    Vector<int> cluster = form_clusters(coarse, tuning.cluster_size, count);
     if (count > 0.8 * coarse.graph.n) break;
     coarse = contract(coarse, cluster, count);
     clusters.push_back(std::move(cluster));
@@ -136,7 +126,8 @@ bool bisect_clusters(const WeightedGraph& graph, Vector<int>& side) {
 }
 
 // The band around a separator: its vertices, and the next ones layer by layer.
-Vector<int> band_around(const WeightedGraph& graph, const Vector<int>& side, Vector<int>& place) {
+Vector<int> band_around(const WeightedGraph& graph, const Vector<int>& side, int layers,
+                        Vector<int>& place) {
   Vector<int> band;
   place.assign(graph.n, none);
   const auto take = [&](int v) {
@@ -146,18 +137,17 @@ Vector<int> band_around(const WeightedGraph& graph, const Vector<int>& side, Vec
   for (int v = 0; v < graph.n; ++v)
     if (side[v] == 2) take(v);
   std::size_t begin = 0;
-  for (int layer = 0; layer < band_layers; ++layer)
+  for (int layer = 0; layer < layers; ++layer)
     for (const std::size_t end = band.size(); begin < end; ++begin)
       for (int k = graph.ptr[band[begin]]; k < graph.ptr[band[begin] + 1]; ++k)
         if (place[graph.adj[k]] == none) take(graph.adj[k]);
   return band;
 }
 
-}  // namespace
-
-void thin_separator(const WeightedGraph& graph, Vector<int>& side) {
+// Replaces a separator by a minimum vertex cut in the band around it.
+void thin_separator(const WeightedGraph& graph, int layers, Vector<int>& side) {
   Vector<int> place;
-  const Vector<int> band = band_around(graph, side, place);
+  const Vector<int> band = band_around(graph, side, layers, place);
   WeightedGraph inside;
   inside.n = static_cast<int>(band.size());
   inside.ptr.push_back(0);
@@ -191,13 +181,16 @@ void thin_separator(const WeightedGraph& graph, Vector<int>& side) {
   for (int b = 0; b < inside.n; ++b) side[band[b]] = better[b];
 }
 
-bool find_separator(const WeightedGraph& graph, MeshKind& kind, Vector<int>& side) {
-  if (kind != MeshKind::solid && graph.n > coarse_enough) {
-    if (!bisect_clusters(graph, side)) return false;
+}  // namespace
+
+bool find_separator(const WeightedGraph& graph, const DissectionTuning& tuning, MeshKind& kind,
+                    Vector<int>& side) {
+  if (kind != MeshKind::solid && graph.n > tuning.coarse_enough) {
+    if (!bisect_clusters(graph, tuning, side)) return false;
     const auto count = [&](int s) { return std::count(side.begin(), side.end(), s); };
-    if (count(2) < graph.n / 4) thin_separator(graph, side);
+    if (count(2) < graph.n / 4) thin_separator(graph, tuning.band_layers, side);
     const auto size = static_cast<double>(count(2));
-    if (size * size <= thin_factor * graph.n && count(0) > 0 && count(1) > 0) {
+    if (size * size <= tuning.thin_factor * graph.n && count(0) > 0 && count(1) > 0) {
       kind = MeshKind::thin;
       return true;
     }

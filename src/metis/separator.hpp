@@ -12,6 +12,7 @@
 #pragma once
 
 #include "base/memory.hpp"
+#include "graph/dissection_tuning.hpp"
 #include "graph/weighted_graph.hpp"
 
 namespace vlm {
@@ -23,10 +24,7 @@ enum class MeshKind { unknown, thin, solid };
 /// @param kind  what is known, in; what the search has shown, out
 /// @param side  [n], out
 /// @return false when METIS reports an error
-bool find_separator(const WeightedGraph& graph, MeshKind& kind, Vector<int>& side);
-
-/// Replaces a separator by a minimum vertex cut in the band around it.
-/// @param side  0, 1, 2 as above  [n], in and out
-void thin_separator(const WeightedGraph& graph, Vector<int>& side);
+bool find_separator(const WeightedGraph& graph, const DissectionTuning& tuning, MeshKind& kind,
+                    Vector<int>& side);
 
 }  // namespace vlm

@@ -23,29 +23,22 @@ struct Piece {
   MeshKind kind = MeshKind::unknown;
 };
 
-// Seconds that a separator takes to find, and that an operation of the factorization takes.
-// Rough figures of one machine, used only in proportion to each other; saved operations lie in
-// large fronts and run at about 45e9 a second there, and count twice because a factor is
-// computed and used more than once.  A separator of a thin piece takes a quarter of the time of
-// a solid one's; it counts as half of that, because the last cuts of thin pieces save some 50e9
-// operations for each second they take, against 10e9 in solid ones.
-double separator_seconds(const Piece& piece) {
-  const double solid = 2.5e-7 * piece.graph.n + 3e-8 * static_cast<double>(piece.graph.adj.size());
-  return piece.kind == MeshKind::thin ? solid / 8 : solid;
+// Seconds that a separator counts for.
+double separator_seconds(const DissectionTuning& tuning, const Piece& piece) {
+  const double solid = tuning.seconds_per_vertex * piece.graph.n +
+                       tuning.seconds_per_neighbour * static_cast<double>(piece.graph.adj.size());
+  return piece.kind == MeshKind::thin ? solid * tuning.thin_share : solid;
 }
-constexpr double seconds_per_flop = 1.0 / 20e9;
-// Part of the operations of a piece that one separator is expected to save.
-constexpr double expected_saving = 0.25;
-// The first cut of a domain has to pay for a second round of minimum degree as well, which
-// takes about as long as the separator.
-constexpr double first_cut = 2;
-// Pieces of fewer vertices are not cut.
-constexpr int least_piece = 200;
 
 class Dissector {
  public:
   Dissector(const WeightedGraph& graph, const DissectionGoal& goal, Pairing* pairs)
-      : graph_(graph), goal_(goal), pairs_(pairs), local_(graph.n, none), index_(graph.n) {
+      : graph_(graph),
+        goal_(goal),
+        tuning_(goal.tuning),
+        pairs_(pairs),
+        local_(graph.n, none),
+        index_(graph.n) {
     result_.order.reserve(graph.n);
     result_.domain.assign(graph.n, 0);
     if (pairs_ == nullptr) return;
@@ -77,6 +70,7 @@ class Dissector {
 
   const WeightedGraph& graph_;
   const DissectionGoal& goal_;
+  const DissectionTuning& tuning_;
   Pairing* pairs_;  // null: each vertex stands alone
   std::optional<PairKeeper> keeper_;
   Vector<int> local_;  // number of a vertex in the piece at hand
@@ -96,7 +90,7 @@ Dissection Dissector::run() {
   const FactorCost plain = order_leaf(whole);
   std::fill(result_.domain.begin(), result_.domain.end(), 1);
   result_.domains = 1;
-  if (!pays(whole, plain.flops, first_cut)) return std::move(result_);
+  if (!pays(whole, plain.flops, tuning_.first_cut)) return std::move(result_);
   Vector<int> plain_order;
   plain_order.swap(result_.order);
   Vector<int> plain_partners;
@@ -128,14 +122,14 @@ void Dissector::cut_into_domains(Piece piece, int domains) {
 void Dissector::order_domain(Piece piece) {
   const std::size_t before = result_.order.size();
   const FactorCost plain = order_leaf(piece);
-  if (!pays(piece, plain.flops, first_cut)) return;
+  if (!pays(piece, plain.flops, tuning_.first_cut)) return;
   result_.order.resize(before);
   cut_while_it_pays(std::move(piece), plain.flops);
 }
 
 bool Dissector::pays(const Piece& piece, double flops, double cost_factor) const {
-  return goal_.flop_weight * flops * expected_saving * seconds_per_flop >
-         cost_factor * separator_seconds(piece);
+  return goal_.flop_weight * flops * tuning_.expected_saving * tuning_.seconds_per_flop >
+         cost_factor * separator_seconds(tuning_, piece);
 }
 
 // Cuts a piece that is expected to take that many operations, and orders what is left.
@@ -161,9 +155,9 @@ void Dissector::cut_while_it_pays(Piece piece, double flops) {
 // False when the piece is too small, or has no useful separator.
 bool Dissector::split(Piece& piece, Piece& left, Piece& right, Vector<int>& separator) {
   const int n = piece.graph.n;
-  if (n <= least_piece) return false;
+  if (n <= tuning_.least_piece) return false;
   Vector<int> side;
-  if (!find_separator(piece.graph, piece.kind, side)) return false;
+  if (!find_separator(piece.graph, tuning_, piece.kind, side)) return false;
   if (keeper_) keeper_->keep_together(piece.vertex, side);
   const auto count = [&](int s) { return std::count(side.begin(), side.end(), s); };
   if (count(0) == 0 || count(1) == 0 || count(2) > n / 3) return false;

@@ -12,6 +12,7 @@
 #pragma once
 
 #include "base/memory.hpp"
+#include "graph/dissection_tuning.hpp"
 #include "graph/pairing.hpp"
 #include "graph/weighted_graph.hpp"
 
@@ -21,6 +22,7 @@ namespace vlm {
 struct DissectionGoal {
   int domains = 1;         ///< leaf domains wanted, a power of two
   double flop_weight = 1;  ///< cost of an operation against one of a real symmetric factor
+  DissectionTuning tuning = {};
 };
 
 /// A dissected graph.

@@ -387,7 +387,7 @@ TEST(Separator, SeparatesThinAndSolidMeshes) {
     const WeightedGraph graph = weighted(adjacency_of(c.matrix));
     MeshKind kind = MeshKind::unknown;
     Vector<int> side;
-    ASSERT_TRUE(find_separator(graph, kind, side));
+    ASSERT_TRUE(find_separator(graph, {}, kind, side));
     EXPECT_EQ(kind, c.kind) << c.matrix.name;
     EXPECT_LE(checked_weight(graph, side), c.most) << c.matrix.name;
     for (const int s : {0, 1})
