@@ -128,12 +128,9 @@ void measure_separators() {
 
 /// Operations of the factor for an order of the nodes, 1-based.
 double operations(const Adjacency& graph, const std::vector<int>& perm) {
-  WeightedGraph nodes{graph.n, graph.xadj, graph.adjncy, Vector<int>(graph.n, 1)};
-  for (int& k : nodes.ptr) --k;
-  for (int& v : nodes.adj) --v;
   Vector<int> order(perm.begin(), perm.end());
   for (int& v : order) --v;
-  return postorder_and_cost(nodes, order).flops;
+  return postorder_and_cost(weighted_graph(graph), order).flops;
 }
 
 /// seconds_per_flop.

@@ -6,22 +6,12 @@
 #include <limits>
 
 #include "base/memory.hpp"
+#include "graph/starts.hpp"
 
 namespace vlm {
 namespace {
 
 constexpr std::int64_t max_position = std::numeric_limits<int>::max() - 1;
-
-// Turns the counts in xadj(2..n+1) into row starts.  False when they overflow.
-bool counts_to_starts(View<int> xadj) {
-  std::int64_t next = 1;
-  for (int& x : xadj) {
-    next += x;
-    if (next > max_position) return false;
-    x = static_cast<int>(next);
-  }
-  return true;
-}
 
 }  // namespace
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/memory.hpp"
+#include "graph/adjacency.hpp"
 
 namespace vlm {
 
@@ -13,5 +14,8 @@ struct WeightedGraph {
   Vector<int> adj;     ///< [ptr[n]]
   Vector<int> weight;  ///< [n]
 };
+
+/// The nodes of an adjacency as vertices, each of its weight.
+WeightedGraph weighted_graph(const Adjacency& graph);
 
 }  // namespace vlm

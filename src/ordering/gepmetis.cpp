@@ -70,9 +70,7 @@ void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, 
 bool dissect_with_pairs(const Adjacency& graph, const DissectionRequest& request, Pairing& pairs,
                         Ordering& order) {
   if (has_dense_row(graph)) return false;
-  WeightedGraph nodes{graph.n, graph.xadj, graph.adjncy, Vector<int>(graph.n, 1)};
-  for (int& k : nodes.ptr) --k;
-  for (int& v : nodes.adj) --v;
+  const WeightedGraph nodes = weighted_graph(graph);
   const Dissection found = dissect_pairs(nodes, goal_of(request), pairs);
   order.perm.resize(graph.n);
   std::transform(found.order.begin(), found.order.end(), order.perm.begin(),

@@ -2,26 +2,14 @@
 /// Task schedule of the factorization on several threads, see sched.hpp.
 #include "symbolic/sched.hpp"
 
-#include <climits>
 #include <cstdint>
 #include <cstdlib>
 
 #include "base/memory.hpp"
+#include "graph/starts.hpp"
 
 namespace vlm {
 namespace {
-
-/// Counts to starts, the sum of all before each, from 1.
-bool starts_from_counts(Vector<int>& counts) {
-  std::int64_t start = 1;
-  for (int& count : counts) {
-    const int here = count;
-    count = static_cast<int>(start);
-    start += here;
-    if (start > INT_MAX) return false;
-  }
-  return true;
-}
 
 int fine_grain_lists(Analysis& analysis) {
   UpdateLists& lists = analysis.updates;
@@ -29,8 +17,8 @@ int fine_grain_lists(Analysis& analysis) {
   lists.scheme = Scheme::fine_grain;
   lists.start.assign(static_cast<std::size_t>(nsuper) + 1, 0);
   for (int s = 1; s <= nsuper; ++s)
-    for_each_target(analysis, s, [&](int, int, int) { ++lists.start[s - 1]; });
-  if (!starts_from_counts(lists.start)) return status_overflow;
+    for_each_target(analysis, s, [&](int, int, int) { ++lists.start[s]; });
+  if (!counts_to_starts(View<int>(lists.start))) return status_overflow;
   const std::size_t total = static_cast<std::size_t>(lists.start.back() - 1);
   lists.up.resize(total);
   lists.uplen.resize(total);
@@ -72,8 +60,8 @@ int two_level_lists(Analysis& analysis) {
             visit(static_cast<std::size_t>(target - separator) * columns + d, s, rows);
         });
   };
-  for_each_hit([&](std::size_t place, int, int) { ++lists.start[place]; });
-  if (!starts_from_counts(lists.start)) return status_overflow;
+  for_each_hit([&](std::size_t place, int, int) { ++lists.start[place + 1]; });
+  if (!counts_to_starts(View<int>(lists.start))) return status_overflow;
   const std::size_t total = static_cast<std::size_t>(lists.start.back() - 1);
   lists.up.resize(total);
   lists.uplen.resize(total);

@@ -10,6 +10,7 @@
 #include <new>
 
 #include "base/memory.hpp"
+#include "graph/starts.hpp"
 
 namespace vlm {
 
@@ -111,13 +112,6 @@ void for_each_entry(const MapInput& input, const StructurePlan& plan, const Anal
     }
 }
 
-/// Makes starts, from 1, of counts that stand one place further on.
-void counts_to_starts(Vector<int>& starts) {
-  if (starts.empty()) return;
-  starts[0] = 1;
-  for (std::size_t j = 1; j < starts.size(); ++j) starts[j] += starts[j - 1];
-}
-
 /// Sorts the entries of A by the column of the factor that they land in; dst takes their rows.
 void distribute(const MapInput& input, const StructurePlan& plan, const Analysis& analysis,
                 const Arrays& a) {
@@ -178,8 +172,8 @@ StructurePlan plan_structure(const MapInput& input, const Analysis& analysis) {
   if (!input.symmetric) plan.upper.assign(n + 1, 0);
   for_each_entry(input, plan, analysis,
                  [&](const Place& at, int) { ++(at.in_u ? plan.upper : plan.lower)[at.column]; });
-  counts_to_starts(plan.lower);
-  counts_to_starts(plan.upper);
+  counts_to_starts(View<int>(plan.lower));
+  counts_to_starts(View<int>(plan.upper));
   Carver carver(nullptr);
   carve(carver, analysis, plan);
   plan.bytes = carver.used();

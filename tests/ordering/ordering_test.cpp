@@ -35,13 +35,6 @@ Adjacency adjacency_of(const test::Matrix& m) {
   return graph;
 }
 
-WeightedGraph weighted(const Adjacency& graph) {
-  WeightedGraph out{graph.n, graph.xadj, graph.adjncy, Vector<int>(graph.n, 1)};
-  for (int& x : out.ptr) --x;
-  for (int& x : out.adj) --x;
-  return out;
-}
-
 // The 5-point grid with three unknowns a point, all coupled.
 test::Matrix blocked_grid(int g, int unknowns) {
   const test::Matrix grid = test::poisson2d(g);
@@ -234,7 +227,7 @@ TEST(Ordering, ConstrainedDegreeHoldsTheInterfaceBack) {
 TEST(Ordering, ApproximateDegreeCostIsExact) {
   for (const test::Matrix& m : gallery()) {
     if (m.n > 500) continue;
-    const WeightedGraph graph = weighted(adjacency_of(m));
+    const WeightedGraph graph = weighted_graph(adjacency_of(m));
     Vector<int> order;
     const FactorCost cost = approximate_minimum_degree(graph, 0, order);
     Vector<int> perm(order);
@@ -270,7 +263,8 @@ TEST(Ordering, HaloCountsButIsNotOrdered) {
   const int g = 12, inner = g * g / 2;
   const test::Matrix m = test::poisson2d(g);
   Vector<int> order;
-  const FactorCost cost = approximate_minimum_degree(weighted(adjacency_of(m)), m.n - inner, order);
+  const FactorCost cost =
+      approximate_minimum_degree(weighted_graph(adjacency_of(m)), m.n - inner, order);
   ASSERT_EQ(static_cast<int>(order.size()), inner);
   Vector<int> perm(m.n);
   std::iota(perm.begin(), perm.end(), 1);
@@ -290,7 +284,7 @@ TEST(Ordering, CompressionFindsTheMeshNodes) {
   ASSERT_EQ(compressed.graph.n, g * g);
   EXPECT_EQ(compressed.graph.weight, Vector<int>(g * g, unknowns));
   EXPECT_TRUE(compressed.dense.empty());
-  EXPECT_EQ(compressed.graph.adj, weighted(adjacency_of(test::poisson2d(g))).adj);
+  EXPECT_EQ(compressed.graph.adj, weighted_graph(adjacency_of(test::poisson2d(g))).adj);
   // The weighted cost is that of the expanded order.
   Vector<int> order, perm;
   const FactorCost cost = approximate_minimum_degree(compressed.graph, 0, order);
@@ -304,7 +298,7 @@ TEST(Ordering, CompressionFindsTheMeshNodes) {
 
 TEST(Ordering, DissectionBeatsMinimumDegreeInThreeDimensions) {
   const Adjacency graph = adjacency_of(test::poisson3d(26));
-  const WeightedGraph whole = weighted(graph);
+  const WeightedGraph whole = weighted_graph(graph);
   Vector<int> amd;
   const FactorCost plain = approximate_minimum_degree(whole, 0, amd);
   Dissection found = dissect(whole, {});
@@ -335,7 +329,7 @@ TEST(Separator, VertexCutIsMinimum) {
   for (std::uint64_t seed = 1; seed <= 30; ++seed) {
     const int n = 11;
     test::Rng rng(seed);
-    WeightedGraph graph = weighted(adjacency_of(test::random_spd(n, 3, seed)));
+    WeightedGraph graph = weighted_graph(adjacency_of(test::random_spd(n, 3, seed)));
     Vector<char> at_source(n, 0), at_sink(n, 0);
     for (int v = 0; v < n; ++v) {
       graph.weight[v] = 1 + rng.below(4);
@@ -384,7 +378,7 @@ TEST(Separator, SeparatesThinAndSolidMeshes) {
                {test::poisson2d(20), MeshKind::unknown, 24},
                {test::poisson3d(18), MeshKind::solid, 360}};
   for (const auto& c : cases) {
-    const WeightedGraph graph = weighted(adjacency_of(c.matrix));
+    const WeightedGraph graph = weighted_graph(adjacency_of(c.matrix));
     MeshKind kind = MeshKind::unknown;
     Vector<int> side;
     ASSERT_TRUE(find_separator(graph, {}, kind, side));

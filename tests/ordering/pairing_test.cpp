@@ -27,20 +27,13 @@ using test::Matrix;
 
 MatchInput input_of(const Matrix& m) { return {m.n, m.ia.data(), m.ja.data(), m.a.data(), true}; }
 
-WeightedGraph zero_based(const Adjacency& graph) {
-  WeightedGraph out{graph.n, graph.xadj, graph.adjncy, Vector<int>(graph.n, 1)};
-  for (int& k : out.ptr) --k;
-  for (int& v : out.adj) --v;
-  return out;
-}
-
 /// Entries of L in an order of the nodes.
 double fill_of(const Matrix& m, const Ordering& order) {
   Adjacency graph;
   uncompressed_graph(input_of(m), graph);
   Vector<int> sequence(order.perm);
   for (int& v : sequence) --v;
-  return postorder_and_cost(zero_based(graph), sequence).entries;
+  return postorder_and_cost(weighted_graph(graph), sequence).entries;
 }
 
 void expect_neighbours(const PairedOrder& candidates, const Vector<int>& partner) {
@@ -140,7 +133,7 @@ Saddle saddle_of(const Matrix& m) {
   const MatchResult match = mps_velmora(input);
   Adjacency graph;
   uncompressed_graph(input, graph);
-  return {zero_based(graph),
+  return {weighted_graph(graph),
           exchangeable_pairs(input, match, reordering_matching_sym2x2(input, match.perm))};
 }
 
@@ -312,7 +305,7 @@ TEST(Pairing, DegenerateGraphs) {
   // Without pairs the graph stays as it is.
   Adjacency grid;
   uncompressed_graph(input_of(test::poisson2d(5)), grid);
-  const WeightedGraph graph = zero_based(grid);
+  const WeightedGraph graph = weighted_graph(grid);
   Vector<int> lead;
   const WeightedGraph same = contract_pairs(graph, Vector<int>(graph.n, -1), lead);
   EXPECT_EQ(same.ptr, graph.ptr);
