@@ -12,7 +12,7 @@
 
 namespace bench {
 
-using namespace vlm::test;
+using namespace gallery;
 
 const std::vector<ProblemClass>& problem_classes() {
   static const std::vector<ProblemClass> list = {

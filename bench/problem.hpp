@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "gallery.hpp"
+#include "gallery/gallery.hpp"
 
 namespace bench {
 
-using vlm::test::Matrix;
+using gallery::Matrix;
 
 /// A family of matrices; `size` is the grid parameter of its generator.
 struct ProblemClass {

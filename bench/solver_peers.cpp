@@ -19,8 +19,8 @@
 namespace bench {
 
 std::vector<int> metis_order(const Matrix& m) {
-  const Matrix full = m.triangle() ? vlm::test::expanded(m) : m;
-  const Matrix mirror = m.triangle() ? Matrix{} : vlm::test::transposed(m);
+  const Matrix full = m.triangle() ? gallery::expanded(m) : m;
+  const Matrix mirror = m.triangle() ? Matrix{} : gallery::transposed(m);
   std::vector<idx_t> start = {0}, near;
   for (int i = 0; i < m.n; ++i) {
     const auto first = static_cast<std::ptrdiff_t>(near.size());
@@ -142,7 +142,7 @@ class Mumps final : public Solver {
     // No Hermitian mode: those run as full matrices.
     const int mtype = stored_.mtype;
     const int symmetry = mtype == 2 ? 1 : mtype == -2 || mtype == 6 ? 2 : 0;
-    if (symmetry == 0 && stored_.triangle()) stored_ = vlm::test::expanded(stored_, 13);
+    if (symmetry == 0 && stored_.triangle()) stored_ = gallery::expanded(stored_, 13);
     for (int i = 0; i < stored_.n; ++i)
       row_.insert(row_.end(), static_cast<std::size_t>(stored_.ia[i + 1] - stored_.ia[i]), i + 1);
     std::memset(&s_, 0, sizeof s_);

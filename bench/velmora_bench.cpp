@@ -58,13 +58,13 @@ double residual(const Matrix& m, const std::vector<double>& x, const std::vector
                 int nrhs) {
   const auto n = static_cast<std::size_t>(m.n);
   const auto part = [&](const std::vector<double>& v, std::size_t i) {
-    return m.complex() ? vlm::test::cplx(v[2 * i], v[2 * i + 1]) : vlm::test::cplx(v[i]);
+    return m.complex() ? gallery::cplx(v[2 * i], v[2 * i + 1]) : gallery::cplx(v[i]);
   };
   double worst = 0;
   std::vector<double> row_sum(n, 0.0);
   for (int c = 0; c < nrhs; ++c) {
     const std::size_t shift = n * static_cast<std::size_t>(c);
-    std::vector<vlm::test::cplx> r(n);
+    std::vector<gallery::cplx> r(n);
     double norm_x = 0, norm_b = 0, norm_r = 0;
     for (std::size_t i = 0; i < n; ++i) {
       r[i] = part(b, shift + i);
@@ -138,7 +138,7 @@ void measure(const Options& o) {
     return;
   }
   const double before = resident_mb();
-  vlm::test::Rng rng(99);
+  gallery::Rng rng(99);
   std::vector<double> b(static_cast<std::size_t>(m.n) * m.nvals() * o.many), x(b.size());
   for (double& v : b) v = rng.uniform(-1, 1);
 

@@ -5,7 +5,8 @@
 # paragraph of declarations without a blank line between them, or behind a declaration on its
 # line; a section's heading stands for the first paragraph below it.  Every declaration gets the
 # comment that it stands under, and one that stands under none stays undocumented, which fails.
-NR == 1 { sub(/^\/\*/, "/** @file\n") ; in_comment = 1; file_comment = 1 }
+NR == 1 { print ""; next }  # the licence
+NR == 2 { sub(/^\/\*/, "/** @file\n") ; in_comment = 1; file_comment = 1 }
 in_comment {
   text = text $0 "\n"
   if ($0 !~ /\*\//) next
@@ -28,9 +29,9 @@ in_comment {
   fresh = 0
   line = $0
   trailing = sub(/\/\*/, "/**<", line)
-  declares = line ~ /^(VELMORA_(FOUR|FIVE)_SPELLINGS\(|NORV_API|struct|typedef|enum|#define|extern)/ ||
+  declares = line ~ /^(VELMORA_(FOUR|FIVE)_SPELLINGS\(|VELMORA_API|NORV_API|struct|typedef|enum|#define|extern)/ ||
              line ~ /^  [a-z].*;/
-  if (declares && !trailing && line !~ /^#define (VELMORA_|NORV_API|NORV_PRINTF|NORV_H)/) {
+  if (declares && !trailing && line !~ /^#define (VELMORA_(API|H|FOUR|FIVE|TEXT)|NORV_API|NORV_PRINTF|NORV_H)/) {
     printf "%s", pending
   }
   # A member without words of its own is told of in front of its record.

@@ -16,8 +16,12 @@
  * Integers are 32 bits, reals are doubles, a complex value is two adjacent doubles.  Entries
  * of iparm and dparm are numbered from 1 in this text: iparm(3) is iparm[2] in C.
  *
- * The operations are not reentrant: one call at a time in a process.  Any number of handles
- * may be in use.
+ * Any number of handles may be in use, and calls on different handles may run at the same time
+ * in different threads: each holds to its own iparm(3).  One handle takes one call at a time.  A
+ * call from inside a parallel region with iparm(3) 1 stays on its thread and starts no other.
+ * Of what belongs to the process only the thread count of a BLAS with threads of its own is
+ * touched, by calls that factor or solve; the last one of them restores it.  A process that was
+ * forked after a call may make calls of its own.
  *
  *
  * The matrix
@@ -68,13 +72,14 @@
  *     0   success
  *    -1   an argument is wrong, does not fit the earlier calls or the phase, or asks for what
  *         this version does not do.  Nothing that the handle holds has changed
- *    -2   out of memory; the message names the array
+ *    -2   out of memory; the message names the array and the bytes asked for
  *    -3   the analysis failed: perm is no permutation, or mtype names no type
  *    -4   the factorization or the solve failed: zero pivot, matrix not positive definite,
  *         refinement that does not converge
  *    -6   weighted matching: the matrix is structurally singular
  *    -7   as -1 when msglvl is 0; also: wrong diagonal system (phases 11, 23, 33)
- *    -8   a count of the factor exceeds the range of 32-bit integers
+ *    -8   the order of the graph, its row lists, or positions inside one panel of the factor
+ *         exceed the range of 32-bit integers.  The factor itself may be longer
  *     i   diagonal systems, phases 12, 13, 22: row i does not hold exactly one entry
  *    -i   diagonal systems, phases 12, 13, 22: the entry in row i is zero
  *
@@ -92,8 +97,8 @@
  *               the analysis.  Other values: iparm is used as it stands
  *    2  in      [2] ordering: 0 minimum degree, 1 minimum degree constrained by a partition,
  *               2 nested dissection
- *    3  in,out  [not set] number of threads, also of the BLAS.  Below 1: as many as the OpenMP
- *               runtime gives; that number is written back.  At most 4096
+ *    3  in,out  [not set] number of threads.  Below 1: as many as the OpenMP runtime gives the
+ *               calling thread; that number is written back.  At most 4096
  *    4  in      [0] stabilised solves with an older factor.  Not in this version: phases that
  *               factor or solve end with error -1 unless it is 0
  *    5  in      [0] > 0: perm holds the elimination order to use, position to node;
@@ -123,7 +128,8 @@
  *               for one factor
  *   18  in,out  [-1] < 0 before an analysis: receives the number of nonzeros in L and U; above
  *               2147483647 the negative count in thousands
- *   19  out     [-1] operations of the factorization in 10^9, truncated
+ *   19  out     [-1] real operations of the factorization in 10^9, truncated: those of the
+ *               exact factor, without the zeros that panels are padded with
  *   20  out     -34 after the two automatic refinement steps of iparm(8) 0; else 0
  *   21  in      [1 for -4, 6; else 0] pivots of -2, -4, 6: 0 diagonal entries only,
  *               1 Bunch-Kaufman with 1x1 and 2x2 pivots
@@ -152,7 +158,8 @@
  *   38  in      [0] from 1 to n-1: eliminate the first iparm(38) unknowns only, and leave the
  *               Schur complement of the others for velmora_schur().  Types 2, -2, 1 only.
  *               Read by the analysis
- *   39  out     entries of that Schur complement, after a factorization
+ *   39  out     entries of that Schur complement, after a factorization; above 2147483647 the
+ *               negative count in thousands, and velmora_schur() then writes nothing
  *   48  in      [0] expected number of negative eigenvalues, iterative solver
  *   50  -       zeroed by every call
  *   51, 52      [0, 0] distribution over nodes; 1 in iparm(51) becomes 2, and iparm(52) is
@@ -179,9 +186,24 @@
 #define VELMORA_API
 #endif
 
+/* Version of this header.  VELMORA_VERSION counts 10000 major + 100 minor + patch;
+ * VELMORA_VERSION_STRING is "major.minor.patch". */
+#define VELMORA_VERSION_MAJOR 4
+#define VELMORA_VERSION_MINOR 9
+#define VELMORA_VERSION_PATCH 0
+#define VELMORA_VERSION \
+  (VELMORA_VERSION_MAJOR * 10000 + VELMORA_VERSION_MINOR * 100 + VELMORA_VERSION_PATCH)
+#define VELMORA_TEXT_OF_(a, b, c) #a "." #b "." #c
+#define VELMORA_TEXT_OF(a, b, c) VELMORA_TEXT_OF_(a, b, c)
+#define VELMORA_VERSION_STRING \
+  VELMORA_TEXT_OF(VELMORA_VERSION_MAJOR, VELMORA_VERSION_MINOR, VELMORA_VERSION_PATCH)
+
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* Version of the library that is running, in the form of VELMORA_VERSION_STRING. */
+VELMORA_API const char* velmora_version(void);
 
 /* Every operation has these spellings, for callers from other languages. */
 #define VELMORA_FOUR_SPELLINGS(lower, upper, arguments) \

@@ -136,6 +136,8 @@ void velmora_ipopt_newinterface_f() {}
 
 extern "C" {
 
+const char* velmora_version(void) { return VELMORA_VERSION_STRING; }
+
 VLM_EXPORT(velmora, VELMORA,
            (void** pt, const int* maxfct, const int* mnum, const int* mtype, const int* phase,
             const int* n, const double* a, const int* ia, const int* ja, int* perm, const int* nrhs,

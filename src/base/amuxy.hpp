@@ -1,14 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// Products of the caller's matrix with dense vectors, and residuals in the same pass.
+/// Residuals of systems with the caller's matrix.
 ///
-/// One set of kernels serves every matrix type: full storage by rows, the transposed product
-/// by columns of the transpose, and the stored triangle whose entries count on both sides,
-/// conjugated on one of them for Hermitian types.  Vectors are n by nrhs, column after column,
-/// complex values as two doubles.
-///
-/// A pass reads the matrix once for up to four right-hand sides.  With threads the rows are
-/// shared out by their entries; where rows scatter into foreign places each thread but the
-/// first adds into a private vector of the work area, and the vectors are summed afterwards.
+/// The product of sparse_product.hpp for every matrix type.  Vectors are n by nrhs, column after
+/// column, complex values as two doubles.
 #pragma once
 
 #include <cstddef>
@@ -27,13 +21,6 @@ struct SparseProduct {
 
 /// Bytes of the work area that products with matrices of n rows need; may be 0.
 std::size_t amuxy_work_bytes(int n, int mtype, bool transpose, int nthreads);
-
-/// y = A x.
-/// @param x     n by nrhs, in
-/// @param y     n by nrhs, out; must not overlap x
-/// @param work  amuxy_work_bytes() bytes
-void amuxy_velmora(const SparseProduct& product, int nrhs, const double* x, double* y,
-                   double* work);
 
 /// r = rhs - A x.
 /// @param x     n by nrhs, in

@@ -1,50 +1,39 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// One pass over the rows of the matrix, one over the vectors.
+/// One pass over the rows of the matrix, two over the vectors.
 #include "base/residual.hpp"
 
-#include <algorithm>
 #include <cmath>
-#include <complex>
 
-#include "base/scalar.hpp"
+#include "base/sparse_product.hpp"
 
 namespace vlm {
 namespace {
 
-template <class T>
-void multiply(bool triangle, const InputMatrix& matrix, const T* a, const T* x, T* y) {
-  std::fill_n(y, matrix.n, T{});
-  for (int i = 0; i < matrix.n; ++i) {
-    const int end = matrix.ia[i + 1] - 1;
-    int p = matrix.ia[i] - 1;
-    T sum{};
-    if (triangle && p < end) {
-      sum = a[p] * x[i];
-      for (++p; p < end; ++p) {
-        const int j = matrix.ja[p] - 1;
-        sum += a[p] * x[j];
-        y[j] += a[p] * x[i];
-      }
-    } else {
-      for (; p < end; ++p) sum += a[p] * x[matrix.ja[p] - 1];
-    }
-    y[i] += sum;
-  }
-}
+using sparse::Access;
+
+constexpr sparse::Format format{.base = 1, .diagonal = sparse::Diagonal::first, .several = false};
 
 template <class T>
-ResidualNorms residual(bool triangle, const InputMatrix& matrix, const double* b, const double* x,
+ResidualNorms residual(bool triangle, const InputMatrix& m, const double* b, const double* x,
                        double* y) {
-  if (matrix.n < 1) return {};
-  const auto values = [](const double* v) { return reinterpret_cast<const T*>(v); };
-  multiply(triangle, matrix, values(matrix.a), values(x), reinterpret_cast<T*>(y));
-  const std::ptrdiff_t length = static_cast<std::ptrdiff_t>(matrix.n) * (sizeof(T) / sizeof *y);
-  double squares = 0, rhs_squares = 0;
-  for (std::ptrdiff_t k = 0; k < length; ++k) {
-    squares += (y[k] - b[k]) * (y[k] - b[k]);
-    rhs_squares += b[k] * b[k];
-  }
-  return {std::sqrt(squares), std::sqrt(rhs_squares)};
+  if (m.n < 1) return {};
+  const sparse::Rows<format, int, T> A{m.n, m.n, m.ia, m.ja, values_as<T>(m.a)};
+  T* const product = values_as<T>(y);
+  const sparse::Operands<T> op{
+      .alpha = 1.0, .x = values_as<T>(x), .beta = 0.0, .z = product, .y = product};
+  if (triangle)
+    sparse::multiply<Access::triangle>(A, op);
+  else
+    sparse::multiply<Access::rows>(A, op);
+
+  const int nthreads = sparse::threads_offered();
+  const std::size_t length = static_cast<std::size_t>(m.n) * (sizeof(T) / sizeof *y);
+  const auto square = [](double v) { return v * v; };
+  const auto norm = [&](const auto& term) {
+    return std::sqrt(parallel_sum(length, nthreads, term));
+  };
+  return {norm([&](std::size_t k) { return square(y[k] - b[k]); }),
+          norm([&](std::size_t k) { return square(b[k]); })};
 }
 
 }  // namespace

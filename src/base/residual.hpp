@@ -13,6 +13,7 @@ struct ResidualNorms {
 
 /// y = A x and the Euclidean norms of y - b and of b, one right-hand side.
 ///
+/// As many threads as OpenMP offers, one inside a parallel region or for a small matrix.
 /// Type 2 and -2 read the stored upper triangle and take the first entry of each row for its
 /// diagonal; any other type is read as full rows.  n below 1 gives zero norms.
 /// @param b  right-hand side  [n], in

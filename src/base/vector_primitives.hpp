@@ -4,14 +4,16 @@
 /// A loop is cut into one contiguous piece a thread; short vectors stay on the calling thread.
 /// Each thread keeps its partial sum on its own cache lines, and the sums are added in the
 /// order of the threads, so that a result depends on the number of threads only.  The routines
-/// open their own parallel region.  Complex vectors are passed as twice as many doubles.
+/// open their own parallel region, and none for one thread.  Complex vectors are passed as twice as
+/// many doubles.
 #pragma once
 
 #include <omp.h>
 
 #include <cmath>
 #include <cstddef>
-#include <vector>
+#include <memory>
+#include <new>
 
 namespace vlm {
 
@@ -21,16 +23,21 @@ struct alignas(128) PartialSum {
 };
 
 /// Runs body(thread, team), which returns the thread's part, on a team and adds up the parts.
+/// The calling thread is the team, without a parallel region, where one thread is asked for or
+/// there is no memory for the parts.
 template <class Body>
 double sum_over_team(int nthreads, const Body& body) {
-  std::vector<PartialSum> parts(static_cast<std::size_t>(nthreads));
+  const std::unique_ptr<PartialSum[]> parts(
+      nthreads > 1 ? new (std::nothrow) PartialSum[static_cast<std::size_t>(nthreads)] : nullptr);
+  if (!parts) return body(0, 1);
 #pragma omp parallel num_threads(nthreads)
   {
     const int thread = omp_get_thread_num();
     parts[static_cast<std::size_t>(thread)].value = body(thread, omp_get_num_threads());
   }
   double total = 0;
-  for (const PartialSum& part : parts) total += part.value;
+  for (int thread = 0; thread < nthreads; ++thread)
+    total += parts[static_cast<std::size_t>(thread)].value;
   return total;
 }
 
@@ -50,8 +57,7 @@ double interleaved_sum(std::size_t first, std::size_t last, const Term& term) {
 template <class Term>
 double parallel_sum(std::size_t length, int nthreads, const Term& term) {
   constexpr std::size_t worth_a_team = 100000;
-  if (nthreads <= 1 || length < worth_a_team) return interleaved_sum(0, length, term);
-  return sum_over_team(nthreads, [&](int thread, int team) {
+  return sum_over_team(length < worth_a_team ? 1 : nthreads, [&](int thread, int team) {
     const auto begin = [&](int t) {
       return length / static_cast<std::size_t>(team) * static_cast<std::size_t>(t);
     };

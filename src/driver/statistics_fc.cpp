@@ -11,6 +11,7 @@
 #include <string>
 
 #include "base/clock.hpp"
+#include "velmora.h"
 
 namespace vlm {
 namespace {
@@ -49,7 +50,7 @@ void print_headline(int phase) {
   std::string steps = "clean";
   if (phase >= 1) steps = std::string(step_word(phase / 10)) + " to " + step_word(phase % 10);
   std::printf("\n\n");
-  print_heading("Summary VELMORA 4.9.0: ( " + steps + " )", '=', 23);
+  print_heading("Summary VELMORA " VELMORA_VERSION_STRING ": ( " + steps + " )", '=', 23);
   std::printf("\n");
 }
 

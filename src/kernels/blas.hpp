@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// The one place that names BLAS and LAPACK routines.
+/// The BLAS and LAPACK routines of the factorization.
 ///
 /// Overloads for float, double and both complex kinds, so that a template names an operation
 /// and not a letter.  Arguments follow the BLAS; dimensions are int, matrices column-major.
@@ -13,10 +13,6 @@ extern "C" {
 #define VLM_BLAS(p, T)                                                                            \
   void p##gemm_(const char*, const char*, const int*, const int*, const int*, const T*, const T*, \
                 const int*, const T*, const int*, const T*, T*, const int*);                      \
-  void p##gemv_(const char*, const int*, const int*, const T*, const T*, const int*, const T*,    \
-                const int*, const T*, T*, const int*);                                            \
-  void p##trsv_(const char*, const char*, const char*, const int*, const T*, const int*, T*,      \
-                const int*);                                                                      \
   void p##getrf_(const int*, const int*, T*, const int*, int*, int*);
 VLM_BLAS(s, float)
 VLM_BLAS(d, double)
@@ -27,22 +23,15 @@ VLM_BLAS(z, std::complex<double>)
 
 namespace blas {
 
-#define VLM_BLAS(p, T)                                                                         \
-  inline void gemm(char ta, char tb, int m, int n, int k, T alpha, const T* a, int lda,        \
-                   const T* b, int ldb, T beta, T* c, int ldc) {                               \
-    p##gemm_(&ta, &tb, &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);                  \
-  }                                                                                            \
-  inline void gemv(char t, int m, int n, T alpha, const T* a, int lda, const T* x, int incx,   \
-                   T beta, T* y, int incy) {                                                   \
-    p##gemv_(&t, &m, &n, &alpha, a, &lda, x, &incx, &beta, y, &incy);                          \
-  }                                                                                            \
-  inline void trsv(char uplo, char t, char diag, int n, const T* a, int lda, T* x, int incx) { \
-    p##trsv_(&uplo, &t, &diag, &n, a, &lda, x, &incx);                                         \
-  }                                                                                            \
-  inline int getrf(int m, int n, T* a, int lda, int* ipiv) {                                   \
-    int info = 0;                                                                              \
-    p##getrf_(&m, &n, a, &lda, ipiv, &info);                                                   \
-    return info;                                                                               \
+#define VLM_BLAS(p, T)                                                                  \
+  inline void gemm(char ta, char tb, int m, int n, int k, T alpha, const T* a, int lda, \
+                   const T* b, int ldb, T beta, T* c, int ldc) {                        \
+    p##gemm_(&ta, &tb, &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);           \
+  }                                                                                     \
+  inline int getrf(int m, int n, T* a, int lda, int* ipiv) {                            \
+    int info = 0;                                                                       \
+    p##getrf_(&m, &n, a, &lda, ipiv, &info);                                            \
+    return info;                                                                        \
   }
 VLM_BLAS(s, float)
 VLM_BLAS(d, double)
@@ -52,81 +41,4 @@ VLM_BLAS(z, zcomplex)
 
 }  // namespace blas
 
-// What only the dense blocks of the containers need, in double.
-extern "C" {
-void dgetrs_(const char*, const int*, const int*, const double*, const int*, const int*, double*,
-             const int*, int*);
-void dgetri_(const int*, double*, const int*, const int*, double*, const int*, int*);
-void dsytrf_(const char*, const int*, double*, const int*, int*, double*, const int*, int*);
-void dsytri_(const char*, const int*, double*, const int*, const int*, double*, int*);
-void dgeqrf_(const int*, const int*, double*, const int*, double*, double*, const int*, int*);
-void dormqr_(const char*, const char*, const int*, const int*, const int*, const double*,
-             const int*, const double*, double*, const int*, double*, const int*, int*);
-void dsyevr_(const char*, const char*, const char*, const int*, double*, const int*, const double*,
-             const double*, const int*, const int*, const double*, int*, double*, double*,
-             const int*, int*, double*, const int*, int*, const int*, int*);
-void dggev_(const char*, const char*, const int*, double*, const int*, double*, const int*, double*,
-            double*, double*, double*, const int*, double*, const int*, double*, const int*, int*);
-}
-
-namespace blas {
-
-inline int getrs(char t, int n, int nrhs, const double* a, int lda, const int* ipiv, double* b,
-                 int ldb) {
-  int info = 0;
-  dgetrs_(&t, &n, &nrhs, a, &lda, ipiv, b, &ldb, &info);
-  return info;
-}
-inline int getri(int n, double* a, int lda, const int* ipiv, double* work, int lwork) {
-  int info = 0;
-  dgetri_(&n, a, &lda, ipiv, work, &lwork, &info);
-  return info;
-}
-inline int sytrf(char uplo, int n, double* a, int lda, int* ipiv, double* work, int lwork) {
-  int info = 0;
-  dsytrf_(&uplo, &n, a, &lda, ipiv, work, &lwork, &info);
-  return info;
-}
-inline int sytri(char uplo, int n, double* a, int lda, const int* ipiv, double* work) {
-  int info = 0;
-  dsytri_(&uplo, &n, a, &lda, ipiv, work, &info);
-  return info;
-}
-inline int geqrf(int m, int n, double* a, int lda, double* tau, double* work, int lwork) {
-  int info = 0;
-  dgeqrf_(&m, &n, a, &lda, tau, work, &lwork, &info);
-  return info;
-}
-/// c := Q' c for the m by m product Q of the k reflectors that geqrf left in a; c is m by n.
-inline int apply_qt(int m, int n, int k, const double* a, int lda, const double* tau, double* c,
-                    int ldc, double* work, int lwork) {
-  const char left = 'L', transposed = 'T';
-  int info = 0;
-  dormqr_(&left, &transposed, &m, &n, &k, a, &lda, tau, c, &ldc, work, &lwork, &info);
-  return info;
-}
-/// All eigenvalues of a symmetric matrix, rising; work has 26 n places, iwork 10 n.
-inline int symmetric_eigenvalues(char uplo, int n, double* a, int lda, double* w, double* work,
-                                 int* iwork) {
-  const char values_only = 'N', all = 'A';
-  const double unused = 0.0, tolerance = 0.0;
-  const int none = 0, ldz = 1, lwork = 26 * n, liwork = 10 * n;
-  int found = 0, support[2] = {0, 0}, info = 0;
-  double z = 0.0;
-  dsyevr_(&values_only, &all, &uplo, &n, a, &lda, &unused, &unused, &none, &none, &tolerance,
-          &found, w, &z, &ldz, support, work, &lwork, iwork, &liwork, &info);
-  return info;
-}
-/// Eigenvalues (re + i im) / beta of the pencil (a, b); work has 8 n places.
-inline int pencil_eigenvalues(int n, double* a, int lda, double* b, int ldb, double* re, double* im,
-                              double* beta, double* work) {
-  const char none = 'N';
-  const int ldv = 1, lwork = 8 * n;
-  double v = 0.0;
-  int info = 0;
-  dggev_(&none, &none, &n, a, &lda, b, &ldb, re, im, beta, &v, &ldv, &v, &ldv, work, &lwork, &info);
-  return info;
-}
-
-}  // namespace blas
 }  // namespace vlm

@@ -1,55 +1,60 @@
 // SPDX-License-Identifier: BSD-3-Clause
 /// Choice of the dense kernels by the processor.
-#include <vector>
+#include "kernels/choice.hpp"
 
-#include "kernels/kernels.hpp"
+#include "kernels/blas_update.hpp"
+#include "kernels/instances.hpp"
+
+VELMORA_DECLARE_KERNELS(baseline)
+#ifdef VELMORA_KERNELS_AVX2
+VELMORA_DECLARE_KERNELS(avx2)
+#endif
+#ifdef VELMORA_KERNELS_AVX512
+VELMORA_DECLARE_KERNELS(avx512)
+#endif
 
 namespace vlm {
 
-#define VELMORA_DECLARE(isa)                      \
-  namespace isa {                                 \
-  extern const Kernels<double> kernels_double;    \
-  extern const Kernels<float> kernels_float;      \
-  extern const Kernels<zcomplex> kernels_complex; \
-  }
-VELMORA_DECLARE(baseline)
-#ifdef VELMORA_WIDE_KERNELS
-VELMORA_DECLARE(avx2)
-VELMORA_DECLARE(avx512)
-#endif
-#undef VELMORA_DECLARE
-
 namespace {
 
-/// The tables that this processor can run, the widest last.
-template <class T>
-std::vector<const Kernels<T>*> runnable(const Kernels<T>& base,
-                                        [[maybe_unused]] const Kernels<T>& four,
-                                        [[maybe_unused]] const Kernels<T>& eight) {
-  std::vector<const Kernels<T>*> list{&base};
-#ifdef VELMORA_WIDE_KERNELS
-  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) {
-    list.push_back(&four);
-    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw"))
-      list.push_back(&eight);
-  }
+#ifdef VELMORA_KERNELS_AVX2
+bool runs_avx2() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"); }
+#define VELMORA_ADD_AVX2(name) \
+  if (runs_avx2()) list.push_back(&avx2::name)
+#else
+#define VELMORA_ADD_AVX2(name)
 #endif
-  return list;
+
+#ifdef VELMORA_KERNELS_AVX512
+bool runs_avx512() {
+  return __builtin_cpu_supports("fma") && __builtin_cpu_supports("avx512f") &&
+         __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl") &&
+         __builtin_cpu_supports("avx512bw");
 }
+#define VELMORA_ADD_AVX512(name) \
+  if (runs_avx512()) list.push_back(&avx512::name)
+#else
+#define VELMORA_ADD_AVX512(name)
+#endif
 
 }  // namespace
 
-#ifdef VELMORA_WIDE_KERNELS
-#define VELMORA_TABLES(name) runnable(baseline::name, avx2::name, avx512::name)
-#else
-#define VELMORA_TABLES(name) runnable(baseline::name, baseline::name, baseline::name)
-#endif
-#define VELMORA_DEFINE(T, name)                              \
-  template <>                                                \
-  const std::vector<const Kernels<T>*>& runnable_kernels() { \
-    static const auto list = VELMORA_TABLES(name);           \
-    return list;                                             \
+// The plain kernels are tuned for no processor: their large updates go to the BLAS.
+#define VELMORA_DEFINE(T, name)                               \
+  template <>                                                 \
+  const std::vector<const Kernels<T>*>& runnable_kernels() {  \
+    static const Kernels<T> plain = [] {                      \
+      Kernels<T> table = baseline::name;                      \
+      table.update = update_by_blas<T, baseline::name>;       \
+      return table;                                           \
+    }();                                                      \
+    static const std::vector<const Kernels<T>*> tables = [] { \
+      std::vector<const Kernels<T>*> list{&plain};            \
+      VELMORA_ADD_AVX2(name);                                 \
+      VELMORA_ADD_AVX512(name);                               \
+      return list;                                            \
+    }();                                                      \
+    return tables;                                            \
   }
 VELMORA_DEFINE(double, kernels_double)
 VELMORA_DEFINE(float, kernels_float)

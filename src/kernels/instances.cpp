@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 /// The dense kernels for one instruction set; VELMORA_ISA names its namespace.
+#include "kernels/instances.hpp"
+
 #include "kernels/gemm.hpp"
-#include "kernels/kernels.hpp"
 #include "kernels/ldlt.hpp"
 #include "kernels/lu.hpp"
 #include "kernels/triangle.hpp"
 #include "kernels/vector.hpp"
+
+VELMORA_DECLARE_KERNELS(VELMORA_ISA)
 
 #define VELMORA_TEXT_(x) #x
 #define VELMORA_TEXT(x) VELMORA_TEXT_(x)
@@ -27,9 +30,6 @@ constexpr Kernels<T> table() {
           solve_lower_transposed<T>};
 }
 
-extern const Kernels<double> kernels_double;
-extern const Kernels<float> kernels_float;
-extern const Kernels<zcomplex> kernels_complex;
 const Kernels<double> kernels_double = table<double>();
 const Kernels<float> kernels_float = table<float>();
 const Kernels<zcomplex> kernels_complex = table<zcomplex>();

@@ -2,12 +2,10 @@
 /// Dense kernels of the panels, one table per scalar kind.
 ///
 /// The numeric families work on column-major panels through these few operations.  Their
-/// text (kernels/kernels.cpp) is compiled once for each instruction set; kernels<T>() gives
-/// the table that fits the processor.  All sizes count values; all positions are 0-based
+/// text (instances.cpp) is compiled once for each instruction set; choice.hpp gives the table
+/// that fits the processor.  All sizes count values; all positions are 0-based
 /// offsets, since the operands are panels and not structural arrays.
 #pragma once
-
-#include <vector>
 
 #include "kernels/blas.hpp"
 
@@ -90,21 +88,5 @@ struct Kernels {
   void (*solve_lower)(const TriangleSolve<T>&);
   void (*solve_lower_transposed)(const TriangleSolve<T>&);
 };
-
-/// The tables that this processor can run, the widest last; listed once.
-template <class T>
-const std::vector<const Kernels<T>*>& runnable_kernels();
-template <>
-const std::vector<const Kernels<double>*>& runnable_kernels();
-template <>
-const std::vector<const Kernels<float>*>& runnable_kernels();
-template <>
-const std::vector<const Kernels<zcomplex>*>& runnable_kernels();
-
-/// The table for this processor.
-template <class T>
-const Kernels<T>& kernels() {
-  return *runnable_kernels<T>().back();
-}
 
 }  // namespace vlm

@@ -5,12 +5,21 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <mutex>
 #include <type_traits>
 
 #include "base/memory.hpp"
 
 namespace vlm {
 namespace {
+
+// METIS draws from the C library's generator, which it seeds, and catches signals while it runs:
+// both belong to the process.  Calls in different threads take turns, so that each gets the
+// partition that it would get alone.
+std::mutex& metis_latch() {
+  static std::mutex latch;
+  return latch;
+}
 
 // METIS may be built with 64-bit indices; then the lists are converted on the way in and out.
 class MetisArray {
@@ -67,6 +76,7 @@ bool metis_kway_parts(const Adjacency& graph, int parts, Vector<int>& part) {
   METIS_SetDefaultOptions(options);
   options[METIS_OPTION_SEED] = 4321;
   idx_t n = graph.n, constraints = 1, nparts = parts, cut = 0;
+  const std::lock_guard hold(metis_latch());
   const CountedScope counted(metis_bytes(where.size(), graph.adjncy.size()));
   const int result =
       METIS_PartGraphKway(&n, &constraints, xadj.data(), adjncy.data(), weights, nullptr, nullptr,
@@ -83,6 +93,7 @@ bool metis_vertex_separator(const WeightedGraph& graph, Vector<int>& side) {
   words[METIS_OPTION_SEED] = 4321;
   words[METIS_OPTION_UFACTOR] = 200;
   idx_t n = graph.n, size = 0;
+  const std::lock_guard hold(metis_latch());
   const CountedScope counted(metis_bytes(where.size(), graph.adj.size()));
   const int result = METIS_ComputeVertexSeparator(&n, ptr.data(), adj.data(), weight.data(), words,
                                                   &size, where.data());

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "base/scalar.hpp"
-#include "kernels/kernels.hpp"
+#include "kernels/choice.hpp"
 #include "symbolic/structure.hpp"
 
 namespace vlm {

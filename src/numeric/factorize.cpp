@@ -163,10 +163,6 @@ Kernel choose_kernel(const MatrixType& type, bool single) {
 
 }  // namespace
 
-bool kernels_exist(const MatrixType& type, bool single) {
-  return choose_kernel(type, single) != nullptr;
-}
-
 std::size_t scalar_bytes(const MatrixType& type, bool single) {
   return single ? sizeof(float) : type.complex ? sizeof(zcomplex) : sizeof(double);
 }

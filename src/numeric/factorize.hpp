@@ -27,9 +27,6 @@ struct FactorResult {
   double logdet = 0;               ///< log |det A| where it was wanted
 };
 
-/// True when there are kernels for the type and precision.
-bool kernels_exist(const MatrixType& type, bool single);
-
 /// Bytes of one value of the factor.
 std::size_t scalar_bytes(const MatrixType& type, bool single);
 

@@ -63,8 +63,6 @@ TEST(Products, AgreeWithTheReference) {
             std::vector<double> work(
                 vlm::amuxy_work_bytes(m.n, mtype, transpose, nthreads) / sizeof(double), NAN);
             std::vector<double> y(x.size(), NAN);
-            vlm::amuxy_velmora(product, nrhs, x.data(), y.data(), work.data());
-            EXPECT_LT(vlm::test::relative_difference(y, expected), 1e-14);
             const double sum =
                 vlm::amuxy_res_velmora(product, nrhs, x.data(), b.data(), y.data(), work.data());
             EXPECT_LT(vlm::test::relative_difference(y, residual), 1e-14);
@@ -82,9 +80,10 @@ TEST(Products, ColumnsDoNotTouchEachOther) {
     const Matrix m = small_sample(mtype);
     const int nrhs = 4;
     const auto length = static_cast<std::size_t>(m.n) * m.nvals();
-    std::vector<double> x(nrhs * length, 0.0), y(x.size(), NAN);
+    std::vector<double> x(nrhs * length, 0.0), zero(x), y(x.size(), NAN);
     for (std::size_t k = 0; k < length; ++k) x[2 * length + k] = 1e308;
-    vlm::amuxy_velmora({input(m), mtype, false, 1}, nrhs, x.data(), y.data(), nullptr);
+    vlm::amuxy_res_velmora({input(m), mtype, false, 1}, nrhs, x.data(), zero.data(), y.data(),
+                           nullptr);
     std::fill_n(y.begin() + static_cast<std::ptrdiff_t>(2 * length), length, 0.0);
     EXPECT_EQ(y, std::vector<double>(y.size(), 0.0)) << mtype;
   }

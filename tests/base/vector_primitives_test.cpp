@@ -35,4 +35,10 @@ TEST(VectorPrimitives, AgreeWithPlainLoopsOnEveryTeam) {
   }
 }
 
+TEST(VectorPrimitives, OneThreadOpensNoRegion) {
+  const auto level = [](int, int) { return static_cast<double>(omp_get_level()); };
+  EXPECT_EQ(vlm::sum_over_team(1, level), 0.0);
+  EXPECT_GE(vlm::sum_over_team(2, level), 1.0);
+}
+
 }  // namespace

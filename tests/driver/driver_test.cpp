@@ -351,7 +351,7 @@ TEST(Phases, PermutationThatIsNone) {
 TEST(Phases, ReportNamesTheSteps) {
   Caller c = make_tridiagonal(10, -2);
   std::string text = c.run_and_read(13);
-  EXPECT_TRUE(contains(text, "Summary VELMORA 4.9.0: ( reorder to solve )"));
+  EXPECT_TRUE(contains(text, "Summary VELMORA " VELMORA_VERSION_STRING ": ( reorder to solve )"));
   EXPECT_TRUE(contains(text, "Time numfct :"));
   text = c.run_and_read(33);
   EXPECT_TRUE(contains(text, "( solve to solve )"));

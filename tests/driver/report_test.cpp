@@ -8,6 +8,7 @@
 
 #include "base/clock.hpp"
 #include "driver/statistics_fc.hpp"
+#include "velmora.h"
 
 namespace {
 
@@ -70,7 +71,8 @@ TEST(Report, ShowsStepsTimesAndFigures) {
   const std::string text = report(finished(), call_of(13));
   EXPECT_TRUE(text.starts_with(
       "================  VELMORA: solving a symmetric indef. system  ================\n"
-      "\n\nSummary VELMORA 4.9.0: ( reorder to solve )\n=======================\n\n"
+      "\n\nSummary VELMORA " VELMORA_VERSION_STRING
+      ": ( reorder to solve )\n=======================\n\n"
       "Times:\n======\n"
       "      Time fulladj: 0.500000 s\n"
       "      Time reorder: 2.000000 s\n"
@@ -105,7 +107,8 @@ TEST(Report, HeadlineNamesFirstAndLastStep) {
                                                               {23, "factorize to solve"},
                                                               {33, "solve to solve"}};
   for (const auto& [phase, words] : headlines)
-    EXPECT_TRUE(shows(report(finished(), call_of(phase)), "4.9.0: ( " + words + " )\n"));
+    EXPECT_TRUE(
+        shows(report(finished(), call_of(phase)), VELMORA_VERSION_STRING ": ( " + words + " )\n"));
   // A refused phase code that ends in 4 has no times.
   EXPECT_FALSE(shows(report(finished(), call_of(14)), "Times:"));
   EXPECT_FALSE(shows(report(finished(), call_of(11)), "Gflop/s"));
@@ -164,7 +167,8 @@ TEST(Report, CleaningAndSilentCalls) {
   StatisticsCall call = call_of(0);
   call.mnum = 3;
   call.deleted = 1;
-  const std::string headline = "\n\nSummary VELMORA 4.9.0: ( clean )\n=======================\n\n";
+  const std::string headline =
+      "\n\nSummary VELMORA " VELMORA_VERSION_STRING ": ( clean )\n=======================\n\n";
   EXPECT_EQ(report(control, call), headline + " L&U for matrix number 3 deleted\n");
   call.deleted = -2;
   call.phase = -1;

@@ -49,7 +49,7 @@ test::Matrix blocked_grid(int g, int unknowns) {
   return builder.finish();
 }
 
-std::vector<test::Matrix> gallery() {
+std::vector<test::Matrix> sample_matrices() {
   std::vector<test::Matrix> all{test::poisson2d(13),
                                 test::poisson3d(6),
                                 test::random_spd(150, 4, 1),
@@ -131,7 +131,7 @@ std::int64_t brute_minimum_degree(const Adjacency& graph) {
 }
 
 TEST(Ordering, EverySelectorGivesPermutationsAndRanges) {
-  for (const test::Matrix& m : gallery()) {
+  for (const test::Matrix& m : sample_matrices()) {
     const Adjacency graph = adjacency_of(m);
     for (const int selector : {0, 1, 2})
       for (const int parts : {1, 2, 8}) {
@@ -150,7 +150,7 @@ TEST(Ordering, EverySelectorGivesPermutationsAndRanges) {
 }
 
 TEST(Ordering, FillIsCloseToBruteForceMinimumDegree) {
-  for (const test::Matrix& m : gallery()) {
+  for (const test::Matrix& m : sample_matrices()) {
     if (m.n > 500) continue;
     const Adjacency graph = adjacency_of(m);
     const auto bound = static_cast<double>(brute_minimum_degree(graph));
@@ -225,7 +225,7 @@ TEST(Ordering, ConstrainedDegreeHoldsTheInterfaceBack) {
 }
 
 TEST(Ordering, ApproximateDegreeCostIsExact) {
-  for (const test::Matrix& m : gallery()) {
+  for (const test::Matrix& m : sample_matrices()) {
     if (m.n > 500) continue;
     const WeightedGraph graph = weighted_graph(adjacency_of(m));
     Vector<int> order;

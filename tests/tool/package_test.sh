@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
-# Installs into an empty folder, or builds the Debian package and unpacks it there, and builds
+# Installs into an empty folder, or builds the Debian packages and unpacks them there, and builds
 # the examples against that as an outside project does: with find_package and with pkg-config.
 #   package_test.sh install|deb SOURCE SCRATCH
 set -euo pipefail
@@ -14,23 +14,45 @@ case $kind in
     prefix=$scratch/root
     ;;
   deb)
-    package=$source/$("$source/dev" package 2>"$scratch/package.log" | tail -n 1)
-    dpkg-deb --info "$package" | grep -E '^ Depends:.*libc6' || {
-      echo "the package names no dependencies"
-      exit 1
-    }
-    dpkg-deb -x "$package" "$scratch/root"
+    mapfile -t packages < <("$source/dev" package 2>"$scratch/package.log")
+    ((${#packages[@]} == 4)) || { echo "not four packages: ${packages[*]}"; exit 1; }
+    for package in "${packages[@]}"; do
+      dpkg-deb -x "$source/$package" "$scratch/root"
+      name=$(dpkg-deb -f "$source/$package" Package)
+      depends=$(dpkg-deb -f "$source/$package" Depends)
+      version=$(dpkg-deb -f "$source/$package" Version)
+      case $name in
+        libvelmora4) wanted='libc6 .*libmetis5 .*libopenblas0' ;;
+        libvelmora-dev) wanted="^libvelmora4 \\(= $version\\)" ;;
+        velmora-tools) wanted="^libvelmora4 \\(= $version\\), libc6" ;;
+        velmora-doc) wanted= ;;
+        *) echo "what is $name?"; exit 1 ;;
+      esac
+      grep -qE -- "$wanted" <<<"$depends" || { echo "$name depends on: $depends"; exit 1; }
+      grep -q '^License: BSD-3-Clause' "$scratch/root/usr/share/doc/$name/copyright"
+    done
     prefix=$scratch/root/usr
+    # A program of the system has no search path; the loader knows where the library lies.
+    readelf -d "$prefix/bin/velmora-solve" | grep -E 'R(UN)?PATH' && exit 1
+    LD_LIBRARY_PATH=$(dirname "$(find "$prefix" -name 'libvelmora.so.4')")
+    export LD_LIBRARY_PATH
     ;;
 esac
 
 # What must be there, and nothing of the tests or the static archive.
 [[ -x $prefix/bin/velmora-solve && -x $prefix/bin/velmora-gallery ]]
-[[ -f $prefix/include/velmora.h ]]
-find "$prefix" -name 'libvelmora_internal*' -o -name '*gtest*' | grep . && exit 1
-for manual in man1/velmora-solve.1 man1/velmora-gallery.1 man3/velmora.3; do
-  [[ -f $prefix/share/man/$manual ]]
+(cd "$source/include" && find . -name '*.h' -o -name '*.hpp') | while read -r header; do
+  [[ -f $prefix/include/$header ]]
 done
+for file in README.md docs/first-solve.md examples/solve_symmetric.c examples/bracket.mtx.gz; do
+  [[ -f $prefix/share/doc/velmora/$file ]]
+done
+find "$prefix" -name 'libvelmora_internal*' -o -name '*gtest*' | grep . && exit 1
+version=$("$prefix/bin/velmora-solve" --version | awk '{ print $2 }')
+for manual in man1/velmora-solve.1 man1/velmora-gallery.1 man3/velmora.3; do
+  zcat -f "$prefix/share/man/$manual"* | grep -qF "\"Velmora $version\""
+done
+grep -q "^## $version" "$prefix/share/doc/velmora/CHANGELOG.md"
 
 # The installed program finds the installed library, not the one of the build.
 lib=$(dirname "$(find "$prefix" -name libvelmora.so)")
@@ -38,7 +60,7 @@ ldd "$prefix/bin/velmora-solve" | grep -F "$scratch" | grep -q libvelmora
 "$prefix/bin/velmora-solve" "$source/examples/bracket.mtx.gz" --quiet
 
 cmake -S "$source/tests/tool/consumer" -B "$scratch/consumer" -DCMAKE_PREFIX_PATH="$prefix" \
-  -DEXAMPLES="$source/examples" >"$scratch/configure.log"
+  -DEXAMPLES="$prefix/share/doc/velmora/examples" -DVERSION="$version" >"$scratch/configure.log"
 cmake --build "$scratch/consumer" >"$scratch/build.log"
 "$scratch/consumer/consumer_c" >/dev/null
 "$scratch/consumer/consumer_cpp" >/dev/null

@@ -99,7 +99,7 @@ class Mesh {
 Bracket bracket(int cells) {
   const Mesh mesh(cells);
   const auto element = element_stiffness();
-  vlm::test::Builder builder("bracket", 2, 2 * mesh.free_nodes());
+  Builder builder("bracket", 2, 2 * mesh.free_nodes());
   for (int y = 0; y < mesh.side(); ++y) {
     for (int x = 0; x < mesh.side(); ++x) {
       if (!mesh.solid(x, y)) continue;

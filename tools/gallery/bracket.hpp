@@ -14,8 +14,8 @@
 namespace gallery {
 
 struct Bracket {
-  vlm::test::Matrix stiffness;  ///< N/mm, mtype 2
-  std::vector<double> load;     ///< N, one entry an equation
+  Matrix stiffness;          ///< N/mm, mtype 2
+  std::vector<double> load;  ///< N, one entry an equation
 };
 
 /// @param cells  elements across a leg of 40 mm, at least 4

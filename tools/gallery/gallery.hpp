@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-namespace vlm::test {
+namespace gallery {
 
 using cplx = std::complex<double>;
 
@@ -167,4 +167,4 @@ std::vector<Matrix> well_conditioned(int mtype);
 /// All nine type codes.
 inline constexpr int all_mtypes[] = {1, 2, -2, 3, 4, -4, 6, 11, 13};
 
-}  // namespace vlm::test
+}  // namespace gallery

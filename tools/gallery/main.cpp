@@ -14,7 +14,7 @@
 
 namespace {
 
-using vlm::test::Matrix;
+using gallery::Matrix;
 
 struct Kind {
   const char* name;
@@ -26,23 +26,23 @@ const Kind kinds[] = {
     {"bracket", "steel bracket, plane stress; size: elements across a leg",
      [](int size, std::uint64_t) { return gallery::bracket(size).stiffness; }},
     {"grid2d", "5-point Laplacian on size x size points",
-     [](int size, std::uint64_t) { return vlm::test::poisson2d(size); }},
+     [](int size, std::uint64_t) { return gallery::poisson2d(size); }},
     {"grid3d", "7-point Laplacian on size^3 points",
-     [](int size, std::uint64_t) { return vlm::test::poisson3d(size); }},
+     [](int size, std::uint64_t) { return gallery::poisson3d(size); }},
     {"elasticity", "elastic network on size^3 points, 3 unknowns each",
-     [](int size, std::uint64_t seed) { return vlm::test::elasticity3d(size, seed); }},
+     [](int size, std::uint64_t seed) { return gallery::elasticity3d(size, seed); }},
     {"saddle", "mixed flow problem on size^3 cells, indefinite with zero diagonal",
-     [](int size, std::uint64_t seed) { return vlm::test::saddle_point(size, seed); }},
+     [](int size, std::uint64_t seed) { return gallery::saddle_point(size, seed); }},
     {"shifted", "3D Laplacian with a shift, indefinite",
      [](int size, std::uint64_t seed) {
-       return vlm::test::shifted_laplacian(size, 1.0, false, seed);
+       return gallery::shifted_laplacian(size, 1.0, false, seed);
      }},
     {"convection", "upwind convection-diffusion on size^3 points, unsymmetric",
-     [](int size, std::uint64_t seed) { return vlm::test::convection_diffusion(size, 2.0, seed); }},
+     [](int size, std::uint64_t seed) { return gallery::convection_diffusion(size, 2.0, seed); }},
     {"helmholtz", "Helmholtz equation on size x size points, complex symmetric",
-     [](int size, std::uint64_t seed) { return vlm::test::helmholtz(size, 0.5, true, seed); }},
+     [](int size, std::uint64_t seed) { return gallery::helmholtz(size, 0.5, true, seed); }},
     {"magnetic", "magnetic Laplacian on size^3 points, Hermitian positive definite",
-     [](int size, std::uint64_t seed) { return vlm::test::magnetic_laplacian(size, 0.0, seed); }},
+     [](int size, std::uint64_t seed) { return gallery::magnetic_laplacian(size, 0.0, seed); }},
 };
 
 /// Files hold the lower triangle; row i of the stored upper triangle is its column i.
@@ -59,8 +59,8 @@ void write_matrix(const std::string& path, const Matrix& matrix) {
     for (int k = matrix.ia[static_cast<std::size_t>(i - 1)];
          k < matrix.ia[static_cast<std::size_t>(i)]; ++k) {
       const int j = matrix.ja[static_cast<std::size_t>(k - 1)];
-      const vlm::test::cplx stored = matrix.value(k - 1);
-      const vlm::test::cplx value = matrix.hermitian() ? std::conj(stored) : stored;
+      const gallery::cplx stored = matrix.value(k - 1);
+      const gallery::cplx value = matrix.hermitian() ? std::conj(stored) : stored;
       out.print("{} {} {}", triangle ? j : i, triangle ? i : j, value.real());
       if (complex) out.print(" {}", i == j && matrix.hermitian() ? 0.0 : value.imag());
       out.print("\n");

@@ -8,10 +8,7 @@
 #include <map>
 
 #include "types.hpp"
-
-#ifndef VELMORA_VERSION
-#error "the build defines VELMORA_VERSION"
-#endif
+#include "velmora.h"
 
 namespace tool {
 namespace {
@@ -232,7 +229,7 @@ Parsed parse_options(int argc, char** argv) {
   Parsed parsed;
   Options& options = parsed.options;
   CLI::App app{"Solves a sparse system of linear equations A x = b from a file."};
-  app.set_version_flag("--version", "velmora-solve " VELMORA_VERSION);
+  app.set_version_flag("--version", std::string("velmora-solve ") + velmora_version());
   app.footer(footer());
   add_system_options(app, options);
   add_solver_options(app, options.settings);

@@ -7,6 +7,8 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "velmora.h"
+
 namespace tool {
 namespace {
 
@@ -103,7 +105,7 @@ void print_outcome(const Printer& printer, const Report& report) {
 std::string to_json(const Report& report) {
   nlohmann::ordered_json out;
   out["program"] = "velmora-solve";
-  out["version"] = VELMORA_VERSION;
+  out["version"] = velmora_version();
   out["status"] = report.failure.empty() ? "solved" : "failed";
   if (!report.failure.empty()) out["failure"] = report.failure;
   out["matrix"] = {{"file", report.file},

@@ -188,14 +188,6 @@ std::string explain(const Call& call, Phase phase, int mtype) {
                       : "zero pivot: --type unsym or complex-unsym permutes large entries there";
       }
       break;
-    case -6:
-      meaning =
-          "the matrix is structurally singular: look for a free unknown or a "
-          "repeated equation";
-      break;
-    case -8:
-      meaning = "the factor is too large for 32-bit positions: try --ordering nd";
-      break;
     default:
       break;
   }

@@ -58,6 +58,18 @@ void* reallocate_bytes(void* old, std::uint64_t count, std::size_t size) {
   return memory;
 }
 
+unsigned counts_to_starts(int* start, unsigned n) {
+  start[0] = 0;
+  std::int64_t sum = 0;
+  for (unsigned i = 1; i <= n; ++i) {
+    sum += start[i];
+    if (sum > std::numeric_limits<int>::max())
+      out_of_memory("ERROR: more entries than 32-bit row starts can count!");
+    start[i] = static_cast<int>(sum);
+  }
+  return static_cast<unsigned>(sum);
+}
+
 void MessageText::add(const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);

@@ -7,12 +7,15 @@
 /// process with exit code 7, so no caller tests for null and no exception leaves a routine.
 #pragma once
 
-#include <complex>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <new>
 #include <utility>
+#include <vector>
 
+#include "base/values.hpp"
 #include "norv.h"
 
 /// Level of messages, 0 silent, 1 errors to statistics, 2 all.
@@ -60,28 +63,34 @@ T* reallocate(T* old, std::uint64_t count) {
   return static_cast<T*>(reallocate_bytes(old, count, sizeof(T)));
 }
 
-/// Array that lives as long as its scope.  T is a plain type; values are undefined at first,
-/// or `value` everywhere.
+/// Allocator that ends the process instead of throwing, and leaves new values undefined.
 template <class T>
-class Scratch {
- public:
-  explicit Scratch(std::uint64_t count) : first_(allocate<T>(count)) {}
-  Scratch(std::uint64_t count, T value) : Scratch(count) {
-    for (std::uint64_t i = 0; i < count; ++i) first_[i] = value;
+struct CheckedAllocator {
+  using value_type = T;
+  CheckedAllocator() = default;
+  template <class U>
+  CheckedAllocator(const CheckedAllocator<U>&) {}
+  T* allocate(std::size_t count) { return vlm::allocate<T>(count); }
+  void deallocate(T* p, std::size_t) { std::free(p); }
+  template <class U>
+  void construct(U* p) {
+    ::new (static_cast<void*>(p)) U;
   }
-  ~Scratch() { std::free(first_); }
-  Scratch(Scratch&& other) noexcept : first_(std::exchange(other.first_, nullptr)) {}
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
-
-  T& operator[](std::size_t i) { return first_[i]; }
-  const T& operator[](std::size_t i) const { return first_[i]; }
-  T* data() { return first_; }
-  const T* data() const { return first_; }
-
- private:
-  T* first_;
+  template <class U, class... Args>
+  void construct(U* p, Args&&... args) {
+    ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+  }
+  friend bool operator==(CheckedAllocator, CheckedAllocator) { return true; }
 };
+
+/// Array that lives as long as its scope.
+template <class T>
+using Buffer = std::vector<T, CheckedAllocator<T>>;
+
+/// Counts in start[1..n] to row starts in start[0..n]; start[0] is 0.  The sum must fit 32 bits,
+/// otherwise the process ends as for exhausted memory.
+/// @return  number of entries
+unsigned counts_to_starts(int* start, unsigned n);
 
 /// Text put together piece by piece, so that a table or a row is one message of the log.
 class MessageText {
@@ -100,8 +109,6 @@ class MessageText {
   std::size_t capacity_ = 1;
 };
 
-using zcomplex = std::complex<double>;
-
 /// Calls f with a value of the type that the flag stands for, so that one generic lambda holds
 /// the loop for real and complex values: by_kind(x->is_complex, [&](auto kind) {...}).
 template <class F>
@@ -109,24 +116,8 @@ decltype(auto) by_kind(int is_complex, F&& f) {
   return is_complex ? f(zcomplex{}) : f(double{});
 }
 
-/// The values of an array of doubles as T: one double or two adjacent ones each.
-template <class T>
-T* values_as(double* a) {
-  return reinterpret_cast<T*>(a);
-}
-template <class T>
-const T* values_as(const double* a) {
-  return reinterpret_cast<const T*>(a);
-}
-
-/// Product by the plain formula.  The operator of std::complex repairs infinite parts of
-/// products with NaN by a call, which keeps loops from being vectorized.
-inline double product(double a, double b) { return a * b; }
-inline zcomplex product(double a, zcomplex b) { return {a * b.real(), a * b.imag()}; }
-inline zcomplex product(zcomplex a, double b) { return {a.real() * b, a.imag() * b}; }
-inline zcomplex product(zcomplex a, zcomplex b) {
-  return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
-}
+/// The larger number, or the one that is none.
+inline double larger(double a, double b) { return a >= b || std::isnan(a) ? a : b; }
 
 /// Doubles that a value takes in memory.
 inline std::uint64_t doubles_per_value(int is_complex) { return is_complex ? 2 : 1; }

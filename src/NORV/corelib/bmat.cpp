@@ -40,7 +40,7 @@ void gemv(double alpha, double beta, const bmat* B, const vec* x, vec* y, bool t
   NORV_ASSERT(x != y);
   const std::size_t bn = B->bn;
   vlm::scale_or_clear(beta, y->v, y->n);
-  vlm::Scratch<double> sum(bn), scaled_x(bn);
+  vlm::Buffer<double> sum(bn), scaled_x(bn);
   for (std::size_t i = 0; i < B->m; ++i) {
     std::fill_n(sum.data(), bn, 0.0);
     if (trans || B->sym)

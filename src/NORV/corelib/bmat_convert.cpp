@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 /// Between sparse matrices of entries and of blocks.
 #include "NORV/corelib/bmat_common.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 using vlm::block;
 using vlm::require;
@@ -71,7 +72,7 @@ bmat* bmat_new_from_smat(const smat* A, unsigned int bn) {
   NORV_ASSERT(A->m % bn == 0);
   NORV_ASSERT(A->n % bn == 0);
   const unsigned m = A->m / bn, n = A->n / bn;
-  vlm::Scratch<int> seen(n, 0), found(n);
+  vlm::Buffer<int> seen(n, 0), found(n);
   std::uint64_t nzb = 0;
   for (unsigned i = 0; i < m; ++i) nzb += block_columns(A, bn, i, seen.data(), found.data());
 
@@ -88,42 +89,29 @@ bmat* bmat_new_from_smat(const smat* A, unsigned int bn) {
 
 smat* bmat_to_smat(const bmat* B) {
   require(B);
-  unsigned nnz = 0;
-  for_each_stored(B, [&](std::size_t, std::size_t, double) { ++nnz; });
-  smat* A =
-      smat_new_nnz(static_cast<unsigned>(vlm::rows(B)), static_cast<unsigned>(vlm::columns(B)), nnz,
-                   B->sym ? NORV_REAL_SYM : NORV_REAL_UNSYM);
+  smat* A = smat_new(static_cast<unsigned>(vlm::rows(B)), static_cast<unsigned>(vlm::columns(B)),
+                     vlm::norv::type_of(B->sym, 0));
+  for_each_stored(B, [&](std::size_t i, std::size_t, double) { ++A->ia[i + 1]; });
+  vlm::norv::reserve_entries(A, vlm::counts_to_starts(A->ia, A->m));
   int place = 0;
-  for_each_stored(B, [&](std::size_t i, std::size_t j, double value) {
+  for_each_stored(B, [&](std::size_t, std::size_t j, double value) {
     A->ja[place] = static_cast<int>(j);
-    A->a[place] = value;
-    A->ia[i + 1] = ++place;
+    A->a[place++] = value;
   });
-  // Rows without an entry end where the row before them ends.
-  for (std::size_t i = 1; i <= A->m; ++i) A->ia[i] = std::max(A->ia[i], A->ia[i - 1]);
   return A;
 }
 
 smat* bmat_fake_smat(const bmat* B) {
   require(B);
-  return smat_new_from(B->m, B->n, B->ia, B->ja, nullptr, B->sym ? NORV_REAL_SYM : NORV_REAL_UNSYM,
-                       0);
+  return smat_new_from(B->m, B->n, B->ia, B->ja, nullptr, vlm::norv::type_of(B->sym, 0), 0);
 }
 
 bmat* bmat_copy_full_structure(const bmat* B) {
   require(B);
-  // next(i): where the next block of row i goes; at first its number of blocks.
-  vlm::Scratch<int> next(std::uint64_t{B->m} + 1, 0);
-  std::uint64_t nzb = 0;
-  vlm::for_each_block(B, [&](unsigned i, unsigned j, std::size_t) {
-    ++next[i], ++nzb;
-    if (B->sym && i != j) ++next[j], ++nzb;
-  });
-  bmat* full = bmat_new_nzb(B->m, B->n, static_cast<unsigned>(nzb), B->bn, 0);
-  for (unsigned i = 0; i < B->m; ++i) {
-    full->ia[i + 1] = full->ia[i] + next[i];
-    next[i] = full->ia[i];
-  }
+  bmat* full = bmat_new(B->m, B->n, B->bn, 0);
+  vlm::norv::for_each_place(*B, [&](int i, int, int) { ++full->ia[i + 1]; });
+  bmat_realloc(full, vlm::counts_to_starts(full->ia, full->m));
+  vlm::Buffer<int> next(full->ia, full->ia + full->m);
   // Rows are walked in order, so a row gets its mirrored blocks, whose columns are smaller,
   // before its own.
   vlm::for_each_block(B, [&](unsigned i, unsigned j, std::size_t k) {
@@ -144,7 +132,7 @@ int bmat_equal_smat(const bmat* B, const smat* A) {
   bmat* blocks = bmat_copy_full_structure(B);
   smat* entries = smat_copy_full_structure(A);
   const std::size_t bn = B->bn;
-  vlm::Scratch<double> row(A->n, 0.0);
+  vlm::Buffer<double> row(A->n, 0.0);
   bool equal = true;
   for (std::size_t i = 0; i < A->m && equal; ++i) {
     for (int k = entries->ia[i]; k < entries->ia[i + 1]; ++k) row[entries->ja[k]] += entries->a[k];

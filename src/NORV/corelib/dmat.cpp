@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "NORV/corelib/dmat_common.hpp"
+#include "NORV/corelib/smat_rows.hpp"
 
 using vlm::count;
 using vlm::require;
@@ -13,28 +14,15 @@ using vlm::row;
 
 namespace {
 
-/// Calls f(i, j, value) for every entry of a real smat; a symmetric matrix is completed.
-template <class F>
-void for_each_entry(const smat* A, F&& f) {
-  NORV_ASSERT(A != 0);
-  NORV_ASSERT(!A->is_complex);
-  for (unsigned i = 0; i < A->m; ++i) {
-    for (int k = A->ia[i]; k < A->ia[i + 1]; ++k) {
-      const auto j = static_cast<unsigned>(A->ja[k]);
-      f(i, j, A->a[k]);
-      if (A->sym && j != i) f(j, i, A->a[k]);
-    }
-  }
-}
-
 /// The diagonal of a diagonal matrix of size n.
-vlm::Scratch<double> diagonal(const smat* D, unsigned n) {
+vlm::Buffer<double> diagonal(const smat* D, unsigned n) {
   NORV_ASSERT(D != 0);
   NORV_ASSERT(D->m == n && D->n == n);
-  vlm::Scratch<double> d(n, 0.0);
-  for_each_entry(D, [&](unsigned i, unsigned j, double value) {
+  vlm::Buffer<double> d(n, 0.0);
+  NORV_ASSERT(!D->is_complex);
+  vlm::norv::for_each_entry(vlm::norv::rows<double>(D), [&](int i, int j, double value) {
     NORV_ASSERT_TEXT(i == j, "D is diagonal");
-    d[i] += value;
+    d[static_cast<std::size_t>(i)] += value;
   });
   return d;
 }
@@ -108,8 +96,11 @@ void smat_into_dmat(dmat* dst, const smat* A) {
   NORV_ASSERT(A != 0);
   require(dst);
   NORV_ASSERT(dst->m == A->m && dst->n == A->n);
+  NORV_ASSERT(!A->is_complex);
   dmat_clear(dst);
-  for_each_entry(A, [dst](unsigned i, unsigned j, double value) { row(dst, i)[j] += value; });
+  vlm::norv::for_each_entry(vlm::norv::rows<double>(A), [dst](int i, int j, double value) {
+    row(dst, static_cast<std::size_t>(i))[j] += value;
+  });
 }
 
 dmat* dmat_get_diag_block_from_smat(dmat* dst, const smat* A, unsigned int first,
@@ -147,7 +138,7 @@ void dmat_copy_to(dmat* dst, const dmat* src) {
 
 void dmat_trans(dmat* A) {
   require(A);
-  vlm::Scratch<double> values(count(A));
+  vlm::Buffer<double> values(count(A));
   std::copy_n(A->a, count(A), values.data());
   const dmat old{A->m, A->n, values.data(), nullptr};
   std::swap(A->m, A->n);
@@ -190,7 +181,7 @@ double dmat_inf_norm(const dmat* A) {
   for (std::size_t i = 0; i < A->m; ++i) {
     double sum = 0.0;
     for (std::size_t j = 0; j < A->n; ++j) sum += std::abs(row(A, i)[j]);
-    if (sum > norm || std::isnan(sum)) norm = sum;
+    norm = vlm::larger(norm, sum);
   }
   return norm;
 }

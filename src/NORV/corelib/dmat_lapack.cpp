@@ -7,7 +7,7 @@
 #include <limits>
 
 #include "NORV/corelib/dmat_common.hpp"
-#include "kernels/blas.hpp"
+#include "NORV/corelib/lapack.hpp"
 
 using vlm::count;
 using vlm::require;
@@ -32,14 +32,14 @@ bool all_finite(const dmat* A) {
 }
 
 /// The values of A, for a routine that destroys them.
-vlm::Scratch<double> copy_of(const dmat* A) {
-  vlm::Scratch<double> values(count(A));
+vlm::Buffer<double> copy_of(const dmat* A) {
+  vlm::Buffer<double> values(count(A));
   std::copy_n(A->a, count(A), values.data());
   return values;
 }
 
-vlm::Scratch<double> workspace(int n) {
-  return vlm::Scratch<double>(static_cast<std::uint64_t>(std::max(1, n)) * block_columns);
+vlm::Buffer<double> workspace(int n) {
+  return vlm::Buffer<double>(static_cast<std::uint64_t>(std::max(1, n)) * block_columns);
 }
 
 /// C := alpha A op(B) + beta C for row-major matrices.
@@ -52,9 +52,9 @@ void multiply(double alpha, const dmat* A, const dmat* B, bool transpose_b, doub
   NORV_ASSERT(C->m == A->m && C->n == columns);
   NORV_ASSERT(C != A && C != B);
   if (count(C) == 0) return;
-  vlm::blas::gemm(transpose_b ? 'T' : 'N', 'N', dimension(columns), dimension(A->m),
-                  dimension(inner), alpha, B->a, leading(B->n), A->a, leading(A->n), beta, C->a,
-                  leading(C->n));
+  vlm::lapack::gemm(transpose_b ? 'T' : 'N', 'N', dimension(columns), dimension(A->m),
+                    dimension(inner), alpha, B->a, leading(B->n), A->a, leading(A->n), beta, C->a,
+                    leading(C->n));
 }
 
 /// A op(B), in dst or a new matrix.
@@ -76,8 +76,8 @@ void dmat_gemv_blas(double alpha, double beta, const dmat* A, const vec* x, vec*
   if (count(A) == 0)  // the BLAS would leave y as it is
     vlm::scale_or_clear(beta, y->v, y->n);
   else
-    vlm::blas::gemv('T', dimension(A->n), dimension(A->m), alpha, A->a, leading(A->n), x->v, 1,
-                    beta, y->v, 1);
+    vlm::lapack::gemv('T', dimension(A->n), dimension(A->m), alpha, A->a, leading(A->n), x->v, 1,
+                      beta, y->v, 1);
 }
 
 void dmat_dgemm(double alpha, const dmat* A, const dmat* B, double beta, dmat* C) {
@@ -93,7 +93,7 @@ dmat* dmat_matmul_ABt(dmat* dst, const dmat* A, const dmat* B) { return product(
 void dmat_lu(dmat* A) {
   const int n = require_square(A);
   if (!A->perm) A->perm = vlm::allocate<int>(A->n);
-  const int zero_pivot = vlm::blas::getrf(n, n, A->a, leading(A->n), A->perm);
+  const int zero_pivot = vlm::lapack::getrf(n, n, A->a, leading(A->n), A->perm);
   if (zero_pivot > 0)
     _norv_print_warn_msg("Dense matrix is singular (pivot %d is zero).", zero_pivot - 1);
 }
@@ -104,27 +104,27 @@ void dmat_lu_solve(const dmat* LU, double* x, const double* b) {
   NORV_ASSERT(LU->perm != 0);
   NORV_ASSERT(x != 0 && b != 0);
   if (x != b) std::copy_n(b, n, x);
-  vlm::blas::getrs('T', n, 1, LU->a, n, LU->perm, x, n);
+  vlm::lapack::getrs('T', n, 1, LU->a, n, LU->perm, x, n);
 }
 
 int dmat_invert(dmat* A) {
   const int n = require_square(A);
-  vlm::Scratch<int> pivots(A->n);
-  if (vlm::blas::getrf(n, n, A->a, leading(A->n), pivots.data()) != 0) return 0;
-  vlm::Scratch<double> work = workspace(n);
+  vlm::Buffer<int> pivots(A->n);
+  if (vlm::lapack::getrf(n, n, A->a, leading(A->n), pivots.data()) != 0) return 0;
+  vlm::Buffer<double> work = workspace(n);
   const int lwork = std::max(1, n) * block_columns;
-  return vlm::blas::getri(n, A->a, leading(A->n), pivots.data(), work.data(), lwork) == 0;
+  return vlm::lapack::getri(n, A->a, leading(A->n), pivots.data(), work.data(), lwork) == 0;
 }
 
 int dmat_invert_sym(dmat* A) {
   const int n = require_square(A);
-  vlm::Scratch<int> pivots(A->n);
-  vlm::Scratch<double> work = workspace(n);
+  vlm::Buffer<int> pivots(A->n);
+  vlm::Buffer<double> work = workspace(n);
   const int lwork = std::max(1, n) * block_columns;
   // The upper triangle by rows is the lower one by columns.
-  if (vlm::blas::sytrf('L', n, A->a, leading(A->n), pivots.data(), work.data(), lwork) != 0)
+  if (vlm::lapack::sytrf('L', n, A->a, leading(A->n), pivots.data(), work.data(), lwork) != 0)
     return 0;
-  if (vlm::blas::sytri('L', n, A->a, leading(A->n), pivots.data(), work.data()) != 0) return 0;
+  if (vlm::lapack::sytri('L', n, A->a, leading(A->n), pivots.data(), work.data()) != 0) return 0;
   dense_U_to_full(A->n, A->a);
   return 1;
 }
@@ -135,14 +135,14 @@ int dmat_solve_least_squares(const dmat* A, double* x, const double* b) {
   if (A->n == 0) return 1;
   NORV_ASSERT(x != 0 && b != 0);
   const int m = dimension(A->m), n = dimension(A->n);
-  vlm::Scratch<double> columns(count(A)), tau(A->n), rhs(A->m), work = workspace(n + block_columns);
+  vlm::Buffer<double> columns(count(A)), tau(A->n), rhs(A->m), work = workspace(n + block_columns);
   dmat transposed{A->n, A->m, columns.data(), nullptr};
   dmat_copy_trans_to(&transposed, A);
   std::copy_n(b, m, rhs.data());
 
   // Q R = A; the norms of the columns of R are those of A.
   const int lwork = (n + block_columns) * block_columns;
-  if (vlm::blas::geqrf(m, n, columns.data(), m, tau.data(), work.data(), lwork) != 0) return 0;
+  if (vlm::lapack::geqrf(m, n, columns.data(), m, tau.data(), work.data(), lwork) != 0) return 0;
   double largest = 0.0;
   const auto r_diagonal = [&](int j) {
     return std::abs(columns[static_cast<std::size_t>(j) * static_cast<std::size_t>(m + 1)]);
@@ -152,10 +152,10 @@ int dmat_solve_least_squares(const dmat* A, double* x, const double* b) {
   for (int j = 0; j < n; ++j)
     if (!(r_diagonal(j) > negligible)) return 0;
 
-  if (vlm::blas::apply_qt(m, 1, n, columns.data(), m, tau.data(), rhs.data(), m, work.data(),
-                          lwork) != 0)
+  if (vlm::lapack::apply_qt(m, 1, n, columns.data(), m, tau.data(), rhs.data(), m, work.data(),
+                            lwork) != 0)
     return 0;
-  vlm::blas::trsv('U', 'N', 'N', n, columns.data(), m, rhs.data(), 1);
+  vlm::lapack::trsv('U', 'N', 'N', n, columns.data(), m, rhs.data(), 1);
   std::copy_n(rhs.data(), n, x);
   return 1;
 }
@@ -165,10 +165,10 @@ int dmat_sym_eigenvalues(const dmat* A, vec* lambda) {
   vlm::require_real(lambda, A->n);
   if (n == 0) return 1;
   if (!all_finite(A)) return 0;
-  vlm::Scratch<double> values = copy_of(A), work(26 * std::uint64_t{A->n});
-  vlm::Scratch<int> iwork(10 * std::uint64_t{A->n});
-  return vlm::blas::symmetric_eigenvalues('L', n, values.data(), n, lambda->v, work.data(),
-                                          iwork.data()) == 0;
+  vlm::Buffer<double> values = copy_of(A), work(26 * std::uint64_t{A->n});
+  vlm::Buffer<int> iwork(10 * std::uint64_t{A->n});
+  return vlm::lapack::symmetric_eigenvalues('L', n, values.data(), n, lambda->v, work.data(),
+                                            iwork.data()) == 0;
 }
 
 int dmat_generalized_eigenvalues(const dmat* A, const dmat* B, vec* lambda) {
@@ -180,10 +180,10 @@ int dmat_generalized_eigenvalues(const dmat* A, const dmat* B, vec* lambda) {
   if (n == 0) return 1;
   if (!all_finite(A) || !all_finite(B)) return 0;
   // The pencil of the transposes has the same eigenvalues.
-  vlm::Scratch<double> a = copy_of(A), b = copy_of(B), work(8 * std::uint64_t{A->n});
-  vlm::Scratch<double> re(A->n), im(A->n), beta(A->n);
-  if (vlm::blas::pencil_eigenvalues(n, a.data(), n, b.data(), n, re.data(), im.data(), beta.data(),
-                                    work.data()) != 0)
+  vlm::Buffer<double> a = copy_of(A), b = copy_of(B), work(8 * std::uint64_t{A->n});
+  vlm::Buffer<double> re(A->n), im(A->n), beta(A->n);
+  if (vlm::lapack::pencil_eigenvalues(n, a.data(), n, b.data(), n, re.data(), im.data(),
+                                      beta.data(), work.data()) != 0)
     return 0;
   for (std::size_t k = 0; k < A->n; ++k) {
     lambda->v[2 * k] = re[k] / beta[k];

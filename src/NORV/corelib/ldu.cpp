@@ -10,7 +10,8 @@
 
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -27,11 +28,11 @@ void sweep(const Rows<T>& A, Sweep kind, T* x) {
     const int i = forward ? step : A.m - 1 - step;
     if (by_rows) {
       T sum{};
-      for (int k = A.ia[i]; k < A.ia[i + 1]; ++k) sum = madd(sum, A.a[k], x[A.ja[k]]);
+      for (int k = A.ia[i]; k < A.ia[i + 1]; ++k) add_product(sum, A.a[k], x[A.ja[k]]);
       x[i] -= sum;
     } else {
       const T xi = -x[i];
-      for (int k = A.ia[i]; k < A.ia[i + 1]; ++k) x[A.ja[k]] = madd(x[A.ja[k]], A.a[k], xi);
+      for (int k = A.ia[i]; k < A.ia[i + 1]; ++k) add_product(x[A.ja[k]], A.a[k], xi);
     }
   }
 }
@@ -73,13 +74,6 @@ smat* strict_part(const smat* A, F keep) {
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 ldu* ldu_new(void) { return allocate_cleared<ldu>(1); }
 
@@ -138,5 +132,3 @@ vec* ldu_fw_bw_solve_ldlt_V1(vec* x, const ldu* f, const vec* b) {
 vec* ldu_fw_bw_solve_ldlt(vec* x, const ldu* f, const vec* b) {
   return solve(x, f, b, f->L, Sweep::kForwardRows, f->L, Sweep::kBackwardColumns);
 }
-
-}  // extern "C"

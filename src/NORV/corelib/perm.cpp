@@ -86,7 +86,7 @@ perm* perm_copy_invert(perm* dst, const perm* src) {
 
 void perm_invert(perm* p) {
   NORV_ASSERT(p != 0);
-  vlm::Scratch<int> copy(length(p));
+  vlm::Buffer<int> copy(length(p));
   std::copy_n(p->p, p->n, copy.data());
   const perm old{p->n, copy.data()};
   perm_copy_invert(p, &old);

@@ -10,7 +10,7 @@ namespace {
 /// Walks the entries of A with the number of the block that each belongs to: `numbers` tells the
 /// block row or column of every row or column.  f(block, row, entry) gets them by rows.
 template <class F>
-void for_each_entry(const smat* A, const vlm::Scratch<unsigned>& numbers, unsigned nb, F&& f) {
+void for_each_entry(const smat* A, const vlm::Buffer<unsigned>& numbers, unsigned nb, F&& f) {
   for (std::size_t i = 0; i < A->m; ++i)
     for (int k = A->ia[i]; k < A->ia[i + 1]; ++k)
       f(static_cast<std::size_t>(numbers[i]) * nb + numbers[static_cast<std::size_t>(A->ja[k])], i,
@@ -18,29 +18,27 @@ void for_each_entry(const smat* A, const vlm::Scratch<unsigned>& numbers, unsign
 }
 
 /// Makes the blocks with room for their entries, and copies them with their own indices.
-void copy_blocks(sbmat* S, const smat* A, const vlm::Scratch<unsigned>& numbers,
-                 const vlm::Scratch<int>& first) {
+void copy_blocks(sbmat* S, const smat* A, const vlm::Buffer<unsigned>& numbers,
+                 const vlm::Buffer<int>& first) {
   const std::size_t nb = S->nb, width = vlm::doubles_per_value(A->is_complex);
-  vlm::Scratch<unsigned> count(nb * nb, 0);
+  vlm::Buffer<unsigned> count(nb * nb, 0);
   for_each_entry(A, numbers, S->nb, [&](std::size_t b, std::size_t, std::size_t) { ++count[b]; });
   for (std::size_t b = 0; b < nb * nb; ++b)
     S->blocks[b] = smat_new_nnz(static_cast<unsigned>(S->sizes[b / nb]),
                                 static_cast<unsigned>(S->sizes[b % nb]), count[b],
                                 A->is_complex ? NORV_CPX_UNSYM : NORV_REAL_UNSYM);
 
-  vlm::Scratch<int> place(nb * nb, 0);
+  vlm::Buffer<int> place(nb * nb, 0);
   for_each_entry(A, numbers, S->nb, [&](std::size_t b, std::size_t i, std::size_t k) {
     smat* const target = S->blocks[b];
     const auto put = static_cast<std::size_t>(place[b]++);
     target->ja[put] = A->ja[k] - first[b % nb];
     std::copy_n(A->a + k * width, width, target->a + put * width);
-    target->ia[i - static_cast<std::size_t>(first[b / nb]) + 1] = place[b];
+    ++target->ia[i - static_cast<std::size_t>(first[b / nb]) + 1];
   });
-  // Rows without an entry end where the row before them ends.
   for (std::size_t b = 0; b < nb * nb; ++b) {
     smat* const target = S->blocks[b];
-    for (std::size_t i = 1; i <= target->m; ++i)
-      target->ia[i] = std::max(target->ia[i], target->ia[i - 1]);
+    vlm::counts_to_starts(target->ia, target->m);
   }
 }
 
@@ -62,8 +60,8 @@ sbmat* sbmat_new(const smat* A, unsigned int nb, const int* sizes) {
   NORV_ASSERT(A != 0);
   NORV_ASSERT(A->m == A->n);
   NORV_ASSERT(sizes != 0 || nb == 0);
-  vlm::Scratch<unsigned> numbers(A->m);
-  vlm::Scratch<int> first(nb);
+  vlm::Buffer<unsigned> numbers(A->m);
+  vlm::Buffer<int> first(nb);
   std::int64_t sum = 0;
   for (unsigned b = 0; b < nb; ++b) {
     NORV_ASSERT(sizes[b] >= 0);

@@ -7,9 +7,8 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
+#include <limits>
 #include <numeric>
-#include <vector>
 
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
@@ -32,7 +31,7 @@ void set_head(smat* A) {
 /// A record without arrays.
 smat* new_record(unsigned m, unsigned n, int type) {
   NORV_ASSERT(type == 0 || type == 1 || type == 2 || type == 3);
-  smat* A = static_cast<smat*>(_norv_calloc(1, sizeof(smat)));
+  smat* A = allocate_cleared<smat>(1);
   A->m = m;
   A->n = n;
   A->sym = type & 1;
@@ -69,18 +68,6 @@ void reserve_entries(smat* A, unsigned nnz, bool with_values) {
   if (with_values) A->a = allocate<double>(doubles(A, nnz) + 1);
 }
 
-unsigned counts_to_starts(int* start, unsigned n) {
-  start[0] = 0;
-  std::int64_t sum = 0;
-  for (unsigned i = 1; i <= n; ++i) {
-    sum += start[i];
-    if (sum > std::numeric_limits<int>::max())
-      out_of_memory("ERROR: more entries than 32-bit row starts can count!");
-    start[i] = static_cast<int>(sum);
-  }
-  return static_cast<unsigned>(sum);
-}
-
 int find_entry(const smat* A, int i, int j) {
   const int *begin = A->ja + A->ia[i], *end = A->ja + A->ia[i + 1];
   const int* at = std::lower_bound(begin, end, j);
@@ -109,48 +96,12 @@ void set_shape(smat* A, unsigned m, unsigned n) {
   set_head(A);
 }
 
-smat* new_factor(unsigned m, unsigned n, unsigned estimate, int type, std::size_t* capacity) {
-  smat* L = smat_new(m, n, type);
-  // Room for fill * estimate entries, which 32-bit row starts must be able to count.
-  const auto places = [&](int fill) {
-    return std::size_t{estimate} * static_cast<unsigned>(fill) + 1;
-  };
-  const auto countable = [&](int fill) {
-    return places(fill) <= static_cast<std::size_t>(std::numeric_limits<int>::max());
-  };
-  const auto allocate = [&](int fill) {
-    if (!countable(fill)) return false;
-    L->ja = static_cast<int*>(std::malloc(places(fill) * sizeof(int)));
-    if (!L->ja) return false;
-    L->a = static_cast<double*>(std::malloc(doubles(L, places(fill)) * sizeof(double)));
-    if (L->a) return true;
-    std::free(L->ja);
-    L->ja = nullptr;
-    return false;
-  };
-  *capacity = 0;
-  int fill = 15;
-  while (fill > 0 && !allocate(fill)) {
-    NORV_DEBUG("smat", "Trying to allocate matrix with fill-in of %d ... failed", fill);
-    --fill;
-  }
-  if (fill == 0) return L;
-  NORV_DEBUG("smat", "Trying to allocate matrix with fill-in of %d ... success", fill);
-  NORV_DEBUG("smat", "Re-allocate matrix with fill-in of %d ... ", fill);
-  if (fill >= 3) {  // the freed room is left to the rest of the computation
-    --fill;
-    NORV_DEBUG("smat", "Re-allocate matrix with final fill-in of %d ... ", fill);
-    void* ja = std::realloc(L->ja, places(fill) * sizeof(int));
-    void* a = std::realloc(L->a, doubles(L, places(fill)) * sizeof(double));
-    if (!ja || !a) {
-      NORV_DEBUG("smat", "Trying to reallocate matrix will fill-in of %d ... failed", fill);
-      std::exit(7);
-    }
-    L->ja = static_cast<int*>(ja);
-    L->a = static_cast<double*>(a);
-  }
-  *capacity = places(fill) - 1;
-  return L;
+smat* new_diagonal(const smat* A) {
+  const unsigned n = std::min(A->m, A->n);
+  smat* D = smat_new_nnz(A->m, A->n, n, type_of(A));
+  for (unsigned i = 0; i < A->m; ++i) D->ia[i + 1] = static_cast<int>(std::min(i + 1, n));
+  std::iota(D->ja, D->ja + n, 0);
+  return D;
 }
 
 }  // namespace vlm::norv
@@ -158,12 +109,9 @@ smat* new_factor(unsigned m, unsigned n, unsigned estimate, int type, std::size_
 using namespace vlm;
 using namespace vlm::norv;
 
-extern "C" {
-
 smat* smat_new(unsigned m, unsigned n, int type) {
   smat* A = new_record(m, n, type);
-  A->ia = allocate<int>(std::size_t{m} + 1);
-  std::memset(A->ia, 0, (std::size_t{m} + 1) * sizeof(int));
+  A->ia = allocate_cleared<int>(std::uint64_t{m} + 1);
   return A;
 }
 
@@ -191,8 +139,45 @@ smat* smat_new_from_cpx(unsigned m, unsigned n, int* ia, int* ja, double* a, int
 }
 
 smat* Lmat_new_nnz(unsigned m, unsigned n, unsigned estimate, int type) {
-  std::size_t capacity = 0;
-  return new_factor(m, n, estimate, type, &capacity);
+  smat* L = smat_new(m, n, type);
+  // Room for fill * estimate entries, which 32-bit row starts must be able to count.
+  const auto places = [&](int fill) {
+    return std::size_t{estimate} * static_cast<unsigned>(fill) + 1;
+  };
+  const auto countable = [&](int fill) {
+    return places(fill) <= static_cast<std::size_t>(std::numeric_limits<int>::max());
+  };
+  const auto allocate = [&](int fill) {
+    if (!countable(fill)) return false;
+    L->ja = static_cast<int*>(std::malloc(places(fill) * sizeof(int)));
+    if (!L->ja) return false;
+    L->a = static_cast<double*>(std::malloc(doubles(L, places(fill)) * sizeof(double)));
+    if (L->a) return true;
+    std::free(L->ja);
+    L->ja = nullptr;
+    return false;
+  };
+  int fill = 15;
+  while (fill > 0 && !allocate(fill)) {
+    NORV_DEBUG("smat", "Trying to allocate matrix with fill-in of %d ... failed", fill);
+    --fill;
+  }
+  if (fill == 0) return L;
+  NORV_DEBUG("smat", "Trying to allocate matrix with fill-in of %d ... success", fill);
+  NORV_DEBUG("smat", "Re-allocate matrix with fill-in of %d ... ", fill);
+  if (fill >= 3) {  // the freed room is left to the rest of the computation
+    --fill;
+    NORV_DEBUG("smat", "Re-allocate matrix with final fill-in of %d ... ", fill);
+    void* ja = std::realloc(L->ja, places(fill) * sizeof(int));
+    void* a = std::realloc(L->a, doubles(L, places(fill)) * sizeof(double));
+    if (!ja || !a) {
+      NORV_DEBUG("smat", "Trying to reallocate matrix will fill-in of %d ... failed", fill);
+      std::exit(exit_out_of_memory);
+    }
+    L->ja = static_cast<int*>(ja);
+    L->a = static_cast<double*>(a);
+  }
+  return L;
 }
 
 smat* smat_new_from_coord(unsigned m, unsigned n, unsigned nnz, const int* row, const int* col,
@@ -259,7 +244,5 @@ void smat_to_fortran_indexing(smat* mat) {
   NORV_ASSERT(mat->ia[0] == 0);
   shift_indices(mat, 1);
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT(NORVMORA_ALIAS)

@@ -8,7 +8,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -24,24 +25,10 @@ int find_completed(const smat* A, unsigned i, unsigned j) {
 template <typename F>
 void count_by_row(const smat* A, int* count, F wanted) {
   std::fill_n(count, A->m, 0);
-  const int m = static_cast<int>(A->m);
-  for (int i = 0; i < m; ++i) {
-    for (int k = A->ia[i]; k < A->ia[i + 1]; ++k) {
-      const int j = A->ja[k];
-      count[i] += wanted(i, j);
-      if (A->sym && j != i) count[j] += wanted(j, i);
-    }
-  }
+  for_each_place(*A, [&](int i, int j, int) { count[i] += wanted(i, j); });
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 double smat_get_ij_elem(const smat* A, unsigned i, unsigned j) {
   NORV_ASSERT(!A->is_complex);
@@ -70,10 +57,8 @@ vec* smat_get_diag(vec* dst, const smat* A) {
   NORV_ASSERT(dst->is_complex == A->is_complex);
   by_kind(A->is_complex, [&](auto zero) {
     using T = decltype(zero);
-    for (unsigned i = 0; i < n; ++i) {
-      const int k = find_entry(A, static_cast<int>(i), static_cast<int>(i));
-      values_as<T>(dst->v)[i] = k < 0 ? zero : values_as<T>(A->a)[k];
-    }
+    for_each_diagonal(
+        A, [&](int i, int k) { values_as<T>(dst->v)[i] = k < 0 ? zero : values_as<T>(A->a)[k]; });
   });
   return dst;
 }
@@ -116,7 +101,5 @@ void smat_col_index_free(smat_col_index* index) {
   std::free(index->place);
   std::free(index);
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_ACCESS(NORVMORA_ALIAS)

@@ -9,7 +9,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -110,13 +111,6 @@ void to_scaling(vec* v) {
 
 }  // namespace
 
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
-
 unsigned smat_guess_constraint_size(const smat* A) {
   const unsigned size =
       by_kind(A->is_complex, [&](auto zero) { return constraint_size(rows<decltype(zero)>(A)); });
@@ -178,17 +172,9 @@ vec* smat_get_diag_scaling(vec* dst, const smat* A) {
   const unsigned n = std::min(A->m, A->n);
   if (!dst) dst = vec_new(n);
   NORV_ASSERT(dst->n == n && !dst->is_complex);
-  by_kind(A->is_complex, [&](auto zero) {
-    using T = decltype(zero);
-    for (unsigned i = 0; i < n; ++i) {
-      const int k = find_entry(A, static_cast<int>(i), static_cast<int>(i));
-      dst->v[i] = k < 0 ? 0.0 : modulus(values_as<T>(A->a)[k]);
-    }
-  });
+  by_kind(A->is_complex, [&](auto zero) { diagonal_moduli<decltype(zero)>(A, dst->v); });
   to_scaling(dst);
   return dst;
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_ANALYSIS(NORVMORA_ALIAS)

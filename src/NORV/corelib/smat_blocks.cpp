@@ -8,7 +8,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -148,13 +149,6 @@ smat* condense(const smat* A, unsigned bs) {
 
 }  // namespace
 
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
-
 smat* smat_get_sym_block_diag(const smat* A, unsigned bs) {
   NORV_ASSERT(A->sym);
   NORV_ASSERT(!A->is_complex);
@@ -185,7 +179,5 @@ smat* smat_block_condense_max(const smat* A, unsigned bs) {
   NORV_ASSERT(bs > 0);
   return by_kind(A->is_complex, [&](auto zero) { return condense<decltype(zero)>(A, bs); });
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_BLOCKS(NORVMORA_ALIAS)

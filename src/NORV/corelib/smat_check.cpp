@@ -8,7 +8,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -34,13 +35,6 @@ bool check_scaled_values(const Rows<T>& A) {
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 int smat_check_ia(const smat* A) {
   bool ok = true;
@@ -136,7 +130,5 @@ int smat_is_mps_consistent(const smat* A) {
   return by_kind(A->is_complex,
                  [&](auto zero) { return check_scaled_values(rows<decltype(zero)>(A)); });
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_CHECK(NORVMORA_ALIAS)

@@ -8,7 +8,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -34,13 +35,6 @@ void for_each_block(const smat* A, int i, F f) {
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 smat* smat_cpx_to_2x2(const smat* A) {
   NORV_ASSERT(A->is_complex);
@@ -91,7 +85,5 @@ smat* smat_2x2_to_cpx(const smat* A) {
   }
   return B;
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_CPX(NORVMORA_ALIAS)

@@ -10,7 +10,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -47,7 +48,7 @@ smat* multiply_matrices(const Rows<T>& A, const Rows<T>& B, bool upper_only, int
         sum[j] = T{};
         C->ja[put++] = j;
       }
-      sum[j] = madd(sum[j], A.a[p], B.a[q]);
+      add_product(sum[j], A.a[p], B.a[q]);
     });
     std::sort(C->ja + C->ia[i], C->ja + put);
     for (int k = C->ia[i]; k < put; ++k) c[k] = sum[C->ja[k]];
@@ -79,13 +80,6 @@ smat* diag_product(const smat* B, const vec* d) {
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 smat* smat_matmul(const smat* A, const smat* B) {
   NORV_ASSERT(A->n == B->m);
@@ -124,7 +118,5 @@ smat* smat_matmul_diag_BBt_kkt(const smat* K, unsigned nf, const vec* d) {
   smat_free(B);
   return product;
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_MATMUL(NORVMORA_ALIAS)

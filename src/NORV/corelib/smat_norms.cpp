@@ -8,15 +8,13 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
 enum class Side { kRow, kColumn };
 enum class Kind { kSum, kLargest };
-
-/// The larger number, or the one that is none.
-double larger(double a, double b) { return a >= b || std::isnan(a) ? a : b; }
 
 /// Sum or largest of the moduli in every row, or column, of the completed matrix.
 vec* line_norms(vec* dst, const smat* A, Side side, Kind kind) {
@@ -58,13 +56,6 @@ bool same_values(const smat* A, const smat* B) {
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 double smat_frobenius_norm(const smat* A) {
   // Scaled by the largest modulus, so that squares neither overflow nor vanish.
@@ -118,7 +109,5 @@ int smat_equal(const smat* A, const smat* B) {
   smat_free(full);
   return equal;
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_NORMS(NORVMORA_ALIAS)

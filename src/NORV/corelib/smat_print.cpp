@@ -6,7 +6,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -33,13 +34,6 @@ void print_array(const char* name, const T* v, std::size_t count) {
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 void smat_print_named(const smat* A, const char* name) {
   _norv_print_stat_msg("%s: %d x %d, nnz %d, %s", name, static_cast<int>(A->m),
@@ -90,7 +84,5 @@ void print_residual(const smat* A, const vec* x, const vec* b) {
                        norm_b > 0.0 ? norm_r / norm_b : norm_r);
   vec_release(r);
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_PRINT(NORVMORA_ALIAS)

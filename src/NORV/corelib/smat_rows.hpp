@@ -1,33 +1,24 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// What the smat routines share: scalars, arrays and walks over compressed rows.
+/// What the smat routines share: scalars and walks over compressed rows.
 ///
 /// A routine that acts on real and complex matrices alike is one template over the scalar T,
 /// double or complex<double>; by_kind picks the instance from the record.  Rows<T> is the
 /// read-only look at a record that such templates take: 0-based, row i at ia[i] .. ia[i+1]-1.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
-#include <complex>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <utility>
-#include <vector>
 
 #include "NORV/corelib/base.hpp"
-#include "norv.h"
 
 namespace vlm::norv {
 
 // ---- scalars ----------------------------------------------------------------------------
 
-/// acc + a * b.  Complex products are spelled out: the library's own recover infinities from
-/// NaN, a branch in every product.
-inline double madd(double acc, double a, double b) { return acc + a * b; }
-inline zcomplex madd(zcomplex acc, zcomplex a, zcomplex b) {
-  return {acc.real() + a.real() * b.real() - a.imag() * b.imag(),
-          acc.imag() + a.real() * b.imag() + a.imag() * b.real()};
-}
 /// Quotient after R. Smith, "Algorithm 116: Complex division", 1962: the larger part of the
 /// divisor decides which part is divided by.
 inline double quotient(double a, double b) { return a / b; }
@@ -48,24 +39,6 @@ inline double real_part(double a) { return a; }
 inline double real_part(zcomplex a) { return a.real(); }
 inline double imag_part(double) { return 0.0; }
 inline double imag_part(zcomplex a) { return a.imag(); }
-
-// ---- arrays -----------------------------------------------------------------------------
-
-/// Allocator that ends the process instead of throwing.
-template <typename T>
-struct CheckedAllocator {
-  using value_type = T;
-  CheckedAllocator() = default;
-  template <typename U>
-  CheckedAllocator(const CheckedAllocator<U>&) {}
-  T* allocate(std::size_t count) { return vlm::allocate<T>(count); }
-  void deallocate(T* p, std::size_t) { std::free(p); }
-  friend bool operator==(CheckedAllocator, CheckedAllocator) { return true; }
-};
-
-/// Scratch that can be filled from a range and grow.
-template <typename T>
-using Buffer = std::vector<T, CheckedAllocator<T>>;
 
 // ---- rows -------------------------------------------------------------------------------
 
@@ -90,16 +63,23 @@ inline unsigned size(const perm* p) { return static_cast<unsigned>(p->n); }
 inline int type_of(int sym, int is_complex) { return (sym ? 1 : 0) + (is_complex ? 2 : 0); }
 inline int type_of(const smat* A) { return type_of(A->sym, A->is_complex); }
 
-/// f(i, j, v) for every entry of the completed matrix: stored ones, and the mirror images that
-/// a symmetric matrix leaves out.
-template <typename T, typename F>
-void for_each_entry(const Rows<T>& A, F f) {
-  for (int i = 0; i < A.m; ++i) {
+/// f(i, j, k) for every entry (i, j) of the completed matrix, an smat or Rows: stored ones, and
+/// the mirror images that a symmetric matrix leaves out.  k is the place in ja and a.
+template <typename Matrix, typename F>
+void for_each_place(const Matrix& A, F f) {
+  const int m = static_cast<int>(A.m);
+  for (int i = 0; i < m; ++i) {
     for (int k = A.ia[i]; k < A.ia[i + 1]; ++k) {
-      f(i, A.ja[k], A.a[k]);
-      if (A.sym && A.ja[k] != i) f(A.ja[k], i, A.a[k]);
+      f(i, A.ja[k], k);
+      if (A.sym && A.ja[k] != i) f(A.ja[k], i, k);
     }
   }
+}
+
+/// The same with the value: f(i, j, v).
+template <typename T, typename F>
+void for_each_entry(const Rows<T>& A, F f) {
+  for_each_place(A, [&](int i, int j, int k) { f(i, j, A.a[k]); });
 }
 
 /// Drops in place the entries for which keep(i, j, v) is false.  The arrays keep their room, so
@@ -125,10 +105,30 @@ void keep_entries(smat* A, F keep) {
 /// Place of entry (i, j) in ja and a, or -1.  The row's columns rise; O(log of its length).
 int find_entry(const smat* A, int i, int j);
 
-/// Counts in start[1..n] to row starts in start[0..n]; start[0] is 0.  The sum must fit 32 bits,
-/// otherwise the process ends as for exhausted memory.
-/// @return  number of entries
-unsigned counts_to_starts(int* start, unsigned n);
+/// f(i, k) for the diagonal entries (i, i), k their place or -1.
+template <typename F>
+void for_each_diagonal(const smat* A, F f) {
+  const int n = static_cast<int>(std::min(A->m, A->n));
+  for (int i = 0; i < n; ++i) f(i, find_entry(A, i, i));
+}
+
+/// The moduli of the diagonal, 0 where nothing is stored, to d[0..min(m,n)-1].
+template <typename T>
+void diagonal_moduli(const smat* A, double* d) {
+  for_each_diagonal(A, [&](int i, int k) { d[i] = k < 0 ? 0.0 : modulus(values_as<T>(A->a)[k]); });
+}
+
+/// New matrix of A's shape and type with the diagonal as its pattern; values are undefined.
+smat* new_diagonal(const smat* A);
+
+/// f(values of x as T) with T A's kind of values: beside a complex A a real x is widened.
+template <typename F>
+void with_values_of_kind(const smat* A, const vec* x, F f) {
+  if (A->is_complex == x->is_complex)
+    return by_kind(A->is_complex, [&](auto zero) { f(values_as<decltype(zero)>(x->v)); });
+  const Buffer<zcomplex> widened(x->v, x->v + x->n);
+  f(widened.data());
+}
 
 /// Gives a record without entries its arrays for nnz of them, and sets nnz.  A bare structure
 /// has no values.
@@ -140,9 +140,6 @@ void sort_rows(smat* A);
 
 /// Gives A the arrays and the shape of B, frees A's own and the header of B.
 void adopt(smat* A, smat* B);
-
-/// A factor as Lmat_new_nnz() makes it; capacity: entries that ja and a have room for, out.
-smat* new_factor(unsigned m, unsigned n, unsigned estimate, int type, std::size_t* capacity);
 
 /// Changes m and n, in the embedded operator too; the arrays must fit.
 void set_shape(smat* A, unsigned m, unsigned n);

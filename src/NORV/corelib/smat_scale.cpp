@@ -3,12 +3,12 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <numeric>
 
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -42,6 +42,14 @@ void update_entries(smat* A, F f) {
   }
 }
 
+/// Traps scaling vectors that do not fit.
+void require_scaling(const smat* A, const vec* left, const vec* right) {
+  NORV_ASSERT(A->m == left->n);
+  NORV_ASSERT(A->n == right->n);
+  NORV_ASSERT(left->is_complex == 0);
+  NORV_ASSERT(right->is_complex == 0);
+}
+
 /// a(i,j) := l(i) a(i,j) r(j) with values of T; null is all ones.
 template <typename T, typename S>
 void scale_both_sides(smat* A, const S* l, const S* r) {
@@ -54,11 +62,8 @@ void scale_both_sides(smat* A, const S* l, const S* r) {
 /// A + D over the union of the patterns, in place, for a diagonal matrix D given by its values.
 template <typename T>
 void add_diagonal(smat* A, const T* d) {
-  const unsigned n = std::min(A->m, A->n);
-  smat* D = smat_new_nnz(A->m, A->n, n, type_of(A));
-  for (unsigned i = 0; i < A->m; ++i) D->ia[i + 1] = static_cast<int>(std::min(i + 1, n));
-  std::iota(D->ja, D->ja + n, 0);
-  std::copy_n(d, n, values_as<T>(D->a));
+  smat* D = new_diagonal(A);
+  std::copy_n(d, D->nnz, values_as<T>(D->a));
   adopt(A, merge<T>(A, D, type_of(A),
                     [](const T* a, const T* b) { return (a ? *a : T{}) + (b ? *b : T{}); }));
   smat_free(D);
@@ -74,13 +79,6 @@ bool is_diagonal(const smat* D) {
 
 }  // namespace
 
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
-
 smat* smat_add(const smat* A, const smat* B) { return signed_sum(A, B, 1.0); }
 smat* smat_sub(const smat* A, const smat* B) { return signed_sum(A, B, -1.0); }
 
@@ -90,19 +88,13 @@ void smat_scale_scalar(double alpha, smat* A) {
 }
 
 void smat_scale(smat* A, const vec* left, const vec* right) {
-  NORV_ASSERT(A->m == left->n);
-  NORV_ASSERT(A->n == right->n);
-  NORV_ASSERT(left->is_complex == 0);
-  NORV_ASSERT(right->is_complex == 0);
+  require_scaling(A, left, right);
   by_kind(A->is_complex,
           [&](auto zero) { scale_both_sides<decltype(zero)>(A, left->v, right->v); });
 }
 
 void smat_scale_exp(smat* A, const vec* left, const vec* right) {
-  NORV_ASSERT(A->m == left->n);
-  NORV_ASSERT(A->n == right->n);
-  NORV_ASSERT(left->is_complex == 0);
-  NORV_ASSERT(right->is_complex == 0);
+  require_scaling(A, left, right);
   by_kind(A->is_complex, [&](auto zero) {
     using T = decltype(zero);
     // One exponential of the sum: each alone may overflow.
@@ -170,14 +162,7 @@ void smat_add_diag(smat* A, double alpha) {
 void smat_add_diag_vec(smat* A, const vec* d) {
   NORV_ASSERT(std::min(A->m, A->n) == d->n);
   NORV_ASSERT(A->is_complex || !d->is_complex);
-  if (A->is_complex == d->is_complex) {
-    by_kind(A->is_complex, [&](auto zero) { add_diagonal(A, values_as<decltype(zero)>(d->v)); });
-  } else {
-    const Buffer<zcomplex> widened(d->v, d->v + d->n);
-    add_diagonal(A, widened.data());
-  }
+  with_values_of_kind(A, d, [&](const auto* values) { add_diagonal(A, values); });
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_SCALE(NORVMORA_ALIAS)

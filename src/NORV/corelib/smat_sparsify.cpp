@@ -7,20 +7,10 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
-
-/// The moduli of the diagonal, 0 where nothing is stored.
-template <typename T>
-Buffer<double> diagonal_moduli(const smat* A) {
-  Buffer<double> d(std::min(A->m, A->n), 0.0);
-  for (int i = 0; i < static_cast<int>(d.size()); ++i) {
-    const int k = find_entry(A, i, i);
-    if (k >= 0) d[i] = modulus(values_as<T>(A->a)[k]);
-  }
-  return d;
-}
 
 /// Whether an entry off the diagonal is small beside the two diagonal entries of its row and
 /// column.  What is not a number is not small.
@@ -31,7 +21,8 @@ bool is_small(double thresh, T v, double di, double dj) {
 
 template <typename T>
 void sparsify_compensated(double thresh, smat* A, const T* target) {
-  const Buffer<double> d = diagonal_moduli<T>(A);
+  Buffer<double> d(A->m);
+  diagonal_moduli<T>(A, d.data());
   Buffer<T> added(A->m, T{});
   keep_entries<T>(A, [&](int i, int j, T v) {
     if (i == j || !is_small(thresh, v, d[i], d[j])) return true;
@@ -45,20 +36,12 @@ void sparsify_compensated(double thresh, smat* A, const T* target) {
     return false;
   });
   T* a = values_as<T>(A->a);
-  for (int i = 0; i < static_cast<int>(A->m); ++i) {
-    const int k = find_entry(A, i, i);
+  for_each_diagonal(A, [&](int i, int k) {
     if (k >= 0) a[k] += added[i];
-  }
+  });
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 void smat_filter(double thresh, smat* A) {
   const unsigned before = A->nnz;
@@ -75,22 +58,15 @@ void smat_sparsify_compens_sym(double thresh, smat* A, const vec* target) {
   NORV_ASSERT(A->sym);
   NORV_ASSERT(A->m == target->n);
   NORV_ASSERT(A->is_complex || !target->is_complex);
-  if (A->is_complex == target->is_complex) {
-    by_kind(A->is_complex, [&](auto zero) {
-      using T = decltype(zero);
-      sparsify_compensated<T>(thresh, A, values_as<T>(target->v));
-    });
-  } else {
-    const Buffer<zcomplex> widened(target->v, target->v + target->n);
-    sparsify_compensated<zcomplex>(thresh, A, widened.data());
-  }
+  with_values_of_kind(A, target, [&](const auto* t) { sparsify_compensated(thresh, A, t); });
 }
 
 void smat_sparsify_thresh_diag(double thresh, smat* A) {
   NORV_ASSERT(A->m == A->n);
   by_kind(A->is_complex, [&](auto zero) {
     using T = decltype(zero);
-    const Buffer<double> d = diagonal_moduli<T>(A);
+    Buffer<double> d(A->m);
+    diagonal_moduli<T>(A, d.data());
     keep_entries<T>(A,
                     [&](int i, int j, T v) { return i == j || !is_small(thresh, v, d[i], d[j]); });
   });
@@ -110,10 +86,7 @@ smat* smat_simplify_ident(const smat* A, bitvec* ident) {
     const Rows<T> R = rows<T>(A);
     // An unknown is coupled when an entry off the diagonal names it or its own is not 1.
     Buffer<char> coupled(A->m, 1);
-    for (int i = 0; i < R.m; ++i) {
-      const int k = find_entry(A, i, i);
-      coupled[i] = k < 0 || R.a[k] != T{1.0};
-    }
+    for_each_diagonal(A, [&](int i, int k) { coupled[i] = k < 0 || R.a[k] != T{1.0}; });
     for_each_entry(R, [&](int i, int j, T v) {
       if (i != j && v != T{}) coupled[i] = coupled[j] = 1;
     });
@@ -139,7 +112,5 @@ smat* smat_simplify_ident(const smat* A, bitvec* ident) {
     return B;
   });
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_SPARSIFY(NORVMORA_ALIAS)

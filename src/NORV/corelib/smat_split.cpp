@@ -10,7 +10,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -69,13 +70,6 @@ smat* placed(const smat* B, unsigned m, unsigned n, unsigned i0, unsigned j0) {
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 void smat_fc_split(const smat* A, unsigned nf, smat** F, smat** C, smat** B, smat** BT) {
   NORV_ASSERT(A->m == A->n);
@@ -162,7 +156,5 @@ void smat_insert_at(smat* A, unsigned i0, unsigned j0, const smat* B) {
     smat_free(P);
   });
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_SPLIT(NORVMORA_ALIAS)

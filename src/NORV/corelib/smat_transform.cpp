@@ -9,7 +9,8 @@
 #include "NORV/corelib/norvmora_names.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
-namespace vlm::norv {
+using namespace vlm;
+using namespace vlm::norv;
 
 namespace {
 
@@ -39,28 +40,16 @@ smat* map_to_real(const smat* A, F f) {
 template <typename Begin, typename Put>
 smat* both_triangles(const smat* A, Begin begin, Put put) {
   smat* B = smat_new(A->m, A->n, type_of(0, A->is_complex));
-  const int m = static_cast<int>(A->m);
-  for (int i = 0; i < m; ++i) {
-    for (int k = A->ia[i]; k < A->ia[i + 1]; ++k) {
-      ++B->ia[i + 1];
-      if (A->ja[k] != i) ++B->ia[A->ja[k] + 1];
-    }
-  }
+  for_each_place(*A, [&](int i, int, int) { ++B->ia[i + 1]; });
   B->nnz = counts_to_starts(B->ia, B->m);
   B->ja = allocate<int>(std::size_t{B->nnz} + 1);
   begin(B);
-  Buffer<int> next(B->ia, B->ia + m);
-  const auto place = [&](int i, int j, int k) {
+  Buffer<int> next(B->ia, B->ia + B->m);
+  for_each_place(*A, [&](int i, int j, int k) {
     const int at = next[i]++;
     B->ja[at] = j;
     put(at, k);
-  };
-  for (int i = 0; i < m; ++i) {
-    for (int k = A->ia[i]; k < A->ia[i + 1]; ++k) {
-      place(i, A->ja[k], k);
-      if (A->ja[k] != i) place(A->ja[k], i, k);
-    }
-  }
+  });
   return B;
 }
 
@@ -80,10 +69,9 @@ smat* complete(const smat* A) {
 
 /// Whether every row of a symmetric matrix begins with its diagonal entry.
 bool has_full_diagonal(const smat* A) {
-  for (int i = 0; i < static_cast<int>(A->m); ++i) {
-    if (find_entry(A, i, i) < 0) return false;
-  }
-  return true;
+  bool full = true;
+  for_each_diagonal(A, [&](int, int k) { full = full && k >= 0; });
+  return full;
 }
 
 /// Copies B's arrays into those of A, which have room for them, and frees B.
@@ -109,13 +97,6 @@ smat* permuted_copy(const Rows<T>& A, const smat* head, const int* row, const in
 }
 
 }  // namespace
-
-}  // namespace vlm::norv
-
-using namespace vlm;
-using namespace vlm::norv;
-
-extern "C" {
 
 smat* smat_copy(const smat* A) {
   smat* B = same_pattern(A, A->is_complex, A->a != nullptr);
@@ -231,7 +212,5 @@ void smat_permute_columns(smat* A, const perm* p) {
   for (unsigned k = 0; k < A->nnz; ++k) A->ja[k] = p->p[A->ja[k]];
   smat_column_sort(A);
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_TRANSFORM(NORVMORA_ALIAS)

@@ -96,10 +96,7 @@ int add_double_entries(smat* A) {
 /// Merges a zero diagonal into A.  @return number of places that were missing
 template <typename T>
 int fill_diagonal(smat* A) {
-  const unsigned n = std::min(A->m, A->n);
-  smat* D = smat_new_nnz(A->m, A->n, n, type_of(A));
-  for (unsigned i = 0; i < A->m; ++i) D->ia[i + 1] = static_cast<int>(std::min(i + 1, n));
-  for (unsigned i = 0; i < n; ++i) D->ja[i] = static_cast<int>(i);
+  smat* D = new_diagonal(A);
   int missing = 0;
   smat* filled = merge<T>(A, D, type_of(A), [&](const T* a, const T*) {
     missing += !a;
@@ -120,8 +117,6 @@ int fill_diagonal(smat* A) {
 
 using namespace vlm;
 using namespace vlm::norv;
-
-extern "C" {
 
 void smat_column_sort(smat* A) {
   by_kind(A->is_complex, [&](auto zero) { sort_rows<decltype(zero)>(A); });
@@ -146,7 +141,5 @@ void smat_insert_zero_diags_cpx(smat* A) {
   const int missing = fill_diagonal<vlm::zcomplex>(A);
   if (missing) _norv_print_stat_msg("Filled in %d missing COMPLEX diagonal entries.", missing);
 }
-
-}  // extern "C"
 
 NORVMORA_SMAT_UTILS(NORVMORA_ALIAS)

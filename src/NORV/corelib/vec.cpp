@@ -48,7 +48,7 @@ vec* copy_permuted(vec* dst, const vec* src, const perm* p, unsigned bs, bool sc
 
 void permute_in_place(vec* x, const perm* p, bool scatter) {
   require(x);
-  vlm::Scratch<double> copy(vlm::doubles(x));
+  vlm::Buffer<double> copy(vlm::doubles(x));
   std::copy_n(x->v, vlm::doubles(x), copy.data());
   const vec old{x->n, copy.data(), x->n, x->is_complex};
   copy_permuted(x, &old, p, 1, scatter);

@@ -2,54 +2,32 @@
 // Block matrices and cut matrices against the dense picture of the sparse matrix they come from.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <ostream>
-#include <random>
 #include <string>
 #include <vector>
 
-#include "norv.h"
 #include "norv_log.hpp"
+#include "smat_dense.hpp"
+
+using namespace vlm::test;
 
 namespace {
 
 struct Free {
   void operator()(dmat* A) const { dmat_free(A); }
-  void operator()(vec* x) const { vec_release(x); }
-  void operator()(smat* A) const { smat_free(A); }
   void operator()(bmat* B) const { bmat_free(B); }
   void operator()(sbmat* S) const { sbmat_free(S); }
 };
 using Dmat = std::unique_ptr<dmat, Free>;
-using Vec = std::unique_ptr<vec, Free>;
-using Smat = std::unique_ptr<smat, Free>;
 using Bmat = std::unique_ptr<bmat, Free>;
 
 /// Random sparse matrix; a symmetric one has its diagonal stored, the first entry as a zero.
-Smat sparse(unsigned m, unsigned n, bool sym, bool is_complex, std::mt19937& random) {
-  std::uniform_real_distribution<double> number(0.1, 2.0);
-  std::vector<int> row, column;
-  std::vector<double> a;
-  for (unsigned i = 0; i < m; ++i) {
-    for (unsigned j = sym ? i : 0; j < n; ++j) {
-      if (random() % 4 && !(sym && i == j)) continue;
-      row.push_back(static_cast<int>(i));
-      column.push_back(static_cast<int>(j));
-      for (int part = 0; part <= is_complex; ++part) a.push_back(number(random));
-    }
-  }
-  if (sym && !is_complex && m > 0) a[0] = 0.0;
-  const int type = (sym ? 1 : 0) + (is_complex ? 2 : 0);
-  return Smat(smat_new_from_coord(m, n, static_cast<unsigned>(row.size()), row.data(),
-                                  column.data(), a.data(), type));
-}
-
-Vec random_vec(unsigned n, std::mt19937& random) {
-  Vec x(vec_new(n));
-  std::generate_n(x->v, n, [&] { return std::uniform_real_distribution<double>(-1, 1)(random); });
-  return x;
+Smat sparse(unsigned m, unsigned n, bool sym, RandomContainers& random) {
+  Smat A = random.matrix(m, n, sym ? NORV_REAL_SYM : NORV_REAL_UNSYM, 0.25, sym);
+  if (sym && m > 0) A->a[0] = 0.0;
+  return A;
 }
 
 struct Case {
@@ -62,9 +40,9 @@ struct Case {
 
 class BmatTest : public ::testing::TestWithParam<Case> {
  protected:
-  std::mt19937 random{99};
+  RandomContainers random{99};
   Case c = GetParam();
-  Smat A = sparse(c.m * c.bn, c.n* c.bn, c.sym, false, random);
+  Smat A = sparse(c.m * c.bn, c.n* c.bn, c.sym, random);
   Dmat dense{dmat_from_smat(A.get())};
   Bmat B{bmat_new_from_smat(A.get(), c.bn)};
 };
@@ -101,7 +79,7 @@ TEST_P(BmatTest, ProductsAgreeWithTheDenseOnes) {
   for (bool trans : {false, true}) {
     if (trans) dmat_trans(dense.get());
     for (double beta : {0.0, 1.0, -0.5}) {
-      const Vec x = random_vec(dense->n, random), y = random_vec(dense->m, random);
+      const Vec x = random.vector(dense->n, 0), y = random.vector(dense->m, 0);
       const Vec expected(vec_copy(nullptr, y.get()));
       dmat_gemv(1.75, beta, dense.get(), x.get(), expected.get());
       if (beta == 0.0) vec_set(std::nan(""), y.get());
@@ -112,7 +90,7 @@ TEST_P(BmatTest, ProductsAgreeWithTheDenseOnes) {
 }
 
 TEST_P(BmatTest, Scaling) {
-  const Vec left = random_vec(dense->m, random), right = random_vec(dense->n, random);
+  const Vec left = random.vector(dense->m, 0), right = random.vector(dense->n, 0);
   const Vec* other = c.sym ? &left : &right;  // keeps a symmetric matrix symmetric
   bmat_scale(B.get(), left.get(), other->get());
   dmat_scale(dense.get(), left.get(), other->get());
@@ -180,8 +158,8 @@ TEST(Bmat, PrintsThroughTheLog) {
 }
 
 TEST(Bmat, TrapsFaultsAndGrows) {
-  std::mt19937 random(1);
-  const Smat A = sparse(4, 6, false, false, random), Z = sparse(4, 4, false, true, random);
+  RandomContainers random(1);
+  const Smat A = sparse(4, 6, false, random), Z = random.matrix(4, 4, NORV_CPX_UNSYM, 0.5);
   EXPECT_DEATH(bmat_new_from_smat(A.get(), 3), "A->m % bn == 0");
   EXPECT_DEATH(bmat_new_from_smat(A.get(), 4), "A->n % bn == 0");
   EXPECT_DEATH(bmat_new_from_smat(Z.get(), 2), "!A->is_complex");
@@ -197,48 +175,47 @@ TEST(Bmat, TrapsFaultsAndGrows) {
 }
 
 TEST(Sbmat, BlocksMakeUpTheMatrix) {
-  std::mt19937 random(4);
-  for (bool sym : {false, true}) {
-    for (bool is_complex : {false, true}) {
-      const Smat A = sparse(11, 11, sym, is_complex, random);
-      const Smat full(smat_copy_full_structure(A.get()));
-      for (const std::vector<int>& sizes :
-           {std::vector<int>{11}, {3, 0, 8}, {1, 2, 3, 5}, std::vector<int>(11, 1)}) {
-        const auto nb = static_cast<unsigned>(sizes.size());
-        const std::unique_ptr<sbmat, Free> S(sbmat_new(A.get(), nb, sizes.data()));
-        EXPECT_EQ(S->n, 11u);
-        EXPECT_EQ(S->nnz, full->nnz);
-        // Back to coordinates, and from them to one matrix.
-        std::vector<int> row, column;
-        std::vector<double> a;
-        for (int r = 0, i0 = 0; r < static_cast<int>(nb); i0 += sizes[r++]) {
-          for (int k = 0, j0 = 0; k < static_cast<int>(nb); j0 += sizes[k++]) {
-            const smat* block = S->blocks[r * static_cast<int>(nb) + k];
-            ASSERT_EQ(block->m, static_cast<unsigned>(sizes[r]));
-            ASSERT_EQ(block->n, static_cast<unsigned>(sizes[k]));
-            ASSERT_EQ(block->ia[block->m], static_cast<int>(block->nnz));
-            for (int i = 0; i < sizes[r]; ++i) {
-              for (int p = block->ia[i]; p < block->ia[i + 1]; ++p) {
-                row.push_back(i0 + i);
-                column.push_back(j0 + block->ja[p]);
-                const int width = is_complex ? 2 : 1;
-                a.insert(a.end(), block->a + p * width, block->a + (p + 1) * width);
-              }
+  RandomContainers random(4);
+  for (int type = 0; type < 4; ++type) {
+    const bool is_complex = type >> 1;
+    const Smat A = random.matrix(11, 11, type, 0.25, type & 1);
+    const Smat full(smat_copy_full_structure(A.get()));
+    for (const std::vector<int>& sizes :
+         {std::vector<int>{11}, {3, 0, 8}, {1, 2, 3, 5}, std::vector<int>(11, 1)}) {
+      const auto nb = static_cast<unsigned>(sizes.size());
+      const std::unique_ptr<sbmat, Free> S(sbmat_new(A.get(), nb, sizes.data()));
+      EXPECT_EQ(S->n, 11u);
+      EXPECT_EQ(S->nnz, full->nnz);
+      // Back to coordinates, and from them to one matrix.
+      std::vector<int> row, column;
+      std::vector<double> a;
+      for (int r = 0, i0 = 0; r < static_cast<int>(nb); i0 += sizes[r++]) {
+        for (int k = 0, j0 = 0; k < static_cast<int>(nb); j0 += sizes[k++]) {
+          const smat* block = S->blocks[r * static_cast<int>(nb) + k];
+          ASSERT_EQ(block->m, static_cast<unsigned>(sizes[r]));
+          ASSERT_EQ(block->n, static_cast<unsigned>(sizes[k]));
+          ASSERT_EQ(block->ia[block->m], static_cast<int>(block->nnz));
+          for (int i = 0; i < sizes[r]; ++i) {
+            for (int p = block->ia[i]; p < block->ia[i + 1]; ++p) {
+              row.push_back(i0 + i);
+              column.push_back(j0 + block->ja[p]);
+              const int width = is_complex ? 2 : 1;
+              a.insert(a.end(), block->a + p * width, block->a + (p + 1) * width);
             }
           }
         }
-        const Smat joined(smat_new_from_coord(11, 11, static_cast<unsigned>(row.size()), row.data(),
-                                              column.data(), a.data(), is_complex ? 2 : 0));
-        EXPECT_TRUE(smat_equal_same_sym(joined.get(), full.get()));
       }
+      const Smat joined(smat_new_from_coord(11, 11, static_cast<unsigned>(row.size()), row.data(),
+                                            column.data(), a.data(), is_complex ? 2 : 0));
+      EXPECT_TRUE(smat_equal_same_sym(joined.get(), full.get()));
     }
   }
 }
 
 TEST(Sbmat, EqualBlocksAndTheRemainder) {
   NorvLog log;
-  std::mt19937 random(8);
-  const Smat A = sparse(10, 10, false, false, random), oblong = sparse(10, 9, false, false, random);
+  RandomContainers random(8);
+  const Smat A = sparse(10, 10, false, random), oblong = sparse(10, 9, false, random);
   int* sizes = smat_find_blocks(A.get(), 3);
   EXPECT_EQ(std::vector<int>(sizes, sizes + 3), (std::vector<int>{3, 3, 4}));
   EXPECT_EQ(log.take(),

@@ -7,31 +7,29 @@
 #include <complex>
 #include <limits>
 #include <memory>
-#include <random>
 #include <vector>
 
-#include "norv.h"
 #include "norv_log.hpp"
+#include "smat_dense.hpp"
+
+using namespace vlm::test;
 
 namespace {
 
 struct Free {
   void operator()(dmat* A) const { dmat_free(A); }
-  void operator()(vec* x) const { vec_release(x); }
 };
 using Dmat = std::unique_ptr<dmat, Free>;
-using Vec = std::unique_ptr<vec, Free>;
 
 double& at(dmat* A, unsigned i, unsigned j) { return A->a[i * A->n + j]; }
 double at(const Dmat& A, unsigned i, unsigned j) { return A->a[i * A->n + j]; }
 
 class DmatTest : public ::testing::Test {
  protected:
-  std::mt19937 random{2024};
-  double number() { return std::uniform_real_distribution<double>(-1.0, 1.0)(random); }
+  RandomContainers random{2024};
   Dmat matrix(unsigned m, unsigned n) {
     Dmat A(dmat_new(m, n));
-    std::generate_n(A->a, m * n, [this] { return number(); });
+    std::generate_n(A->a, m * n, [this] { return random.number(); });
     return A;
   }
   Dmat symmetric(unsigned n) {
@@ -39,11 +37,7 @@ class DmatTest : public ::testing::Test {
     dense_U_to_full(n, A->a);
     return A;
   }
-  Vec vector(unsigned n) {
-    Vec x(vec_new(n));
-    std::generate_n(x->v, n, [this] { return number(); });
-    return x;
-  }
+  Vec vector(unsigned n) { return random.vector(n, 0); }
 };
 
 /// Largest difference of two matrices; infinite for different shapes.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Products of sparse matrices with vectors and with each other, against dense loops.
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include "smat_dense.hpp"
 
@@ -58,18 +59,34 @@ TEST(SmatProduct, VectorsOfEveryKindAndShape) {
   }
 }
 
-TEST(SmatProduct, LongRows) {
+TEST(SmatProduct, LongRowsOnTeams) {
+  // The larger ones have more entries than the 400000 below which a product stays on one thread.
   RandomContainers random(6);
+  const int threads_before = omp_get_max_threads();
   for (int type = 0; type < 4; ++type) {
-    const Smat A = random.matrix(150, 150, type, 0.9);
-    const Vec x = random.vector(150, type >> 1);
-    const Vec y(smat_vecmul(nullptr, A.get(), x.get()));
-    EXPECT_LT(distance(picture(y), picture(A) * picture(x)), 1e-12);
-    if (type >> 1) {
-      smat_vecmul_cpx(y.get(), A.get(), x.get());
-      EXPECT_LT(distance(picture(y), picture(A) * picture(x)), 1e-12);
+    for (unsigned n : {150u, type & 1 ? 950u : 680u}) {
+      const Smat A = random.matrix(n, n, type, 0.9);
+      const Vec x = random.vector(n, type >> 1), z = random.vector(n, type >> 1);
+      const Picture P = picture(A), ax = P * picture(x), atx = transposed(P) * picture(x);
+      for (int nthreads : {1, 2, 3}) {
+        SCOPED_TRACE(testing::Message() << "type " << type << ", " << n << " rows, " << nthreads);
+        omp_set_num_threads(nthreads);
+        const Vec y(smat_vecmul(nullptr, A.get(), x.get()));
+        EXPECT_LT(distance(picture(y), ax), 1e-11);
+        if (type >> 1) {
+          smat_vecmul_cpx(y.get(), A.get(), x.get());
+          EXPECT_LT(distance(picture(y), ax), 1e-11);
+        }
+        vec_copy(y.get(), z.get());
+        smat_gemv_trans(-0.5, 3.0, A.get(), x.get(), y.get());
+        EXPECT_LT(distance(picture(y), combined(-0.5, atx, 3, picture(z))), 1e-11);
+        const Vec again(vec_copy(nullptr, z.get()));
+        smat_gemv_trans(-0.5, 3.0, A.get(), x.get(), again.get());
+        EXPECT_TRUE(vec_equal(y.get(), again.get()));
+      }
     }
   }
+  omp_set_num_threads(threads_before);
 }
 
 TEST(SmatProduct, Matrices) {
