@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "gallery.hpp"
+#include "gallery/gallery.hpp"
 #include "graph/adjacency.hpp"
 #include "graph/compress.hpp"
 #include "graph/symbolic_cost.hpp"
@@ -31,7 +31,7 @@
 namespace vlm {
 namespace {
 
-using test::Matrix;
+using gallery::Matrix;
 
 /// Least processor time of three runs.
 double seconds_of(const std::function<void()>& run) {
@@ -61,10 +61,10 @@ NamedGraph compressed(const Matrix& m) { return {m.name, compress_graph(adjacenc
 /// Flat and solid meshes of two sizes each.
 std::vector<NamedGraph> meshes() {
   std::vector<NamedGraph> list;
-  for (const Matrix& m :
-       {test::poisson2d(300), test::poisson2d(600), test::plate(150, 1), test::plate(300, 1),
-        test::poisson3d(30), test::poisson3d(48), test::elasticity3d(30, 1),
-        test::elasticity3d(40, 1), test::cfd_blocks(30, 1), test::convection_diffusion(40, 10, 1)})
+  for (const Matrix& m : {gallery::poisson2d(300), gallery::poisson2d(600), gallery::plate(150, 1),
+                          gallery::plate(300, 1), gallery::poisson3d(30), gallery::poisson3d(48),
+                          gallery::elasticity3d(30, 1), gallery::elasticity3d(40, 1),
+                          gallery::cfd_blocks(30, 1), gallery::convection_diffusion(40, 10, 1)})
     list.push_back(compressed(m));
   return list;
 }
@@ -137,7 +137,7 @@ double operations(const Adjacency& graph, const std::vector<int>& perm) {
 void measure_operations() {
   std::printf("%-24s %12s %9s %16s\n", "matrix", "operations", "seconds", "operations / s");
   for (const Matrix& m :
-       {test::dense(3000, 1, 2), test::poisson3d(40), test::elasticity3d(20, 1)}) {
+       {gallery::dense(3000, 1, 2), gallery::poisson3d(40), gallery::elasticity3d(20, 1)}) {
     void* pt[64] = {};
     int iparm[64] = {}, one = 1, solver = 0, error = 0, quiet = 0, mtype = m.mtype, n = m.n;
     double dparm[64] = {};
@@ -201,8 +201,8 @@ void measure_savings() {
 void measure_pairs() {
   std::printf("%-24s %8s %14s %14s %8s\n", "matrix", "nodes", "fixed flops", "exchanged", "ratio");
   std::vector<Matrix> list;
-  for (const int g : {6, 8, 10, 14, 20}) list.push_back(test::saddle_point(g, 1));
-  for (const int g : {12, 20, 28, 40, 80}) list.push_back(test::interior_point_kkt(g, 4, 1));
+  for (const int g : {6, 8, 10, 14, 20}) list.push_back(gallery::saddle_point(g, 1));
+  for (const int g : {12, 20, 28, 40, 80}) list.push_back(gallery::interior_point_kkt(g, 4, 1));
   for (const Matrix& m : list) {
     const MatchInput input{m.n, m.ia.data(), m.ja.data(), m.a.data(), true};
     const MatchResult match = mps_velmora(input);
