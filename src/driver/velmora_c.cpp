@@ -100,7 +100,7 @@ std::int64_t numeric_forecast(const Options& options, const Structure& structure
 }
 
 /// Analyses that hold fewer bytes leave the heap alone.
-constexpr std::int64_t large_analysis = 1 << 20;
+constexpr std::int64_t large_analysis = 8 << 20;
 
 /// Matching and the three stages of the analysis; leaves the structure in its slot.
 Outcome run_analysis(const Call& call, const MemoryMeter& meter) {

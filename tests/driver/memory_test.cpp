@@ -140,7 +140,7 @@ TEST(Memory, PeakOfTheAnalysisIsTheGrowthOfTheProcess) {
   const Case cases[] = {{poisson2d(350), 0, 1},
                         {poisson3d(36), 0, 1},
                         {poisson3d(36), 0, 4},
-                        {elasticity3d(16, 1), 0, 1},
+                        {elasticity3d(22, 1), 0, 1},
                         {saddle_point(22, 2), 0, 1},
                         {interior_point_kkt(160, 4, 3), 2, 1},
                         {circuit(60000, 4), 0, 1},
