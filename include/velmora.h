@@ -55,7 +55,7 @@
  *   23   factorization and solve
  *   33   solve; factors first when matrix number mnum has no factor yet, or has one of another
  *        mtype or precision.  error is 0 afterwards whatever happened, unless iparm(4) is set;
- *        failures show in the messages only
+ *        failures show in the messages only, see velmora_last_message()
  *    0   release the factor of matrix number mnum
  *   -1   release everything; pt is zero afterwards and can be used again
  *   -2   query: error 18, iparm(1) 23.  No other argument is looked at; they may be null
@@ -204,6 +204,19 @@ extern "C" {
 
 /* Version of the library that is running, in the form of VELMORA_VERSION_STRING. */
 VELMORA_API const char* velmora_version(void);
+
+/*
+ * What the calling thread's last failed call of velmora() said, at any message level: the lines
+ * that it prints at level 1, separated by line feeds, the last one with what to do.  A call that
+ * succeeds leaves an empty text, except that a release leaves the text before it.  Also tells
+ * what went wrong in a phase 33, whose error is 0.
+ *   text    the message, cut to the length, with a terminating zero        [length], out
+ *   length  characters that text has room for; 1024 are enough for any     in, by value
+ */
+VELMORA_API void velmora_last_message(char* text, int length);
+
+/* What a value of error means, in one line.  The text belongs to the library. */
+VELMORA_API const char* velmora_error_text(int error);
 
 /* Every operation has these spellings, for callers from other languages. */
 #define VELMORA_FOUR_SPELLINGS(lower, upper, arguments) \

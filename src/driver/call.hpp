@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "base/view.hpp"
 #include "driver/dumps.hpp"
@@ -26,6 +27,8 @@ struct Call {
 
   int default_threads = 1;        ///< of a call that leaves the number to OpenMP
   DumpCounters* dumps = nullptr;  ///< of the process; null: no dump is written
+
+  std::string message;  ///< out: what went wrong and what to do, at any message level
 
   int first_digit() const { return phase / 10; }
   int last_digit() const { return phase % 10; }

@@ -13,12 +13,10 @@
 #include <cstdlib>
 #include <exception>
 #include <stdexcept>
-#include <string>
 #include <utility>
 #include <vector>
 
 #include "base/clock.hpp"
-#include "base/print.hpp"
 #include "base/status.hpp"
 #include "base/thread_guard.hpp"
 #include "driver/check_input_fc.hpp"
@@ -29,7 +27,6 @@
 #include "driver/factor_store.hpp"
 #include "driver/match_driver.hpp"
 #include "driver/options.hpp"
-#include "driver/remedy.hpp"
 #include "driver/shortcut.hpp"
 #include "driver/statistics_fc.hpp"
 #include "solve/refine.hpp"
@@ -338,15 +335,11 @@ Outcome run_phase_without_exceptions(Call& call, double start, int& deleted) {
   }
 }
 
-void report_failure(const Call& call, Outcome& outcome, const Control* control) {
+void report_failure(Call& call, Outcome& outcome, const Control* control) {
   const Options options = control != nullptr ? control->options : Options{};
   const MemoryFigures memory = control != nullptr ? control->memory : MemoryFigures{};
+  error_info_fc(outcome, call, options, memory.permanent + memory.numeric);
   if (outcome.error == error_input && call.msg == 0) outcome.error = error_internal;
-  if (call.msg == 0) return;
-  if (call.phase < 0) print_ci("*** error velmora: internal error ");
-  if (call.phase >= 0 || outcome.code == code_no_inversion)
-    error_info_fc(outcome, call, options, memory.permanent + memory.numeric);
-  print_ci("*** what to do: " + std::string(remedy(outcome, call)));
 }
 
 void report(const Call& call, const Outcome& outcome, Control& control, int deleted) {
