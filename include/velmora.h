@@ -76,12 +76,18 @@
  *    -3   the analysis failed: perm is no permutation, or mtype names no type
  *    -4   the factorization or the solve failed: zero pivot, matrix not positive definite,
  *         refinement that does not converge
- *    -6   weighted matching: the matrix is structurally singular
- *    -7   as -1 when msglvl is 0; also: wrong diagonal system (phases 11, 23, 33)
+ *    -6   weighted matching: the matrix is structurally singular; so is a diagonal system in
+ *         which two rows share a column
+ *    -7   as -1 when msglvl is 0; also: wrong row of a diagonal system (phases 23, 33)
  *    -8   the order of the graph, its row lists, or positions inside one panel of the factor
  *         exceed the range of 32-bit integers.  The factor itself may be longer
  *     i   diagonal systems, phases 12, 13, 22: row i does not hold exactly one entry
  *    -i   diagonal systems, phases 12, 13, 22: the entry in row i is zero
+ *
+ * A matrix with n entries is a diagonal system, or a scaled permutation.  It is solved at once: an
+ * analysis of it empties the handle, and there is no factor, no report, and no Schur complement
+ * (iparm(39) is 0).  Its error may be a row's number, which can equal one of the classes above;
+ * the message tells them apart.
  *
  * After any error the handle remains good for a new analysis and for phase -1.
  *
@@ -115,7 +121,7 @@
  *   11  in      [1 for -4, 6, 11, 13; else 0] 1: scale with the factors of the matching;
  *               2: the same if iparm(30) > 0; 0: no scaling.  Read by the analysis
  *   12  in,out  [0] 1: solve with the transposed matrix (unsymmetric storage only).  A diagonal
- *               system leaves -1 here, which counts as 0
+ *               system leaves -1 here, which counts as 0, or -2, which counts as 1
  *   13  in      [2 for -4, 6; 1 for 11, 13; else 0] weighted matching: 0 off; 1 on; 2 on, with
  *               2x2 pivot candidates padded to full blocks; 3, 4 as 1, 2 with constraints.
  *               Types -2, -4, 6, 11, 13 only; constraints only with

@@ -53,6 +53,7 @@ struct Outcome {
   std::int64_t code = 0;  ///< input code, location code, or status
   int argument = 0;       ///< position of a null argument; order of a matching
   std::size_t bytes = 0;  ///< memory error: size that was asked for, 0 when not known
+  bool diagonal = false;  ///< code: minus the row of a diagonal system; argument: its RowFault
 
   explicit operator bool() const { return error != error_none; }
 };

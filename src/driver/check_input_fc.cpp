@@ -15,9 +15,6 @@
 namespace vlm {
 namespace {
 
-/// More threads than this are a mistake, such as an iparm(3) that was never set.
-constexpr int most_threads = 4096;
-
 Outcome fault(int code, int argument = 0) { return {error_input, code, argument, 0}; }
 
 bool is_accepted_type(int mtype) {

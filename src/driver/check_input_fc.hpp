@@ -35,6 +35,9 @@ enum InputCode : int {
   code_no_analysis = 100000,
 };
 
+/// More threads than this are a mistake, such as an iparm(3) that was never set.
+constexpr int most_threads = 4096;
+
 /// True for the phases that exist and work on a matrix.
 bool is_work_phase(int phase);
 

@@ -181,10 +181,6 @@ long long value_of(Value value, const Outcome& outcome, const Call& call, const 
 
 void add_input_message(Lines& lines, const Outcome& outcome, const Call& call,
                        const Options& stored) {
-  if (outcome.code < 0) {
-    lines.add("*** something wrong with diagonal matrix row %d", {-outcome.code});
-    return;
-  }
   const auto* message = std::ranges::find(input_messages, outcome.code, &InputMessage::code);
   if (message == std::end(input_messages)) return;
   lines.add(message->format, {value_of(message->first, outcome, call, stored),
@@ -250,6 +246,10 @@ void add_class_message(Lines& lines, const Outcome& outcome, const Call& call,
   }
   lines.add(std::string("*** error VELMORA  (") + class_names[-outcome.error] + ") error_num= %d",
             {outcome.code});
+  if (outcome.diagonal) {
+    lines.add("*** something wrong with diagonal matrix row %d", {-outcome.code});
+    return;
+  }
   switch (outcome.error) {
     case error_memory:
       add_memory_message(lines, outcome, call, wanted);

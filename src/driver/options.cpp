@@ -22,7 +22,7 @@ void set_by_type(const TypeDefaults& defaults, View<int> iparm) {
 /// Options that are read in every call.
 void accept_options(const Call& call, Options& options) {
   const View<int>& iparm = call.iparm;
-  options.transpose = iparm(12) == 1;
+  options.transpose = transpose_asked(call);
   options.partial = iparm(31);
   options.factor_domains = options.partial == 0 && iparm(24) != 0;
   options.solve_domains = options.partial == 0 && iparm(25) != 0;
@@ -88,6 +88,10 @@ void load_defaults(int mtype, View<int> iparm) {
   for (const int i : {24, 25, 28, 29, 31, 33, 38, 50, 51}) iparm(i) = 0;
   iparm(52) = 1;
   set_by_type(matrix_type(mtype).plain, iparm);
+}
+
+bool transpose_asked(const Call& call) {
+  return call.iparm(12) == 1 || call.iparm(12) == diagonal_transposed;
 }
 
 bool matching_asked(const Call& call) {

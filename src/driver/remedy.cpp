@@ -8,6 +8,7 @@
 
 #include "base/status.hpp"
 #include "driver/check_input_fc.hpp"
+#include "driver/diag.hpp"
 #include "driver/factor_store.hpp"
 
 namespace vlm {
@@ -45,7 +46,6 @@ constexpr InputRemedy input_remedies[] = {
 };
 
 std::string_view input_remedy(const Outcome& outcome, const Call& call) {
-  if (outcome.code < 0) return "give that row one entry, on the diagonal and not zero";
   if (outcome.code == code_nnz) {
     if (call.ia[call.n] - 1 < call.n)
       return "give every row an entry: ia(n+1)-1 is at least n, ia(1) is 1";
@@ -53,6 +53,22 @@ std::string_view input_remedy(const Outcome& outcome, const Call& call) {
   }
   const auto* entry = std::ranges::find(input_remedies, outcome.code, &InputRemedy::code);
   return entry == std::end(input_remedies) ? std::string_view{} : entry->text;
+}
+
+std::string_view row_remedy(RowFault fault) {
+  switch (fault) {
+    case RowFault::none:
+      break;
+    case RowFault::entries:
+      return "give that row one entry, in a column from 1 to n";
+    case RowFault::zero:
+      return "that row holds a zero: give it a value, or leave it out";
+    case RowFault::not_finite:
+      return "its value is NaN or infinity: see where A is assembled";
+    case RowFault::repeated:
+      return "give each row a column of its own: this one stands in two";
+  }
+  return {};
 }
 
 std::string_view memory_remedy(std::int64_t location) {
@@ -92,6 +108,7 @@ std::string_view numeric_remedy(const Outcome& outcome, const Call& call) {
 }  // namespace
 
 std::string_view remedy(const Outcome& outcome, const Call& call) {
+  if (outcome.diagonal) return row_remedy(RowFault(outcome.argument));
   switch (outcome.error) {
     case error_memory:
       return memory_remedy(outcome.code);

@@ -269,9 +269,9 @@ Outcome run_work_phase(Call& call) {
   if (Outcome failed = check_input_fc(call, analyses ? Options{} : control.options)) return failed;
   if (!analyses && slot(pt, slot_structure) == nullptr)
     return {error_input, code_no_analysis, 0, 0};
+  if (analyses) begin_analysis(call);
   if (analyses && call.ia[call.n] - 1 == call.n && is_matrix_type(call.mtype))
     return refuse_diagonal(call);
-  if (analyses) begin_analysis(call);
   control.options = accept_input(call, control.options);
   if (!is_matrix_type(call.mtype) ||
       matrix_type(call.mtype).symmetric != control.options.symmetric) {
@@ -306,7 +306,8 @@ Outcome run_phase(Call& call, double start, int& deleted) {
   }
   if (empty) {
     // A diagonal system, which leaves this mark, held nothing.
-    if (call.phase < 1 && call.iparm(12) == -1) return {};
+    const int mark = call.iparm(12);
+    if (call.phase < 1 && (mark == diagonal_system || mark == diagonal_transposed)) return {};
     if (call.phase < 1) return {error_input, code_empty_handle, 0, 0};
     create_handle(call.pt, call.maxfct);
   }

@@ -201,10 +201,13 @@ TEST(Remedy, Factorization) {
 
 TEST(Remedy, DiagonalRow) {
   Caller c(-2, {1, 2, 3, 4}, {1, 2, 3}, {2, 0, 5});
-  c.iparm(32) = 2;  // past the shortcut, which says nothing
-  fail_and_recover(
-      c, {"zero row", [](Caller&) {}, 13, "give that row one entry, on the diagonal and not zero",
-          solved_by(13, [](Caller& caller) { caller.a[1] = 4; })});
+  for (const int road : {0, 2}) {  // by the shortcut, and past it
+    c.iparm(32) = road;
+    c.a[1] = 0;
+    fail_and_recover(c, {"zero row", [](Caller&) {}, 13,
+                         "that row holds a zero: give it a value, or leave it out",
+                         solved_by(13, [](Caller& caller) { caller.a[1] = 4; })});
+  }
 }
 
 TEST(Remedy, Memory) {

@@ -50,6 +50,9 @@ market() { printf '%%%%MatrixMarket matrix coordinate %s\n' "$1"; }
 { market "real symmetric"; printf '2 2 2\n1 1 4\n2 2 -5\n'; } >diagonal.mtx
 { market "real general"; printf '3 3 5\n1 2 4\n2 1 1\n2 3 3\n3 3 2\n1 1 1\n'; } >unsym.mtx
 { market "real general"; printf '3 3 3\n1 2 4\n2 3 1\n3 1 3\n'; } >permutation.mtx
+{ market "real symmetric"; printf '4 4 4\n1 1 4\n2 2 0\n3 3 1\n4 4 1\n'; } >zero_2.mtx
+{ market "real symmetric"; printf '2 2 2\n1 1 0\n2 2 1\n'; } >zero_1.mtx
+{ market "real symmetric"; printf '4 4 4\n1 1 4\n2 2 3\n3 3 1\n4 4 0\n'; } >zero_4.mtx
 printf '1 1 3\n' >rhs.txt
 printf '1 2\n' >short.txt
 
@@ -69,6 +72,7 @@ solves "a Hermitian matrix" '^type +4 ' hermitian.mtx
 solves "an unsymmetric matrix" '^type +11 .*not symmetric' unsym.mtx
 solves "its transpose" '^status +solved' unsym.mtx --transpose --rhs-kind random --nrhs 3
 solves "a permutation" '^status +solved' permutation.mtx
+solves "its transpose" '^error +0' permutation.mtx --transpose
 solves "a symmetric matrix as unsymmetric" '^type +11 ' saddle.mtx --type unsym
 solves "a real matrix as complex" '^type +13 ' saddle.mtx --type complex-unsym
 solves "standard input" '^status +solved' - <spd.mtx
@@ -94,6 +98,10 @@ refuses "skew symmetry" 1 'skew-symmetric' skew.mtx
 refuses "NaN" 1 'NaN .*checker error 300' nan.mtx
 refuses "infinity" 1 'inf .*checker error 301' inf.mtx
 refuses "a singular matrix" 1 'velmora-solve: ' empty_row.mtx --rhs-kind ones
+for row in 1 2 4; do
+  refuses "a diagonal matrix with a zero in row $row" 1 \
+    "diagonal matrix row $row; that row holds a zero" zero_$row.mtx
+done
 refuses "a type that does not fit" 1 'complex values' hermitian.mtx --type spd
 refuses "Cholesky by force" 1 'not positive definite' trap.mtx --type spd
 refuses "a short right-hand side" 1 'short.txt has 2 rows, the matrix 3' spd.mtx --rhs short.txt

@@ -16,6 +16,7 @@ namespace tool {
 struct Call {
   int error = 0;
   double seconds = 0;
+  bool diagonal = false;  ///< solved at once; a failure is one of a row
   std::string complaint;  ///< its error line, without decoration; empty where it gave none
   std::string remedy;     ///< what its last line advises, likewise
 };
