@@ -71,11 +71,12 @@
  * -----
  *     0   success
  *    -1   an argument is wrong, does not fit the earlier calls or the phase, or asks for what
- *         this version does not do.  Nothing that the handle holds has changed
+ *         this version does not do.  Nothing that the handle holds has changed.  Also: ia or a
+ *         row's first or last column is out of range; ia and ja are not the analysed pattern
  *    -2   out of memory; the message names the array and the bytes asked for
  *    -3   the analysis failed: perm is no permutation, or mtype names no type
- *    -4   the factorization or the solve failed: zero pivot, matrix not positive definite,
- *         refinement that does not converge
+ *    -4   the factorization or the solve failed: zero pivot, matrix not positive definite, NaN
+ *         or infinity in a, refinement that does not converge
  *    -6   weighted matching: the matrix is structurally singular; so is a diagonal system in
  *         which two rows share a column
  *    -7   as -1 when msglvl is 0; also: wrong row of a diagonal system (phases 23, 33)

@@ -86,7 +86,9 @@ enum class Value {
   nthreads,
   stabilise,
   iterative,
-  argument
+  argument,
+  row_start,
+  column
 };
 
 struct InputMessage {
@@ -126,6 +128,12 @@ constexpr InputMessage input_messages[] = {
     {code_no_inversion, "*** Input check: ido %d, selected inversion is not available",
      Value::phase},
     {code_phase, "*** wrong controlstep parameter ido %d", Value::phase},
+    {code_row_starts, "*** Input check: ia(%d) is %d, but ia(1) is 1 and ia does not fall",
+     Value::argument, Value::row_start},
+    {code_columns, "*** Input check: ja(%d) is %d, outside of the columns from 1 to neqns",
+     Value::argument, Value::column},
+    {code_pattern, "*** Input check: ia, ja are not the pattern of the analysis, ido %d",
+     Value::phase},
     {code_clean_mnum, "*** error velmora: wrong matrix number, clean %d", Value::mnum},
     {code_diagonal_symbolic, "*** error velmora: only symb. fact. diagonal matrix case %d",
      Value::phase},
@@ -175,6 +183,10 @@ long long value_of(Value value, const Outcome& outcome, const Call& call, const 
       return call.iparm(32);
     case Value::argument:
       return outcome.argument;
+    case Value::row_start:
+      return call.ia[outcome.argument - 1];
+    case Value::column:
+      return call.ja[outcome.argument - 1];
   }
   return 0;
 }
@@ -217,6 +229,10 @@ void add_analysis_message(Lines& lines, const Outcome& outcome, const Call& call
 
 void add_numeric_message(Lines& lines, const Outcome& outcome, const Call& call) {
   const int status = static_cast<int>(outcome.code);
+  if (status == status_not_finite) {
+    lines.add("*** error velmora: a(%d) is NaN or infinity", {outcome.argument});
+    return;
+  }
   if (status == status_unsupported || status == status_type_change) {
     lines.add("*** error velmora: matrix type %d does not fit the analysis", {call.mtype});
     return;

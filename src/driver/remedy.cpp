@@ -38,6 +38,9 @@ constexpr InputRemedy input_remedies[] = {
     {code_no_iterative, "set iparm(32) and solver to 0 for the direct solver"},
     {code_no_inversion, "solve with columns of the identity for entries of the inverse"},
     {code_phase, "set phase to 11, 12, 13, 22, 23 or 33, or to 0 or -1 to release"},
+    {code_row_starts, "number rows and columns from 1: see velmora_chkmatrix"},
+    {code_columns, "number rows and columns from 1: see velmora_chkmatrix"},
+    {code_pattern, "keep the pattern, or analyse the new matrix first (phase 11)"},
     {code_clean_mnum, "choose mnum from 1 to the maxfct of the analysis"},
     {code_diagonal_symbolic, "solve a diagonal system with phase 13, 23 or 33"},
     {code_empty_handle, "nothing to release: analyse first (phase 11)"},
@@ -94,6 +97,7 @@ std::string_view analysis_remedy(const Outcome& outcome, const Call& call) {
 }
 
 std::string_view numeric_remedy(const Outcome& outcome, const Call& call) {
+  if (outcome.code == status_not_finite) return "look for it where the matrix is assembled";
   if (outcome.code == status_type_change) return "analyse again with this mtype (phase 11)";
   if (outcome.code == status_work) return "solve fewer right-hand sides at a time";
   if (outcome.code == status_contraction || outcome.code == status_steps)

@@ -55,6 +55,7 @@ bool takes_shortcut(const Call& call) {
   if (call.iparm(32) != 0 || !is_work_phase(call.phase) || !is_matrix_type(call.mtype))
     return false;
   if (call.n < 1 || call.ia == nullptr || contradicts_handle(call)) return false;
+  if (call.ia[0] != 1) return false;
   if (std::int64_t{call.ia[call.n]} - call.n != 1 || call.iparm(3) > most_threads) return false;
   // A handle factors the matrix that it has analysed, and no other.
   const bool used = call.pt != nullptr && !handle_is_empty(call.pt);
