@@ -121,8 +121,9 @@
  *               10^-|iparm(10)| times the size of the matrix are perturbed
  *   11  in      [1 for -4, 6, 11, 13; else 0] 1: scale with the factors of the matching;
  *               2: the same if iparm(30) > 0; 0: no scaling.  Read by the analysis
- *   12  in,out  [0] 1: solve with the transposed matrix (unsymmetric storage only).  A diagonal
- *               system leaves -1 here, which counts as 0, or -2, which counts as 1
+ *   12  in,out  [0] 1: solve with the transposed matrix (unsymmetric storage only; for Hermitian
+ *               types conjugate b and x).  A diagonal system leaves -1 here, which counts as 0,
+ *               or -2, which counts as 1
  *   13  in      [2 for -4, 6; 1 for 11, 13; else 0] weighted matching: 0 off; 1 on; 2 on, with
  *               2x2 pivot candidates padded to full blocks; 3, 4 as 1, 2 with constraints.
  *               Types -2, -4, 6, 11, 13 only; constraints only with

@@ -43,7 +43,8 @@ market() { printf '%%%%MatrixMarket matrix coordinate %s\n' "$1"; }
 { market "real symmetric"; printf '3 3 6\n1 1 1\n2 2 1\n3 3 1\n2 1 -.9\n3 1 -.9\n3 2 -.9\n'; } >trap.mtx
 { market "real general"; printf '3 3 5\n1 1 4\n1 2 1\n2 1 1\n2 2 3\n3 3 2\n'; } >mirrored.mtx
 { market "complex hermitian"; printf '2 2 3\n1 1 2 0\n2 1 1 1\n2 2 5 0\n'; } >hermitian.mtx
-{ market "real skew-symmetric"; printf '2 2 1\n2 1 1\n'; } >skew.mtx
+{ market "real skew-symmetric"; printf '4 4 4\n2 1 1\n3 2 5\n4 3 2\n4 1 1\n'; } >skew.mtx
+{ market "complex hermitian"; printf '3 3 5\n1 1 2 0\n2 1 1 1\n2 2 -5 0\n3 3 1 0\n3 1 0 3\n'; } >indefinite.mtx
 { market "real symmetric"; printf '2 2 3\n1 1 nan\n2 2 1\n2 1 0\n'; } >nan.mtx
 { market "real symmetric"; printf '2 2 3\n1 1 2\n2 2 2\n2 1 inf\n'; } >inf.mtx
 { market "real symmetric"; printf '3 3 2\n1 1 1\n2 2 1\n'; } >empty_row.mtx
@@ -69,6 +70,11 @@ solves "two threads" '2 threads' "$examples/bracket.mtx.gz" --threads 2
 solves "minimum degree" '^status +solved' "$examples/bracket.mtx.gz" --ordering mmd --type sym
 solves "repetition" 'again +3 times' "$examples/bracket.mtx.gz" --refactor 3 --resolve 2 --threads 1
 solves "a Hermitian matrix" '^type +4 ' hermitian.mtx
+for matrix in hermitian indefinite; do
+  solves "the transpose, $matrix" '^error +([0-9.]+e-1[5-9]|0)' $matrix.mtx --transpose --nrhs 2 --resolve 1
+done
+solves "a skew-symmetric matrix" '^type +11 ' skew.mtx
+solves "its solution" '^error +([0-9.]+e-1[5-9]|0)' skew.mtx
 solves "an unsymmetric matrix" '^type +11 .*not symmetric' unsym.mtx
 solves "its transpose" '^status +solved' unsym.mtx --transpose --rhs-kind random --nrhs 3
 solves "a permutation" '^status +solved' permutation.mtx
@@ -94,7 +100,6 @@ grep -q '"status": "solved"' out && grep -q '"negative": 1' out && head -c 1 out
 
 refuses "no file" 1 'cannot open nowhere.mtx' nowhere.mtx
 refuses "a folder" 1 'cannot read' .
-refuses "skew symmetry" 1 'skew-symmetric' skew.mtx
 refuses "NaN" 1 'NaN .*checker error 300' nan.mtx
 refuses "infinity" 1 'inf .*checker error 301' inf.mtx
 refuses "a singular matrix" 1 'velmora-solve: ' empty_row.mtx --rhs-kind ones

@@ -79,6 +79,10 @@ std::string first_line(const std::string& text, std::string_view mark, std::stri
   return {};
 }
 
+void conjugate(std::vector<double>& values) {
+  for (std::size_t k = 1; k < values.size(); k += 2) values[k] = -values[k];
+}
+
 }  // namespace
 
 Session::Session(const SparseMatrix& matrix, int mtype, const Settings& settings,
@@ -118,6 +122,7 @@ void Session::apply(const Settings& settings) {
   option(29) = settings.single_precision ? 1 : 0;
   option(33) = settings.determinant ? 1 : 0;
   option(12) = settings.transposed ? 1 : 0;
+  conjugated_ = settings.transposed && (mtype_ == 4 || mtype_ == -4);
   for (const auto& [number, value] : settings.iparm) option(number) = value;
   for (const auto& [number, value] : settings.dparm)
     dparm_[static_cast<std::size_t>(number - 1)] = value;
@@ -131,6 +136,7 @@ Session::~Session() {
 
 void Session::set_rhs(const std::vector<double>& b, int nrhs) {
   b_ = b;
+  if (conjugated_) conjugate(b_);
   nrhs_ = nrhs;
   x_.assign(b.size(), 0.0);
 }
@@ -143,6 +149,7 @@ Call Session::run(Phase phase) {
           matrix_.ia.data(), matrix_.ja.data(), perm_.data(), &nrhs_, iparm_.data(), &level,
           b_.data(), x_.data(), &call.error, dparm_.data());
   call.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  if (conjugated_ && phase == Phase::solution) conjugate(x_);
   call.diagonal = iparm(12) < 0;
   std::array<char, 1024> text;
   velmora_last_message(text.data(), static_cast<int>(text.size()));

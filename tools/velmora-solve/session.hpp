@@ -56,6 +56,8 @@ class Session {
   const SparseMatrix& matrix_;
   int mtype_;
   bool show_messages_;
+  /// The transpose of a Hermitian matrix is its conjugate: A conj(x) = conj(b) is solved for it.
+  bool conjugated_ = false;
   int nrhs_ = 1;
   std::array<void*, 64> handle_{};
   std::array<int, 64> iparm_{};
