@@ -67,7 +67,7 @@ DiagonalFault test_rows(const InputMatrix& matrix, Visit visit) {
 /// What a right-hand side is multiplied with in a row whose entry is d.
 template <class T>
 T multiplier(const DiagonalSystem& system, const T& d) {
-  if (system.steps == 0) return T(1) / d;
+  if (system.steps <= 0) return T(1) / d;
   if (system.definite && std::real(d) > 0) return T(1) / std::sqrt(d);
   return system.steps == 1 ? T(1) : T(1) / d;
 }

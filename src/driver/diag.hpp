@@ -14,7 +14,7 @@ struct DiagonalSystem {
   bool solve = false;        ///< false: only test the rows
   bool transpose = false;    ///< solve with the transposed matrix
   bool definite = false;     ///< half a solve is one with the root of the diagonal
-  int steps = 0;             ///< iparm(26): 0 whole solve, 1 forward half, above backward half
+  int steps = 0;             ///< iparm(26): 1 forward half, above backward half, else both
   bool overwrite_b = false;  ///< copy the solution to b as well
   int threads = 1;
   double* b = nullptr;  ///< [n, nrhs] in, out with overwrite_b

@@ -235,8 +235,10 @@ Outcome work_numerically(const Call& call) {
     if (Outcome failed = test_pattern_kept(call, control)) return failed;
   }
   if (factors) {
-    record.finished = false;
-    if (Outcome failed = test_values(call)) return failed;
+    if (Outcome failed = test_values(call)) {
+      record.finished = false;  // it is no factor of these values
+      return failed;
+    }
   }
 
   const ThreadGuard guard;

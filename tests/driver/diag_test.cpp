@@ -107,6 +107,9 @@ TEST(Diagonal, HalfSolves) {
       c.iparm(26) = 2;
       EXPECT_EQ(c.run(33), 0);
       EXPECT_EQ(c.b, (Values{2, 3}));
+      c.iparm(26) = -1;  // both halves
+      EXPECT_EQ(c.run(33), 0);
+      EXPECT_EQ(c.b, (Values{0.5, 1.0 / 9 * 3}));
     }
 }
 
