@@ -28,10 +28,10 @@ class View {
   // A view of non-const elements is also a view of const ones.
   template <class U>
   View(const View<U>& other) : first_(other.data()), length_(other.size()) {}
-  template <class U>
-  explicit View(std::vector<U>& v) : first_(v.data()), length_(v.size()) {}
-  template <class U>
-  explicit View(const std::vector<U>& v) : first_(v.data()), length_(v.size()) {}
+  template <class U, class A>
+  explicit View(std::vector<U, A>& v) : first_(v.data()), length_(v.size()) {}
+  template <class U, class A>
+  explicit View(const std::vector<U, A>& v) : first_(v.data()), length_(v.size()) {}
 
   T& operator()(std::ptrdiff_t i) const {
 #ifdef VELMORA_RANGE_CHECKS

@@ -12,11 +12,6 @@
 namespace vlm {
 namespace {
 
-template <class T>
-std::size_t bytes_of(const std::vector<T>& v) {
-  return v.capacity() * sizeof(T);
-}
-
 FactorRecord* allocate_table(int maxfct) {
   const std::size_t length = static_cast<std::size_t>(std::max(maxfct, 1));
   // Zero bytes are the empty record; calloc does not touch them.
@@ -35,6 +30,7 @@ FactorRecord* factor_record(void** pt, int mnum) {
 void* allocate(std::size_t bytes, Location location) {
   void* block = std::malloc(std::max<std::size_t>(bytes, 1));
   if (block == nullptr) throw OutOfMemory(location, bytes);
+  count_bytes(static_cast<std::int64_t>(bytes));
   return block;
 }
 
@@ -44,7 +40,8 @@ void release(void** pt, Slot number) {
 }
 
 void keep_padded(void** pt, PaddedMatrix&& padded) {
-  slot(pt, slot_padded) = new PaddedMatrix(std::move(padded));
+  slot(pt, slot_padded) =
+      new (allocate(sizeof(PaddedMatrix), at_matching)) PaddedMatrix(std::move(padded));
 }
 
 const PaddedMatrix* padded_of(void** pt) {
@@ -88,8 +85,7 @@ int release_analysis(void** pt) {
     if (record.lu != nullptr) ++deleted;
     clean_fact_fc(record);
   }
-  delete padded_of(pt);
-  slot(pt, slot_padded) = nullptr;
+  if (auto* padded = static_cast<PaddedMatrix*>(slot(pt, slot_padded))) padded->~PaddedMatrix();
   for (int number = slot_last; number > slot_table; --number) release(pt, Slot(number));
   control_of(pt).work_bytes = 0;
   return deleted;
@@ -115,18 +111,6 @@ void provide_work(void** pt, std::size_t bytes) {
   control.work_bytes = 0;
   slot(pt, slot_work) = allocate(bytes, at_work);
   control.work_bytes = bytes;
-}
-
-std::size_t analysis_bytes(const Analysis& analysis) {
-  return bytes_of(analysis.graph.xadj) + bytes_of(analysis.graph.adjncy) +
-         bytes_of(analysis.order.perm) + bytes_of(analysis.order.invp) +
-         bytes_of(analysis.order.ranges) + bytes_of(analysis.parent) + bytes_of(analysis.colcnt) +
-         bytes_of(analysis.snode) + bytes_of(analysis.xsuper) + bytes_of(analysis.height) +
-         bytes_of(analysis.xlindx) + bytes_of(analysis.lindx) + bytes_of(analysis.xlnz) +
-         bytes_of(analysis.xunz) + bytes_of(analysis.sparent) + bytes_of(analysis.nmod) +
-         bytes_of(analysis.super_ranges) + bytes_of(analysis.queue) +
-         bytes_of(analysis.updates.start) + bytes_of(analysis.updates.up) +
-         bytes_of(analysis.updates.uplen);
 }
 
 std::int64_t numeric_kilobytes(void** pt) {

@@ -8,11 +8,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <new>
 
+#include "base/memory.hpp"
 #include "driver/control.hpp"
 #include "matching/mpssym.hpp"
-#include "symbolic/analysis.hpp"
 
 namespace vlm {
 
@@ -44,21 +43,20 @@ enum Location : int {
 };
 
 /// A failed allocation; the driver turns it into the memory error.
-struct OutOfMemory : std::bad_alloc {
-  OutOfMemory(Location where, std::size_t size) : location(where), bytes(size) {}
+struct OutOfMemory : AllocationFailure {
+  OutOfMemory(Location where, std::size_t size) : AllocationFailure(size), location(where) {}
   Location location;
-  std::size_t bytes;  ///< 0 when it was scratch inside a stage
 };
 
-/// Runs a stage; std::bad_alloc of its scratch becomes OutOfMemory at the stage's array.
+/// Runs a stage; a failed allocation of its scratch becomes OutOfMemory at the stage's array.
 template <class Stage>
 auto with_location(Location location, Stage stage) {
   try {
     return stage();
   } catch (const OutOfMemory&) {
     throw;
-  } catch (const std::bad_alloc&) {
-    throw OutOfMemory(location, 0);
+  } catch (const AllocationFailure& failure) {
+    throw OutOfMemory(location, failure.bytes);
   }
 }
 
@@ -71,7 +69,7 @@ inline FactorRecord* factor_table(void** pt) {
 /// Record of a matrix number; null when the table has none of that number.
 FactorRecord* factor_record(void** pt, int mnum);
 
-/// malloc with a location; throws OutOfMemory.
+/// malloc with a location, counted by the meter of the thread; throws OutOfMemory.
 void* allocate(std::size_t bytes, Location location);
 /// Frees what malloc gave a slot and zeroes it.
 void release(void** pt, Slot number);
@@ -105,8 +103,6 @@ void provide_work(void** pt, std::size_t bytes);
 inline std::int64_t kilobytes(std::size_t bytes) {
   return static_cast<std::int64_t>(bytes / 1024 + 1);
 }
-/// Bytes that an analysis in progress holds.
-std::size_t analysis_bytes(const Analysis& analysis);
 /// KB of all factors, of WORK_R0 and of the refinement vectors.
 std::int64_t numeric_kilobytes(void** pt);
 /// Writes the three figures to iparm(15) to iparm(17); one beyond 2 TB as 2^31 - 1.

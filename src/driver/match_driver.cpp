@@ -4,8 +4,8 @@
 
 #include <numeric>
 #include <stdexcept>
-#include <vector>
 
+#include "base/memory.hpp"
 #include "base/status.hpp"
 #include "graph/ordering.hpp"
 #include "matching/mps.hpp"
@@ -103,8 +103,8 @@ Outcome run_matching(const InputMatrix& matrix, const Options& options, int* per
                      double* scale_store, MatchedOrder& matched) try {
   if (options.matching > last_mode) return {error_analysis, status_no_matching, 0, 0};
   const bool symmetric = options.symmetric;
-  const std::vector<double> magnitudes =
-      options.type->nvals() == 2 ? convert2abs(matrix.nnz(), matrix.a) : std::vector<double>();
+  const Vector<double> magnitudes =
+      options.type->nvals() == 2 ? convert2abs(matrix.nnz(), matrix.a) : Vector<double>();
   const MatchInput part{symmetric ? matrix.n - options.schur : matrix.n, matrix.ia, matrix.ja,
                         options.type->nvals() == 2 ? magnitudes.data() : matrix.a, symmetric};
   MatchResult result = match(part, options);

@@ -15,13 +15,12 @@
 #include <exception>
 #include <stdexcept>
 #include <utility>
-#include <vector>
 
 #include "base/clock.hpp"
+#include "base/memory.hpp"
 #include "base/status.hpp"
 #include "base/thread_guard.hpp"
 #include "driver/check_input_fc.hpp"
-#include "driver/diag.hpp"
 #include "driver/do_all_fc.hpp"
 #include "driver/dumps.hpp"
 #include "driver/error_info_fc.hpp"
@@ -108,43 +107,58 @@ std::int64_t numeric_forecast(const Options& options, const Structure& structure
                             solve_work_bytes(solve_options(options), structure, 1)));
 }
 
-/// The three stages of the analysis; leaves the structure in its slot.
-Outcome analyse(const Call& call) {
+/// Analyses that hold fewer bytes leave the heap alone.
+constexpr std::int64_t large_analysis = 8 << 20;
+
+/// Matching and the three stages of the analysis; leaves the structure in its slot.
+Outcome run_analysis(const Call& call, const MemoryMeter& meter) {
   void** pt = call.pt;
   Control& control = control_of(pt);
-  MemoryFigures& memory = control.memory;
-  memory = {.permanent =
-                kilobytes(sizeof(Control)) +
-                kilobytes(sizeof(FactorRecord) * static_cast<std::size_t>(control.nrecords))};
+  const auto trim = [&meter] {
+    if (meter.peak() > large_analysis) trim_heap();
+  };
   MatchedOrder matched;
   control.pattern = pattern_checksum(matrix_of(call));
   const double match_start = timer_velmora();
   if (Outcome failed = match(call, matched)) return failed;
+  trim();
   const double match_time = timer_velmora() - match_start;
 
   StageArrays arrays{.call = call, .control = control};
   arrays.order = order_input(call, matched);
-  if (const int status =
-          with_location(at_adjacency, [&] { return do_all_velmora_fc(Stage::order, arrays); }))
-    return failed_analysis(status);
+  const auto run = [&arrays](Location location, Stage stage) {
+    return with_location(location, [&] { return do_all_velmora_fc(stage, arrays); });
+  };
+  if (const int status = run(at_adjacency, Stage::order)) return failed_analysis(status);
+  trim();
   control.clocks.timer.reorder += match_time;  // it is where the order came from
-  std::size_t peak = analysis_bytes(arrays.analysis);
-  if (const int status =
-          with_location(at_lists, [&] { return do_all_velmora_fc(Stage::lists, arrays); }))
-    return failed_analysis(status);
-  peak = std::max(peak, analysis_bytes(arrays.analysis));
+  if (const int status = run(at_lists, Stage::lists)) return failed_analysis(status);
 
   const std::size_t bytes = arrays.plan.bytes;
   arrays.structure_block = slot(pt, slot_structure) = allocate(bytes, at_structure);
   try {
-    with_location(at_structure, [&] { return do_all_velmora_fc(Stage::structure, arrays); });
+    run(at_structure, Stage::structure);
   } catch (...) {
     release(pt, slot_structure);  // what marks a finished analysis
     throw;
   }
-  memory.permanent += kilobytes(bytes);
-  memory.peak = memory.permanent + kilobytes(peak);
-  if (call.iparm(9) >= 0) memory.numeric = numeric_forecast(control.options, *arrays.structure);
+  control.memory.permanent += kilobytes(bytes);
+  if (call.iparm(9) >= 0)
+    control.memory.numeric = numeric_forecast(control.options, *arrays.structure);
+  return {};
+}
+
+/// The analysis with its memory figures.
+Outcome analyse(const Call& call) {
+  Control& control = control_of(call.pt);
+  const std::int64_t handle =
+      kilobytes(sizeof(Control)) +
+      kilobytes(sizeof(FactorRecord) * static_cast<std::size_t>(control.nrecords));
+  control.memory = {.permanent = handle};
+  MemoryMeter meter;
+  const MeterScope metered(meter);
+  if (Outcome failed = run_analysis(call, meter)) return failed;
+  control.memory.peak = handle + kilobytes(static_cast<std::size_t>(meter.peak()));
   return {};
 }
 
@@ -214,7 +228,7 @@ int factorize(StageArrays& arrays) {
   const PaddedMatrix* padded = padded_of(call.pt);
   if (padded == nullptr) return do_all_velmora_fc(Stage::factorize, arrays);
   const int nvals = arrays.control.options.type->nvals();
-  std::vector<double> values(padded->ja.size() * static_cast<std::size_t>(nvals));
+  Vector<double> values(padded->ja.size() * static_cast<std::size_t>(nvals));
   scatter_padded_values(*padded, nvals, call.a, values.data());
   arrays.matrix = {call.n, padded->ia.data(), padded->ja.data(), values.data()};
   const int status = do_all_velmora_fc(Stage::factorize, arrays);
@@ -355,7 +369,7 @@ Outcome run_phase_without_exceptions(Call& call, double start, int& deleted) {
     return run_phase(call, start, deleted);
   } catch (const OutOfMemory& failure) {
     return {error_memory, failure.location, 0, failure.bytes};
-  } catch (const std::bad_alloc&) {
+  } catch (const std::bad_alloc&) {  // a record or a string; arrays tell their size
     return {error_memory, at_basic, 0, 0};
   } catch (const std::length_error&) {  // a scratch array beyond 32-bit positions
     return {error_overflow, status_overflow, 0, 0};

@@ -5,21 +5,13 @@
 #include <cstdint>
 #include <limits>
 
+#include "base/memory.hpp"
+#include "graph/starts.hpp"
+
 namespace vlm {
 namespace {
 
 constexpr std::int64_t max_position = std::numeric_limits<int>::max() - 1;
-
-// Turns the counts in xadj(2..n+1) into row starts.  False when they overflow.
-bool counts_to_starts(View<int> xadj) {
-  std::int64_t next = 1;
-  for (int& x : xadj) {
-    next += x;
-    if (next > max_position) return false;
-    x = static_cast<int>(next);
-  }
-  return true;
-}
 
 }  // namespace
 
@@ -40,7 +32,7 @@ int ladj_mod_velmora(const Pattern& upper, Adjacency& graph) {
   // neighbours when it is its turn: each list ascends.
   graph.adjncy.resize(xadj(n + 1) - 1);
   View<int> adjncy(graph.adjncy);
-  std::vector<int> fill(graph.xadj);
+  Vector<int> fill(graph.xadj);
   View<int> next(fill);
   for (int i = 1; i <= n; ++i)
     for (int k = upper.ia(i); k < upper.ia(i + 1); ++k)
@@ -51,8 +43,7 @@ int ladj_mod_velmora(const Pattern& upper, Adjacency& graph) {
   return status_ok;
 }
 
-void kgtransp_str_ia_velmora(const Pattern& pattern, std::vector<int>& ptr,
-                             std::vector<int>& list) {
+void kgtransp_str_ia_velmora(const Pattern& pattern, Vector<int>& ptr, Vector<int>& list) {
   const int n = pattern.n;
   const int nnz = pattern.ia(n + 1) - 1;
   ptr.assign(n + 1, 0);
@@ -71,7 +62,7 @@ void kgtransp_str_ia_velmora(const Pattern& pattern, std::vector<int>& ptr,
 
 int kg_diafree_adjnodia_velmora(const Pattern& pattern, Adjacency& graph) {
   const int n = pattern.n;
-  std::vector<int> tptr, tlist;
+  Vector<int> tptr, tlist;
   kgtransp_str_ia_velmora(pattern, tptr, tlist);
   const View<int> tia(tptr), tja(tlist);
 
@@ -99,8 +90,8 @@ int kg_diafree_adjnodia_velmora(const Pattern& pattern, Adjacency& graph) {
   return status_ok;
 }
 
-void perm_str_velmora(const Pattern& pattern, View<const int> row_perm, std::vector<int>& ia,
-                      std::vector<int>& ja) {
+void perm_str_velmora(const Pattern& pattern, View<const int> row_perm, Vector<int>& ia,
+                      Vector<int>& ja) {
   const int n = pattern.n;
   ia.assign(n + 1, 1);
   ja.clear();
@@ -115,7 +106,7 @@ void perm_str_velmora(const Pattern& pattern, View<const int> row_perm, std::vec
 
 int ladjun_velmora(const Pattern& full, View<const int> row_perm, Adjacency& graph) {
   if (row_perm.empty()) return kg_diafree_adjnodia_velmora(full, graph);
-  std::vector<int> ia, ja;
+  Vector<int> ia, ja;
   perm_str_velmora(full, row_perm, ia, ja);
   return kg_diafree_adjnodia_velmora({full.n, View<const int>(ia), View<const int>(ja)}, graph);
 }

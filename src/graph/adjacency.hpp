@@ -6,8 +6,7 @@
 /// deterministic.
 #pragma once
 
-#include <vector>
-
+#include "base/memory.hpp"
 #include "base/status.hpp"
 #include "base/view.hpp"
 
@@ -16,9 +15,9 @@ namespace vlm {
 /// Symmetric adjacency without diagonal, both triangles, 1-based contents.
 struct Adjacency {
   int n = 0;
-  std::vector<int> xadj;    ///< [n+1]
-  std::vector<int> adjncy;  ///< [xadj(n+1)-1]
-  std::vector<int> weight;  ///< [n] columns that a node stands for; empty: one each
+  Vector<int> xadj;    ///< [n+1]
+  Vector<int> adjncy;  ///< [xadj(n+1)-1]
+  Vector<int> weight;  ///< [n] columns that a node stands for; empty: one each
 
   int weight_of(int node) const { return weight.empty() ? 1 : weight[node - 1]; }
 };
@@ -46,14 +45,14 @@ int ladjun_velmora(const Pattern& full, View<const int> row_perm, Adjacency& gra
 /// Transpose of a pattern; the rows come out ascending.
 /// @param ptr   row starts of the transpose   [n+1], out
 /// @param list  columns of the transpose      [nnz], out
-void kgtransp_str_ia_velmora(const Pattern& pattern, std::vector<int>& ptr, std::vector<int>& list);
+void kgtransp_str_ia_velmora(const Pattern& pattern, Vector<int>& ptr, Vector<int>& list);
 
 /// Merges the rows of a pattern with those of its transpose and leaves out the diagonal.
 /// The columns of each row must ascend; repeats are dropped.
 int kg_diafree_adjnodia_velmora(const Pattern& pattern, Adjacency& graph);
 
 /// Puts row row_perm(i) of the pattern in the place of row i.
-void perm_str_velmora(const Pattern& pattern, View<const int> row_perm, std::vector<int>& ia,
-                      std::vector<int>& ja);
+void perm_str_velmora(const Pattern& pattern, View<const int> row_perm, Vector<int>& ia,
+                      Vector<int>& ja);
 
 }  // namespace vlm

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <numeric>
 
+#include "base/memory.hpp"
 #include "base/view.hpp"
 
 namespace vlm {
@@ -15,11 +16,11 @@ constexpr int none = -1;
 
 // representative(v): the lowest node with the same closed neighbourhood, v when there is none
 // lower, or `none` for a dense row.  Nodes can only match neighbours of theirs.
-std::vector<int> find_representatives(const Adjacency& graph, int dense_limit) {
+Vector<int> find_representatives(const Adjacency& graph, int dense_limit) {
   const int n = graph.n;
   const View<const int> xadj(graph.xadj), adjncy(graph.adjncy);
-  std::vector<int> representative_store(n), mark_store(n, 0);
-  std::vector<std::uint32_t> hash_store(n);
+  Vector<int> representative_store(n), mark_store(n, 0);
+  Vector<std::uint32_t> hash_store(n);
   const View<int> representative(representative_store), mark(mark_store);
   const View<std::uint32_t> hash(hash_store);
   for (int v = 1; v <= n; ++v) {
@@ -52,20 +53,18 @@ std::vector<int> find_representatives(const Adjacency& graph, int dense_limit) {
 
 }  // namespace
 
-double dense_row_limit(int n, double dense_factor) {
-  return std::max(16.0, dense_factor * std::sqrt(static_cast<double>(n)));
-}
+double dense_row_limit(int n) { return std::max(16.0, 10 * std::sqrt(static_cast<double>(n))); }
 
-CompressedGraph compress_graph(const Adjacency& graph, double dense_factor) {
+CompressedGraph compress_graph(const Adjacency& graph) {
   const int n = graph.n;
   const View<const int> xadj(graph.xadj), adjncy(graph.adjncy);
-  const double limit = dense_row_limit(n, dense_factor);
-  std::vector<int> representative_store =
+  const double limit = dense_row_limit(n);
+  Vector<int> representative_store =
       find_representatives(graph, static_cast<int>(std::min<double>(limit, n)));
   const View<const int> representative(representative_store);
 
   CompressedGraph out;
-  std::vector<int> vertex_store(n, none);  // vertex of a representative
+  Vector<int> vertex_store(n, none);  // vertex of a representative
   const View<int> vertex(vertex_store);
   for (int v = 1; v <= n; ++v) {
     if (representative(v) == none) out.dense.push_back(v);
@@ -82,7 +81,7 @@ CompressedGraph compress_graph(const Adjacency& graph, double dense_factor) {
     }
   std::partial_sum(out.first.begin(), out.first.end(), out.first.begin());
   out.nodes.resize(out.first[nc]);
-  std::vector<int> next(out.first);
+  Vector<int> next(out.first);
   for (int v = 1; v <= n; ++v)
     if (representative(v) != none) out.nodes[next[vertex(representative(v))]++] = v;
 

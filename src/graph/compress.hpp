@@ -6,8 +6,7 @@
 /// become one weighted vertex.  Linear in the edges: neighbours are compared by hash first.
 #pragma once
 
-#include <vector>
-
+#include "base/memory.hpp"
 #include "graph/adjacency.hpp"
 #include "graph/weighted_graph.hpp"
 
@@ -16,17 +15,17 @@ namespace vlm {
 /// A weighted graph, and the nodes that stand behind its vertices.
 struct CompressedGraph {
   WeightedGraph graph;
-  std::vector<int> first;  ///< start of a vertex in members  [graph.n+1]
-  std::vector<int> nodes;  ///< members, 1-based nodes, ascending in a vertex
-  std::vector<int> dense;  ///< nodes with too many neighbours, left out, ascending
+  Vector<int> first;  ///< start of a vertex in members  [graph.n+1]
+  Vector<int> nodes;  ///< members, 1-based nodes, ascending in a vertex
+  Vector<int> dense;  ///< nodes with too many neighbours, left out, ascending
 };
 
-/// Entries above which a row is dense: max(16, dense_factor * sqrt(n)).
-double dense_row_limit(int n, double dense_factor = 10);
+/// Entries above which a row is dense: max(16, 10 sqrt(n)).
+double dense_row_limit(int n);
 
 /// Compresses the adjacency and leaves its dense rows out.
 ///
 /// A vertex weighs as much as its members together.
-CompressedGraph compress_graph(const Adjacency& graph, double dense_factor = 10);
+CompressedGraph compress_graph(const Adjacency& graph);
 
 }  // namespace vlm

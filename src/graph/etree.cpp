@@ -1,22 +1,18 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "graph/etree.hpp"
 
-#include <algorithm>
+#include "base/memory.hpp"
+#include "graph/forest.hpp"
 
 namespace vlm {
 
-void etep_velmora(const Adjacency& graph, View<const int> perm, View<const int> invp,
-                  View<int> parent) {
-  const int n = graph.n;
-  const View<const int> xadj(graph.xadj), adjncy(graph.adjncy);
-  std::vector<int> ancestor_store(n);
+void etep_velmora(const OrderedPattern& pattern, View<int> parent) {
+  const int n = pattern.size();
+  Vector<int> ancestor_store(n);
   const View<int> ancestor(ancestor_store);
   for (int i = 1; i <= n; ++i) {
     parent(i) = 0;
-    ancestor(i) = 0;
-    const int node = perm(i);
-    for (int k = xadj(node); k < xadj(node + 1); ++k) {
-      int j = invp(adjncy(k));
+    pattern.for_each_neighbour(i, [&](int j) {
       while (j < i) {
         const int next = ancestor(j);
         if (next == i) break;
@@ -27,60 +23,21 @@ void etep_velmora(const Adjacency& graph, View<const int> perm, View<const int> 
         }
         j = next;
       }
-    }
+    });
   }
 }
 
-void betee_velmora(View<const int> parent, View<int> fson, View<int> brothr) {
+void postorder(View<const int> parent, View<const int> size, View<int> order) {
   const int n = static_cast<int>(parent.size());
-  std::fill(fson.begin(), fson.end(), 0);
-  std::fill(brothr.begin(), brothr.end(), 0);
-  if (n <= 1) return;
-  int lroot = n;
-  for (int node = n - 1; node >= 1; --node) {
-    const int p = parent(node);
-    if (p <= 0 || p == node) {
-      brothr(lroot) = node;
-      lroot = node;
-    } else {
-      brothr(node) = fson(p);
-      fson(p) = node;
-    }
-  }
-  brothr(lroot) = 0;
-}
-
-void postorder(View<const int> parent, View<int> order) {
-  const int n = static_cast<int>(parent.size());
-  if (n == 0) return;
-  std::vector<int> son_store(n), brother_store(n), stack;
-  const View<int> fson(son_store), brothr(brother_store);
-  betee_velmora(parent, fson, brothr);
+  Vector<int> child, sibling, stack(n);
+  Forest forest(n, child, sibling);
+  for (int j = n; j >= 1; --j)
+    if (parent(j) != 0) forest.add(j - 1, parent(j) - 1);
+  if (!size.empty())
+    for (int v = 0; v < n; ++v) forest.largest_child_last(v, [&](int c) { return size(c + 1); });
   int k = 0;
-  for (int root = n; root != 0; root = brothr(root)) {
-    stack.push_back(root);
-    while (!stack.empty()) {
-      const int v = stack.back();
-      if (const int son = fson(v); son != 0) {
-        fson(v) = brothr(son);  // the next son to descend into
-        stack.push_back(son);
-      } else {
-        stack.pop_back();
-        order(++k) = v;
-      }
-    }
-  }
-}
-
-int treeht_velmora(View<const int> parent, View<int> level) {
-  std::fill(level.begin(), level.end(), 0);
-  int height = 0;
-  const int n = static_cast<int>(parent.size());
-  for (int i = 1; i <= n; ++i) {
-    height = std::max(height, level(i));
-    if (const int p = parent(i); p > 0) level(p) = std::max(level(p), level(i) + 1);
-  }
-  return height;
+  for (int root = 1; root <= n; ++root)
+    if (parent(root) == 0) forest.walk(root - 1, stack, [&](int v) { order(++k) = v + 1; });
 }
 
 namespace {
@@ -96,20 +53,22 @@ int find_root(View<int> set, int v) {
 
 }  // namespace
 
-void lnnt_velmora(const Adjacency& graph, View<const int> perm, View<const int> invp,
-                  View<const int> parent, View<int> colcnt) {
-  const int n = graph.n;
-  const View<const int> xadj(graph.xadj), adjncy(graph.adjncy);
-  std::vector<int> store(static_cast<std::size_t>(n) * 5);
-  const View<int> post(store.data(), n);
-  const View<int> first(store.data() + n, n);  // earliest postorder number in the subtree
-  const View<int> reach(store.data() + 2 * std::size_t(n), n);  // first() of row i's last leaf
-  const View<int> leaf(store.data() + 3 * std::size_t(n), n);   // last leaf of row i's subtree
-  const View<int> set(store.data() + 4 * std::size_t(n), n);    // ancestors met so far
-  postorder(parent, post);
+// Column j belongs to row subtree i where leaves minus least common ancestors, summed over the
+// descendants of j, give 1.
+void lnnt_velmora(const OrderedPattern& pattern, View<const int> parent, View<const int> post,
+                  View<int> colcnt) {
+  const int n = pattern.size();
+  Vector<int> store(static_cast<std::size_t>(n) * 4);
+  const auto part = [&](int number) {
+    return View<int>(store.data() + static_cast<std::size_t>(n) * number, n);
+  };
+  const View<int> first = part(0);  // earliest postorder number in the subtree
+  const View<int> reach = part(1);  // first() of row i's last leaf
+  const View<int> leaf = part(2);   // last leaf of row i's subtree
+  const View<int> set = part(3);    // ancestors met so far
   for (int k = 1; k <= n; ++k) {
     int j = post(k);
-    colcnt(j) = first(j) == 0 ? 1 : 0;  // a leaf of the tree starts with its diagonal
+    colcnt(j) = first(j) == 0 ? pattern.weight(j) : 0;  // a leaf starts with its diagonal
     for (; j != 0 && first(j) == 0; j = parent(j)) first(j) = k;
   }
   for (int i = 1; i <= n; ++i) set(i) = i;
@@ -117,16 +76,15 @@ void lnnt_velmora(const Adjacency& graph, View<const int> perm, View<const int> 
   for (int k = 1; k <= n; ++k) {
     const int j = post(k);
     const int p = parent(j);
-    if (p != 0) --colcnt(p);  // the diagonal of j is not passed on
-    const int node = perm(j);
-    for (int e = xadj(node); e < xadj(node + 1); ++e) {
-      const int i = invp(adjncy(e));
-      if (i <= j || first(j) <= reach(i)) continue;  // j is no leaf of row i's subtree
+    if (p != 0) colcnt(p) -= pattern.weight(j);  // the diagonal of j is not passed on
+    pattern.for_each_neighbour(j, [&](int i) {
+      if (i <= j || first(j) <= reach(i)) return;  // j is no leaf of row i's subtree
+      const int weight = pattern.weight(i);
       reach(i) = first(j);
-      ++colcnt(j);
-      if (leaf(i) != 0) --colcnt(find_root(set, leaf(i)));  // overlap of the two paths
+      colcnt(j) += weight;
+      if (leaf(i) != 0) colcnt(find_root(set, leaf(i))) -= weight;  // overlap of the two paths
       leaf(i) = j;
-    }
+    });
     if (p != 0) set(j) = p;
   }
   for (int j = 1; j <= n; ++j)

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <numeric>
 
+#include "base/memory.hpp"
 #include "base/view.hpp"
 
 namespace vlm {
@@ -33,16 +34,16 @@ bool invert_order(Ordering& order) {
   return true;
 }
 
-std::vector<Range> regroup(Ordering& order, const std::vector<int>& group, int count) {
+Vector<Range> regroup(Ordering& order, const Vector<int>& group, int count) {
   const View<const int> group_of(group);
-  std::vector<int> start(count + 2, 0);
+  Vector<int> start(count + 2, 0);
   for (const int g : group) ++start[g + 1];
   start[1] = 1;
   for (int g = 2; g <= count + 1; ++g) start[g] += start[g - 1];
-  std::vector<Range> ranges(count);
+  Vector<Range> ranges(count);
   for (int g = 1; g <= count; ++g) ranges[g - 1] = {start[g], start[g + 1] - 1};
 
-  std::vector<int> old(order.perm.size());
+  Vector<int> old(order.perm.size());
   old.swap(order.perm);
   const View<int> perm(order.perm), invp(order.invp);
   for (const int node : old) {
@@ -71,7 +72,7 @@ void regroup_by_ranges(Ordering& order, int tail_nodes) {
   // Groups: the domains, the separators, then the tail nodes.
   const int separators = order.nparts == 1 ? 1 : order.nparts + 1;
   const int count = separators + (tail_nodes > 0 ? 1 : 0);
-  std::vector<int> group(n, separators);
+  Vector<int> group(n, separators);
   const View<int> group_of(group);
   const View<const int> perm(order.perm);
   if (order.nparts > 1)
@@ -79,7 +80,7 @@ void regroup_by_ranges(Ordering& order, int tail_nodes) {
       for (int i = order.ranges[k - 1].first; i <= order.ranges[k - 1].last; ++i)
         group_of(perm(i)) = k;
   for (int node = n - tail_nodes + 1; node <= n; ++node) group_of(node) = count;
-  std::vector<Range> ranges = regroup(order, group, count);
+  Vector<Range> ranges = regroup(order, group, count);
 
   const View<int> perm_out(order.perm), invp(order.invp);
   for (int node = n - tail_nodes + 1; node <= n; ++node) {

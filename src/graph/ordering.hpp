@@ -2,8 +2,7 @@
 /// An elimination order with its domains, and small operations on it: inverse, ranges, regrouping.
 #pragma once
 
-#include <vector>
-
+#include "base/memory.hpp"
 #include "graph/adjacency.hpp"
 
 namespace vlm {
@@ -15,10 +14,10 @@ struct Range {
 
 /// A fill-reducing order.  perm(position) = node, invp(node) = position.
 struct Ordering {
-  std::vector<int> perm, invp;
+  Vector<int> perm, invp;
   /// Leaf domains in positions, then the tail pair that holds the separators.
   /// One range: (1, n-1), (n, n).
-  std::vector<Range> ranges;
+  Vector<Range> ranges;
   int nparts = 1;  ///< leaf domains: ranges.size() - 1
   int nodes = 0;   ///< vertices that were ordered, fewer than n after compression; 0: n
 };
@@ -43,7 +42,7 @@ bool invert_order(Ordering& order);
 /// Sorts the nodes by group, keeping their order within a group, and rebuilds perm and invp.
 /// @param group   group of a node, 1..count                   [n], in
 /// @return first and last position of each group              [count]
-std::vector<Range> regroup(Ordering& order, const std::vector<int>& group, int count);
+Vector<Range> regroup(Ordering& order, const Vector<int>& group, int count);
 
 /// Adds the tail pair behind the domains.  It holds at least the last position, which the
 /// domain that ends there gives up.

@@ -5,6 +5,8 @@
 #include <numeric>
 #include <utility>
 
+#include "base/memory.hpp"
+
 namespace vlm {
 namespace {
 
@@ -23,7 +25,7 @@ PairKeeper::PairKeeper(Pairing& pairs)
       tree_(pairs.partner.size()) {}
 
 void PairKeeper::break_rings() {
-  std::vector<int> all(side_.size());
+  Vector<int> all(side_.size());
   std::iota(all.begin(), all.end(), 0);
   std::fill(side_.begin(), side_.end(), 0);
   across_ = false;
@@ -31,9 +33,9 @@ void PairKeeper::break_rings() {
   std::fill(side_.begin(), side_.end(), none);
 }
 
-void PairKeeper::keep_together(const std::vector<int>& vertex, std::vector<int>& side) {
+void PairKeeper::keep_together(const Vector<int>& vertex, Vector<int>& side) {
   for (std::size_t i = 0; i < vertex.size(); ++i) side_[vertex[i]] = side[i];
-  std::vector<int> waiting = settle_sides(vertex);
+  Vector<int> waiting = settle_sides(vertex);
   for (const int s : {0, 1}) open_side(vertex, s, waiting);
   if (!waiting.empty()) settle_separator(vertex, waiting);
   for (std::size_t i = 0; i < vertex.size(); ++i) side[i] = std::exchange(side_[vertex[i]], none);
@@ -41,8 +43,8 @@ void PairKeeper::keep_together(const std::vector<int>& vertex, std::vector<int>&
 
 // Exchanges parted pairs within the sides.  What is left belongs to the separator: the returned
 // vertices are in it already, their partners may have to follow.
-std::vector<int> PairKeeper::settle_sides(const std::vector<int>& vertex) {
-  std::vector<int> waiting;
+Vector<int> PairKeeper::settle_sides(const Vector<int>& vertex) {
+  Vector<int> waiting;
   across_ = false;
   find_trees(vertex);
   for (int v : vertex) {
@@ -59,7 +61,7 @@ std::vector<int> PairKeeper::settle_sides(const std::vector<int>& vertex) {
 }
 
 // Moves one constraint of a side that couples with none outside of it into the separator.
-void PairKeeper::open_side(const std::vector<int>& vertex, int side, std::vector<int>& waiting) {
+void PairKeeper::open_side(const Vector<int>& vertex, int side, Vector<int>& waiting) {
   int candidate = none;
   for (const int v : vertex) {
     if (side_[v] != side) continue;
@@ -80,7 +82,7 @@ void PairKeeper::open_side(const std::vector<int>& vertex, int side, std::vector
 
 // Pairs the waiting vertices within the separator; partners for which there is no exchange join
 // it.
-void PairKeeper::settle_separator(const std::vector<int>& vertex, const std::vector<int>& waiting) {
+void PairKeeper::settle_separator(const Vector<int>& vertex, const Vector<int>& waiting) {
   across_ = true;
   for (const int v : waiting) waiting_[v] = 1;
   find_trees(vertex);
@@ -172,8 +174,8 @@ void PairKeeper::join(int v, int w) {
 
 // Joins pairs with those that they point to: without rings they form trees.  Returns the vertices
 // whose pairs close a ring.
-std::vector<int> PairKeeper::find_trees(const std::vector<int>& vertex) {
-  std::vector<int> closing;
+Vector<int> PairKeeper::find_trees(const Vector<int>& vertex) {
+  Vector<int> closing;
   for (const int v : vertex) tree_[v] = v;
   for (const int v : vertex) {
     const int w = pairs_.partner[v];
@@ -203,9 +205,9 @@ void PairKeeper::undo(std::size_t changes) {
     pairs_.partner[changes_.back().first] = changes_.back().second;
 }
 
-WeightedGraph contract_pairs(const WeightedGraph& graph, const std::vector<int>& partner,
-                             std::vector<int>& lead) {
-  std::vector<int> vertex(graph.n, none);
+WeightedGraph contract_pairs(const WeightedGraph& graph, const Vector<int>& partner,
+                             Vector<int>& lead) {
+  Vector<int> vertex(graph.n, none);
   lead.clear();
   for (int v = 0; v < graph.n; ++v) {
     if (vertex[v] != none) continue;
@@ -219,7 +221,7 @@ WeightedGraph contract_pairs(const WeightedGraph& graph, const std::vector<int>&
   out.ptr.push_back(0);
   out.adj.reserve(graph.adj.size());
   out.weight.reserve(out.n);
-  std::vector<int> met(out.n, none);
+  Vector<int> met(out.n, none);
   for (int c = 0; c < out.n; ++c) {
     met[c] = c;
     int weight = 0;

@@ -18,18 +18,18 @@
 
 #include <cstddef>
 #include <utility>
-#include <vector>
 
+#include "base/memory.hpp"
 #include "graph/weighted_graph.hpp"
 
 namespace vlm {
 
 /// Partners and their alternatives; all arrays 0-based.
 struct Pairing {
-  std::vector<int> partner;      ///< [n] -1: the vertex stands alone
-  std::vector<char> sound;       ///< [n] the vertex may stand alone
-  std::vector<int> ptr;          ///< [n+1] starts in alternative
-  std::vector<int> alternative;  ///< vertices that could be partners, one of the two not sound
+  Vector<int> partner;      ///< [n] -1: the vertex stands alone
+  Vector<char> sound;       ///< [n] the vertex may stand alone
+  Vector<int> ptr;          ///< [n+1] starts in alternative
+  Vector<int> alternative;  ///< vertices that could be partners, one of the two not sound
 };
 
 /// Sees to it that partners are on the same side of a separator.
@@ -45,30 +45,30 @@ class PairKeeper {
 
   /// @param vertex  vertices of a part of the graph that holds no or both members of each pair
   /// @param side    0, 1 or 2 for the separator, in and out  [vertex.size()]
-  void keep_together(const std::vector<int>& vertex, std::vector<int>& side);
+  void keep_together(const Vector<int>& vertex, Vector<int>& side);
 
  private:
-  std::vector<int> settle_sides(const std::vector<int>& vertex);
-  void settle_separator(const std::vector<int>& vertex, const std::vector<int>& waiting);
-  void open_side(const std::vector<int>& vertex, int side, std::vector<int>& waiting);
+  Vector<int> settle_sides(const Vector<int>& vertex);
+  void settle_separator(const Vector<int>& vertex, const Vector<int>& waiting);
+  void open_side(const Vector<int>& vertex, int side, Vector<int>& waiting);
   bool part(int v, int mate);
   bool find_partner(int v, int depth);
   int next_pair(int v, int w) const;
   bool link(int v, int w);
   void join(int v, int w);
-  std::vector<int> find_trees(const std::vector<int>& vertex);
+  Vector<int> find_trees(const Vector<int>& vertex);
   int tree_of(int v);
   void set_partner(int v, int w);
   void undo(std::size_t changes);
 
   Pairing& pairs_;
-  std::vector<int> side_;      // of a vertex of the part at hand, else none
-  std::vector<char> waiting_;  // the pair of a vertex is not settled yet
-  std::vector<int> visit_;     // last search that came to a vertex
+  Vector<int> side_;      // of a vertex of the part at hand, else none
+  Vector<char> waiting_;  // the pair of a vertex is not settled yet
+  Vector<int> visit_;     // last search that came to a vertex
   int search_ = 0;
-  std::vector<int> tree_;  // vertex towards the name of the tree of pairs that it is in
-  bool across_ = false;    // trees reach across the separator
-  std::vector<std::pair<int, int>> changes_;  // vertex and its former partner
+  Vector<int> tree_;     // vertex towards the name of the tree of pairs that it is in
+  bool across_ = false;  // trees reach across the separator
+  Vector<std::pair<int, int>> changes_;  // vertex and its former partner
 };
 
 /// Graph in which each pair is one vertex.
@@ -76,7 +76,7 @@ class PairKeeper {
 /// @param partner  of a vertex, or -1  [graph.n], in
 /// @param lead     first member of a vertex of the result  [result.n], out; vertices keep the
 ///                 sequence of their first members
-WeightedGraph contract_pairs(const WeightedGraph& graph, const std::vector<int>& partner,
-                             std::vector<int>& lead);
+WeightedGraph contract_pairs(const WeightedGraph& graph, const Vector<int>& partner,
+                             Vector<int>& lead);
 
 }  // namespace vlm

@@ -2,16 +2,20 @@
 /// Graphs with weighted vertices, as orderings and separators work on them.
 #pragma once
 
-#include <vector>
+#include "base/memory.hpp"
+#include "graph/adjacency.hpp"
 
 namespace vlm {
 
 /// 0-based compressed rows, both triangles, no diagonal.
 struct WeightedGraph {
   int n = 0;
-  std::vector<int> ptr;     ///< [n+1]
-  std::vector<int> adj;     ///< [ptr[n]]
-  std::vector<int> weight;  ///< [n]
+  Vector<int> ptr;     ///< [n+1]
+  Vector<int> adj;     ///< [ptr[n]]
+  Vector<int> weight;  ///< [n]
 };
+
+/// The nodes of an adjacency as vertices, each of its weight.
+WeightedGraph weighted_graph(const Adjacency& graph);
 
 }  // namespace vlm

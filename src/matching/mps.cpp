@@ -7,6 +7,8 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "base/memory.hpp"
+
 namespace vlm {
 
 namespace {
@@ -35,58 +37,19 @@ void take_logarithms(mps_csr& cost) {
   cost.path_bound = smallest * (-1.0 - cost.n);
 }
 
-/// Calls visit(row, column, weight), 0-based, for the stored entries that take part.
+/// Calls visit(row, column, weight), 0-based, for the entries of the matrix that is to be matched:
+/// those stored that take part, and their mirror images when only one triangle is stored.
 template <class Visit>
 void for_each_entry(const MatchInput& m, Visit visit) {
   for (int i = 0; i < m.n; ++i) {
     for (int p = m.ia[i] - 1; p < m.ia[i + 1] - 1; ++p) {
       const int j = m.ja[p] - 1;
-      if (j < m.n && m.a[p] != 0) visit(i, j, weight(m.a[p]));
+      if (j >= m.n || m.a[p] == 0) continue;
+      const double w = weight(m.a[p]);
+      visit(i, j, w);
+      if (m.upper && i != j) visit(j, i, w);
     }
   }
-}
-
-/// Calls visit for the entries of the matrix that is to be matched: those stored, turned over
-/// when the transpose is asked for, and their mirror images when only one triangle is stored.
-template <class Visit>
-void for_each_cost(const MatchInput& m, bool transposed, Visit visit) {
-  for_each_entry(m, [&](int i, int j, double w) {
-    if (transposed) std::swap(i, j);
-    visit(i, j, w);
-    if (m.upper && i != j) visit(j, i, w);
-  });
-}
-
-mps_csr build_cost(const MatchInput& m, bool transposed) {
-  mps_csr cost;
-  cost.n = cost.ncol = m.n;
-  cost.rowptr.assign(static_cast<std::size_t>(m.n) + 1, 0);
-  cost.logmax.assign(m.n, 0);
-  std::int64_t total = 0;
-  for_each_cost(m, transposed, [&](int i, int j, double w) {
-    ++total;
-    ++cost.rowptr[i];
-    cost.logmax[j] = std::max(cost.logmax[j], w);
-  });
-  if (total > INT_MAX) throw std::length_error("matching: too many entries");
-
-  cost.col.resize(total);
-  cost.val.resize(total);
-  std::vector<int> next(m.n);
-  int start = 0;
-  for (int i = 0; i < m.n; ++i) {
-    const int length = cost.rowptr[i];
-    next[i] = cost.rowptr[i] = start;
-    start += length;
-  }
-  cost.rowptr[m.n] = start;
-  for_each_cost(m, transposed, [&](int i, int j, double w) {
-    const int p = next[i]++;
-    cost.col[p] = j;
-    cost.val[p] = w;
-  });
-  take_logarithms(cost);
-  return cost;
 }
 
 void pair_up(MatchState& state, int row, int column) {
@@ -268,9 +231,9 @@ class Search {
 
   const mps_csr& cost_;
   MatchState& state_;
-  std::vector<Column> columns_;
-  std::vector<Node> heap_;
-  std::vector<Visit> visited_;  // visited rows, in the order of their distance
+  Vector<Column> columns_;
+  Vector<Node> heap_;
+  Vector<Visit> visited_;  // visited rows, in the order of their distance
   int heap_size_ = 0, visited_count_ = 0;
   double dist_ = 0;  // present distance from the root
   double best_ = 0;  // distance of the nearest free column so far
@@ -323,19 +286,42 @@ class GreedyStart {
 
   const mps_csr& cost_;
   MatchState& state_;
-  std::vector<int> next_;
+  Vector<int> next_;
 };
-
-std::vector<int> invert_permutation(const std::vector<int>& perm) {
-  std::vector<int> inverse(perm.size());
-  for (std::size_t i = 0; i < perm.size(); ++i) inverse[perm[i]] = static_cast<int>(i);
-  return inverse;
-}
 
 }  // namespace
 
-mps_csr csr_create_log(const MatchInput& matrix) { return build_cost(matrix, false); }
-mps_csr csr_create_log_transpose(const MatchInput& matrix) { return build_cost(matrix, true); }
+mps_csr csr_create_log(const MatchInput& m) {
+  mps_csr cost;
+  cost.n = cost.ncol = m.n;
+  cost.rowptr.assign(static_cast<std::size_t>(m.n) + 1, 0);
+  cost.logmax.assign(m.n, 0);
+  std::int64_t total = 0;
+  for_each_entry(m, [&](int i, int j, double w) {
+    ++total;
+    ++cost.rowptr[i];
+    cost.logmax[j] = std::max(cost.logmax[j], w);
+  });
+  if (total > INT_MAX) throw std::length_error("matching: too many entries");
+
+  cost.col.resize(total);
+  cost.val.resize(total);
+  Vector<int> next(m.n);
+  int start = 0;
+  for (int i = 0; i < m.n; ++i) {
+    const int length = cost.rowptr[i];
+    next[i] = cost.rowptr[i] = start;
+    start += length;
+  }
+  cost.rowptr[m.n] = start;
+  for_each_entry(m, [&](int i, int j, double w) {
+    const int p = next[i]++;
+    cost.col[p] = j;
+    cost.val[p] = w;
+  });
+  take_logarithms(cost);
+  return cost;
+}
 
 MatchState kuhn_munkres_init(const mps_csr& cost) {
   MatchState state;
@@ -358,9 +344,9 @@ int kuhn_munkres(const mps_csr& cost, MatchState& state) {
   return state.count;
 }
 
-int expand_matching(std::vector<int>& match) {
+int expand_matching(Vector<int>& match) {
   const int n = static_cast<int>(match.size());
-  std::vector<char> row_matched(n, 0);
+  Vector<char> row_matched(n, 0);
   for (int row : match)
     if (row >= 0) row_matched[row] = 1;
   int added = 0;
@@ -374,8 +360,8 @@ int expand_matching(std::vector<int>& match) {
   return added;
 }
 
-MatchResult mps_velmora(const MatchInput& matrix, bool transposed) {
-  const mps_csr cost = transposed ? csr_create_log_transpose(matrix) : csr_create_log(matrix);
+MatchResult mps_velmora(const MatchInput& matrix) {
+  const mps_csr cost = csr_create_log(matrix);
   MatchState state = kuhn_munkres_init(cost);
   MatchResult result;
   result.count = kuhn_munkres(cost, state);
@@ -388,15 +374,11 @@ MatchResult mps_velmora(const MatchInput& matrix, bool transposed) {
     result.v = std::move(state.v);
   }
   result.perm = std::move(state.match);
-  if (transposed) {
-    result.perm = invert_permutation(result.perm);
-    std::swap(result.u, result.v);
-  }
   return result;
 }
 
-std::vector<double> convert2abs(std::int64_t nnz, const double* a) {
-  std::vector<double> magnitude(nnz);
+Vector<double> convert2abs(std::int64_t nnz, const double* a) {
+  Vector<double> magnitude(nnz);
   for (std::int64_t k = 0; k < nnz; ++k) {
     const double re = a[2 * k], im = a[2 * k + 1], square = re * re + im * im;
     magnitude[k] = square > 1e-280 && square < 1e300 ? std::sqrt(square) : std::hypot(re, im);
@@ -404,16 +386,15 @@ std::vector<double> convert2abs(std::int64_t nnz, const double* a) {
   return magnitude;
 }
 
-ScaleRange rr33adcopy(ScaleMode mode, int n, const int* perm, const double* u, const double* v,
-                      int mtype, int nschur, int* perm_store, double* scale_store) {
+void rr33adcopy(ScaleMode mode, int n, const int* perm, const double* u, const double* v, int mtype,
+                int nschur, int* perm_store, double* scale_store) {
   // The exponential of more than this, or the product of two such, is out of range.
   constexpr double limit = 700;
   const auto factor = [=](double log) { return std::exp(std::clamp(log, -limit, limit)); };
   double *c = scale_store, *r = scale_store + n;
   const bool symmetric = mtype == -2 || mtype == -4 || mtype == 6;
-  ScaleRange range;
   for (int i = 0; i < n; ++i) {
-    perm_store[i] = mode == ScaleMode::identity ? i + 1 : perm[i] + 1;
+    perm_store[i] = perm[i] + 1;
     const bool scaled = mode == ScaleMode::scale && perm_store[i] <= n - nschur;
     if (!scaled)
       c[i] = r[i] = 1;
@@ -421,10 +402,7 @@ ScaleRange rr33adcopy(ScaleMode mode, int n, const int* perm, const double* u, c
       c[i] = r[i] = factor((u[i] + v[i]) / 2);
     else
       r[i] = factor(u[i]), c[i] = factor(v[i]);
-    range.smallest = std::min({range.smallest, c[i], r[i]});
-    range.largest = std::max({range.largest, c[i], r[i]});
   }
-  return range;
 }
 
 }  // namespace vlm

@@ -15,7 +15,8 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
+
+#include "base/memory.hpp"
 
 namespace vlm {
 
@@ -32,30 +33,30 @@ struct MatchInput {
 /// Work matrix of the matching: costs c(i,j) = log|a(i,j)| - log max_k |a(k,j)| <= 0 of the
 /// entries that aren't zero, compressed rows, 0-based.
 struct mps_csr {
-  int n = 0;                   ///< rows
-  int ncol = 0;                ///< columns, at least n: a rectangle leaves some of them free
-  std::vector<int> rowptr;     ///< [n+1]
-  std::vector<int> col;        ///< [nnz]
-  std::vector<double> val;     ///< [nnz]
-  std::vector<double> logmax;  ///< [ncol] logarithm of the largest magnitude of a column; 0 if none
-  double path_bound = 0;       ///< no augmenting path costs more: -(n+1) times the smallest cost
+  int n = 0;              ///< rows
+  int ncol = 0;           ///< columns, at least n: a rectangle leaves some of them free
+  Vector<int> rowptr;     ///< [n+1]
+  Vector<int> col;        ///< [nnz]
+  Vector<double> val;     ///< [nnz]
+  Vector<double> logmax;  ///< [ncol] logarithm of the largest magnitude of a column; 0 if none
+  double path_bound = 0;  ///< no augmenting path costs more: -(n+1) times the smallest cost
 };
 
 /// State of a matching: dual variables with u(i) + v(j) >= c(i,j), equality on matched entries.
 struct MatchState {
-  std::vector<int> match;         ///< [ncol] row matched to a column, or -1
-  std::vector<int> match_of_row;  ///< [n] column matched to a row, or -1
-  std::vector<double> u;          ///< [n] by row
-  std::vector<double> v;          ///< [ncol] by column, 0 for a free one, never negative
-  int count = 0;                  ///< matched rows
+  Vector<int> match;         ///< [ncol] row matched to a column, or -1
+  Vector<int> match_of_row;  ///< [n] column matched to a row, or -1
+  Vector<double> u;          ///< [n] by row
+  Vector<double> v;          ///< [ncol] by column, 0 for a free one, never negative
+  int count = 0;             ///< matched rows
 };
 
 /// Result of a matching.
 struct MatchResult {
-  int count = 0;          ///< rows matched before completion: n, or the structural rank
-  std::vector<int> perm;  ///< [n] 0-based: row matched to column j; always a permutation
+  int count = 0;     ///< rows matched before completion: n, or the structural rank
+  Vector<int> perm;  ///< [n] 0-based: row matched to column j; always a permutation
   /// exp(u[i] + v[j]) * |a(i,j)| <= 1 with equality on matched entries [n]; empty when count < n
-  std::vector<double> u, v;
+  Vector<double> u, v;
 };
 
 /// Cost matrix.  A zero is dropped; a NaN takes the
@@ -63,9 +64,6 @@ struct MatchResult {
 /// the largest finite one.  Throws std::length_error when the full structure of a symmetric
 /// matrix overflows 32-bit positions.
 mps_csr csr_create_log(const MatchInput& matrix);
-
-/// Cost matrix of the transpose; the column maxima are then those of the rows.
-mps_csr csr_create_log_transpose(const MatchInput& matrix);
 
 /// Greedy start: each row takes the column of its largest cost, another one of equal cost, or a
 /// column whose owner can move to a free column of its own largest cost.  O(nnz).
@@ -79,35 +77,27 @@ int kuhn_munkres(const mps_csr& cost, MatchState& state);
 /// end of its chain row -> column of the same number -> its row.  O(n).
 /// @param match  [n] row matched to a column or -1, in and out
 /// @return the number of pairs that were added
-int expand_matching(std::vector<int>& match);
+int expand_matching(Vector<int>& match);
 
 /// Matching, permutation and logarithms of the scaling factors.
-/// @param transposed  match the transpose: perm is then the column matched to row j, u belongs
-///                    to the columns and v to the rows
-MatchResult mps_velmora(const MatchInput& matrix, bool transposed = false);
+MatchResult mps_velmora(const MatchInput& matrix);
 
 /// Magnitudes of complex values given as pairs of doubles.
-std::vector<double> convert2abs(std::int64_t nnz, const double* a);
+Vector<double> convert2abs(std::int64_t nnz, const double* a);
 
 enum class ScaleMode {
-  identity = -1,  ///< identity permutation, unit factors
-  permute = 0,    ///< permutation kept, unit factors
-  scale = 1       ///< permutation and factors
-};
-
-/// Smallest and largest stored factor.
-struct ScaleRange {
-  double smallest = 1e25, largest = -1e25;
+  permute,  ///< unit factors
+  scale,
 };
 
 /// Stores permutation and scaling factors in the form that the numeric phases read.
-/// @param perm    0-based, row that takes the place of column j [n], in; unused for identity
+/// @param perm    0-based, row that takes the place of column j [n], in
 /// @param u, v    logarithms of row and of column factors [n], in; used by ScaleMode::scale only
 /// @param mtype   -2, -4, 6 get one factor per index, the geometric mean, in both halves
 /// @param nschur  trailing positions whose rows keep the factor 1
 /// @param perm_store   [n] 1-based, out
 /// @param scale_store  [2n] column factors, then row factors, out
-ScaleRange rr33adcopy(ScaleMode mode, int n, const int* perm, const double* u, const double* v,
-                      int mtype, int nschur, int* perm_store, double* scale_store);
+void rr33adcopy(ScaleMode mode, int n, const int* perm, const double* u, const double* v, int mtype,
+                int nschur, int* perm_store, double* scale_store);
 
 }  // namespace vlm

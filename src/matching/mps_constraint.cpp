@@ -7,6 +7,8 @@
 #include <numeric>
 #include <utility>
 
+#include "base/memory.hpp"
+
 namespace vlm {
 
 namespace {
@@ -38,7 +40,7 @@ mps_csr constraint_rows(const MatchInput& m, int nf) {
   std::partial_sum(b.rowptr.begin(), b.rowptr.end(), b.rowptr.begin());
   b.col.resize(b.rowptr[b.n]);
   b.val.resize(b.rowptr[b.n]);
-  std::vector<int> next(b.rowptr.begin(), b.rowptr.end() - 1);
+  Vector<int> next(b.rowptr.begin(), b.rowptr.end() - 1);
   for_each([&](int row, int column, int p) {
     b.col[next[row]] = column;
     b.val[next[row]++] = log_magnitude(m.a[p]);
@@ -47,15 +49,15 @@ mps_csr constraint_rows(const MatchInput& m, int nf) {
 }
 
 /// Half the logarithm of the leading diagonal entries, 0 for a zero or missing one.
-std::vector<double> diagonal_weights(const MatchInput& m, int nf) {
-  std::vector<double> weight(nf, 0);
+Vector<double> diagonal_weights(const MatchInput& m, int nf) {
+  Vector<double> weight(nf, 0);
   for (int i = 0; i < nf; ++i)
     for (int p = m.ia[i] - 1; p < m.ia[i + 1] - 1; ++p)
       if (m.ja[p] == i + 1 && m.a[p] != 0) weight[i] = 0.5 * log_magnitude(m.a[p]);
   return weight;
 }
 
-double max_norm(const std::vector<double>& x) {
+double max_norm(const Vector<double>& x) {
   double norm = 0;
   for (double value : x) norm = std::max(norm, std::fabs(value));
   return norm;
@@ -77,8 +79,8 @@ int guess_constraint_size(const MatchInput& m) {
   return 0;
 }
 
-int unsym_reordering_mps(mps_csr& b, const std::vector<double>& weight, std::vector<int>& match,
-                         std::vector<double>& u, std::vector<double>& v) {
+int unsym_reordering_mps(mps_csr& b, const Vector<double>& weight, Vector<int>& match,
+                         Vector<double>& u, Vector<double>& v) {
   double smallest = 0;
   for (int i = 0; i < b.n; ++i) {
     double top = -DBL_MAX;
@@ -110,8 +112,8 @@ bool constrained_matching(const MatchInput& matrix, MatchResult& result) {
   const int n = matrix.n, nc = guess_constraint_size(matrix), nf = n - nc;
   if (nc == 0 || nc > nf) return false;
   mps_csr b = constraint_rows(matrix, nf);
-  std::vector<int> match;
-  std::vector<double> u(nf), v(nc);
+  Vector<int> match;
+  Vector<double> u(nf), v(nc);
   unsym_reordering_mps(b, diagonal_weights(matrix, nf), match, u, v);
 
   result.count = n;

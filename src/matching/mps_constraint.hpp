@@ -10,8 +10,7 @@
 /// entries of free unknowns come out at 1, no other entry of B or of the diagonal of F above it.
 #pragma once
 
-#include <vector>
-
+#include "base/memory.hpp"
 #include "matching/mps.hpp"
 
 namespace vlm {
@@ -32,8 +31,8 @@ int guess_constraint_size(const MatchInput& matrix);
 /// @param match   row matched to a column, or -1  [ncol], out
 /// @param u, v    by column, by row  [ncol], [n], out
 /// @return the number of matched rows
-int unsym_reordering_mps(mps_csr& rectangle, const std::vector<double>& weight,
-                         std::vector<int>& match, std::vector<double>& u, std::vector<double>& v);
+int unsym_reordering_mps(mps_csr& rectangle, const Vector<double>& weight, Vector<int>& match,
+                         Vector<double>& u, Vector<double>& v);
 
 /// Matching of the constraints as a permutation of the whole matrix: a constraint and its partner
 /// change places, all others stay, also constraints that find no partner.  u and v are equal.

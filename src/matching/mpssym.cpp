@@ -7,6 +7,9 @@
 #include <cstdint>
 #include <numeric>
 
+#include "base/memory.hpp"
+#include "graph/dissection_tuning.hpp"
+
 namespace vlm {
 
 namespace {
@@ -16,20 +19,18 @@ constexpr double own_pivot = 1e-8;
 /// Magnitude in the scaled matrix, where matched entries have 1, up from which an entry may make
 /// a pivot.
 constexpr double large_entry = 0.1;
-/// Matrices of fewer nodes have no separators worth the search.
-constexpr int few_nodes = 2000;
 
 /// Cycles of a permutation, each from its smallest member.
 struct Cycles {
-  std::vector<int> member;    ///< [n] cycle by cycle
-  std::vector<int> start{0};  ///< [cycles + 1]
+  Vector<int> member;    ///< [n] cycle by cycle
+  Vector<int> start{0};  ///< [cycles + 1]
 };
 
-Cycles cycles_of(const std::vector<int>& perm) {
+Cycles cycles_of(const Vector<int>& perm) {
   const int n = static_cast<int>(perm.size());
   Cycles cycles;
   cycles.member.reserve(n);
-  std::vector<bool> seen(n, false);
+  Vector<bool> seen(n, false);
   for (int first = 0; first < n; ++first) {
     if (seen[first]) continue;
     for (int i = first; !seen[i]; i = perm[i]) {
@@ -41,8 +42,8 @@ Cycles cycles_of(const std::vector<int>& perm) {
   return cycles;
 }
 
-std::vector<bool> nodes_with_pivot(const MatchInput& m) {
-  std::vector<bool> good(m.n, false);
+Vector<bool> nodes_with_pivot(const MatchInput& m) {
+  Vector<bool> good(m.n, false);
   for (int i = 0; i < m.n; ++i) {
     const int p = m.ia[i] - 1;
     if (m.ia[i] < m.ia[i + 1] && m.ja[p] == i + 1) good[i] = std::fabs(m.a[p]) > own_pivot;
@@ -53,7 +54,7 @@ std::vector<bool> nodes_with_pivot(const MatchInput& m) {
 /// Calls visit(c, d), c < d, for the pairs of compressed nodes that an entry joins; pairs come
 /// as often as there are such entries.
 template <class Visit>
-void for_each_edge(const MatchInput& m, const std::vector<int>& map, Visit visit) {
+void for_each_edge(const MatchInput& m, const Vector<int>& map, Visit visit) {
   for (int i = 0; i < m.n; ++i) {
     for (int p = m.ia[i] - 1; p < m.ia[i + 1] - 1; ++p) {
       const int j = m.ja[p] - 1;
@@ -65,10 +66,10 @@ void for_each_edge(const MatchInput& m, const std::vector<int>& map, Visit visit
 
 /// Lists of the larger neighbours, 0-based, each neighbour once, in any order.
 struct UpperLists {
-  std::vector<int> start, end, list;
+  Vector<int> start, end, list;
 };
 
-UpperLists upper_lists(const MatchInput& m, const std::vector<int>& map, int nodes) {
+UpperLists upper_lists(const MatchInput& m, const Vector<int>& map, int nodes) {
   UpperLists upper;
   upper.start.assign(nodes, 0);
   for_each_edge(m, map, [&](int c, int) { ++upper.start[c]; });
@@ -81,7 +82,7 @@ UpperLists upper_lists(const MatchInput& m, const std::vector<int>& map, int nod
   upper.list.resize(total);
   upper.end = upper.start;
   for_each_edge(m, map, [&](int c, int d) { upper.list[upper.end[c]++] = d; });
-  std::vector<int> owner(nodes, -1);  // last node in whose list a neighbour was met
+  Vector<int> owner(nodes, -1);  // last node in whose list a neighbour was met
   for (int c = 0; c < nodes; ++c) {
     int kept = upper.start[c];
     for (int p = upper.start[c]; p < upper.end[c]; ++p) {
@@ -99,7 +100,7 @@ UpperLists upper_lists(const MatchInput& m, const std::vector<int>& map, int nod
 /// follow, found through the smaller-neighbour lists, in ascending order too.
 int symmetrise(const UpperLists& upper, Adjacency& graph) {
   const int nodes = static_cast<int>(upper.start.size());
-  std::vector<int> smaller(nodes, 0);
+  Vector<int> smaller(nodes, 0);
   std::int64_t edges = 0;
   for (int c = 0; c < nodes; ++c) {
     edges += upper.end[c] - upper.start[c];
@@ -112,7 +113,7 @@ int symmetrise(const UpperLists& upper, Adjacency& graph) {
   for (int c = 0; c < nodes; ++c)
     graph.xadj[c + 1] = graph.xadj[c] + smaller[c] + upper.end[c] - upper.start[c];
   graph.adjncy.resize(2 * edges);
-  std::vector<int> next(nodes);
+  Vector<int> next(nodes);
   for (int c = 0; c < nodes; ++c) next[c] = graph.xadj[c] - 1;
   for (int c = 0; c < nodes; ++c)
     for (int p = upper.start[c]; p < upper.end[c]; ++p) graph.adjncy[next[upper.list[p]]++] = c + 1;
@@ -137,9 +138,9 @@ void for_each_member(const PairedOrder& pairs, const PairGraph& g, int c, Visit 
 
 }  // namespace
 
-PairedOrder reordering_matching_sym2x2(const MatchInput& matrix, const std::vector<int>& match) {
+PairedOrder reordering_matching_sym2x2(const MatchInput& matrix, const Vector<int>& match) {
   const Cycles cycles = cycles_of(match);
-  const std::vector<bool> good = nodes_with_pivot(matrix);
+  const Vector<bool> good = nodes_with_pivot(matrix);
   PairedOrder pairs;
   pairs.node.resize(matrix.n);
   pairs.block1x1.assign(matrix.n, false);
@@ -190,7 +191,7 @@ void expand_cond_perm(const PairedOrder& pairs, const PairGraph& compressed, con
   candidates.block1x1.resize(n);
   expanded.perm.resize(n);
   expanded.invp.resize(n);
-  std::vector<int> start(static_cast<std::size_t>(nodes) + 1);  // expanded position, 1-based
+  Vector<int> start(static_cast<std::size_t>(nodes) + 1);  // expanded position, 1-based
   int position = 0;
   for (int k = 0; k < nodes; ++k) {
     start[k] = position + 1;
@@ -226,7 +227,7 @@ int mps_sym_velmora(const MatchInput& matrix, const PairedOrder& pairs,
 }
 
 int uncompressed_graph(const MatchInput& matrix, Adjacency& graph) {
-  std::vector<int> self(matrix.n);
+  Vector<int> self(matrix.n);
   std::iota(self.begin(), self.end(), 0);
   return symmetrise(upper_lists(matrix, self, matrix.n), graph);
 }
@@ -241,7 +242,7 @@ Pairing exchangeable_pairs(const MatchInput& matrix, const MatchResult& match,
     pairs.partner[order.node[k]] = order.node[k + 1];
     pairs.partner[order.node[k + 1]] = order.node[k];
   }
-  std::vector<double> scale(n);
+  Vector<double> scale(n);
   for (int i = 0; i < n; ++i) scale[i] = std::exp(0.5 * (match.u[i] + match.v[i]));
   // Calls visit(i, j) for the large entries at or right of the diagonal.
   const auto for_each_large = [&](auto visit) {
@@ -252,7 +253,7 @@ Pairing exchangeable_pairs(const MatchInput& matrix, const MatchResult& match,
           visit(i, j);
   };
   pairs.sound.assign(n, 0);
-  const std::vector<bool> good = nodes_with_pivot(matrix);
+  const Vector<bool> good = nodes_with_pivot(matrix);
   for_each_large([&](int i, int j) { pairs.sound[i] |= i == j && good[i]; });
   pairs.ptr.assign(static_cast<std::size_t>(n) + 1, 0);
   const auto for_each_alternative = [&](auto visit) {
@@ -265,7 +266,7 @@ Pairing exchangeable_pairs(const MatchInput& matrix, const MatchResult& match,
   for_each_alternative([&](int i, int) { ++pairs.ptr[i + 1]; });
   std::partial_sum(pairs.ptr.begin(), pairs.ptr.end(), pairs.ptr.begin());
   pairs.alternative.resize(pairs.ptr[n]);
-  std::vector<int> next(pairs.ptr.begin(), pairs.ptr.end() - 1);
+  Vector<int> next(pairs.ptr.begin(), pairs.ptr.end() - 1);
   for_each_alternative([&](int i, int j) { pairs.alternative[next[i]++] = j; });
   return pairs;
 }
@@ -278,7 +279,7 @@ bool worth_exchanging(const Pairing& pairs) {
     ++members;
     sound += pairs.sound[v];
   }
-  return n >= few_nodes && members >= n / 50 && sound >= 0.45 * members;
+  return n >= DissectionTuning{}.least_exchange && members >= n / 50 && sound >= 0.45 * members;
 }
 
 PairedOrder candidates_of(const Ordering& order, const Pairing& pairs) {
@@ -308,7 +309,7 @@ int build_padded_2x2_mat(const InputMatrix& matrix, const PairedOrder& candidate
       });
     }
   };
-  std::vector<int> next(n, 0);
+  Vector<int> next(n, 0);
   std::int64_t total = 0;
   for_each_upper([&](int i, int) { ++next[i], ++total; });
   if (total >= INT_MAX) return status_overflow;
@@ -323,7 +324,7 @@ int build_padded_2x2_mat(const InputMatrix& matrix, const PairedOrder& candidate
   for_each_upper([&](int i, int j) { padded.ja[next[i]++] = j + 1; });
 
   padded.map.resize(matrix.nnz());
-  std::vector<int>& place = next;  // of a column in the present row
+  Vector<int>& place = next;  // of a column in the present row
   for (int i = 0; i < n; ++i) {
     for (int p = padded.ia[i]; p < padded.ia[i + 1]; ++p) place[padded.ja[p - 1] - 1] = p;
     for (int p = matrix.ia[i] - 1; p < matrix.ia[i + 1] - 1; ++p)

@@ -13,9 +13,9 @@
 #pragma once
 
 #include <functional>
-#include <vector>
 
 #include "base/input_matrix.hpp"
+#include "base/memory.hpp"
 #include "graph/ordering.hpp"
 #include "graph/pairing.hpp"
 #include "matching/mps.hpp"
@@ -24,16 +24,16 @@ namespace vlm {
 
 /// An order with its pivot candidates.
 struct PairedOrder {
-  std::vector<int> node;       ///< [n] node at a position
-  std::vector<bool> block1x1;  ///< [n] by position: true for a 1x1 candidate; false for both
-                               ///< positions of a 2x2 candidate, which are neighbours
+  Vector<int> node;       ///< [n] node at a position
+  Vector<bool> block1x1;  ///< [n] by position: true for a 1x1 candidate; false for both
+                          ///< positions of a 2x2 candidate, which are neighbours
 };
 
 /// Graph in which each 2x2 candidate is one node.
 struct PairGraph {
-  Adjacency graph;         ///< both triangles, no diagonal, lists ascending, a pair weighs 2
-  std::vector<int> first;  ///< [graph.n + 1] first position of a compressed node
-  std::vector<int> map;    ///< [n] compressed node of a node of the matrix, 0-based
+  Adjacency graph;    ///< both triangles, no diagonal, lists ascending, a pair weighs 2
+  Vector<int> first;  ///< [graph.n + 1] first position of a compressed node
+  Vector<int> map;    ///< [n] compressed node of a node of the matrix, 0-based
 };
 
 /// Orders a graph; returns a Status.
@@ -42,8 +42,8 @@ using GraphOrdering = std::function<int(const Adjacency& graph, Ordering& order)
 /// Matrix with the full pattern of every 2x2 candidate, in the caller's numbering.
 struct PaddedMatrix {
   int n = 0;
-  std::vector<int> ia, ja;  ///< upper triangle, 1-based, diagonal first, columns ascending
-  std::vector<int> map;     ///< [nnz of the input] place of an input entry in ja, 1-based
+  Vector<int> ia, ja;  ///< upper triangle, 1-based, diagonal first, columns ascending
+  Vector<int> map;     ///< [nnz of the input] place of an input entry in ja, 1-based
 };
 
 /// Cuts the cycles of the matching into single nodes and pairs.
@@ -53,7 +53,7 @@ struct PaddedMatrix {
 /// above 1e-8 in magnitude stay neighbours but count as two 1x1 candidates.
 /// @param matrix  upper triangle, diagonal first in each row, in
 /// @param match   row matched to column j, 0-based  [n], in
-PairedOrder reordering_matching_sym2x2(const MatchInput& matrix, const std::vector<int>& match);
+PairedOrder reordering_matching_sym2x2(const MatchInput& matrix, const Vector<int>& match);
 
 /// Quotient graph of the pattern, explicit zeros included, by the candidates of an order.
 /// Compressed nodes are numbered by position.

@@ -2,8 +2,7 @@
 /// The calls into METIS, with the solver's integer type and fixed random seeds.
 #pragma once
 
-#include <vector>
-
+#include "base/memory.hpp"
 #include "graph/adjacency.hpp"
 #include "graph/weighted_graph.hpp"
 
@@ -12,12 +11,12 @@ namespace vlm {
 /// Partition into parts of like weight: part numbers from 0.
 /// @param part  part of each node  [n], out
 /// @return false when METIS reports an error
-bool metis_kway_parts(const Adjacency& graph, int parts, std::vector<int>& part);
+bool metis_kway_parts(const Adjacency& graph, int parts, Vector<int>& part);
 
 /// Vertex separator: 0 and 1 for the sides, 2 for the separator; a side may be a fifth heavier
 /// than one half.
 /// @param side  [n], out
 /// @return false when METIS reports an error
-bool metis_vertex_separator(const WeightedGraph& graph, std::vector<int>& side);
+bool metis_vertex_separator(const WeightedGraph& graph, Vector<int>& side);
 
 }  // namespace vlm

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "base/memory.hpp"
 #include "metis/metis_calls.hpp"
 #include "metis/vertex_cut.hpp"
 
@@ -15,31 +16,19 @@ namespace {
 
 constexpr int none = -1;
 
-// Graphs of fewer vertices go to METIS as they are.
-constexpr int coarse_enough = 1000;
-// Contractions before METIS takes over.
-constexpr std::size_t contractions = 2;
-// Vertices of the level below in a cluster, at most; stragglers may double it.
-constexpr int cluster_size = 8;
-// Layers of vertices around the clusters of the separator that the cut may run through.
-constexpr int band_layers = 1;
-// Square of a separator against the vertices, up to which a graph counts as thin: flat meshes
-// have 1 to 4, solid ones about the cube root of their vertices.
-constexpr double thin_factor = 9;
-
 // Graph with edge weights too; an empty list stands for ones.
 struct EdgeWeightedGraph {
   WeightedGraph graph;
-  std::vector<int> edge;
+  Vector<int> edge;
 };
 
 // Clusters of neighbours: each vertex that is still free takes its free neighbours along, those
 // tied by the heaviest edges first when edges have weights; one left alone joins the
 // neighbouring cluster it is tied to most.
-std::vector<int> form_clusters(const EdgeWeightedGraph& fine, int& count) {
+Vector<int> form_clusters(const EdgeWeightedGraph& fine, int cluster_size, int& count) {
   const WeightedGraph& g = fine.graph;
-  std::vector<int> cluster(g.n, none), size;
-  std::vector<std::pair<int, int>> candidates;  // (-edge weight, vertex)
+  Vector<int> cluster(g.n, none), size;
+  Vector<std::pair<int, int>> candidates;  // (-edge weight, vertex)
   size.reserve(g.n / 3);
   for (int v = 0; v < g.n; ++v) {
     if (cluster[v] != none) continue;
@@ -59,7 +48,7 @@ std::vector<int> form_clusters(const EdgeWeightedGraph& fine, int& count) {
       ++size[best];
       continue;
     }
-    if (candidates.size() >= cluster_size) {
+    if (static_cast<int>(candidates.size()) >= cluster_size) {
       if (!fine.edge.empty())
         std::nth_element(candidates.begin(), candidates.begin() + (cluster_size - 1),
                          candidates.end());
@@ -75,13 +64,12 @@ std::vector<int> form_clusters(const EdgeWeightedGraph& fine, int& count) {
 }
 
 // The graph of the clusters; an edge weighs as much as the edges it stands for.
-EdgeWeightedGraph contract(const EdgeWeightedGraph& fine, const std::vector<int>& cluster,
-                           int count) {
+EdgeWeightedGraph contract(const EdgeWeightedGraph& fine, const Vector<int>& cluster, int count) {
   const WeightedGraph& g = fine.graph;
-  std::vector<int> first(count + 1, 0), member(g.n), place(count, none);
+  Vector<int> first(count + 1, 0), member(g.n), place(count, none);
   for (const int c : cluster) ++first[c + 1];
   for (int c = 0; c < count; ++c) first[c + 1] += first[c];
-  std::vector<int> next(first.begin(), first.end() - 1);
+  Vector<int> next(first.begin(), first.end() - 1);
   for (int v = 0; v < g.n; ++v) member[next[cluster[v]]++] = v;
 
   EdgeWeightedGraph coarse;
@@ -115,20 +103,22 @@ EdgeWeightedGraph contract(const EdgeWeightedGraph& fine, const std::vector<int>
 }
 
 // Vertex separator of the clusters, as a thick separator of the vertices.
-bool bisect_clusters(const WeightedGraph& graph, std::vector<int>& side) {
-  std::vector<std::vector<int>> clusters;
+bool bisect_clusters(const WeightedGraph& graph, const DissectionTuning& tuning,
+                     Vector<int>& side) {
+  Vector<Vector<int>> clusters;
   EdgeWeightedGraph coarse{graph, {}};
-  while (coarse.graph.n > coarse_enough && clusters.size() < contractions) {
+  while (coarse.graph.n > tuning.coarse_enough &&
+         static_cast<int>(clusters.size()) < tuning.contractions) {
     int count = 0;
-    std::vector<int> cluster = form_clusters(coarse, count);
+    Vector<int> cluster = form_clusters(coarse, tuning.cluster_size, count);
     if (count > 0.8 * coarse.graph.n) break;
     coarse = contract(coarse, cluster, count);
     clusters.push_back(std::move(cluster));
   }
   if (!metis_vertex_separator(coarse.graph, side)) return false;
   for (; !clusters.empty(); clusters.pop_back()) {
-    const std::vector<int>& cluster = clusters.back();
-    std::vector<int> finer(cluster.size());
+    const Vector<int>& cluster = clusters.back();
+    Vector<int> finer(cluster.size());
     std::transform(cluster.begin(), cluster.end(), finer.begin(), [&](int c) { return side[c]; });
     side = std::move(finer);
   }
@@ -136,9 +126,9 @@ bool bisect_clusters(const WeightedGraph& graph, std::vector<int>& side) {
 }
 
 // The band around a separator: its vertices, and the next ones layer by layer.
-std::vector<int> band_around(const WeightedGraph& graph, const std::vector<int>& side,
-                             std::vector<int>& place) {
-  std::vector<int> band;
+Vector<int> band_around(const WeightedGraph& graph, const Vector<int>& side, int layers,
+                        Vector<int>& place) {
+  Vector<int> band;
   place.assign(graph.n, none);
   const auto take = [&](int v) {
     place[v] = static_cast<int>(band.size());
@@ -147,22 +137,21 @@ std::vector<int> band_around(const WeightedGraph& graph, const std::vector<int>&
   for (int v = 0; v < graph.n; ++v)
     if (side[v] == 2) take(v);
   std::size_t begin = 0;
-  for (int layer = 0; layer < band_layers; ++layer)
+  for (int layer = 0; layer < layers; ++layer)
     for (const std::size_t end = band.size(); begin < end; ++begin)
       for (int k = graph.ptr[band[begin]]; k < graph.ptr[band[begin] + 1]; ++k)
         if (place[graph.adj[k]] == none) take(graph.adj[k]);
   return band;
 }
 
-}  // namespace
-
-void thin_separator(const WeightedGraph& graph, std::vector<int>& side) {
-  std::vector<int> place;
-  const std::vector<int> band = band_around(graph, side, place);
+// Replaces a separator by a minimum vertex cut in the band around it.
+void thin_separator(const WeightedGraph& graph, int layers, Vector<int>& side) {
+  Vector<int> place;
+  const Vector<int> band = band_around(graph, side, layers, place);
   WeightedGraph inside;
   inside.n = static_cast<int>(band.size());
   inside.ptr.push_back(0);
-  std::vector<char> at_source(inside.n, 0), at_sink(inside.n, 0);
+  Vector<char> at_source(inside.n, 0), at_sink(inside.n, 0);
   for (int b = 0; b < inside.n; ++b) {
     const int v = band[b];
     inside.weight.push_back(graph.weight[v]);
@@ -181,24 +170,27 @@ void thin_separator(const WeightedGraph& graph, std::vector<int>& side) {
   std::int64_t beyond = 0;
   for (int v = 0; v < graph.n; ++v)
     if (place[v] == none) beyond += side[v] == 0 ? graph.weight[v] : -graph.weight[v];
-  const auto imbalance = [&](const std::vector<int>& part) {
+  const auto imbalance = [&](const Vector<int>& part) {
     std::int64_t difference = beyond;
     for (int b = 0; b < inside.n; ++b)
       if (part[b] != 2) difference += part[b] == 0 ? inside.weight[b] : -inside.weight[b];
     return std::abs(difference);
   };
-  const std::vector<int>& better =
+  const Vector<int>& better =
       imbalance(cut.near_source) <= imbalance(cut.near_sink) ? cut.near_source : cut.near_sink;
   for (int b = 0; b < inside.n; ++b) side[band[b]] = better[b];
 }
 
-bool find_separator(const WeightedGraph& graph, MeshKind& kind, std::vector<int>& side) {
-  if (kind != MeshKind::solid && graph.n > coarse_enough) {
-    if (!bisect_clusters(graph, side)) return false;
+}  // namespace
+
+bool find_separator(const WeightedGraph& graph, const DissectionTuning& tuning, MeshKind& kind,
+                    Vector<int>& side) {
+  if (kind != MeshKind::solid && graph.n > tuning.coarse_enough) {
+    if (!bisect_clusters(graph, tuning, side)) return false;
     const auto count = [&](int s) { return std::count(side.begin(), side.end(), s); };
-    if (count(2) < graph.n / 4) thin_separator(graph, side);
+    if (count(2) < graph.n / 4) thin_separator(graph, tuning.band_layers, side);
     const auto size = static_cast<double>(count(2));
-    if (size * size <= thin_factor * graph.n && count(0) > 0 && count(1) > 0) {
+    if (size * size <= tuning.thin_factor * graph.n && count(0) > 0 && count(1) > 0) {
       kind = MeshKind::thin;
       return true;
     }

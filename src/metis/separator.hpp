@@ -11,8 +11,8 @@
 /// spoil the separators; these are told by their size, and METIS gets the graph as it is.
 #pragma once
 
-#include <vector>
-
+#include "base/memory.hpp"
+#include "graph/dissection_tuning.hpp"
 #include "graph/weighted_graph.hpp"
 
 namespace vlm {
@@ -24,10 +24,7 @@ enum class MeshKind { unknown, thin, solid };
 /// @param kind  what is known, in; what the search has shown, out
 /// @param side  [n], out
 /// @return false when METIS reports an error
-bool find_separator(const WeightedGraph& graph, MeshKind& kind, std::vector<int>& side);
-
-/// Replaces a separator by a minimum vertex cut in the band around it.
-/// @param side  0, 1, 2 as above  [n], in and out
-void thin_separator(const WeightedGraph& graph, std::vector<int>& side);
+bool find_separator(const WeightedGraph& graph, const DissectionTuning& tuning, MeshKind& kind,
+                    Vector<int>& side);
 
 }  // namespace vlm

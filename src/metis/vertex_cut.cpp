@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <limits>
 
+#include "base/memory.hpp"
+
 namespace vlm {
 namespace {
 
@@ -33,9 +35,9 @@ class FlowNetwork {
   }
 
   // Nodes that a node can still send flow to, or backwards, that can send flow to it.
-  std::vector<char> reach(int from, bool backwards) const {
-    std::vector<char> seen(first_.size(), 0);
-    std::vector<int> queue{from};
+  Vector<char> reach(int from, bool backwards) const {
+    Vector<char> seen(first_.size(), 0);
+    Vector<int> queue{from};
     seen[from] = 1;
     for (std::size_t q = 0; q < queue.size(); ++q)
       for (int a = first_[queue[q]]; a != none; a = next_[a])
@@ -106,13 +108,13 @@ class FlowNetwork {
     return node;
   }
 
-  std::vector<int> first_, head_, room_, next_, level_, current_, queue_, path_;
+  Vector<int> first_, head_, room_, next_, level_, current_, queue_, path_;
 };
 
 }  // namespace
 
-VertexCut minimum_vertex_cut(const WeightedGraph& graph, const std::vector<char>& at_source,
-                             const std::vector<char>& at_sink) {
+VertexCut minimum_vertex_cut(const WeightedGraph& graph, const Vector<char>& at_source,
+                             const Vector<char>& at_sink) {
   const int n = graph.n, source = 2 * n, sink = 2 * n + 1;
   FlowNetwork network(2 * n + 2, graph.adj.size() + 3 * static_cast<std::size_t>(n));
   for (int v = 0; v < n; ++v) {
@@ -125,9 +127,9 @@ VertexCut minimum_vertex_cut(const WeightedGraph& graph, const std::vector<char>
   }
   network.maximise(source, sink);
 
-  VertexCut cut{std::vector<int>(n), std::vector<int>(n)};
-  const std::vector<char> forward = network.reach(source, false);
-  const std::vector<char> backward = network.reach(sink, true);
+  VertexCut cut{Vector<int>(n), Vector<int>(n)};
+  const Vector<char> forward = network.reach(source, false);
+  const Vector<char> backward = network.reach(sink, true);
   for (int v = 0; v < n; ++v) {
     const int in = 2 * v, out = 2 * v + 1;
     cut.near_source[v] = forward[out] ? 0 : forward[in] ? 2 : 1;

@@ -9,8 +9,8 @@
 #include <limits>
 #include <numeric>
 #include <utility>
-#include <vector>
 
+#include "base/memory.hpp"
 #include "base/status.hpp"
 #include "numeric/family.hpp"
 #include "numeric/family_lu.hpp"
@@ -111,7 +111,7 @@ int factor_with(FactorCall& call) {
   for (int k = 0; k < threads; ++k)
     team.emplace_back(frame,
                       static_cast<int*>(call.work) + static_cast<std::ptrdiff_t>(k) * call.st.n);
-  std::vector<double> logdet(static_cast<std::size_t>(call.st.nsuper), 0);
+  Vector<double> logdet(static_cast<std::size_t>(call.st.nsuper), 0);
   frame.logdet = logdet.data();
   const bool finished = eliminate<Family>(frame, team);
   FactorResult& result = call.result;

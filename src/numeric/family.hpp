@@ -8,8 +8,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <vector>
 
+#include "base/memory.hpp"
 #include "numeric/factor.hpp"
 #include "numeric/factorize.hpp"
 
@@ -33,9 +33,9 @@ struct FactorFrame {
 /// Scratch and counters of one thread.
 template <class T>
 struct FactorScratch {
-  View<int> indmap;           ///< [n] place of a row in the target's list, from 0
-  std::vector<int> relative;  ///< places of one source's rows
-  std::vector<T> scaled;      ///< second operand of an update, or a diagonal block's work
+  View<int> indmap;      ///< [n] place of a row in the target's list, from 0
+  Vector<int> relative;  ///< places of one source's rows
+  Vector<T> scaled;      ///< second operand of an update, or a diagonal block's work
   BlockPivots<T> stats;
 
   FactorScratch(const FactorFrame<T>& frame, int* map) : indmap(map, frame.st.n) {

@@ -10,16 +10,16 @@
 #include <cstdint>
 #include <cstdlib>
 #include <mutex>
-#include <vector>
 
 #include "base/backoff.hpp"
+#include "base/memory.hpp"
 #include "numeric/sequential.hpp"
 
 namespace vlm {
 
 /// Scratch of every thread of a factorization, made before the threads are.
 template <class T>
-using Team = std::vector<FactorScratch<T>>;
+using Team = Vector<FactorScratch<T>>;
 
 /// Applies the update of panel s whose list has `rows` rows from the target's first on.
 template <class Family, class T>
@@ -104,10 +104,10 @@ class FineGrain {
   const FactorFrame<T>& f_;
   const Schedule& plan_;
   const bool fixed_order_;
-  std::vector<std::int64_t> start_;        ///< [nsuper+1] of each target's arrivals, from 0
-  std::vector<Arrival> arrivals_;          ///< updates that are ready, by target
-  std::vector<std::atomic<int>> arrived_;  ///< [nsuper] how many of them
-  std::mutex latch_blklu_risc_;            ///< held while a panel announces itself
+  Vector<std::int64_t> start_;        ///< [nsuper+1] of each target's arrivals, from 0
+  Vector<Arrival> arrivals_;          ///< updates that are ready, by target
+  Vector<std::atomic<int>> arrived_;  ///< [nsuper] how many of them
+  std::mutex latch_blklu_risc_;       ///< held while a panel announces itself
   std::atomic<bool> failed_{false};
 };
 

@@ -3,8 +3,8 @@
 #pragma once
 
 #include <utility>
-#include <vector>
 
+#include "base/memory.hpp"
 #include "numeric/family.hpp"
 
 namespace vlm {
@@ -34,7 +34,7 @@ Step complete_panel(const FactorFrame<T>& f, int s, const Panel<T>& target,
 
 /// Lists of the left-looking schedule, one place a panel; domains use disjoint parts.
 struct PanelLists {
-  std::vector<int> head, next, consumed;
+  Vector<int> head, next, consumed;
   explicit PanelLists(int nsuper)
       : head(static_cast<std::size_t>(nsuper), 0), next(head), consumed(head) {}
 };

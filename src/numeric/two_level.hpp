@@ -5,9 +5,9 @@
 #include <atomic>
 #include <mutex>
 #include <utility>
-#include <vector>
 
 #include "base/backoff.hpp"
+#include "base/memory.hpp"
 #include "numeric/fine_grain.hpp"
 
 namespace vlm {
@@ -142,10 +142,10 @@ class TwoLevel {
   const int domains_, first_;  ///< first separator panel
   const int separators_;
   PanelLists lists_;
-  std::vector<std::atomic<int>> progress_;  ///< [domains] last finished panel
-  std::vector<std::atomic<char>> state_;    ///< [separators]
-  std::vector<char> loaded_;                ///< [separators] touched by the holder of the claim
-  std::vector<int> next_;                   ///< first update of a target and source not applied
+  Vector<std::atomic<int>> progress_;  ///< [domains] last finished panel
+  Vector<std::atomic<char>> state_;    ///< [separators]
+  Vector<char> loaded_;                ///< [separators] touched by the holder of the claim
+  Vector<int> next_;                   ///< first update of a target and source not applied
   std::atomic<bool> failed_{false};
   std::mutex latch_blklu_separator_;
   int cursor_ = 1, lowest_ = 1;  ///< under the latch

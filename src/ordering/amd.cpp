@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "base/memory.hpp"
+#include "graph/forest.hpp"
+
 namespace vlm {
 namespace {
 
@@ -38,10 +41,9 @@ class QuotientGraph {
   }
 
   FactorCost eliminate_all();
-  void postorder(std::vector<int>& order);
+  void postorder(Vector<int>& order);
 
  private:
-  void largest_child_last(int e);
   void load(const WeightedGraph& graph);
   int pop_least();
   void unlink(int i);
@@ -60,8 +62,8 @@ class QuotientGraph {
   bool is_halo(int i) const { return i >= inner_; }
 
   int n_, inner_;
-  std::vector<int>&lists_, &start_, &length_, &elements_, &size_, &degree_, &work_;
-  std::vector<int>&head_, &next_, &previous_, &bucket_, &owner_;
+  Vector<int>&lists_, &start_, &length_, &elements_, &size_, &degree_, &work_;
+  Vector<int>&head_, &next_, &previous_, &bucket_, &owner_;
   int free_ = 0;          // first unused place of lists_
   int total_ = 0;         // weight of all vertices
   int to_eliminate_ = 0;  // weight of the inner vertices
@@ -355,16 +357,14 @@ void QuotientGraph::close_element(int me) {
 
 // Order of the vertices by a postorder of the assembly tree, in which the child with the most
 // rows comes last, next to its parent.
-void QuotientGraph::postorder(std::vector<int>& order) {
-  std::vector<int>&child = head_, &sibling = next_, &merged = bucket_, &follower = previous_;
-  child.assign(n_, none);
+void QuotientGraph::postorder(Vector<int>& order) {
+  Vector<int>&merged = bucket_, &follower = previous_;
+  Forest forest(n_, head_, next_);
   merged.assign(n_, none);
   for (int i = inner_ - 1; i >= 0; --i) {
     int up = owner_[i];
     if (size_[i] > 0) {
-      if (up == none) continue;
-      sibling[i] = child[up];
-      child[up] = i;
+      if (up != none) forest.add(i, up);
     } else {
       while (size_[up] == 0) up = owner_[up];
       owner_[i] = up;
@@ -373,46 +373,19 @@ void QuotientGraph::postorder(std::vector<int>& order) {
     }
   }
   for (int i = 0; i < inner_; ++i)
-    if (size_[i] > 0) largest_child_last(i);
-
-  std::vector<int>& stack = length_;
+    if (size_[i] > 0) forest.largest_child_last(i, [&](int c) { return degree_[c] + size_[c]; });
   for (int root = 0; root < inner_; ++root) {
     if (size_[root] <= 0 || owner_[root] != none) continue;
-    int depth = 0;
-    stack[depth] = root;
-    while (depth >= 0) {
-      const int v = stack[depth];
-      if (const int c = child[v]; c != none) {
-        child[v] = sibling[c];
-        stack[++depth] = c;
-        continue;
-      }
-      --depth;
+    forest.walk(root, length_, [&](int v) {
       order.push_back(v);
       for (int i = merged[v]; i != none; i = follower[i]) order.push_back(i);
-    }
+    });
   }
-}
-
-void QuotientGraph::largest_child_last(int e) {
-  std::vector<int>&child = head_, &sibling = next_;
-  int largest = none, before_largest = none, last = none, before = none;
-  for (int c = child[e]; c != none; c = sibling[c]) {
-    if (largest == none || degree_[c] + size_[c] >= degree_[largest] + size_[largest]) {
-      largest = c;
-      before_largest = before;
-    }
-    before = last = c;
-  }
-  if (largest == last) return;
-  (before_largest == none ? child[e] : sibling[before_largest]) = sibling[largest];
-  sibling[last] = largest;
-  sibling[largest] = none;
 }
 
 }  // namespace
 
-FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, std::vector<int>& order,
+FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, Vector<int>& order,
                                       AmdWorkspace& workspace) {
   QuotientGraph quotient(graph, halo, workspace);
   const FactorCost cost = quotient.eliminate_all();
@@ -420,8 +393,7 @@ FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, std:
   return cost;
 }
 
-FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo,
-                                      std::vector<int>& order) {
+FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, Vector<int>& order) {
   AmdWorkspace workspace;
   return approximate_minimum_degree(graph, halo, order, workspace);
 }

@@ -12,8 +12,7 @@
 /// 1.2 |adj| + 12 n integers.
 #pragma once
 
-#include <vector>
-
+#include "base/memory.hpp"
 #include "graph/symbolic_cost.hpp"
 #include "graph/weighted_graph.hpp"
 
@@ -22,16 +21,15 @@ namespace vlm {
 /// Orders the vertices 0 to graph.n - halo - 1; the last `halo` vertices are the halo.
 /// @param order  vertices in elimination order, postordered by the assembly tree, appended to
 /// @return cost of the columns ordered, exact
-FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo,
-                                      std::vector<int>& order);
+FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, Vector<int>& order);
 
 /// Work arrays of approximate_minimum_degree(), for a caller that orders many graphs.
 struct AmdWorkspace {
-  std::vector<int> lists, start, length, elements, size, degree, work;
-  std::vector<int> head, next, previous, bucket, owner;
+  Vector<int> lists, start, length, elements, size, degree, work;
+  Vector<int> head, next, previous, bucket, owner;
 };
 
-FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, std::vector<int>& order,
+FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, Vector<int>& order,
                                       AmdWorkspace& workspace);
 
 }  // namespace vlm

@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include "base/memory.hpp"
 #include "graph/symbolic_cost.hpp"
 #include "metis/separator.hpp"
 #include "ordering/amd.hpp"
@@ -18,33 +19,26 @@ constexpr int none = -1;
 // A piece of the graph, with its own numbering.
 struct Piece {
   WeightedGraph graph;
-  std::vector<int> vertex;  // vertex of the whole graph
+  Vector<int> vertex;  // vertex of the whole graph
   MeshKind kind = MeshKind::unknown;
 };
 
-// Seconds that a separator takes to find, and that an operation of the factorization takes.
-// Rough figures of one machine, used only in proportion to each other; saved operations lie in
-// large fronts and run at about 45e9 a second there, and count twice because a factor is
-// computed and used more than once.  A separator of a thin piece takes a quarter of the time of
-// a solid one's; it counts as half of that, because the last cuts of thin pieces save some 50e9
-// operations for each second they take, against 10e9 in solid ones.
-double separator_seconds(const Piece& piece) {
-  const double solid = 2.5e-7 * piece.graph.n + 3e-8 * static_cast<double>(piece.graph.adj.size());
-  return piece.kind == MeshKind::thin ? solid / 8 : solid;
+// Seconds that a separator counts for.
+double separator_seconds(const DissectionTuning& tuning, const Piece& piece) {
+  const double solid = tuning.seconds_per_vertex * piece.graph.n +
+                       tuning.seconds_per_neighbour * static_cast<double>(piece.graph.adj.size());
+  return piece.kind == MeshKind::thin ? solid * tuning.thin_share : solid;
 }
-constexpr double seconds_per_flop = 1.0 / 20e9;
-// Part of the operations of a piece that one separator is expected to save.
-constexpr double expected_saving = 0.25;
-// The first cut of a domain has to pay for a second round of minimum degree as well, which
-// takes about as long as the separator.
-constexpr double first_cut = 2;
-// Pieces of fewer vertices are not cut.
-constexpr int least_piece = 200;
 
 class Dissector {
  public:
   Dissector(const WeightedGraph& graph, const DissectionGoal& goal, Pairing* pairs)
-      : graph_(graph), goal_(goal), pairs_(pairs), local_(graph.n, none), index_(graph.n) {
+      : graph_(graph),
+        goal_(goal),
+        tuning_(goal.tuning),
+        pairs_(pairs),
+        local_(graph.n, none),
+        index_(graph.n) {
     result_.order.reserve(graph.n);
     result_.domain.assign(graph.n, 0);
     if (pairs_ == nullptr) return;
@@ -59,33 +53,34 @@ class Dissector {
   void order_domain(Piece piece);
   void cut_while_it_pays(Piece piece, double flops);
   bool pays(const Piece& piece, double flops, double cost_factor = 1) const;
-  bool split(Piece& piece, Piece& left, Piece& right, std::vector<int>& separator);
-  Piece take_side(const Piece& piece, const std::vector<int>& side, int wanted);
+  bool split(Piece& piece, Piece& left, Piece& right, Vector<int>& separator);
+  Piece take_side(const Piece& piece, const Vector<int>& side, int wanted);
   FactorCost order_leaf(const Piece& piece);
-  std::vector<int> partners_within(const Piece& piece, int size);
-  FactorCost postorder(std::vector<int>& order) const;
-  WeightedGraph with_halo(const Piece& piece, std::vector<int>& vertex);
+  Vector<int> partners_within(const Piece& piece, int size);
+  FactorCost postorder(Vector<int>& order) const;
+  WeightedGraph with_halo(const Piece& piece, Vector<int>& vertex);
   // Adds a vertex with its partner.
-  void append(int v, std::vector<int>& order) const {
+  void append(int v, Vector<int>& order) const {
     order.push_back(v);
     if (pairs_ != nullptr && pairs_->partner[v] != none) order.push_back(pairs_->partner[v]);
   }
-  void append(const std::vector<int>& vertices) {
+  void append(const Vector<int>& vertices) {
     result_.order.insert(result_.order.end(), vertices.begin(), vertices.end());
   }
 
   const WeightedGraph& graph_;
   const DissectionGoal& goal_;
+  const DissectionTuning& tuning_;
   Pairing* pairs_;  // null: each vertex stands alone
   std::optional<PairKeeper> keeper_;
-  std::vector<int> local_;  // number of a vertex in the piece at hand
-  std::vector<int> index_;  // number of a vertex in the part taken from it
+  Vector<int> local_;  // number of a vertex in the piece at hand
+  Vector<int> index_;  // number of a vertex in the part taken from it
   AmdWorkspace workspace_;
   Dissection result_;
 };
 
 Dissection Dissector::run() {
-  Piece whole{graph_, std::vector<int>(graph_.n), MeshKind::unknown};
+  Piece whole{graph_, Vector<int>(graph_.n), MeshKind::unknown};
   std::iota(whole.vertex.begin(), whole.vertex.end(), 0);
   if (goal_.domains > 1) {
     cut_into_domains(std::move(whole), goal_.domains);
@@ -95,10 +90,10 @@ Dissection Dissector::run() {
   const FactorCost plain = order_leaf(whole);
   std::fill(result_.domain.begin(), result_.domain.end(), 1);
   result_.domains = 1;
-  if (!pays(whole, plain.flops, first_cut)) return std::move(result_);
-  std::vector<int> plain_order;
+  if (!pays(whole, plain.flops, tuning_.first_cut)) return std::move(result_);
+  Vector<int> plain_order;
   plain_order.swap(result_.order);
-  std::vector<int> plain_partners;
+  Vector<int> plain_partners;
   if (pairs_ != nullptr) plain_partners = pairs_->partner;
   result_.order.reserve(graph_.n);
   cut_while_it_pays(std::move(whole), plain.flops);
@@ -111,7 +106,7 @@ Dissection Dissector::run() {
 
 void Dissector::cut_into_domains(Piece piece, int domains) {
   Piece left, right;
-  std::vector<int> separator;
+  Vector<int> separator;
   if (domains > 1 && split(piece, left, right, separator)) {
     piece = {};
     cut_into_domains(std::move(left), domains / 2);
@@ -127,20 +122,20 @@ void Dissector::cut_into_domains(Piece piece, int domains) {
 void Dissector::order_domain(Piece piece) {
   const std::size_t before = result_.order.size();
   const FactorCost plain = order_leaf(piece);
-  if (!pays(piece, plain.flops, first_cut)) return;
+  if (!pays(piece, plain.flops, tuning_.first_cut)) return;
   result_.order.resize(before);
   cut_while_it_pays(std::move(piece), plain.flops);
 }
 
 bool Dissector::pays(const Piece& piece, double flops, double cost_factor) const {
-  return goal_.flop_weight * flops * expected_saving * seconds_per_flop >
-         cost_factor * separator_seconds(piece);
+  return goal_.flop_weight * flops * tuning_.expected_saving * tuning_.seconds_per_flop >
+         cost_factor * separator_seconds(tuning_, piece);
 }
 
 // Cuts a piece that is expected to take that many operations, and orders what is left.
 void Dissector::cut_while_it_pays(Piece piece, double flops) {
   Piece left, right;
-  std::vector<int> separator;
+  Vector<int> separator;
   if (!pays(piece, flops) || !split(piece, left, right, separator)) {
     order_leaf(piece);
     return;
@@ -158,11 +153,11 @@ void Dissector::cut_while_it_pays(Piece piece, double flops) {
 }
 
 // False when the piece is too small, or has no useful separator.
-bool Dissector::split(Piece& piece, Piece& left, Piece& right, std::vector<int>& separator) {
+bool Dissector::split(Piece& piece, Piece& left, Piece& right, Vector<int>& separator) {
   const int n = piece.graph.n;
-  if (n <= least_piece) return false;
-  std::vector<int> side;
-  if (!find_separator(piece.graph, piece.kind, side)) return false;
+  if (n <= tuning_.least_piece) return false;
+  Vector<int> side;
+  if (!find_separator(piece.graph, tuning_, piece.kind, side)) return false;
   if (keeper_) keeper_->keep_together(piece.vertex, side);
   const auto count = [&](int s) { return std::count(side.begin(), side.end(), s); };
   if (count(0) == 0 || count(1) == 0 || count(2) > n / 3) return false;
@@ -173,7 +168,7 @@ bool Dissector::split(Piece& piece, Piece& left, Piece& right, std::vector<int>&
   return true;
 }
 
-Piece Dissector::take_side(const Piece& piece, const std::vector<int>& side, int wanted) {
+Piece Dissector::take_side(const Piece& piece, const Vector<int>& side, int wanted) {
   Piece part;
   part.kind = piece.kind;
   const WeightedGraph& from = piece.graph;
@@ -201,13 +196,13 @@ Piece Dissector::take_side(const Piece& piece, const std::vector<int>& side, int
 }
 
 // The piece with the separator vertices next to it behind its own vertices.
-WeightedGraph Dissector::with_halo(const Piece& piece, std::vector<int>& vertex) {
+WeightedGraph Dissector::with_halo(const Piece& piece, Vector<int>& vertex) {
   vertex = piece.vertex;
   const int inner = piece.graph.n;
   for (int i = 0; i < inner; ++i) local_[vertex[i]] = i;
   WeightedGraph out;
   out.ptr.assign(inner + 1, 0);
-  std::vector<int> degree;  // of the halo vertices
+  Vector<int> degree;  // of the halo vertices
   for (int i = 0; i < inner; ++i) {
     const int v = vertex[i];
     for (int k = graph_.ptr[v]; k < graph_.ptr[v + 1]; ++k) {
@@ -225,7 +220,7 @@ WeightedGraph Dissector::with_halo(const Piece& piece, std::vector<int>& vertex)
   out.n = static_cast<int>(vertex.size());
   for (const int d : degree) out.ptr.push_back(out.ptr.back() + d);
   out.adj.resize(out.ptr.back());
-  std::vector<int> next(out.ptr.begin() + inner, out.ptr.end());
+  Vector<int> next(out.ptr.begin() + inner, out.ptr.end());
   for (int i = 0; i < inner; ++i)
     for (int k = out.ptr[i]; k < out.ptr[i + 1]; ++k)
       if (out.adj[k] >= inner) out.adj[next[out.adj[k] - inner]++] = i;
@@ -239,10 +234,10 @@ WeightedGraph Dissector::with_halo(const Piece& piece, std::vector<int>& vertex)
 
 // Minimum degree on the piece, with the separators around it as halo.
 FactorCost Dissector::order_leaf(const Piece& piece) {
-  std::vector<int> vertex, order;
+  Vector<int> vertex, order;
   WeightedGraph leaf = with_halo(piece, vertex);
   const int halo = leaf.n - piece.graph.n;
-  std::vector<int> lead;
+  Vector<int> lead;
   if (pairs_ != nullptr) leaf = contract_pairs(leaf, partners_within(piece, leaf.n), lead);
   const FactorCost cost = approximate_minimum_degree(leaf, halo, order, workspace_);
   for (const int i : order) append(pairs_ == nullptr ? vertex[i] : vertex[lead[i]], result_.order);
@@ -250,8 +245,8 @@ FactorCost Dissector::order_leaf(const Piece& piece) {
 }
 
 // Partners of the vertices of a piece in its own numbering.
-std::vector<int> Dissector::partners_within(const Piece& piece, int size) {
-  std::vector<int> partner(size, none);
+Vector<int> Dissector::partners_within(const Piece& piece, int size) {
+  Vector<int> partner(size, none);
   const int n = piece.graph.n;
   for (int i = 0; i < n; ++i) local_[piece.vertex[i]] = i;
   for (int i = 0; i < n; ++i)
@@ -261,11 +256,11 @@ std::vector<int> Dissector::partners_within(const Piece& piece, int size) {
 }
 
 // Postorders the elimination; partners stay next to each other.
-FactorCost Dissector::postorder(std::vector<int>& order) const {
+FactorCost Dissector::postorder(Vector<int>& order) const {
   if (pairs_ == nullptr) return postorder_and_cost(graph_, order);
-  std::vector<int> lead, contracted;
+  Vector<int> lead, contracted;
   const WeightedGraph paired = contract_pairs(graph_, pairs_->partner, lead);
-  std::vector<int> vertex(graph_.n, none);
+  Vector<int> vertex(graph_.n, none);
   for (int c = 0; c < paired.n; ++c) vertex[lead[c]] = c;
   for (const int v : order)
     if (vertex[v] != none) contracted.push_back(vertex[v]);

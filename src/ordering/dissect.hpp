@@ -11,8 +11,8 @@
 /// time in the factorization than it takes to find.
 #pragma once
 
-#include <vector>
-
+#include "base/memory.hpp"
+#include "graph/dissection_tuning.hpp"
 #include "graph/pairing.hpp"
 #include "graph/weighted_graph.hpp"
 
@@ -22,13 +22,14 @@ namespace vlm {
 struct DissectionGoal {
   int domains = 1;         ///< leaf domains wanted, a power of two
   double flop_weight = 1;  ///< cost of an operation against one of a real symmetric factor
+  DissectionTuning tuning = {};
 };
 
 /// A dissected graph.
 struct Dissection {
-  std::vector<int> order;   ///< vertices in elimination order, postordered              [n]
-  std::vector<int> domain;  ///< domain of a vertex from 1; 0 for the separators above  [n]
-  int domains = 0;          ///< domains found
+  Vector<int> order;   ///< vertices in elimination order, postordered              [n]
+  Vector<int> domain;  ///< domain of a vertex from 1; 0 for the separators above  [n]
+  int domains = 0;     ///< domains found
 };
 
 /// Dissects the graph into domains and orders them and the separators between them.

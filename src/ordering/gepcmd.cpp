@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <numeric>
 
+#include "base/memory.hpp"
 #include "base/view.hpp"
 #include "metis/metis_calls.hpp"
 #include "ordering/gepmmd.hpp"
@@ -12,8 +13,8 @@ namespace vlm {
 namespace {
 
 // Deterministic shuffle of 1..n (Fisher and Yates with a linear congruential generator).
-std::vector<int> random_sequence(int n) {
-  std::vector<int> sequence(n);
+Vector<int> random_sequence(int n) {
+  Vector<int> sequence(n);
   std::iota(sequence.begin(), sequence.end(), 1);
   std::uint64_t state = 4321;
   for (int k = n - 1; k > 0; --k) {
@@ -25,9 +26,9 @@ std::vector<int> random_sequence(int n) {
 
 // Marks the vertices with a neighbour in another part, then drops each one whose neighbours
 // across the cut are all marked: what stays covers every cut edge.
-std::vector<char> interface_cover(const Adjacency& graph, const std::vector<int>& part) {
+Vector<char> interface_cover(const Adjacency& graph, const Vector<int>& part) {
   const View<const int> xadj(graph.xadj), adjncy(graph.adjncy), part_of(part);
-  std::vector<char> marks(graph.n, 0);
+  Vector<char> marks(graph.n, 0);
   const View<char> marked(marks);
   const auto any_across = [&](int v, auto test) {
     for (int k = xadj(v); k < xadj(v + 1); ++k)
@@ -45,12 +46,12 @@ std::vector<char> interface_cover(const Adjacency& graph, const std::vector<int>
 int ddecomp_velmora(const Adjacency& graph, int parts, DomainSplit& split) {
   const int n = graph.n;
   parts = std::clamp(parts, 1, std::max(n, 1));
-  std::vector<int> part;
+  Vector<int> part;
   if (!metis_kway_parts(graph, parts, part)) return status_work;
-  const std::vector<char> marks = interface_cover(graph, part);
+  const Vector<char> marks = interface_cover(graph, part);
 
   // Counting sort by interior part, then by interface part.
-  std::vector<int> start(2 * static_cast<std::size_t>(parts) + 1, 0);
+  Vector<int> start(2 * static_cast<std::size_t>(parts) + 1, 0);
   const auto group = [&](int i) { return part[i] + (marks[i] ? parts : 0); };
   for (int i = 0; i < n; ++i) ++start[group(i) + 1];
   for (std::size_t g = 1; g < start.size(); ++g) start[g] += start[g - 1];

@@ -6,8 +6,7 @@
 /// the parts are then independent subtrees with the interface on top.
 #pragma once
 
-#include <vector>
-
+#include "base/memory.hpp"
 #include "graph/ordering.hpp"
 
 namespace vlm {
@@ -16,7 +15,7 @@ namespace vlm {
 struct DomainSplit {
   /// Nodes in their new sequence: interior of part 1, of part 2, ..., then the interface
   /// vertices by part.
-  std::vector<int> perm;
+  Vector<int> perm;
   int interface_nodes = 0;
 };
 

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <bit>
-#include <vector>
 
+#include "base/memory.hpp"
 #include "graph/compress.hpp"
 #include "graph/ordering.hpp"
 #include "ordering/dissect.hpp"
@@ -25,7 +25,7 @@ int group_of(const Dissection& found, int vertex) {
 }
 
 // Completes an order of which perm is written.
-void write_ranges(const Dissection& found, const std::vector<int>& group, Ordering& order) {
+void write_ranges(const Dissection& found, const Vector<int>& group, Ordering& order) {
   order.nparts = std::max(found.domains, 1);
   invert_order(order);
   if (order.nparts == 1) {
@@ -55,7 +55,7 @@ void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, 
   const Dissection found = dissect(compressed.graph, goal_of(request));
   order.perm.clear();
   order.perm.reserve(n);
-  std::vector<int> group(n, std::max(found.domains, 1) + 1);
+  Vector<int> group(n, std::max(found.domains, 1) + 1);
   for (const int v : found.order)
     for (int k = compressed.first[v]; k < compressed.first[v + 1]; ++k) {
       const int node = compressed.nodes[k];
@@ -70,14 +70,12 @@ void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, 
 bool dissect_with_pairs(const Adjacency& graph, const DissectionRequest& request, Pairing& pairs,
                         Ordering& order) {
   if (has_dense_row(graph)) return false;
-  WeightedGraph nodes{graph.n, graph.xadj, graph.adjncy, std::vector<int>(graph.n, 1)};
-  for (int& k : nodes.ptr) --k;
-  for (int& v : nodes.adj) --v;
+  const WeightedGraph nodes = weighted_graph(graph);
   const Dissection found = dissect_pairs(nodes, goal_of(request), pairs);
   order.perm.resize(graph.n);
   std::transform(found.order.begin(), found.order.end(), order.perm.begin(),
                  [](int v) { return v + 1; });
-  std::vector<int> group(graph.n);
+  Vector<int> group(graph.n);
   for (int v = 0; v < graph.n; ++v) group[v] = group_of(found, v);
   write_ranges(found, group, order);
   return true;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <numeric>
 
+#include "base/memory.hpp"
 #include "base/view.hpp"
 #include "graph/ordering.hpp"
 
@@ -21,7 +22,7 @@ namespace {
 //   merged into r:            forward(v) = -r, qsize(v) = 0, marker(v) = maxint
 class MinimumDegree {
  public:
-  MinimumDegree(Adjacency& graph, const std::vector<int>& last, Ordering& order,
+  MinimumDegree(Adjacency& graph, const Vector<int>& last, Ordering& order,
                 const MinimumDegreeOptions& options);
   std::int64_t run();
 
@@ -63,10 +64,10 @@ class MinimumDegree {
 
   int n_;
   int total_;  // weight of all nodes
-  int delta_, maxint_;
-  const std::vector<int>& last_;
+  int maxint_;
+  const Vector<int>& last_;
   View<int> xadj_, adjncy_, forward_, backward_;
-  std::vector<int> head_store_, qsize_store_, chain_store_, marker_store_, held_store_;
+  Vector<int> head_store_, qsize_store_, chain_store_, marker_store_, held_store_;
   View<int> head_, qsize_, chain_, marker_, held_;
   int num_ = 1;  // next position
   int end_;      // last position of the free phase
@@ -77,18 +78,17 @@ class MinimumDegree {
   std::int64_t nofsub_ = 0;
 };
 
-MinimumDegree::MinimumDegree(Adjacency& graph, const std::vector<int>& last, Ordering& order,
+MinimumDegree::MinimumDegree(Adjacency& graph, const Vector<int>& last, Ordering& order,
                              const MinimumDegreeOptions& options)
     : n_(graph.n),
       total_(graph.weight.empty() ? n_
                                   : std::accumulate(graph.weight.begin(), graph.weight.end(), 0)),
-      delta_(options.delta),
       maxint_(options.maxint),
       last_(last),
       xadj_(graph.xadj),
       adjncy_(graph.adjncy),
       head_store_(total_ + 1),
-      qsize_store_(graph.weight.empty() ? std::vector<int>(n_, 1) : graph.weight),
+      qsize_store_(graph.weight.empty() ? Vector<int>(n_, 1) : graph.weight),
       chain_store_(n_),
       marker_store_(n_),
       held_store_(n_),
@@ -147,14 +147,11 @@ void MinimumDegree::number_isolated_nodes() {
   head_(1) = 0;
 }
 
-// Eliminates an independent set of nodes of degree mdeg to mdeg + delta, chained as elements_.
+// Eliminates an independent set of nodes of degree mdeg, chained as elements_.
 // True when every free node has its number or its representative.
 bool MinimumDegree::eliminate_batch() {
-  const int limit = std::min(mdeg_ + delta_, total_);
   elements_ = 0;
-  for (;;) {
-    while (mdeg_ <= limit && head_(mdeg_) <= 0) ++mdeg_;
-    if (mdeg_ > limit && (delta_ >= 0 || head_(mdeg_) <= 0)) return false;
+  while (head_(mdeg_) > 0) {
     const int pivot = head_(mdeg_);
     const int next = forward_(pivot);
     head_(mdeg_) = next;
@@ -168,8 +165,9 @@ bool MinimumDegree::eliminate_batch() {
     chain_(pivot) = elements_;
     elements_ = pivot;
     if (num_ > end_) return true;
-    if (delta_ < 0) return false;
   }
+  ++mdeg_;
+  return false;
 }
 
 void MinimumDegree::renew_tags() {
@@ -247,7 +245,7 @@ void MinimumDegree::detach_member(int pivot, int node) {
 }
 
 void MinimumDegree::update_degrees() {
-  span_ = mdeg_ + std::max(delta_, 0);
+  span_ = mdeg_;
   for (int element = elements_; element > 0; element = chain_(element)) update_element(element);
 }
 
@@ -368,7 +366,7 @@ void MinimumDegree::number_merged_nodes() {
       u = up;
     }
   }
-  std::vector<int> node_store(total_, 0);  // node with a number
+  Vector<int> node_store(total_, 0);  // node with a number
   const View<int> node(node_store);
   for (int v = 1; v <= n_; ++v) node(-forward_(v)) = v;
   int position = 0;
@@ -385,7 +383,7 @@ std::int64_t gepmmd_velmora(Adjacency graph, Ordering& order, const MinimumDegre
   return cmd_velmora(std::move(graph), {}, order, options);
 }
 
-std::int64_t cmd_velmora(Adjacency graph, const std::vector<int>& last, Ordering& order,
+std::int64_t cmd_velmora(Adjacency graph, const Vector<int>& last, Ordering& order,
                          const MinimumDegreeOptions& options) {
   const std::int64_t nofsub = graph.n < 1 ? 0 : MinimumDegree(graph, last, order, options).run();
   if (graph.n < 1) order = {};

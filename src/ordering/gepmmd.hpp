@@ -10,17 +10,14 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
+#include "base/memory.hpp"
 #include "graph/ordering.hpp"
 
 namespace vlm {
 
 /// Options of the minimum-degree loop.
 struct MinimumDegreeOptions {
-  /// Nodes up to this much above the minimum degree are eliminated before degrees are
-  /// updated; negative: update after every node.
-  int delta = 0;
   /// Largest value of a marker.  Tests lower it to reach the renewal of the tags.
   int maxint = 2147483647;
 };
@@ -37,7 +34,7 @@ std::int64_t gepmmd_velmora(Adjacency graph, Ordering& order,
 /// Held-back nodes stay in the graph and count in the degrees, but take the last positions,
 /// in the sequence given.
 /// @param last  nodes for positions n - t + 1 to n, in that sequence  [t], in
-std::int64_t cmd_velmora(Adjacency graph, const std::vector<int>& last, Ordering& order,
+std::int64_t cmd_velmora(Adjacency graph, const Vector<int>& last, Ordering& order,
                          const MinimumDegreeOptions& options = {});
 
 }  // namespace vlm

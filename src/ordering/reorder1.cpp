@@ -5,9 +5,9 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <vector>
 
 #include "base/clock.hpp"
+#include "base/memory.hpp"
 #include "ordering/gepcmd.hpp"
 #include "ordering/gepmetis.hpp"
 #include "ordering/gepmmd.hpp"
@@ -50,7 +50,7 @@ int choose_order(const OrderInput& input, const OrderOptions& options, OrderedGr
 // be contiguous in what is left: one range remains.
 void move_marked_last(const int* marks, OrderedGraph& ordered) {
   const int n = ordered.graph.n;
-  std::vector<int> group(n);
+  Vector<int> group(n);
   std::transform(marks, marks + n, group.begin(), [](int mark) { return mark != 0 ? 2 : 1; });
   const Range marked = regroup(ordered.order, group, 2).back();
   set_single_range(ordered.order, n);

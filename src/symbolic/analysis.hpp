@@ -8,8 +8,8 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
+#include "base/memory.hpp"
 #include "base/view.hpp"
 #include "graph/ordering.hpp"
 
@@ -46,30 +46,30 @@ enum class Scheme : int {
 /// + 1) + 1] by target and domain, up holds source panels.
 struct UpdateLists {
   Scheme scheme = Scheme::sequential;
-  std::vector<int> start;      ///< 1-based
-  std::vector<int> up, uplen;  ///< panel or column at the other end; rows of the source from there
+  Vector<int> start;      ///< 1-based
+  Vector<int> up, uplen;  ///< panel or column at the other end; rows of the source from there
 };
 
 /// Working set of one analysis.
 struct Analysis : OrderedGraph {
   // exact factor (sfinit)
-  std::vector<int> parent;  ///< [n] elimination tree by position, 0 for a root
-  std::vector<int> colcnt;  ///< [n] entries of a column of L, diagonal included
+  Vector<int> parent;  ///< [n] elimination tree by position, 0 for a root
+  Vector<int> colcnt;  ///< [n] entries of a column of L, diagonal included
   FactorFigures figures;
 
   // panels of the numeric phases (symfct)
   int nsuper = 0;
-  std::vector<int> snode;           ///< [n] panel of a column
-  std::vector<int> xsuper;          ///< [nsuper+1] first column of a panel, then n+1
-  std::vector<int> height;          ///< [nsuper] rows of a panel, its own columns included
-  std::vector<int> lead;            ///< [nsuper] first panel of the block that a panel is cut from
-  std::vector<int> xlindx, lindx;   ///< [nsuper+1] starts; row lists, ascending
-  std::vector<std::int64_t> xlnz;   ///< [nsuper+1] starts of the panels in the store of L
-  std::vector<std::int64_t> xunz;   ///< [nsuper+1] starts of the panels in the store of U
-  std::vector<int> sparent;         ///< [nsuper] panel tree, 0 for a root
-  std::vector<int> nmod;            ///< [nsuper] number of distinct panels that update s
-  std::vector<Range> super_ranges;  ///< ranges in panels; the tail pair is last
-  std::vector<int> queue;           ///< [nsuper] order of the panels for threads; may be empty
+  Vector<int> snode;           ///< [n] panel of a column
+  Vector<int> xsuper;          ///< [nsuper+1] first column of a panel, then n+1
+  Vector<int> height;          ///< [nsuper] rows of a panel, its own columns included
+  Vector<int> lead;            ///< [nsuper] first panel of the block that a panel is cut from
+  Vector<int> xlindx, lindx;   ///< [nsuper+1] starts; row lists, ascending
+  Vector<std::int64_t> xlnz;   ///< [nsuper+1] starts of the panels in the store of L
+  Vector<std::int64_t> xunz;   ///< [nsuper+1] starts of the panels in the store of U
+  Vector<int> sparent;         ///< [nsuper] panel tree, 0 for a root
+  Vector<int> nmod;            ///< [nsuper] number of distinct panels that update s
+  Vector<Range> super_ranges;  ///< ranges in panels; the tail pair is last
+  Vector<int> queue;           ///< [nsuper] order of the panels for threads; may be empty
   UpdateLists updates;
   std::int64_t max_update = 0;  ///< most entries of one update block
   std::int64_t max_scaled = 0;  ///< most entries of one scaled operand of an update

@@ -2,24 +2,14 @@
 /// Task schedule of the factorization on several threads, see sched.hpp.
 #include "symbolic/sched.hpp"
 
-#include <climits>
 #include <cstdint>
 #include <cstdlib>
 
+#include "base/memory.hpp"
+#include "graph/starts.hpp"
+
 namespace vlm {
 namespace {
-
-/// Counts to starts, the sum of all before each, from 1.
-bool starts_from_counts(std::vector<int>& counts) {
-  std::int64_t start = 1;
-  for (int& count : counts) {
-    const int here = count;
-    count = static_cast<int>(start);
-    start += here;
-    if (start > INT_MAX) return false;
-  }
-  return true;
-}
 
 int fine_grain_lists(Analysis& analysis) {
   UpdateLists& lists = analysis.updates;
@@ -27,8 +17,8 @@ int fine_grain_lists(Analysis& analysis) {
   lists.scheme = Scheme::fine_grain;
   lists.start.assign(static_cast<std::size_t>(nsuper) + 1, 0);
   for (int s = 1; s <= nsuper; ++s)
-    for_each_target(analysis, s, [&](int, int, int) { ++lists.start[s - 1]; });
-  if (!starts_from_counts(lists.start)) return status_overflow;
+    for_each_target(analysis, s, [&](int, int, int) { ++lists.start[s]; });
+  if (!counts_to_starts(View<int>(lists.start))) return status_overflow;
   const std::size_t total = static_cast<std::size_t>(lists.start.back() - 1);
   lists.up.resize(total);
   lists.uplen.resize(total);
@@ -57,7 +47,7 @@ bool domains_are_independent(const Analysis& analysis) {
 
 int two_level_lists(Analysis& analysis) {
   UpdateLists& lists = analysis.updates;
-  const std::vector<Range>& ranges = analysis.super_ranges;
+  const Vector<Range>& ranges = analysis.super_ranges;
   const int separator = ranges.back().first, columns = static_cast<int>(ranges.size());
   const std::size_t targets = static_cast<std::size_t>(analysis.nsuper) - separator + 1;
   lists.scheme = Scheme::two_level;
@@ -70,12 +60,12 @@ int two_level_lists(Analysis& analysis) {
             visit(static_cast<std::size_t>(target - separator) * columns + d, s, rows);
         });
   };
-  for_each_hit([&](std::size_t place, int, int) { ++lists.start[place]; });
-  if (!starts_from_counts(lists.start)) return status_overflow;
+  for_each_hit([&](std::size_t place, int, int) { ++lists.start[place + 1]; });
+  if (!counts_to_starts(View<int>(lists.start))) return status_overflow;
   const std::size_t total = static_cast<std::size_t>(lists.start.back() - 1);
   lists.up.resize(total);
   lists.uplen.resize(total);
-  std::vector<int> next(lists.start);
+  Vector<int> next(lists.start);
   for_each_hit([&](std::size_t place, int s, int rows) {
     const std::size_t k = static_cast<std::size_t>(next[place]++ - 1);
     lists.up[k] = s;
@@ -88,7 +78,7 @@ int two_level_lists(Analysis& analysis) {
 
 void sched_velmora(View<const int> sparent, View<int> queue) {
   const int nsuper = static_cast<int>(sparent.size());
-  std::vector<int> pending(sparent.size(), 0);
+  Vector<int> pending(sparent.size(), 0);
   const View<int> nchild(pending);
   int tail = 0;
   for (int s = 1; s <= nsuper; ++s) {

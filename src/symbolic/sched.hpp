@@ -3,8 +3,6 @@
 /// which finished panels reach the panels that they update.
 #pragma once
 
-#include <vector>
-
 #include "symbolic/analysis.hpp"
 
 namespace vlm {

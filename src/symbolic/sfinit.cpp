@@ -8,6 +8,7 @@
 
 #include <algorithm>
 
+#include "base/memory.hpp"
 #include "graph/etree.hpp"
 
 namespace vlm {
@@ -77,9 +78,13 @@ void sfinit_velmora(const SymbolicOptions& options, Analysis& analysis) {
   analysis.parent.resize(n);
   analysis.colcnt.resize(n);
   const View<int> parent(analysis.parent), colcnt(analysis.colcnt);
-  etep_velmora(analysis.graph, perm, invp, parent);
-  lnnt_velmora(analysis.graph, perm, invp, parent, colcnt);
-
+  const OrderedPattern pattern(analysis.graph, perm, invp);
+  etep_velmora(pattern, parent);
+  {
+    Vector<int> post(n);
+    postorder(parent, {}, View<int>(post));
+    lnnt_velmora(pattern, parent, View<const int>(post), colcnt);
+  }
   const Partition part = fndspa_velmora(parent, colcnt, options.panel, analysis.trailing);
   FactorFigures& figures = analysis.figures;
   figures.supernodes = static_cast<int>(part.xsuper.size()) - 1;

@@ -2,17 +2,16 @@
 /// Supernode partition of the exact factor.
 #pragma once
 
-#include <vector>
-
+#include "base/memory.hpp"
 #include "base/view.hpp"
 #include "symbolic/analysis.hpp"
 
 namespace vlm {
 
 struct Partition {
-  std::vector<int> snode;   ///< [n] supernode of a column
-  std::vector<int> xsuper;  ///< [nsuper+1] first column of a supernode, then n+1
-  int maxsup = 0;           ///< columns of the largest chain, before the panel limit cuts it
+  Vector<int> snode;   ///< [n] supernode of a column
+  Vector<int> xsuper;  ///< [nsuper+1] first column of a supernode, then n+1
+  int maxsup = 0;      ///< columns of the largest chain, before the panel limit cuts it
 };
 
 /// Maximal supernodes under a panel limit.

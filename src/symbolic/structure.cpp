@@ -9,6 +9,9 @@
 #include <algorithm>
 #include <new>
 
+#include "base/memory.hpp"
+#include "graph/starts.hpp"
+
 namespace vlm {
 
 namespace {
@@ -42,7 +45,7 @@ struct Arrays {
 Arrays carve(Carver& carver, const Analysis& analysis, const StructurePlan& plan) {
   const std::size_t n = analysis.graph.n, nsuper = analysis.nsuper;
   const auto ints = [&](std::size_t length) { return carver.take<int>(length); };
-  const auto entries = [](const std::vector<int>& starts) {
+  const auto entries = [](const Vector<int>& starts) {
     return starts.empty() ? std::size_t{0} : static_cast<std::size_t>(starts.back() - 1);
   };
   Arrays a;
@@ -72,8 +75,8 @@ Arrays carve(Carver& carver, const Analysis& analysis, const StructurePlan& plan
 
 /// Position in the permuted matrix of each row of A: invp, or its composition with the
 /// matching, by which row row_perm(i) takes the place of node i.
-std::vector<int> row_positions(const MapInput& input, const Analysis& analysis) {
-  std::vector<int> position(analysis.order.invp);
+Vector<int> row_positions(const MapInput& input, const Analysis& analysis) {
+  Vector<int> position(analysis.order.invp);
   if (input.row_perm == nullptr) return position;
   const int n = analysis.graph.n;
   const View<const int> invp(analysis.order.invp), match(input.row_perm, n);
@@ -109,17 +112,10 @@ void for_each_entry(const MapInput& input, const StructurePlan& plan, const Anal
     }
 }
 
-/// Makes starts, from 1, of counts that stand one place further on.
-void counts_to_starts(std::vector<int>& starts) {
-  if (starts.empty()) return;
-  starts[0] = 1;
-  for (std::size_t j = 1; j < starts.size(); ++j) starts[j] += starts[j - 1];
-}
-
 /// Sorts the entries of A by the column of the factor that they land in; dst takes their rows.
 void distribute(const MapInput& input, const StructurePlan& plan, const Analysis& analysis,
                 const Arrays& a) {
-  std::vector<int> lower(plan.lower), upper(plan.upper);
+  Vector<int> lower(plan.lower), upper(plan.upper);
   const View<int> next_lower(lower), next_upper(upper);
   for_each_entry(input, plan, analysis, [&](const Place& at, int p) {
     const int k = at.in_u ? next_upper(at.column)++ : next_lower(at.column)++;
@@ -131,7 +127,7 @@ void distribute(const MapInput& input, const StructurePlan& plan, const Analysis
 /// Replaces the rows by positions in the panel.
 void place_entries(const Analysis& analysis, const Arrays& a) {
   const View<const int> xsuper(analysis.xsuper), xlindx(analysis.xlindx), lindx(analysis.lindx);
-  std::vector<int> index_store(analysis.graph.n);
+  Vector<int> index_store(analysis.graph.n);
   const View<int> index(index_store);  // place of a row in the current panel's list, from 1
   for (int s = 1; s <= analysis.nsuper; ++s) {
     const int first = xsuper(s), next = xsuper(s + 1), width = next - first;
@@ -151,7 +147,7 @@ void place_entries(const Analysis& analysis, const Arrays& a) {
 
 /// Copies an array of the analysis to its place in the block.
 template <class T>
-View<const T> keep(const std::vector<T>& from, View<T> to) {
+View<const T> keep(const Vector<T>& from, View<T> to) {
   std::copy(from.begin(), from.end(), to.begin());
   return to;
 }
@@ -172,12 +168,12 @@ void measure_panels(Structure& out) {
 
 StructurePlan plan_structure(const MapInput& input, const Analysis& analysis) {
   const std::size_t n = analysis.graph.n;
-  StructurePlan plan{row_positions(input, analysis), std::vector<int>(n + 1, 0), {}};
+  StructurePlan plan{row_positions(input, analysis), Vector<int>(n + 1, 0), {}};
   if (!input.symmetric) plan.upper.assign(n + 1, 0);
   for_each_entry(input, plan, analysis,
                  [&](const Place& at, int) { ++(at.in_u ? plan.upper : plan.lower)[at.column]; });
-  counts_to_starts(plan.lower);
-  counts_to_starts(plan.upper);
+  counts_to_starts(View<int>(plan.lower));
+  counts_to_starts(View<int>(plan.upper));
   Carver carver(nullptr);
   carve(carver, analysis, plan);
   plan.bytes = carver.used();

@@ -7,9 +7,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include "base/input_matrix.hpp"
+#include "base/memory.hpp"
 #include "base/view.hpp"
 #include "symbolic/analysis.hpp"
 
@@ -69,8 +69,8 @@ struct MapInput {
 
 /// How many entries land in each column of the factor, and from that the size of the block.
 struct StructurePlan {
-  std::vector<int> row_position;  ///< [n] position of each row of A in the permuted matrix
-  std::vector<int> lower, upper;  ///< [n+1] starts of the columns in the maps
+  Vector<int> row_position;  ///< [n] position of each row of A in the permuted matrix
+  Vector<int> lower, upper;  ///< [n+1] starts of the columns in the maps
   std::size_t bytes = 0;
 };
 

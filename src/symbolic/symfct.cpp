@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "base/memory.hpp"
+
 namespace vlm {
 
 namespace {
@@ -33,9 +35,9 @@ bool merge_pays(std::int64_t width, std::int64_t size, std::int64_t zeros) {
 
 /// Columns at which a new panel must begin: trailing block and, with several ranges, every
 /// range start.
-std::vector<char> forced_starts(const Analysis& analysis) {
+Vector<char> forced_starts(const Analysis& analysis) {
   const int n = analysis.graph.n;
-  std::vector<char> forced(n + 2, 0);
+  Vector<char> forced(n + 2, 0);
   if (analysis.trailing > 0) forced[n - analysis.trailing + 1] = 1;
   if (analysis.order.nparts > 1)
     for (const Range& range : analysis.order.ranges)
@@ -44,11 +46,11 @@ std::vector<char> forced_starts(const Analysis& analysis) {
 }
 
 /// Maximal supernodes, merged bottom-up with the ancestor block that follows them.
-std::vector<Block> merge_blocks(const Analysis& analysis) {
+Vector<Block> merge_blocks(const Analysis& analysis) {
   const int n = analysis.graph.n;
   const View<const int> parent(analysis.parent), colcnt(analysis.colcnt);
-  const std::vector<char> forced = forced_starts(analysis);
-  std::vector<Block> blocks;
+  const Vector<char> forced = forced_starts(analysis);
+  Vector<Block> blocks;
   for (int k = 1; k <= n;) {
     Block block{k, 1, colcnt(k), colcnt(k)};
     for (++k; k <= n && !forced[k] && parent(k - 1) == k && colcnt(k - 1) == colcnt(k) + 1; ++k) {
@@ -81,7 +83,7 @@ int piece_width(int width, int panel) {
 
 void relax_panels(int panel, Analysis& analysis) {
   const int n = analysis.graph.n;
-  const std::vector<Block> blocks = merge_blocks(analysis);
+  const Vector<Block> blocks = merge_blocks(analysis);
   analysis.xsuper.clear();
   analysis.height.clear();
   analysis.lead.clear();
@@ -113,9 +115,9 @@ void relax_panels(int panel, Analysis& analysis) {
 namespace {
 
 /// First panel of the block that follows block b in the tree, 0 for a root.
-std::vector<int> block_parents(const Analysis& analysis) {
+Vector<int> block_parents(const Analysis& analysis) {
   const View<const int> sparent(analysis.sparent), lead(analysis.lead);
-  std::vector<int> store(analysis.nsuper);
+  Vector<int> store(analysis.nsuper);
   const View<int> up(store);
   for (int s = 1; s <= analysis.nsuper; ++s)  // the last piece of a block writes last
     up(lead(s)) = sparent(s) == 0 ? 0 : lead(sparent(s));
@@ -142,9 +144,9 @@ int symfct_velmora(Analysis& analysis) {
 
   // The list of a block is built at its first panel; next is its free place, mark the last
   // row appended.
-  const std::vector<int> parents = block_parents(analysis);
+  const Vector<int> parents = block_parents(analysis);
   const View<const int> up(parents);
-  std::vector<int> next_store(nsuper), mark_store(nsuper, 0);
+  Vector<int> next_store(nsuper), mark_store(nsuper, 0);
   const View<int> next(next_store), mark(mark_store);
   for (int s = 1; s <= nsuper; ++s) next(s) = xlindx(s);
   for (int i = 1; i <= n; ++i) {

@@ -384,25 +384,6 @@ TEST(Memory, FiguresFollowWhatIsHeld) {
   EXPECT_EQ(c.iparm(17), 0);
 }
 
-TEST(Memory, ExhaustedMemoryNamesTheArray) {
-#ifdef VELMORA_SANITIZED
-  GTEST_SKIP() << "the sanitizers replace malloc";
-#endif
-  // A factor table of 2^31 records does not fit into 100 GB.
-  const LimitedMemory limited;
-  Caller c = make_tridiagonal(10, -2);
-  c.maxfct = 2147483647;
-  const std::string text = c.run_and_read(11);
-  EXPECT_EQ(c.error, -2);
-  EXPECT_TRUE(contains(text,
-                       "*** error VELMORA  (insufficient_memory     ) error_num= -200\n"
-                       "*** error velmora (memory allocation) FACT_ADR, size to allocate:"))
-      << text;
-  EXPECT_TRUE(c.empty());
-  c.maxfct = 1;
-  EXPECT_EQ(c.run(13), 0);
-}
-
 TEST(Schur, TrailingBlockOfATridiagonalMatrix) {
   // Eliminating 1..3 of (-1, 4, -1) changes the first entry of the rest only.
   for (const int mtype : {2, -2, 1}) {

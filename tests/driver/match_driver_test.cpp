@@ -97,7 +97,7 @@ void expect_symmetric(const MatchingRun& run) {
 
   ASSERT_EQ(run.matched.padded.has_value(), run.options.matching % 2 == 0);
   if (!run.matched.padded) return;
-  const std::vector<int>&ia = run.matched.padded->ia, &ja = run.matched.padded->ja;
+  const Vector<int>&ia = run.matched.padded->ia, &ja = run.matched.padded->ja;
   for (int i = 0; i < n; ++i)
     EXPECT_TRUE(std::includes(ja.begin() + ia[i] - 1, ja.begin() + ia[i + 1] - 1,
                               run.m.ja.begin() + run.m.ia[i] - 1,
@@ -178,7 +178,7 @@ TEST(MatchDriver, TinyCompressedGraphs) {
   MatchingRun run(m, 1);
   ASSERT_FALSE(run.go());
   const MatchInput input{m.n, m.ia.data(), m.ja.data(), m.a.data(), true};
-  std::vector<int> expected = reordering_matching_sym2x2(input, mps_velmora(input).perm).node;
+  Vector<int> expected = reordering_matching_sym2x2(input, mps_velmora(input).perm).node;
   for (int& node : expected) ++node;
   EXPECT_EQ(run.matched.order->perm, expected);
 }

@@ -17,13 +17,13 @@
 namespace vlm {
 namespace {
 
-using Dense = std::vector<std::vector<double>>;
+using Dense = std::vector<Vector<double>>;
 
 /// Compressed rows, 1-based, of the entries of a dense matrix that aren't zero.  With only the
 /// upper triangle, or when asked for, zeros on the diagonal are stored.
 struct Csr {
-  std::vector<int> ia{1}, ja;
-  std::vector<double> a;
+  Vector<int> ia{1}, ja;
+  Vector<double> a;
 
   explicit Csr(const Dense& dense, bool upper = false, bool diagonal = false) {
     for (std::size_t i = 0; i < dense.size(); ++i) {
@@ -44,7 +44,7 @@ struct Csr {
 /// different magnitudes, if asked for, make many ties.
 Dense random_matrix(std::mt19937& gen, int n, double density, bool ties) {
   std::uniform_real_distribution<double> unit(0, 1);
-  Dense d(n, std::vector<double>(n, 0));
+  Dense d(n, Vector<double>(n, 0));
   for (auto& row : d)
     for (double& x : row)
       if (unit(gen) < density)
@@ -56,7 +56,7 @@ Dense random_matrix(std::mt19937& gen, int n, double density, bool ties) {
 /// Largest sum of logarithms over all permutations, -inf when each one meets a zero.
 double best_product(const Dense& d) {
   const int n = static_cast<int>(d.size());
-  std::vector<int> p(n);
+  Vector<int> p(n);
   std::iota(p.begin(), p.end(), 0);
   double best = -std::numeric_limits<double>::infinity();
   do {
@@ -67,7 +67,7 @@ double best_product(const Dense& d) {
   return best;
 }
 
-void expect_permutation(std::vector<int> p) {
+void expect_permutation(Vector<int> p) {
   std::sort(p.begin(), p.end());
   for (std::size_t i = 0; i < p.size(); ++i) ASSERT_EQ(p[i], static_cast<int>(i));
 }
@@ -76,8 +76,8 @@ void expect_permutation(std::vector<int> p) {
 /// it from the stored permutation and factors.
 void expect_scaled(const Dense& d, const MatchResult& result, int mtype) {
   const int n = static_cast<int>(d.size());
-  std::vector<int> perm(n);
-  std::vector<double> scale(2 * n);
+  Vector<int> perm(n);
+  Vector<double> scale(2 * n);
   rr33adcopy(ScaleMode::scale, n, result.perm.data(), result.u.data(), result.v.data(), mtype, 0,
              perm.data(), scale.data());
   const double *c = scale.data(), *r = c + n;
@@ -94,32 +94,30 @@ void expect_scaled(const Dense& d, const MatchResult& result, int mtype) {
 
 TEST(Matching, OptimalAgainstAllPermutations) {
   int full = 0, deficient = 0;
-  for (unsigned seed = 0; seed < 600; ++seed) {
+  for (unsigned seed = 0; seed < 900; ++seed) {
     std::mt19937 gen(seed);
     const int n = 1 + static_cast<int>(seed % 7);
     const Dense d = random_matrix(gen, n, seed % 3 ? 0.45 : 0.9, seed % 2);
     const double best = best_product(d);
     const Csr csr(d);
-    for (bool transposed : {false, true}) {
-      SCOPED_TRACE(testing::Message() << "seed " << seed << " transposed " << transposed);
-      const MatchResult result = mps_velmora(csr.input(), transposed);
-      ASSERT_EQ(static_cast<int>(result.perm.size()), n);
-      expect_permutation(result.perm);
-      if (std::isinf(best)) {
-        ++deficient;
-        EXPECT_LT(result.count, n);
-        EXPECT_TRUE(result.u.empty());
-        int present = 0;
-        for (int j = 0; j < n; ++j) present += d[result.perm[j]][j] != 0;
-        EXPECT_GE(present, result.count);
-      } else {
-        ++full;
-        ASSERT_EQ(result.count, n);
-        double sum = 0;
-        for (int j = 0; j < n; ++j) sum += std::log(std::fabs(d[result.perm[j]][j]));
-        EXPECT_NEAR(sum, best, 1e-10);
-        expect_scaled(d, result, 11);
-      }
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    const MatchResult result = mps_velmora(csr.input());
+    ASSERT_EQ(static_cast<int>(result.perm.size()), n);
+    expect_permutation(result.perm);
+    if (std::isinf(best)) {
+      ++deficient;
+      EXPECT_LT(result.count, n);
+      EXPECT_TRUE(result.u.empty());
+      int present = 0;
+      for (int j = 0; j < n; ++j) present += d[result.perm[j]][j] != 0;
+      EXPECT_GE(present, result.count);
+    } else {
+      ++full;
+      ASSERT_EQ(result.count, n);
+      double sum = 0;
+      for (int j = 0; j < n; ++j) sum += std::log(std::fabs(d[result.perm[j]][j]));
+      EXPECT_NEAR(sum, best, 1e-10);
+      expect_scaled(d, result, 11);
     }
   }
   EXPECT_GT(full, 200);
@@ -162,7 +160,7 @@ TEST(Matching, InvariantUnderRowAndColumnScaling) {
   for (int j = 0; j < n; ++j) d[(j + 11) % n][j] = 3;
   Dense scaled = d;
   std::uniform_real_distribution<double> exponent(-30, 30);
-  std::vector<double> r(n), c(n);
+  Vector<double> r(n), c(n);
   for (int i = 0; i < n; ++i)
     r[i] = std::pow(10, exponent(gen)), c[i] = std::pow(10, exponent(gen));
   for (int i = 0; i < n; ++i)
@@ -175,20 +173,20 @@ TEST(Matching, InvariantUnderRowAndColumnScaling) {
 TEST(Matching, GreedyStart) {
   {  // identity: all rows at once, unit scaling
     const MatchResult result = mps_velmora(Csr({{1, 0}, {0, 1}}).input());
-    EXPECT_EQ(result.perm, (std::vector<int>{0, 1}));
-    EXPECT_EQ(result.u, (std::vector<double>{0, 0}));
-    EXPECT_EQ(result.v, (std::vector<double>{0, 0}));
+    EXPECT_EQ(result.perm, (Vector<int>{0, 1}));
+    EXPECT_EQ(result.u, (Vector<double>{0, 0}));
+    EXPECT_EQ(result.v, (Vector<double>{0, 0}));
   }
   {  // of two equal entries the later one wins
     const mps_csr cost = csr_create_log(Csr({{1, 1}, {0.5, 0.5}}).input());
     const MatchState state = kuhn_munkres_init(cost);
-    EXPECT_EQ(state.match, (std::vector<int>{1, 0}));
+    EXPECT_EQ(state.match, (Vector<int>{1, 0}));
   }
   {  // row 2 only reaches column 3, whose owner, row 1, moves over to column 1
     const mps_csr cost = csr_create_log(Csr({{4, 0, 4}, {0, 0, 4}, {0, 4, 0}}).input());
     const MatchState state = kuhn_munkres_init(cost);
     EXPECT_EQ(state.count, 3);
-    EXPECT_EQ(state.match, (std::vector<int>{0, 2, 1}));
+    EXPECT_EQ(state.match, (Vector<int>{0, 2, 1}));
   }
 }
 
@@ -207,8 +205,8 @@ TEST(Matching, SymmetricInputEqualsItsFullStructure) {
     if (full.count == n) {
       EXPECT_EQ(full.u, upper.u);
       // one factor per index keeps all entries at most 1 and the matched ones at 1
-      std::vector<int> perm(n);
-      std::vector<double> scale(2 * n);
+      Vector<int> perm(n);
+      Vector<double> scale(2 * n);
       rr33adcopy(ScaleMode::scale, n, full.perm.data(), full.u.data(), full.v.data(), -2, 0,
                  perm.data(), scale.data());
       for (int i = 0; i < n; ++i) EXPECT_EQ(scale[i], scale[n + i]);
@@ -226,11 +224,11 @@ TEST(Matching, SymmetricInputEqualsItsFullStructure) {
 
 TEST(Matching, ZerosAreAbsentAndOutsidersPassedOver) {
   // explicit zeros on the diagonal, and a leading block of 2 out of 3
-  const std::vector<int> ia{1, 4, 7, 10}, ja{1, 2, 3, 1, 2, 3, 1, 2, 3};
-  const std::vector<double> a{0, 2, 9, 5, 0, 9, 9, 9, 9};
+  const Vector<int> ia{1, 4, 7, 10}, ja{1, 2, 3, 1, 2, 3, 1, 2, 3};
+  const Vector<double> a{0, 2, 9, 5, 0, 9, 9, 9, 9};
   const MatchResult result = mps_velmora({2, ia.data(), ja.data(), a.data(), false});
   EXPECT_EQ(result.count, 2);
-  EXPECT_EQ(result.perm, (std::vector<int>{1, 0}));
+  EXPECT_EQ(result.perm, (Vector<int>{1, 0}));
 }
 
 TEST(Matching, DeficientMatchingsBecomePermutations) {
@@ -243,9 +241,9 @@ TEST(Matching, DeficientMatchingsBecomePermutations) {
   expect_permutation(result.perm);
 
   // chains 0 -> 2 -> 1 and a lone 3: each is closed on itself
-  std::vector<int> match{2, -1, 1, -1};
+  Vector<int> match{2, -1, 1, -1};
   EXPECT_EQ(expand_matching(match), 2);
-  EXPECT_EQ(match, (std::vector<int>{2, 0, 1, 3}));
+  EXPECT_EQ(match, (Vector<int>{2, 0, 1, 3}));
 
   const MatchResult nothing = mps_velmora({0, match.data(), nullptr, nullptr, false});
   EXPECT_EQ(nothing.count, 0);
@@ -257,11 +255,11 @@ TEST(Matching, ImproperNumbers) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const double inf = std::numeric_limits<double>::infinity();
   const MatchResult avoid = mps_velmora(Csr({{nan, 1e-200}, {1e-200, nan}}).input());
-  EXPECT_EQ(avoid.perm, (std::vector<int>{1, 0}));
+  EXPECT_EQ(avoid.perm, (Vector<int>{1, 0}));
   const MatchResult forced = mps_velmora(Csr({{nan, 0}, {0, inf}}).input());
   EXPECT_EQ(forced.count, 2);
   const MatchResult wins = mps_velmora(Csr({{1, inf}, {inf, 1e300}}).input());
-  EXPECT_EQ(wins.perm, (std::vector<int>{1, 0}));
+  EXPECT_EQ(wins.perm, (Vector<int>{1, 0}));
   for (unsigned seed = 0; seed < 30; ++seed) {
     std::mt19937 gen(seed);
     Dense d = random_matrix(gen, 40, 0.15, seed % 2);
@@ -274,34 +272,28 @@ TEST(Matching, ImproperNumbers) {
 }
 
 TEST(Matching, ComplexMagnitudes) {
-  const std::vector<double> a{3, -4, 1e200, 1e200, 0, 1e-200, 0, 0};
-  const std::vector<double> magnitude = convert2abs(4, a.data());
+  const Vector<double> a{3, -4, 1e200, 1e200, 0, 1e-200, 0, 0};
+  const Vector<double> magnitude = convert2abs(4, a.data());
   for (int k = 0; k < 4; ++k)
     EXPECT_DOUBLE_EQ(magnitude[k], std::abs(std::complex<double>(a[2 * k], a[2 * k + 1])));
 }
 
 TEST(Matching, StoredFactors) {
-  const std::vector<int> perm{2, 0, 1};
-  const std::vector<double> u{1, 2, 3}, v{-1, 5000, 0.5};
-  std::vector<int> store(3);
-  std::vector<double> scale(6);
+  const Vector<int> perm{2, 0, 1};
+  const Vector<double> u{1, 2, 3}, v{-1, 5000, 0.5};
+  Vector<int> store(3);
+  Vector<double> scale(6);
   const auto run = [&](ScaleMode mode, int mtype, int nschur) {
-    return rr33adcopy(mode, 3, perm.data(), u.data(), v.data(), mtype, nschur, store.data(),
-                      scale.data());
+    rr33adcopy(mode, 3, perm.data(), u.data(), v.data(), mtype, nschur, store.data(), scale.data());
   };
-  const std::vector<double> ones(6, 1.0);
-  run(ScaleMode::identity, 11, 0);
-  EXPECT_EQ(store, (std::vector<int>{1, 2, 3}));
-  EXPECT_EQ(scale, ones);
+  const Vector<double> ones(6, 1.0);
   run(ScaleMode::permute, 11, 0);
-  EXPECT_EQ(store, (std::vector<int>{3, 1, 2}));
+  EXPECT_EQ(store, (Vector<int>{3, 1, 2}));
   EXPECT_EQ(scale, ones);
-  const ScaleRange range = run(ScaleMode::scale, 13, 0);
+  run(ScaleMode::scale, 13, 0);
   EXPECT_DOUBLE_EQ(scale[0], std::exp(-1));
   EXPECT_DOUBLE_EQ(scale[5], std::exp(3));
   EXPECT_TRUE(std::isfinite(scale[1]));
-  EXPECT_EQ(range.largest, scale[1]);
-  EXPECT_EQ(range.smallest, scale[0]);
   run(ScaleMode::scale, -2, 1);  // place 1 holds index 3, which belongs to the trailing block
   EXPECT_EQ(scale[0], 1);
   EXPECT_DOUBLE_EQ(scale[2], std::exp(1.75));
@@ -315,7 +307,7 @@ struct Saddle {
   Dense dense;
 
   Saddle(unsigned seed, int leading, int constraints, double density)
-      : nf(leading), nc(constraints), dense(nf + nc, std::vector<double>(nf + nc, 0)) {
+      : nf(leading), nc(constraints), dense(nf + nc, Vector<double>(nf + nc, 0)) {
     std::mt19937 gen(seed);
     std::uniform_real_distribution<double> unit(0, 1);
     for (int i = 0; i < nf; ++i) dense[i][i] = unit(gen) < 0.2 ? 0 : std::exp(20 * unit(gen) - 10);
@@ -328,7 +320,7 @@ struct Saddle {
     const double weight = dense[i][i] != 0 ? 0.5 * std::log(dense[i][i]) : 0;
     return weight - std::log(dense[nf + k][i]);
   }
-  double best(int k, std::vector<char>& used) const {
+  double best(int k, Vector<char>& used) const {
     if (k == nc) return 0;
     double least = std::numeric_limits<double>::infinity();
     for (int i = 0; i < nf; ++i) {
@@ -355,7 +347,7 @@ TEST(ConstrainedMatching, LeastCostAgainstAllChoices) {
     MatchResult result;
     ASSERT_TRUE(constrained_matching(csr.input(upper), result));
     expect_permutation(result.perm);
-    std::vector<char> used(s.nf, 0);
+    Vector<char> used(s.nf, 0);
     const double least = s.best(0, used);
     double cost = 0;
     for (int i = 0; i < n; ++i) EXPECT_EQ(result.perm[result.perm[i]], i);  // only exchanges
@@ -402,8 +394,8 @@ TEST(ConstrainedMatching, NoConstraintsAndHugeDuals) {
   EXPECT_FALSE(
       constrained_matching(Csr({{1, 2, 3}, {2, 0, 0}, {3, 0, 0}}, true).input(true), result));
   // a factor beyond 2^512 is refused: all of them become 1
-  std::vector<int> match;
-  std::vector<double> u(2), v(1);
+  Vector<int> match;
+  Vector<double> u(2), v(1);
   mps_csr b;
   b.n = 1;
   b.ncol = 2;
@@ -411,9 +403,9 @@ TEST(ConstrainedMatching, NoConstraintsAndHugeDuals) {
   b.col = {0};
   b.val = {std::log(1e-200)};
   EXPECT_EQ(unsym_reordering_mps(b, {0, 0}, match, u, v), 1);
-  EXPECT_EQ(match, (std::vector<int>{0, -1}));
-  EXPECT_EQ(u, (std::vector<double>{0, 0}));
-  EXPECT_EQ(v, (std::vector<double>{0}));
+  EXPECT_EQ(match, (Vector<int>{0, -1}));
+  EXPECT_EQ(u, (Vector<double>{0, 0}));
+  EXPECT_EQ(v, (Vector<double>{0}));
 }
 
 }  // namespace

@@ -15,15 +15,15 @@ namespace {
 
 /// Upper triangle of a random symmetric matrix, diagonal stored.
 struct Upper {
-  std::vector<int> ia{1}, ja;
+  Vector<int> ia{1}, ja;
   std::vector<double> a;
-  std::vector<std::vector<char>> full;  ///< pattern, both triangles
+  std::vector<Vector<char>> full;  ///< pattern, both triangles
   int n = 0;
 
   Upper(unsigned seed, int order, double density, double zero_diagonals) : n(order) {
     std::mt19937 gen(seed);
     std::uniform_real_distribution<double> unit(0, 1);
-    full.assign(n, std::vector<char>(n, 0));
+    full.assign(n, Vector<char>(n, 0));
     for (int i = 0; i < n; ++i) {
       for (int j = i; j < n; ++j) {
         if (i != j && unit(gen) >= density) continue;
@@ -38,8 +38,7 @@ struct Upper {
   InputMatrix matrix() const { return {n, ia.data(), ja.data(), a.data()}; }
 };
 
-MatchInput diagonal_only(const std::vector<double>& diagonal, std::vector<int>& ia,
-                         std::vector<int>& ja) {
+MatchInput diagonal_only(const std::vector<double>& diagonal, Vector<int>& ia, Vector<int>& ja) {
   const int n = static_cast<int>(diagonal.size());
   ia.resize(n + 1);
   ja.resize(n);
@@ -48,8 +47,8 @@ MatchInput diagonal_only(const std::vector<double>& diagonal, std::vector<int>& 
   return {n, ia.data(), ja.data(), diagonal.data(), true};
 }
 
-std::vector<int> random_permutation(std::mt19937& gen, int n) {
-  std::vector<int> p(n);
+Vector<int> random_permutation(std::mt19937& gen, int n) {
+  Vector<int> p(n);
   std::iota(p.begin(), p.end(), 0);
   std::shuffle(p.begin(), p.end(), gen);
   return p;
@@ -57,15 +56,15 @@ std::vector<int> random_permutation(std::mt19937& gen, int n) {
 
 /// Random order with random candidates.
 PairedOrder random_pairs(std::mt19937& gen, int n) {
-  PairedOrder pairs{random_permutation(gen, n), std::vector<bool>(n, true)};
+  PairedOrder pairs{random_permutation(gen, n), Vector<bool>(n, true)};
   for (int k = 0; k + 1 < n; ++k)
     if (gen() % 2) pairs.block1x1[k] = pairs.block1x1[k + 1] = false, ++k;
   return pairs;
 }
 
 /// Candidate number of each node.
-std::vector<int> blocks_of(const PairedOrder& pairs) {
-  std::vector<int> block(pairs.node.size());
+Vector<int> blocks_of(const PairedOrder& pairs) {
+  Vector<int> block(pairs.node.size());
   int c = 0;
   for (std::size_t k = 0; k < pairs.node.size(); ++c) {
     const bool single = pairs.block1x1[k];
@@ -85,15 +84,15 @@ int reversed(const Adjacency& graph, Ordering& order) {
 
 TEST(SymmetricMatching, CyclesAreCutIntoCandidates) {
   // cycles (0) (1 4) (2 5 7) (3 6 8 9) (10 11 12)
-  const std::vector<int> match{0, 4, 5, 6, 1, 7, 8, 2, 9, 3, 11, 12, 10};
+  const Vector<int> match{0, 4, 5, 6, 1, 7, 8, 2, 9, 3, 11, 12, 10};
   std::vector<double> diagonal(13, 1.0);
   diagonal[4] = 0;     // the pair 1, 4 stays together
   diagonal[8] = 1e-8;  // not above the threshold: 8, 9 stay together; 3, 6 are broken
   diagonal[12] = -1e-9;
-  std::vector<int> ia, ja;
+  Vector<int> ia, ja;
   const PairedOrder pairs = reordering_matching_sym2x2(diagonal_only(diagonal, ia, ja), match);
-  EXPECT_EQ(pairs.node, (std::vector<int>{0, 1, 4, 5, 7, 3, 6, 8, 9, 11, 12, 10, 2}));
-  EXPECT_EQ(pairs.block1x1, (std::vector<bool>{1, 0, 0, 1, 1, 1, 1, 0, 0, 0, 0, 1, 1}));
+  EXPECT_EQ(pairs.node, (Vector<int>{0, 1, 4, 5, 7, 3, 6, 8, 9, 11, 12, 10, 2}));
+  EXPECT_EQ(pairs.block1x1, (Vector<bool>{1, 0, 0, 1, 1, 1, 1, 0, 0, 0, 0, 1, 1}));
 
   ja[4] = 6;  // row 5 has no diagonal entry, so its pair (5, 7) can't be broken
   const PairedOrder absent =
@@ -114,11 +113,11 @@ TEST(SymmetricMatching, GoodDiagonalLeavesThePermutedGraph) {
   ASSERT_EQ(g.graph.n, m.n);
   for (int k = 0; k < m.n; ++k) {
     EXPECT_TRUE(pairs.block1x1[k]);
-    std::vector<int> expected;
+    Vector<int> expected;
     for (int l = 0; l < m.n; ++l)
       if (l != k && m.full[pairs.node[k]][pairs.node[l]]) expected.push_back(l + 1);
-    EXPECT_EQ(std::vector<int>(g.graph.adjncy.begin() + g.graph.xadj[k] - 1,
-                               g.graph.adjncy.begin() + g.graph.xadj[k + 1] - 1),
+    EXPECT_EQ(Vector<int>(g.graph.adjncy.begin() + g.graph.xadj[k] - 1,
+                          g.graph.adjncy.begin() + g.graph.xadj[k + 1] - 1),
               expected);
   }
 }
@@ -130,7 +129,7 @@ TEST(SymmetricMatching, PairGraphIsTheQuotient) {
     const int n = 1 + static_cast<int>(seed % 30);
     const Upper m(seed, n, 0.15, 0.5);
     const PairedOrder pairs = random_pairs(gen, n);
-    const std::vector<int> block = blocks_of(pairs);
+    const Vector<int> block = blocks_of(pairs);
     PairGraph g;
     ASSERT_EQ(compress_2x2_blocks(m.input(), pairs, g), status_ok);
     EXPECT_EQ(g.map, block);
@@ -139,9 +138,9 @@ TEST(SymmetricMatching, PairGraphIsTheQuotient) {
       for (int j = 0; j < n; ++j)
         if (m.full[i][j] && block[i] != block[j]) quotient[block[i]].insert(block[j] + 1);
     for (int c = 0; c < g.graph.n; ++c)
-      EXPECT_EQ(std::vector<int>(g.graph.adjncy.begin() + g.graph.xadj[c] - 1,
-                                 g.graph.adjncy.begin() + g.graph.xadj[c + 1] - 1),
-                std::vector<int>(quotient[c].begin(), quotient[c].end()));
+      EXPECT_EQ(Vector<int>(g.graph.adjncy.begin() + g.graph.xadj[c] - 1,
+                            g.graph.adjncy.begin() + g.graph.xadj[c + 1] - 1),
+                Vector<int>(quotient[c].begin(), quotient[c].end()));
   }
 }
 
@@ -169,7 +168,7 @@ TEST(SymmetricMatching, ExpansionKeepsPartnersAndMovesRanges) {
       EXPECT_EQ(order.invp[order.perm[k] - 1], k + 1);
     }
     // Reading off the candidates of the expanded order gives the compressed order again.
-    std::vector<int> read;
+    Vector<int> read;
     for (int k = 0; k < n; k += candidates.block1x1[k] ? 1 : 2) {
       read.push_back(g.map[candidates.node[k]] + 1);
       if (!candidates.block1x1[k]) {
@@ -205,7 +204,7 @@ TEST(SymmetricMatching, FromMatchingToOrder) {
     ASSERT_EQ(mps_sym_velmora(m.input(), pairs, reversed, order, candidates), status_ok);
     EXPECT_EQ(order.ranges.size(), 2U);
     EXPECT_EQ(order.ranges[0].last, m.n - 1);
-    std::vector<int> sorted = order.perm;
+    Vector<int> sorted = order.perm;
     std::sort(sorted.begin(), sorted.end());
     for (int k = 0; k < m.n; ++k) ASSERT_EQ(sorted[k], k + 1);
     for (int k = 0; k < m.n; k += candidates.block1x1[k] ? 1 : 2) {
@@ -229,13 +228,13 @@ TEST(SymmetricMatching, PaddedMatrixHoldsFullBlocks) {
     const int n = 2 + static_cast<int>(seed % 25), nvals = 1 + static_cast<int>(seed % 2);
     const Upper m(seed, n, 0.15, 0.5);
     const PairedOrder pairs = random_pairs(gen, n);
-    const std::vector<int> block = blocks_of(pairs);
+    const Vector<int> block = blocks_of(pairs);
     PaddedMatrix padded;
     ASSERT_EQ(build_padded_2x2_mat(m.matrix(), pairs, padded), status_ok);
 
     // Rows begin with the diagonal and ascend; the pattern is the union over the blocks.
     for (int i = 0; i < n; ++i) {
-      std::vector<int> expected;
+      Vector<int> expected;
       for (int j = i; j < n; ++j) {
         bool filled = false;
         for (int k = 0; k < n; ++k)
@@ -243,15 +242,15 @@ TEST(SymmetricMatching, PaddedMatrixHoldsFullBlocks) {
             filled = filled || (block[k] == block[i] && block[l] == block[j] && m.full[k][l]);
         if (filled) expected.push_back(j + 1);
       }
-      EXPECT_EQ(std::vector<int>(padded.ja.begin() + padded.ia[i] - 1,
-                                 padded.ja.begin() + padded.ia[i + 1] - 1),
+      EXPECT_EQ(Vector<int>(padded.ja.begin() + padded.ia[i] - 1,
+                            padded.ja.begin() + padded.ia[i + 1] - 1),
                 expected);
     }
     // Every value arrives at its own row and column, and nothing else does.
     std::vector<double> a(m.a.size() * nvals), out(padded.ja.size() * nvals, -1);
     for (std::size_t k = 0; k < a.size(); ++k) a[k] = static_cast<double>(k) + 1;
     scatter_padded_values(padded, nvals, a.data(), out.data());
-    std::vector<int> arrived(padded.ja.size(), 0);
+    Vector<int> arrived(padded.ja.size(), 0);
     for (int i = 0; i < n; ++i)
       for (int p = m.ia[i] - 1; p < m.ia[i + 1] - 1; ++p) {
         const int to = padded.map[p];

@@ -46,7 +46,7 @@ TEST(TaskSchedule, QueueHasLeavesFirstAndParentsBehindTheirChildren) {
 
 /// Panels of the given widths on a chain of columns, with the row lists given by panel.
 Analysis analysis_of(const std::vector<int>& widths, const std::vector<std::vector<int>>& below,
-                     std::vector<Range> ranges) {
+                     Vector<Range> ranges) {
   Analysis out;
   out.nsuper = static_cast<int>(widths.size());
   out.xsuper = {1};
@@ -72,11 +72,11 @@ TEST(TaskSchedule, UpdateLists) {
   ASSERT_EQ(blkpre_velmora(true, two), status_ok);
   EXPECT_EQ(two.updates.scheme, Scheme::two_level);
   // Panel 4 from domain 1, domain 2, separators; panel 5 likewise.
-  EXPECT_EQ(two.updates.start, (std::vector<int>{1, 2, 3, 3, 5, 6, 7}));
-  EXPECT_EQ(two.updates.up, (std::vector<int>{2, 3, 1, 2, 3, 4}));
-  EXPECT_EQ(two.updates.uplen, (std::vector<int>{2, 2, 2, 1, 1, 2}));
+  EXPECT_EQ(two.updates.start, (Vector<int>{1, 2, 3, 3, 5, 6, 7}));
+  EXPECT_EQ(two.updates.up, (Vector<int>{2, 3, 1, 2, 3, 4}));
+  EXPECT_EQ(two.updates.uplen, (Vector<int>{2, 2, 2, 1, 1, 2}));
 
-  const std::vector<int> start{1, 3, 5, 7, 8, 8}, up{3, 7, 6, 7, 6, 7, 7}, len{3, 2, 2, 1, 2, 1, 2};
+  const Vector<int> start{1, 3, 5, 7, 8, 8}, up{3, 7, 6, 7, 6, 7, 7}, len{3, 2, 2, 1, 2, 1, 2};
   Analysis fine = analysis_of(widths, below, {{1, 2}, {3, 3}, {4, 5}});
   // Domains that reach into each other are no domains.
   Analysis tangled =

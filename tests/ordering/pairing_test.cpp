@@ -27,23 +27,16 @@ using test::Matrix;
 
 MatchInput input_of(const Matrix& m) { return {m.n, m.ia.data(), m.ja.data(), m.a.data(), true}; }
 
-WeightedGraph zero_based(const Adjacency& graph) {
-  WeightedGraph out{graph.n, graph.xadj, graph.adjncy, std::vector<int>(graph.n, 1)};
-  for (int& k : out.ptr) --k;
-  for (int& v : out.adj) --v;
-  return out;
-}
-
 /// Entries of L in an order of the nodes.
 double fill_of(const Matrix& m, const Ordering& order) {
   Adjacency graph;
   uncompressed_graph(input_of(m), graph);
-  std::vector<int> sequence(order.perm);
+  Vector<int> sequence(order.perm);
   for (int& v : sequence) --v;
-  return postorder_and_cost(zero_based(graph), sequence).entries;
+  return postorder_and_cost(weighted_graph(graph), sequence).entries;
 }
 
-void expect_neighbours(const PairedOrder& candidates, const std::vector<int>& partner) {
+void expect_neighbours(const PairedOrder& candidates, const Vector<int>& partner) {
   for (std::size_t k = 0; k < candidates.node.size(); ++k) {
     const int mate = partner[candidates.node[k]];
     ASSERT_EQ(candidates.block1x1[k], mate < 0);
@@ -53,8 +46,8 @@ void expect_neighbours(const PairedOrder& candidates, const std::vector<int>& pa
   }
 }
 
-std::vector<int> partners_of(const PairedOrder& pairs) {
-  std::vector<int> partner(pairs.node.size(), -1);
+Vector<int> partners_of(const PairedOrder& pairs) {
+  Vector<int> partner(pairs.node.size(), -1);
   for (std::size_t k = 0; k < pairs.node.size(); k += pairs.block1x1[k] ? 1 : 2) {
     if (pairs.block1x1[k]) continue;
     partner[pairs.node[k]] = pairs.node[k + 1];
@@ -98,7 +91,7 @@ TEST(Pairing, MinimumDegreeOfWeightedNodes) {
     Adjacency graph;
     uncompressed_graph(input_of(m), graph);
     test::Rng rng(seed);
-    std::vector<int> first{0};
+    Vector<int> first{0};
     for (int v = 0; v < m.n; ++v) {
       graph.weight.push_back(1 + rng.below(4));
       first.push_back(first.back() + graph.weight.back());
@@ -116,7 +109,7 @@ TEST(Pairing, MinimumDegreeOfWeightedNodes) {
     uncompressed_graph(input_of(expanded), columns);
 
     Ordering nodes, reference, spread;
-    const std::vector<int> held{3, 1};
+    const Vector<int> held{3, 1};
     cmd_velmora(graph, held, nodes);
     EXPECT_TRUE(test::is_permutation(nodes.perm));
     EXPECT_TRUE(std::equal(held.begin(), held.end(), nodes.perm.end() - 2));
@@ -140,7 +133,7 @@ Saddle saddle_of(const Matrix& m) {
   const MatchResult match = mps_velmora(input);
   Adjacency graph;
   uncompressed_graph(input, graph);
-  return {zero_based(graph),
+  return {weighted_graph(graph),
           exchangeable_pairs(input, match, reordering_matching_sym2x2(input, match.perm))};
 }
 
@@ -166,13 +159,13 @@ TEST(Pairing, PartnersStayOnOneSideOfAnySeparator) {
         saddle_of(seed % 2 ? test::interior_point_kkt(6, 3, seed) : test::saddle_point(3, seed));
     const int n = s.graph.n;
     test::Rng rng(seed);
-    std::vector<int> vertex(n), side(n);
+    Vector<int> vertex(n), side(n);
     std::iota(vertex.begin(), vertex.end(), 0);
     for (int& x : side) x = rng.below(2);
     for (int v = 0; v < n; ++v)
       for (int k = s.graph.ptr[v]; k < s.graph.ptr[v + 1]; ++k)
         if (side[v] == 0 && side[s.graph.adj[k]] == 1) side[v] = 2;
-    const std::vector<int> before = side;
+    const Vector<int> before = side;
     const Pairing given = s.pairs;
     PairKeeper keeper(s.pairs);
     keeper.break_rings();
@@ -193,7 +186,7 @@ TEST(Pairing, RingsAreBroken) {
   const int cells = 4, unknowns = 5;
   pairs.partner = {5, 6, 7, 8, -1, 0, 1, 2, 3};
   pairs.sound = {1, 1, 1, 1, 1, 0, 0, 0, 0};
-  std::vector<std::vector<int>> joined(9);
+  std::vector<Vector<int>> joined(9);
   const auto couple = [&](int x, int c) {
     joined[x].push_back(unknowns + c);
     joined[unknowns + c].push_back(x);
@@ -278,7 +271,7 @@ TEST(Pairing, ExchangesThinTheSeparatorsOfSaddlePoints) {
     Ordering paired;
     PairedOrder candidates;
     ASSERT_EQ(mps_sym_velmora(input, pairs, order_graph, paired, candidates), status_ok);
-    std::vector<int> perm(m.n);
+    Vector<int> perm(m.n);
     std::vector<double> scale(2 * m.n);
     MatchedOrder matched;
     ASSERT_FALSE(run_matching({m.n, m.ia.data(), m.ja.data(), m.a.data()}, options, perm.data(),
@@ -292,17 +285,17 @@ TEST(Pairing, ExchangesThinTheSeparatorsOfSaddlePoints) {
 TEST(Pairing, DegenerateGraphs) {
   // Nothing, one vertex, one pair, pairs without edges between them.
   for (const int n : {0, 1, 2, 300}) {
-    WeightedGraph graph{n, std::vector<int>(n + 1, 0), {}, std::vector<int>(n, 1)};
+    WeightedGraph graph{n, Vector<int>(n + 1, 0), {}, Vector<int>(n, 1)};
     Pairing pairs;
     pairs.partner.resize(n);
     for (int v = 0; v < n; ++v) pairs.partner[v] = n == 1 ? -1 : v ^ 1;
     pairs.sound.assign(n, 0);
     pairs.ptr.assign(n + 1, 0);
-    std::vector<int> lead;
+    Vector<int> lead;
     EXPECT_EQ(contract_pairs(graph, pairs.partner, lead).n, (n + 1) / 2);
     for (const int domains : {1, 4}) {
       const Dissection found = dissect_pairs(graph, {domains, 1}, pairs);
-      std::vector<int> perm(found.order);
+      Vector<int> perm(found.order);
       for (int& v : perm) ++v;
       EXPECT_TRUE(test::is_permutation(perm));
       ASSERT_EQ(static_cast<int>(perm.size()), n);
@@ -312,9 +305,9 @@ TEST(Pairing, DegenerateGraphs) {
   // Without pairs the graph stays as it is.
   Adjacency grid;
   uncompressed_graph(input_of(test::poisson2d(5)), grid);
-  const WeightedGraph graph = zero_based(grid);
-  std::vector<int> lead;
-  const WeightedGraph same = contract_pairs(graph, std::vector<int>(graph.n, -1), lead);
+  const WeightedGraph graph = weighted_graph(grid);
+  Vector<int> lead;
+  const WeightedGraph same = contract_pairs(graph, Vector<int>(graph.n, -1), lead);
   EXPECT_EQ(same.ptr, graph.ptr);
   EXPECT_EQ(same.adj, graph.adj);
   // Weights on a graph without edges, in every routine.

@@ -96,12 +96,13 @@ inline Caller make_tridiagonal(int n, int mtype) {
   return Caller(mtype, std::move(ia), std::move(ja), std::move(a));
 }
 
-/// Leaves this process 100 GB of addresses, so that a larger allocation fails at once.
+/// Limits the addresses of this process, by default to 100 GB, so that a larger allocation fails
+/// at once.
 class LimitedMemory {
  public:
-  LimitedMemory() {
+  explicit LimitedMemory(std::size_t bytes = std::size_t{100} << 30) {
     getrlimit(RLIMIT_AS, &before_);
-    const rlimit lowered{rlim_t{100} << 30, before_.rlim_max};
+    const rlimit lowered{bytes, before_.rlim_max};
     setrlimit(RLIMIT_AS, &lowered);
   }
   ~LimitedMemory() { setrlimit(RLIMIT_AS, &before_); }

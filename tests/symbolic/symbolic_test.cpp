@@ -10,8 +10,8 @@
 #include "graph/etree.hpp"
 #include "reference.hpp"
 #include "symbolic/sfinit.hpp"
-#include "symbolic/symfct.hpp"
 #include "symbolic/structure.hpp"
+#include "symbolic/symfct.hpp"
 
 namespace vlm::test {
 namespace {
@@ -79,13 +79,13 @@ struct Symbolic {
   int status = 0;
 
   Symbolic(const Matrix& m, const std::vector<int>& perm, int panel, int trailing,
-           std::vector<Range> ranges = {}, const std::vector<int>& row_match = {}) {
+           Vector<Range> ranges = {}, const std::vector<int>& row_match = {}) {
     options = {.symmetric = m.triangle(), .complex = m.complex(), .panel = panel};
     input = {{m.n, m.ia.data(), m.ja.data(), m.a.data()},
              row_match.empty() ? nullptr : row_match.data(),
              m.triangle()};
     analysis.graph = adjacency_of(m, row_match);
-    analysis.order.perm = perm;
+    analysis.order.perm.assign(perm.begin(), perm.end());
     analysis.order.invp.resize(perm.size());
     for (int p = 1; p <= m.n; ++p) analysis.order.invp[perm[p - 1] - 1] = p;
     if (ranges.empty()) ranges = {{1, m.n - 1}, {m.n, m.n}};
@@ -253,7 +253,7 @@ TEST(SymbolicTest, RangesBecomePanelRangesThatNoPanelCrosses) {
   for (const auto& [from, to] : {std::pair{0, half}, {half + 1, g}, {half, half + 1}})
     for (int x = from; x < to; ++x)
       for (int y = 0; y < g; ++y) perm.push_back(y * g + x + 1);
-  const std::vector<Range> ranges = {
+  const Vector<Range> ranges = {
       {1, half * g}, {half * g + 1, 2 * half * g}, {2 * half * g + 1, m.n}};
   const Symbolic run(m, perm, 80, 0, ranges);
   ASSERT_EQ(run.status, 0);
@@ -300,41 +300,37 @@ TEST(SymbolicTest, FactorsBeyond32BitsAndListsBeyondThem) {
   EXPECT_EQ(Symbolic(m, perm, 1, 0).status, status_overflow);
 }
 
-TEST(SymbolicTest, TreeWalks) {
+// Every subtree takes consecutive places that end with its root; siblings rise, but for the one
+// of largest size, which comes last.
+TEST(SymbolicTest, PostorderOfAForest) {
   Rng rng(77);
-  for (const int n : {1, 2, 30, 200}) {
-    std::vector<int> parent(static_cast<std::size_t>(n)), son(parent), brother(parent),
-        order(parent), level(parent);
-    for (int j = 1; j <= n; ++j)
-      parent[j - 1] = j == n || rng.uniform() < 0.05 ? 0 : j + 1 + rng.below(std::min(6, n - j));
-    const View<const int> tree(parent);
-    betee_velmora(tree, View<int>(son), View<int>(brother));
-    std::vector<int> sons_of(static_cast<std::size_t>(n) + 1, 0);
-    for (int p = 1; p <= n; ++p) {
-      int last = 0;
-      for (int s = son[p - 1]; s != 0; s = brother[s - 1]) {
-        EXPECT_EQ(parent[s - 1], p);
-        EXPECT_GT(s, last);  // sons rise
-        last = s;
-        ++sons_of[p];
+  for (const int n : {1, 2, 30, 200})
+    for (const bool by_size : {false, true}) {
+      std::vector<int> parent(n), size, order(n), below(n + 1, 1), when(n + 1);
+      for (int j = 1; j <= n; ++j)
+        parent[j - 1] = j == n || rng.uniform() < 0.05 ? 0 : j + 1 + rng.below(std::min(6, n - j));
+      for (int j = 1; j <= n && by_size; ++j) size.push_back(rng.below(4));
+      postorder(View<const int>(parent), View<const int>(size), View<int>(order));
+      ASSERT_TRUE(is_permutation(order));
+      for (int k = 0; k < n; ++k) when[order[k]] = k;
+      for (int j = 1; j <= n; ++j) below[parent[j - 1]] += below[j];
+      for (int p = 1; p <= n; ++p) {
+        std::vector<int> children;
+        for (int j = 1; j <= n; ++j)
+          if (parent[j - 1] == p) children.push_back(j);
+        if (children.empty()) continue;
+        const auto smaller = [&](int a, int b) { return size[a - 1] < size[b - 1]; };
+        if (by_size) {
+          const auto rising = std::max_element(children.rbegin(), children.rend(), smaller);
+          std::rotate(rising.base() - 1, rising.base(), children.end());
+        }
+        int end = when[p];
+        for (; !children.empty(); children.pop_back()) {
+          EXPECT_EQ(when[children.back()], end - 1);
+          end -= below[children.back()];
+        }
       }
-      EXPECT_EQ(sons_of[p], std::count(parent.begin(), parent.end(), p));
     }
-    postorder(tree, View<int>(order));
-    ASSERT_TRUE(is_permutation(order));
-    std::vector<int> when(static_cast<std::size_t>(n) + 1, n + 1);
-    for (int k = 0; k < n; ++k) when[order[k]] = k;
-    int height = 0;
-    for (int j = 1; j <= n; ++j) {
-      if (parent[j - 1] != 0) {
-        EXPECT_LT(when[j], when[parent[j - 1]]);
-      }
-      int depth = 0;
-      for (int k = parent[j - 1]; k != 0; k = parent[k - 1]) ++depth;
-      height = std::max(height, depth);
-    }
-    EXPECT_EQ(treeht_velmora(tree, View<int>(level)), height);
-  }
 }
 
 }  // namespace

@@ -1,0 +1,287 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Measures the figures by which nested dissection decides (src/graph/dissection_tuning.hpp).
+//
+//   ordering_bench --separators     seconds of separators and of minimum degree
+//   ordering_bench --operations     operations a second of the factorization
+//   ordering_bench --savings        operations that a level of separators saves
+//   ordering_bench --pairs          operations that exchanges of matched pairs save
+//   ordering_bench --vary FIGURE    orders with half and with twice a figure
+//
+// Seconds are processor time of one thread, the least of three runs.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <functional>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "gallery/gallery.hpp"
+#include "graph/adjacency.hpp"
+#include "graph/compress.hpp"
+#include "graph/symbolic_cost.hpp"
+#include "matching/mpssym.hpp"
+#include "metis/separator.hpp"
+#include "ordering/amd.hpp"
+#include "ordering/dissect.hpp"
+#include "ordering/gepmetis.hpp"
+#include "velmora.h"
+
+namespace vlm {
+namespace {
+
+using gallery::Matrix;
+
+/// Least processor time of three runs.
+double seconds_of(const std::function<void()>& run) {
+  double least = 1e300;
+  for (int k = 0; k < 3; ++k) {
+    const std::clock_t start = std::clock();
+    run();
+    least = std::min(least, static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC);
+  }
+  return least;
+}
+
+Adjacency adjacency_of(const Matrix& m) {
+  Adjacency graph;
+  const Pattern pattern{m.n, View<const int>(m.ia), View<const int>(m.ja)};
+  m.triangle() ? ladj_mod_velmora(pattern, graph) : ladjun_velmora(pattern, {}, graph);
+  return graph;
+}
+
+struct NamedGraph {
+  std::string name;
+  WeightedGraph graph;
+};
+
+NamedGraph compressed(const Matrix& m) { return {m.name, compress_graph(adjacency_of(m)).graph}; }
+
+/// Flat and solid meshes of two sizes each.
+std::vector<NamedGraph> meshes() {
+  std::vector<NamedGraph> list;
+  for (const Matrix& m : {gallery::poisson2d(300), gallery::poisson2d(600), gallery::plate(150, 1),
+                          gallery::plate(300, 1), gallery::poisson3d(30), gallery::poisson3d(48),
+                          gallery::elasticity3d(30, 1), gallery::elasticity3d(40, 1),
+                          gallery::cfd_blocks(30, 1), gallery::convection_diffusion(40, 10, 1)})
+    list.push_back(compressed(m));
+  return list;
+}
+
+/// Least squares of the relative error of a times x plus b times y against z.
+struct Fit {
+  double xx = 0, xy = 0, yy = 0, x1 = 0, y1 = 0;
+  void add(double x, double y, double z) {
+    xx += x / z * (x / z);
+    xy += x / z * (y / z);
+    yy += y / z * (y / z);
+    x1 += x / z;
+    y1 += y / z;
+  }
+  double a() const { return (x1 * yy - y1 * xy) / (xx * yy - xy * xy); }
+  double b() const { return (y1 * xx - x1 * xy) / (xx * yy - xy * xy); }
+};
+
+/// seconds_per_vertex, seconds_per_neighbour, thin_share, first_cut, thin_factor.
+void measure_separators() {
+  const DissectionTuning tuning;
+  Fit fit;
+  double share = 0, rounds = 0;
+  int thin = 0, graphs = 0;
+  std::printf("%-24s %8s %9s %-6s %6s %7s %9s %9s %9s\n", "graph", "vertices", "neighbrs", "kind",
+              "cut", "cut^2/n", "seconds", "METIS s", "mindeg s");
+  for (const NamedGraph& named : meshes()) {
+    const WeightedGraph& g = named.graph;
+    const double neighbours = static_cast<double>(g.adj.size());
+    MeshKind kind = MeshKind::unknown;
+    Vector<int> side, order;
+    find_separator(g, tuning, kind, side);
+    const double cut = static_cast<double>(std::count(side.begin(), side.end(), 2));
+    const auto find = [&](MeshKind known) {
+      return seconds_of([&] { find_separator(g, tuning, known, side); });
+    };
+    const double metis = find(MeshKind::solid);
+    const double own = kind == MeshKind::thin ? find(kind) : metis;
+    const double degree = seconds_of([&] {
+      order.clear();
+      approximate_minimum_degree(g, 0, order);
+    });
+    std::printf("%-24s %8d %9.0f %-6s %6.0f %7.2f %9.4f %9.4f %9.4f\n", named.name.c_str(), g.n,
+                neighbours, kind == MeshKind::thin ? "thin" : "solid", cut, cut * cut / g.n, own,
+                metis, degree);
+    if (kind == MeshKind::thin) {
+      share += own / (tuning.seconds_per_vertex * g.n + tuning.seconds_per_neighbour * neighbours);
+      ++thin;
+    } else {
+      fit.add(g.n, neighbours, metis);
+    }
+    rounds += degree / own;
+    ++graphs;
+  }
+  std::printf("seconds_per_vertex %.2g, seconds_per_neighbour %.2g (solid)\n", fit.a(), fit.b());
+  std::printf("thin piece: %.2f of the seconds of a solid one (thin_share counts half)\n",
+              share / thin);
+  std::printf("minimum degree: %.2f of the seconds of a separator (first_cut is 1 more)\n",
+              rounds / graphs);
+}
+
+/// Operations of the factor for an order of the nodes, 1-based.
+double operations(const Adjacency& graph, const std::vector<int>& perm) {
+  Vector<int> order(perm.begin(), perm.end());
+  for (int& v : order) --v;
+  return postorder_and_cost(weighted_graph(graph), order).flops;
+}
+
+/// seconds_per_flop.
+void measure_operations() {
+  std::printf("%-24s %12s %9s %16s\n", "matrix", "operations", "seconds", "operations / s");
+  for (const Matrix& m :
+       {gallery::dense(3000, 1, 2), gallery::poisson3d(40), gallery::elasticity3d(20, 1)}) {
+    void* pt[64] = {};
+    int iparm[64] = {}, one = 1, solver = 0, error = 0, quiet = 0, mtype = m.mtype, n = m.n;
+    double dparm[64] = {};
+    iparm[2] = 1;
+    velmorainit(pt, &mtype, &solver, iparm, dparm, &error);
+    iparm[2] = 1;
+    iparm[4] = -1;  // the order comes back
+    std::vector<int> perm(m.n);
+    const auto run = [&](int phase) {
+      velmora(pt, &one, &one, &mtype, &phase, &n, m.a.data(), m.ia.data(), m.ja.data(), perm.data(),
+              &one, iparm, &quiet, nullptr, nullptr, &error, dparm);
+    };
+    run(11);
+    const double seconds = seconds_of([&] { run(22); });
+    run(-1);
+    const double flops = operations(adjacency_of(m), perm);
+    std::printf("%-24s %12.4g %9.4f %16.3g\n", m.name.c_str(), flops, seconds, flops / seconds);
+  }
+  std::printf("seconds_per_flop is two over the rate of the largest fronts\n");
+}
+
+/// Operations and seconds of an order.
+struct Dissected {
+  double flops = 0, seconds = 0;
+};
+
+Dissected dissected(const WeightedGraph& graph, const DissectionTuning& tuning) {
+  Dissected out;
+  DissectionGoal goal;
+  goal.tuning = tuning;
+  Dissection found;
+  out.seconds = seconds_of([&] { found = dissect(graph, goal); });
+  out.flops = postorder_and_cost(graph, found.order).flops;
+  return out;
+}
+
+/// expected_saving: each level of separators is found in pieces of half the size, whatever it
+/// costs.
+void measure_savings() {
+  std::printf("%-24s %12s   saving of levels 1 to 5, and operations for each second they take\n",
+              "graph", "mindeg flops");
+  for (const NamedGraph& named : meshes()) {
+    const int n = named.graph.n;
+    DissectionTuning tuning;
+    tuning.expected_saving = 0;
+    Dissected before = dissected(named.graph, tuning);
+    std::printf("%-24s %12.4g  ", named.name.c_str(), before.flops);
+    tuning.expected_saving = 1e30;
+    for (int level = 1; level <= 5; ++level) {
+      tuning.least_piece = (n >> level) + (n >> (level + 1));  // pieces of level - 1 are larger
+      const Dissected after = dissected(named.graph, tuning);
+      std::printf(" %5.2f (%.0e)", 1 - after.flops / before.flops,
+                  (before.flops - after.flops) / std::max(after.seconds - before.seconds, 1e-9));
+      before = after;
+    }
+    std::printf("\n");
+  }
+}
+
+/// least_exchange.
+void measure_pairs() {
+  std::printf("%-24s %8s %14s %14s %8s\n", "matrix", "nodes", "fixed flops", "exchanged", "ratio");
+  std::vector<Matrix> list;
+  for (const int g : {6, 8, 10, 14, 20}) list.push_back(gallery::saddle_point(g, 1));
+  for (const int g : {12, 20, 28, 40, 80}) list.push_back(gallery::interior_point_kkt(g, 4, 1));
+  for (const Matrix& m : list) {
+    const MatchInput input{m.n, m.ia.data(), m.ja.data(), m.a.data(), true};
+    const MatchResult match = mps_velmora(input);
+    const PairedOrder pairs = reordering_matching_sym2x2(input, match.perm);
+    const auto flops = [&](const Ordering& order) {
+      return operations(adjacency_of(m), {order.perm.begin(), order.perm.end()});
+    };
+    PairedOrder candidates;
+    Ordering fixed, exchanged;
+    mps_sym_velmora(
+        input, pairs,
+        [](const Adjacency& graph, Ordering& order) {
+          gepmetis_velmora(graph, {}, order);
+          return 0;
+        },
+        fixed, candidates);
+    if (match.u.empty()) continue;
+    Pairing pairing = exchangeable_pairs(input, match, pairs);
+    Adjacency graph;
+    uncompressed_graph(input, graph);
+    if (!dissect_with_pairs(graph, {}, pairing, exchanged)) continue;
+    const double kept = flops(fixed), moved = flops(exchanged);
+    std::printf("%-24s %8d %14.4g %14.4g %8.3f\n", m.name.c_str(), m.n, kept, moved, moved / kept);
+  }
+}
+
+/// Scales a figure by its name; false when there is none of that name.
+bool scale(DissectionTuning& tuning, const std::string& name, double by) {
+  using T = DissectionTuning;
+  const std::pair<const char*, double T::*> reals[] = {
+      {"seconds_per_vertex", &T::seconds_per_vertex},
+      {"seconds_per_neighbour", &T::seconds_per_neighbour},
+      {"thin_share", &T::thin_share},
+      {"seconds_per_flop", &T::seconds_per_flop},
+      {"expected_saving", &T::expected_saving},
+      {"first_cut", &T::first_cut},
+      {"thin_factor", &T::thin_factor}};
+  const std::pair<const char*, int T::*> counts[] = {{"least_piece", &T::least_piece},
+                                                     {"coarse_enough", &T::coarse_enough},
+                                                     {"contractions", &T::contractions},
+                                                     {"cluster_size", &T::cluster_size},
+                                                     {"band_layers", &T::band_layers}};
+  for (const auto& [figure, member] : reals)
+    if (name == figure) return tuning.*member *= by, true;
+  for (const auto& [figure, member] : counts)
+    if (name == figure) return tuning.*member = static_cast<int>(tuning.*member * by), true;
+  return false;
+}
+
+int vary(const std::string& name) {
+  DissectionTuning tuning;
+  if (!scale(tuning, name, 1)) return std::fprintf(stderr, "no figure %s\n", name.c_str()), 1;
+  std::printf("%-24s  seconds of the order + those of its operations, for half, once, twice %s\n",
+              "graph", name.c_str());
+  for (const NamedGraph& named : meshes()) {
+    std::printf("%-24s", named.name.c_str());
+    for (const double by : {0.5, 1.0, 2.0}) {
+      tuning = {};
+      scale(tuning, name, by);
+      const Dissected d = dissected(named.graph, tuning);
+      const double work = d.flops * DissectionTuning{}.seconds_per_flop;
+      std::printf("  %7.3f + %7.3f = %7.3f", d.seconds, work, d.seconds + work);
+    }
+    std::printf("\n");
+  }
+  return 0;
+}
+
+}  // namespace
+}  // namespace vlm
+
+int main(int argc, char** argv) {
+  const std::string what = argc > 1 ? argv[1] : "";
+  if (what == "--separators") return vlm::measure_separators(), 0;
+  if (what == "--operations") return vlm::measure_operations(), 0;
+  if (what == "--savings") return vlm::measure_savings(), 0;
+  if (what == "--pairs") return vlm::measure_pairs(), 0;
+  if (what == "--vary" && argc > 2) return vlm::vary(argv[2]);
+  std::fprintf(
+      stderr, "ordering_bench --separators | --operations | --savings | --pairs | --vary FIGURE\n");
+  return 1;
+}
