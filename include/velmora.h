@@ -55,7 +55,7 @@
  *   23   factorization and solve
  *   33   solve; factors first when matrix number mnum has no factor yet, or has one of another
  *        mtype or precision.  error is 0 afterwards whatever happened, unless iparm(4) is set;
- *        failures show in the messages only
+ *        failures show in the messages only, see velmora_last_message()
  *    0   release the factor of matrix number mnum
  *   -1   release everything; pt is zero afterwards and can be used again
  *   -2   query: error 18, iparm(1) 23.  No other argument is looked at; they may be null
@@ -71,17 +71,24 @@
  * -----
  *     0   success
  *    -1   an argument is wrong, does not fit the earlier calls or the phase, or asks for what
- *         this version does not do.  Nothing that the handle holds has changed
+ *         this version does not do.  Nothing that the handle holds has changed.  Also: ia or a
+ *         row's first or last column is out of range; ia and ja are not the analysed pattern
  *    -2   out of memory; the message names the array and the bytes asked for
  *    -3   the analysis failed: perm is no permutation, or mtype names no type
- *    -4   the factorization or the solve failed: zero pivot, matrix not positive definite,
- *         refinement that does not converge
- *    -6   weighted matching: the matrix is structurally singular
- *    -7   as -1 when msglvl is 0; also: wrong diagonal system (phases 11, 23, 33)
+ *    -4   the factorization or the solve failed: zero pivot, matrix not positive definite, NaN
+ *         or infinity in a, refinement that does not converge
+ *    -6   weighted matching: the matrix is structurally singular; so is a diagonal system in
+ *         which two rows share a column
+ *    -7   as -1 when msglvl is 0; also: wrong row of a diagonal system (phases 23, 33)
  *    -8   the order of the graph, its row lists, or positions inside one panel of the factor
  *         exceed the range of 32-bit integers.  The factor itself may be longer
  *     i   diagonal systems, phases 12, 13, 22: row i does not hold exactly one entry
  *    -i   diagonal systems, phases 12, 13, 22: the entry in row i is zero
+ *
+ * A matrix with n entries is a diagonal system, or a scaled permutation.  It is solved at once: an
+ * analysis of it empties the handle, and there is no factor, no report, and no Schur complement
+ * (iparm(39) is 0).  Its error may be a row's number, which can equal one of the classes above;
+ * the message tells them apart.
  *
  * After any error the handle remains good for a new analysis and for phase -1.
  *
@@ -114,8 +121,9 @@
  *               10^-|iparm(10)| times the size of the matrix are perturbed
  *   11  in      [1 for -4, 6, 11, 13; else 0] 1: scale with the factors of the matching;
  *               2: the same if iparm(30) > 0; 0: no scaling.  Read by the analysis
- *   12  in,out  [0] 1: solve with the transposed matrix (unsymmetric storage only).  A diagonal
- *               system leaves -1 here, which counts as 0
+ *   12  in,out  [0] 1: solve with the transposed matrix (unsymmetric storage only; for Hermitian
+ *               types conjugate b and x).  A diagonal system leaves -1 here, which counts as 0,
+ *               or -2, which counts as 1
  *   13  in      [2 for -4, 6; 1 for 11, 13; else 0] weighted matching: 0 off; 1 on; 2 on, with
  *               2x2 pivot candidates padded to full blocks; 3, 4 as 1, 2 with constraints.
  *               Types -2, -4, 6, 11, 13 only; constraints only with
@@ -204,6 +212,19 @@ extern "C" {
 
 /* Version of the library that is running, in the form of VELMORA_VERSION_STRING. */
 VELMORA_API const char* velmora_version(void);
+
+/*
+ * What the calling thread's last failed call of velmora() said, at any message level: the lines
+ * that it prints at level 1, separated by line feeds, the last one with what to do.  A call that
+ * succeeds leaves an empty text, except that a release leaves the text before it.  Also tells
+ * what went wrong in a phase 33, whose error is 0.
+ *   text    the message, cut to the length, with a terminating zero        [length], out
+ *   length  characters that text has room for; 1024 are enough for any     in, by value
+ */
+VELMORA_API void velmora_last_message(char* text, int length);
+
+/* What a value of error means, in one line.  The text belongs to the library. */
+VELMORA_API const char* velmora_error_text(int error);
 
 /* Every operation has these spellings, for callers from other languages. */
 #define VELMORA_FOUR_SPELLINGS(lower, upper, arguments) \

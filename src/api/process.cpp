@@ -5,6 +5,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <mutex>
 #include <thread>
 
@@ -37,6 +38,9 @@ BlasUse& blas_use() {
   return use;
 }
 
+/// An array: threads that end have nothing to destroy, and keeping takes no memory.
+thread_local char message[message_length];
+
 const pid_t loaded_in = getpid();
 
 }  // namespace
@@ -45,6 +49,12 @@ DumpCounters& dump_counters() {
   static DumpCounters counters;
   return counters;
 }
+
+void keep_message(std::string_view text) noexcept {
+  *std::copy_n(text.data(), std::min(text.size(), message_length - 1), message) = '\0';
+}
+
+const char* kept_message() noexcept { return message; }
 
 BlasLatch::BlasLatch(bool wanted) : held_(wanted && blas_has_own_threads()) {
   if (!held_) return;

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 /// What the library keeps for the whole process, all of it: the numbers of dump files, the count
-/// of calls that hold a threaded BLAS to one thread, and the process that loaded the library.
+/// of calls that hold a threaded BLAS to one thread, and the process that loaded the library; and
+/// for each thread the last message.
 #pragma once
 
+#include <cstddef>
 #include <functional>
+#include <string_view>
 
 #include "driver/dumps.hpp"
 
@@ -11,6 +14,13 @@ namespace vlm {
 
 /// Numbers of the dump files of this process.
 DumpCounters& dump_counters();
+
+/// Length that every message fits in, with its terminating zero.
+constexpr std::size_t message_length = 1024;
+/// Keeps a message for the calling thread; what is too long is cut.
+void keep_message(std::string_view text) noexcept;
+/// The kept message, empty before the first one.
+const char* kept_message() noexcept;
 
 /// Keeps a BLAS with a thread pool of its own to one thread while calls use it; the last one to
 /// leave restores its count.  Other BLAS are left alone: one that runs on OpenMP follows the

@@ -9,11 +9,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 #include <system_error>
 
 #include "api/process.hpp"
 #include "base/residual.hpp"
 #include "base/thread_guard.hpp"
+#include "driver/check_input_fc.hpp"
+#include "driver/error_info_fc.hpp"
 #include "driver/options.hpp"
 #include "driver/shortcut.hpp"
 #include "driver/velmora_c.hpp"
@@ -40,7 +43,10 @@ int run_call(Call& call) {
 
 void velmora_f(Call& call, int* error) {
   *error = error_input;
-  if (call.iparm.data() == nullptr) return;
+  if (call.iparm.data() == nullptr) {
+    error_info_fc({error_input, code_null, 12, 0}, call);
+    return;
+  }
   if (!is_forked() || call.iparm(3) == 1) {
     *error = run_call(call);
     return;
@@ -87,6 +93,19 @@ void velmora_f(void** pt, const int* maxfct, const int* mnum, const int* mtype, 
   call.dumps = &dump_counters();
   call.default_threads = count_threads();
   velmora_f(call, error);
+  // Where there was no memory for a message, the error stands for it.  A release that succeeds has
+  // nothing to say about what failed before it.
+  if (call.message.empty() && *error != 0)
+    keep_message(error_text(*error));
+  else if (call.phase > 0 || !call.message.empty())
+    keep_message(call.message);
+}
+
+void last_message_f(char* text, int length) {
+  if (text == nullptr || length < 1) return;
+  const std::string_view kept = kept_message();
+  const std::size_t room = static_cast<std::size_t>(length) - 1;
+  *std::copy_n(kept.data(), std::min(kept.size(), room), text) = '\0';
 }
 
 void velmorainit_f(void** pt, const int* mtype, const int* solver, int* iparm, double* dparm,
@@ -137,6 +156,10 @@ void velmora_ipopt_newinterface_f() {}
 extern "C" {
 
 const char* velmora_version(void) { return VELMORA_VERSION_STRING; }
+
+void velmora_last_message(char* text, int length) { vlm::last_message_f(text, length); }
+
+const char* velmora_error_text(int error) { return vlm::error_text(error); }
 
 VLM_EXPORT(velmora, VELMORA,
            (void** pt, const int* maxfct, const int* mnum, const int* mtype, const int* phase,

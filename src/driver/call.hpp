@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "base/view.hpp"
 #include "driver/dumps.hpp"
@@ -27,6 +28,8 @@ struct Call {
   int default_threads = 1;        ///< of a call that leaves the number to OpenMP
   DumpCounters* dumps = nullptr;  ///< of the process; null: no dump is written
 
+  std::string message;  ///< out: what went wrong and what to do, at any message level
+
   int first_digit() const { return phase / 10; }
   int last_digit() const { return phase % 10; }
 };
@@ -50,6 +53,7 @@ struct Outcome {
   std::int64_t code = 0;  ///< input code, location code, or status
   int argument = 0;       ///< position of a null argument; order of a matching
   std::size_t bytes = 0;  ///< memory error: size that was asked for, 0 when not known
+  bool diagonal = false;  ///< code: minus the row of a diagonal system; argument: its RowFault
 
   explicit operator bool() const { return error != error_none; }
 };

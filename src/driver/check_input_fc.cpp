@@ -15,9 +15,6 @@
 namespace vlm {
 namespace {
 
-/// More threads than this are a mistake, such as an iparm(3) that was never set.
-constexpr int most_threads = 4096;
-
 Outcome fault(int code, int argument = 0) { return {error_input, code, argument, 0}; }
 
 bool is_accepted_type(int mtype) {
@@ -52,6 +49,28 @@ std::optional<Outcome> test_store(const Call& call, const Options& stored) {
   return {};
 }
 
+Outcome test_row_starts(const Call& call, int stored_nnz) {
+  const int* ia = call.ia;
+  if (ia[0] != 1) return fault(code_row_starts, 1);
+  if (ia[call.n] <= call.n || (stored_nnz > 0 && stored_nnz != ia[call.n] - 1))
+    return fault(code_nnz);
+  for (int i = 0; i < call.n; ++i)
+    if (ia[i + 1] < ia[i]) return fault(code_row_starts, i + 2);
+  return {};
+}
+
+/// First and last column of each row; ia is known to be sound.
+Outcome test_columns(const Call& call) {
+  const auto outside = [&](int p) { return call.ja[p - 1] < 1 || call.ja[p - 1] > call.n; };
+  for (int i = 0; i < call.n; ++i) {
+    const int first = call.ia[i], last = call.ia[i + 1] - 1;
+    if (last < first) continue;
+    if (outside(first)) return fault(code_columns, first);
+    if (outside(last)) return fault(code_columns, last);
+  }
+  return {};
+}
+
 std::optional<Outcome> test_sizes(const Call& call, const Options& stored) {
   if (!is_accepted_type(call.mtype)) return fault(code_mtype);
   const int t = std::abs(call.mtype), t_stored = std::abs(stored.mtype);
@@ -60,8 +79,7 @@ std::optional<Outcome> test_sizes(const Call& call, const Options& stored) {
   if (call.n < 1) return fault(code_n);
   if (call.first_digit() > 2) return {};
   if (call.ia == nullptr) return fault(code_null, 8);
-  const int nnz = call.ia[call.n] - 1;
-  if (nnz < call.n || (stored.nnz > 0 && stored.nnz != nnz)) return fault(code_nnz);
+  if (Outcome failed = test_row_starts(call, stored.nnz)) return failed;
   return {};
 }
 
@@ -92,6 +110,11 @@ bool refinement_asked(const Call& call) {
          call.iparm(31) == 0 && call.iparm(34) == 0;
 }
 
+Outcome test_pattern(const Call& call, int stored_nnz) {
+  if (Outcome failed = test_row_starts(call, stored_nnz)) return failed;
+  return test_columns(call);
+}
+
 Outcome check_input_fc(Call& call, const Options& stored) {
   if (call.phase < -1 || call.phase > 33) return fault(code_phase_bounds);
   if (call.iparm(3) < 1) call.iparm(3) = call.default_threads;
@@ -102,7 +125,7 @@ Outcome check_input_fc(Call& call, const Options& stored) {
   if (call.iparm(4) != 0 && call.last_digit() >= 2) return fault(code_no_stabilised);
   const int nnz = call.first_digit() > 2 ? stored.nnz : call.ia[call.n] - 1;
   if (const int argument = missing_array(call, nnz)) return fault(code_null, argument);
-  return {};
+  return call.first_digit() > 2 ? Outcome{} : test_columns(call);
 }
 
 }  // namespace vlm

@@ -28,12 +28,18 @@ enum InputCode : int {
   code_no_iterative = 18,   ///< iparm(32)
   code_no_inversion = 19,   ///< phase -22
   code_phase = 20,
+  code_row_starts = 21,  ///< ia(1) is not 1, or ia falls
+  code_columns = 22,     ///< a row begins or ends outside of 1 to n
+  code_pattern = 23,     ///< as many entries as the analysed pattern, but another one
   code_clean_mnum = 100,
   code_diagonal_symbolic = 999,
   code_empty_handle = 1000,
   code_clean = 10000,
   code_no_analysis = 100000,
 };
+
+/// More threads than this are a mistake, such as an iparm(3) that was never set.
+constexpr int most_threads = 4096;
 
 /// True for the phases that exist and work on a matrix.
 bool is_work_phase(int phase);
@@ -44,6 +50,11 @@ bool contradicts_handle(const Call& call);
 
 /// Whether the call could refine, so that the phase reads the matrix.
 bool refinement_asked(const Call& call);
+
+/// Tests ia and ja, which exist, as far as O(n) goes: ia(1) is 1, ia does not fall, the first and
+/// the last column of each row are in range, and there are as many entries as stored, unless that
+/// is 0.
+Outcome test_pattern(const Call& call, int stored_nnz);
 
 /// Tests a call that is neither a release nor a query against itself and, unless it begins a
 /// new analysis, against the sizes of the last accepted call.  Writes the counted threads to

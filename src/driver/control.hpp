@@ -44,6 +44,7 @@ struct Control {
   Options options;
   Results results;
   MemoryFigures memory;
+  std::uint64_t pattern = 0;   ///< checksum of the analysed ia and ja
   int nrecords = 0;            ///< length of the factor table
   std::size_t work_bytes = 0;  ///< of WORK_R0
   std::size_t cgs_bytes = 0;   ///< of CGS_ARR in the last solve that took it

@@ -2,13 +2,15 @@
 /// Diagonal systems.
 ///
 /// A matrix with n stored entries is a diagonal, or a scaled permutation, unless a row holds
-/// none or more than one, which the test of the rows finds.  One pass over the rows for the
-/// test and one, in parallel, for the solution: O(n nrhs).
+/// none or more than one, or a column stands in two rows, which the test of the rows finds.  One
+/// pass over the rows for the test and one, in parallel, for the solution: O(n nrhs).
 #include "driver/diag.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <complex>
 #include <cstddef>
+#include <vector>
 
 namespace vlm {
 namespace {
@@ -16,19 +18,58 @@ namespace {
 /// Products below which a thread team costs more than it saves.
 constexpr std::ptrdiff_t parallel_limit = 50000;
 
-/// Code of the first faulty row, 0 when there is none; visit(a(i)) sees the rows before it.
+/// Columns of the rows so far; nothing is kept while they lie on the diagonal.
+class Columns {
+ public:
+  explicit Columns(int n) : n_(n) {}
+  /// @return whether column j of row i, both from 0, is new
+  bool add(int i, int j) {
+    if (seen_.empty() && i == j) return true;
+    if (seen_.empty()) {
+      seen_.resize(static_cast<std::size_t>(n_));
+      std::fill_n(seen_.begin(), i, true);
+    }
+    const auto column = static_cast<std::size_t>(j);
+    const bool is_new = !seen_[column];
+    seen_[column] = true;
+    return is_new;
+  }
+
+ private:
+  int n_;
+  std::vector<bool> seen_;
+};
+
+bool is_finite(double v) { return std::isfinite(v); }
+bool is_finite(const std::complex<double>& v) {
+  return std::isfinite(v.real()) && std::isfinite(v.imag());
+}
+
+/// The first faulty row; visit(a(i)) sees the rows before it.
 template <class T, class Visit>
-int test_rows(const InputMatrix& matrix, bool test_columns, Visit visit) {
+DiagonalFault test_rows(const InputMatrix& matrix, Visit visit) {
   const T* a = reinterpret_cast<const T*>(matrix.a);
   const int n = matrix.n;
+  Columns columns(n);
   for (int i = 0; i < n; ++i) {
+    const int row = i + 1;
     // With one entry in each row so far, that of row i is entry i.
-    if (matrix.ia[i] != i + 1 || matrix.ia[i + 1] != i + 2) return i + 1;
-    if (test_columns && (matrix.ja[i] < 1 || matrix.ja[i] > n)) return i + 1;
-    if (a[i] == T(0)) return -(i + 1);
+    if (matrix.ia[i] != row || matrix.ia[i + 1] != row + 1) return {RowFault::entries, row};
+    if (matrix.ja[i] < 1 || matrix.ja[i] > n) return {RowFault::entries, row};
+    if (a[i] == T(0)) return {RowFault::zero, row};
+    if (!is_finite(a[i])) return {RowFault::not_finite, row};
+    if (!columns.add(i, matrix.ja[i] - 1)) return {RowFault::repeated, row};
     visit(a[i]);
   }
-  return 0;
+  return {};
+}
+
+/// What a right-hand side is multiplied with in a row whose entry is d.
+template <class T>
+T multiplier(const DiagonalSystem& system, const T& d) {
+  if (system.steps <= 0) return T(1) / d;
+  if (system.definite && std::real(d) > 0) return T(1) / std::sqrt(d);
+  return system.steps == 1 ? T(1) : T(1) / d;
 }
 
 template <class T>
@@ -40,12 +81,14 @@ void solve_rows(const DiagonalSystem& system) {
   const int n = matrix.n, nrhs = system.nrhs;
   const std::ptrdiff_t products = static_cast<std::ptrdiff_t>(n) * std::max(nrhs, 0);
   const bool shared = products > parallel_limit && system.threads > 1;
+  const bool in_place = system.steps == 1;  // the exchange of rows belongs to the other half
   const auto solve_row = [&](int i) {
-    const T r = T(1) / a[i];
-    const int j = matrix.ja[i] - 1;
+    const T r = multiplier(system, a[i]);
+    const int j = in_place ? i : matrix.ja[i] - 1;
+    const int from = system.transpose ? j : i, to = system.transpose ? i : j;
     for (int k = 0; k < nrhs; ++k) {
       const std::ptrdiff_t column = static_cast<std::ptrdiff_t>(k) * n;
-      x[column + j] = r * b[column + i];
+      x[column + to] = r * b[column + from];
     }
   };
   if (shared) {
@@ -59,21 +102,21 @@ void solve_rows(const DiagonalSystem& system) {
 
 }  // namespace
 
-int diag_velmora(const DiagonalSystem& system, int& npos, int& nneg) {
+DiagonalFault diag_velmora(const DiagonalSystem& system, int& npos, int& nneg) {
   npos = nneg = 0;
-  const int error = test_rows<double>(system.matrix, system.solve, [&](double d) {
+  const DiagonalFault fault = test_rows<double>(system.matrix, [&](double d) {
     if (d > 0) ++npos;
     if (d < 0) ++nneg;
   });
-  if (error == 0 && system.solve) solve_rows<double>(system);
-  return error;
+  if (!fault && system.solve) solve_rows<double>(system);
+  return fault;
 }
 
-int c_diag_velmora(const DiagonalSystem& system) {
+DiagonalFault c_diag_velmora(const DiagonalSystem& system) {
   using Value = std::complex<double>;
-  const int error = test_rows<Value>(system.matrix, system.solve, [](const Value&) {});
-  if (error == 0 && system.solve) solve_rows<Value>(system);
-  return error;
+  const DiagonalFault fault = test_rows<Value>(system.matrix, [](const Value&) {});
+  if (!fault && system.solve) solve_rows<Value>(system);
+  return fault;
 }
 
 }  // namespace vlm

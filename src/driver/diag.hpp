@@ -12,21 +12,39 @@ struct DiagonalSystem {
   InputMatrix matrix;  ///< n entries, one in each row
   int nrhs = 0;
   bool solve = false;        ///< false: only test the rows
+  bool transpose = false;    ///< solve with the transposed matrix
+  bool definite = false;     ///< half a solve is one with the root of the diagonal
+  int steps = 0;             ///< iparm(26): 1 forward half, above backward half, else both
   bool overwrite_b = false;  ///< copy the solution to b as well
   int threads = 1;
   double* b = nullptr;  ///< [n, nrhs] in, out with overwrite_b
   double* x = nullptr;  ///< [n, nrhs] out: x(ja(i), k) = b(i, k) / a(i)
 };
 
-/// Tests the rows and solves, real values.
+/// What can be wrong with a row.
+enum class RowFault : int {
+  none,
+  entries,     ///< not exactly one entry with a column from 1 to n
+  zero,        ///< its value is zero
+  not_finite,  ///< its value is NaN or infinite
+  repeated,    ///< its column stands in a row before it
+};
+
+/// The first row that is wrong.
+struct DiagonalFault {
+  RowFault what = RowFault::none;
+  int row = 0;
+  explicit operator bool() const { return what != RowFault::none; }
+};
+
+/// Tests the rows and solves, real values.  A forward half leaves the right-hand side as it is,
+/// but for definite types; the halves give the solution together.
 ///
 /// Counts the signs of the entries into npos and nneg, up to the faulty row where there is one;
-/// x is then not touched.
-/// @return 0; i when row i does not hold exactly one entry with a column from 1 to n;
-///         -i when its value is zero
-int diag_velmora(const DiagonalSystem& system, int& npos, int& nneg);
+/// x is then not touched.  Throws std::bad_alloc.
+DiagonalFault diag_velmora(const DiagonalSystem& system, int& npos, int& nneg);
 
 /// The same for complex values; there are no signs to count.
-int c_diag_velmora(const DiagonalSystem& system);
+DiagonalFault c_diag_velmora(const DiagonalSystem& system);
 
 }  // namespace vlm

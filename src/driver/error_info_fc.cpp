@@ -1,15 +1,20 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// Messages of failed calls: a header with the class, then the line that the code selects.
+/// Messages of failed calls: a header with the class, then the line that the code selects, then
+/// what to do.  All of it is built as text, which the caller can ask for; only then is it printed.
 #include "driver/error_info_fc.hpp"
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <iterator>
+#include <new>
+#include <string>
 
 #include "base/print.hpp"
 #include "base/status.hpp"
 #include "driver/check_input_fc.hpp"
+#include "driver/remedy.hpp"
 
 namespace vlm {
 namespace {
@@ -35,6 +40,33 @@ constexpr const char* array_names[] = {
     "STRUC_S2", "STRUC_FI", "LOC_INT2", "UP_UPLEN", "FACT_L&U", "WORK_R0 ", "CGS_ARR ",
 };
 
+/// What `error` says to the caller, from 0 down.
+constexpr const char* error_texts[] = {
+    "success",
+    "an argument is wrong, or does not fit the earlier calls or the phase",
+    "out of memory",
+    "the analysis failed: perm is no permutation, or mtype names no type",
+    "the factorization or the solve failed: zero pivot, not positive definite, NaN or infinity, "
+    "or refinement that does not converge",
+    "unclassified error",
+    "the matrix is structurally singular",
+    "an argument is wrong, or a row of a diagonal system",
+    "a count of the factor is beyond 32-bit integers",
+};
+
+/// Lines of a message, joined by line feeds.
+class Lines {
+ public:
+  void add(std::string_view format, std::initializer_list<long long> values = {}) {
+    if (!text_.empty()) text_ += '\n';
+    text_ += substitute(format, values);
+  }
+  const std::string& text() const { return text_; }
+
+ private:
+  std::string text_;
+};
+
 /// Value that a message of the input check prints.
 enum class Value {
   none,
@@ -54,7 +86,9 @@ enum class Value {
   nthreads,
   stabilise,
   iterative,
-  argument
+  argument,
+  row_start,
+  column
 };
 
 struct InputMessage {
@@ -94,6 +128,12 @@ constexpr InputMessage input_messages[] = {
     {code_no_inversion, "*** Input check: ido %d, selected inversion is not available",
      Value::phase},
     {code_phase, "*** wrong controlstep parameter ido %d", Value::phase},
+    {code_row_starts, "*** Input check: ia(%d) is %d, but ia(1) is 1 and ia does not fall",
+     Value::argument, Value::row_start},
+    {code_columns, "*** Input check: ja(%d) is %d, outside of the columns from 1 to neqns",
+     Value::argument, Value::column},
+    {code_pattern, "*** Input check: ia, ja are not the pattern of the analysis, ido %d",
+     Value::phase},
     {code_clean_mnum, "*** error velmora: wrong matrix number, clean %d", Value::mnum},
     {code_diagonal_symbolic, "*** error velmora: only symb. fact. diagonal matrix case %d",
      Value::phase},
@@ -143,19 +183,20 @@ long long value_of(Value value, const Outcome& outcome, const Call& call, const 
       return call.iparm(32);
     case Value::argument:
       return outcome.argument;
+    case Value::row_start:
+      return call.ia[outcome.argument - 1];
+    case Value::column:
+      return call.ja[outcome.argument - 1];
   }
   return 0;
 }
 
-void print_input_message(const Outcome& outcome, const Call& call, const Options& stored) {
-  if (outcome.code < 0) {
-    print_ci("*** something wrong with diagonal matrix row %d", {-outcome.code});
-    return;
-  }
+void add_input_message(Lines& lines, const Outcome& outcome, const Call& call,
+                       const Options& stored) {
   const auto* message = std::ranges::find(input_messages, outcome.code, &InputMessage::code);
   if (message == std::end(input_messages)) return;
-  print_ci(message->format, {value_of(message->first, outcome, call, stored),
-                             value_of(message->second, outcome, call, stored)});
+  lines.add(message->format, {value_of(message->first, outcome, call, stored),
+                              value_of(message->second, outcome, call, stored)});
 }
 
 /// Name of the array at a location code.
@@ -164,83 +205,115 @@ const char* array_name(std::int64_t location) {
   return k < std::size(array_names) ? array_names[k] : "";
 }
 
-void print_memory_message(const Outcome& outcome, const Call& call, std::int64_t wanted) {
-  print_ci(std::string("*** error velmora (memory allocation) ") + array_name(outcome.code) +
-               ", size to allocate: %d bytes",
-           {static_cast<long long>(outcome.bytes)});
-  print_ci("total memory wanted here: %d kbyte",
-           {static_cast<long long>(outcome.bytes / 1024) + wanted});
-  print_ci("symbolic (max): %d symbolic (permanent): %d real(incl. 1 factor): %d",
-           {call.iparm(15), call.iparm(16), call.iparm(17)});
+void add_memory_message(Lines& lines, const Outcome& outcome, const Call& call,
+                        std::int64_t wanted) {
+  lines.add(std::string("*** error velmora (memory allocation) ") + array_name(outcome.code) +
+                ", size to allocate: %d bytes",
+            {static_cast<long long>(outcome.bytes)});
+  lines.add("total memory wanted here: %d kbyte",
+            {static_cast<long long>(outcome.bytes / 1024) + wanted});
+  lines.add("symbolic (max): %d symbolic (permanent): %d real(incl. 1 factor): %d",
+            {call.iparm(15), call.iparm(16), call.iparm(17)});
 }
 
-void print_analysis_message(const Outcome& outcome, const Call& call) {
-  print_ci("*** error velmora: reordering, symb. factorization");
+void add_analysis_message(Lines& lines, const Outcome& outcome, const Call& call) {
+  lines.add("*** error velmora: reordering, symb. factorization");
   if (outcome.code == status_unsupported)
-    print_ci("*** matrix type %d does not exist", {call.mtype});
+    lines.add("*** matrix type %d does not exist", {call.mtype});
   if (outcome.code == status_structure && call.iparm(5) > 0)
-    print_ci("*** perm is not a permutation of the equations");
+    lines.add("*** perm is not a permutation of the equations");
   if (outcome.code == status_no_matching)
-    print_ci("*** matching iparam(13) %d is not available for matrix type %d",
-             {call.iparm(13), call.mtype});
+    lines.add("*** matching iparam(13) %d is not available for matrix type %d",
+              {call.iparm(13), call.mtype});
 }
 
-void print_numeric_message(const Outcome& outcome, const Call& call) {
+void add_numeric_message(Lines& lines, const Outcome& outcome, const Call& call) {
   const int status = static_cast<int>(outcome.code);
+  if (status == status_not_finite) {
+    lines.add("*** error velmora: a(%d) is NaN or infinity", {outcome.argument});
+    return;
+  }
   if (status == status_unsupported || status == status_type_change) {
-    print_ci("*** error velmora: matrix type %d does not fit the analysis", {call.mtype});
+    lines.add("*** error velmora: matrix type %d does not fit the analysis", {call.mtype});
     return;
   }
   // A message on refinement is followed by one of the others.
   if (status == status_contraction)
-    print_ci("*** error velmora: iterative refinement contraction rate greater 0.9, interrupt");
+    lines.add("*** error velmora: iterative refinement contraction rate greater 0.9, interrupt");
   if (status == status_steps)
-    print_ci("*** error velmora: iterative refinement exceeds max. iteration number %d",
-             {std::llabs(call.iparm(8))});
+    lines.add("*** error velmora: iterative refinement exceeds max. iteration number %d",
+              {std::llabs(call.iparm(8))});
   if (status == -3 || call.iparm(20) < 0)
-    print_ci("*** error velmora: cgs error iparam(20) %d", {call.iparm(20)});
+    lines.add("*** error velmora: cgs error iparam(20) %d", {call.iparm(20)});
   else if (status == status_work)
-    print_ci("*** error velmora: internal error, insuff. memory factorization");
+    lines.add("*** error velmora: internal error, insuff. memory factorization");
   else if (call.mtype == 2 || call.mtype == 4)
-    print_ci("*** error velmora: zero or neg. pivot, A not spd");
+    lines.add("*** error velmora: zero or neg. pivot, A not spd");
   else
-    print_ci("*** error velmora: zero pivot");
+    lines.add("*** error velmora: zero pivot");
+}
+
+void add_class_message(Lines& lines, const Outcome& outcome, const Call& call,
+                       const Options& stored, std::int64_t wanted) {
+  if (outcome.code == code_empty_handle && outcome.error == error_input) {
+    lines.add("*** error VELMORA  (contradictory input, initialization failed)");
+    lines.add("handle=0 ?? ido= %d", {call.phase});
+    return;
+  }
+  lines.add(std::string("*** error VELMORA  (") + class_names[-outcome.error] + ") error_num= %d",
+            {outcome.code});
+  if (outcome.diagonal) {
+    lines.add("*** something wrong with diagonal matrix row %d", {-outcome.code});
+    return;
+  }
+  switch (outcome.error) {
+    case error_memory:
+      add_memory_message(lines, outcome, call, wanted);
+      break;
+    case error_analysis:
+    case error_overflow:
+      add_analysis_message(lines, outcome, call);
+      break;
+    case error_numeric:
+      add_numeric_message(lines, outcome, call);
+      break;
+    case error_matching:
+      lines.add("*** error velmora: preordering failed after %d neqns out of %d",
+                {-outcome.code, call.n});
+      lines.add("struct. sing. or input/parameter problem (matrixtype 11,13)");
+      break;
+    case error_unclassified:
+      lines.add("*** error velmora: unclassified error");
+      break;
+    default:
+      add_input_message(lines, outcome, call, stored);
+      break;
+  }
 }
 
 }  // namespace
 
-void error_info_fc(const Outcome& outcome, const Call& call, const Options& stored,
-                   std::int64_t wanted) {
-  if (outcome.code == code_empty_handle && outcome.error == error_input) {
-    print_ci("*** error VELMORA  (contradictory input, initialization failed)");
-    print_ci("handle=0 ?? ido= %d", {call.phase});
+void error_info_fc(const Outcome& outcome, Call& call, const Options& stored,
+                   std::int64_t wanted) noexcept {
+  try {
+    Lines lines;
+    if (call.phase < 0) lines.add("*** error velmora: internal error ");
+    if (call.phase >= 0 || outcome.code == code_no_inversion)
+      add_class_message(lines, outcome, call, stored, wanted);
+    lines.add("*** what to do: " + std::string(remedy(outcome, call)));
+    call.message = lines.text();
+  } catch (const std::bad_alloc&) {
     return;
   }
-  print_ci(std::string("*** error VELMORA  (") + class_names[-outcome.error] + ") error_num= %d",
-           {outcome.code});
-  switch (outcome.error) {
-    case error_memory:
-      print_memory_message(outcome, call, wanted);
-      break;
-    case error_analysis:
-    case error_overflow:
-      print_analysis_message(outcome, call);
-      break;
-    case error_numeric:
-      print_numeric_message(outcome, call);
-      break;
-    case error_matching:
-      print_ci("*** error velmora: preordering failed after %d neqns out of %d",
-               {-outcome.code, call.n});
-      print_ci("struct. sing. or input/parameter problem (matrixtype 11,13)");
-      break;
-    case error_unclassified:
-      print_ci("*** error velmora: unclassified error");
-      break;
-    default:
-      print_input_message(outcome, call, stored);
-      break;
-  }
+  if (call.msg != 0) std::puts(call.message.c_str());
+}
+
+const char* error_text(int error) {
+  const auto k = -static_cast<std::int64_t>(error);
+  if (k < 0) return "diagonal system: the row of this number does not hold exactly one entry";
+  return k < std::ssize(error_texts)
+             ? error_texts[k]
+             : "diagonal system: the entry in the row of this number, negated, is zero";
 }
 
 }  // namespace vlm

@@ -4,12 +4,16 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 
 namespace vlm {
 namespace {
 
 /// Orders below which an analysis is not worth dividing among threads.
 constexpr int undivided_order = 200;
+/// Wider panels and more nodes than there is memory for, within what arithmetic on them can hold.
+constexpr int widest_panel = 1 << 20, most_nodes = 1 << 16;
+constexpr int most = std::numeric_limits<int>::max();
 
 void set_by_type(const TypeDefaults& defaults, View<int> iparm) {
   iparm(8) = defaults.refinement;
@@ -22,7 +26,7 @@ void set_by_type(const TypeDefaults& defaults, View<int> iparm) {
 /// Options that are read in every call.
 void accept_options(const Call& call, Options& options) {
   const View<int>& iparm = call.iparm;
-  options.transpose = iparm(12) == 1;
+  options.transpose = transpose_asked(call);
   options.partial = iparm(31);
   options.factor_domains = options.partial == 0 && iparm(24) != 0;
   options.solve_domains = options.partial == 0 && iparm(25) != 0;
@@ -31,7 +35,7 @@ void accept_options(const Call& call, Options& options) {
   if (iparm(51) == 1) iparm(51) = 2;
   if (options.threads == 1 && iparm(52) == 1) iparm(51) = 0;
   options.distributed = iparm(51);
-  options.nodes = std::max(iparm(52), 1);
+  options.nodes = std::clamp(iparm(52), 1, most_nodes);
   if (options.distributed == 1 || options.distributed == 2) {
     options.factor_domains = options.solve_domains = true;
     options.partial = 0;
@@ -56,7 +60,7 @@ void accept_analysis_options(const Call& call, Options& options) {
   options.user_order = iparm(5) > 0;
   const bool crowded = options.threads > 4;
   options.panel = type.symmetric ? (crowded ? 64 : 80) : (crowded ? 112 : 128);
-  if (iparm(30) > 1) options.panel = iparm(30);
+  if (iparm(30) > 1) options.panel = std::min(iparm(30), widest_panel);
 }
 
 }  // namespace
@@ -90,6 +94,10 @@ void load_defaults(int mtype, View<int> iparm) {
   set_by_type(matrix_type(mtype).plain, iparm);
 }
 
+bool transpose_asked(const Call& call) {
+  return call.iparm(12) == 1 || call.iparm(12) == diagonal_transposed;
+}
+
 bool matching_asked(const Call& call) {
   return matrix_type(call.mtype).matched && call.iparm(13) > 0;
 }
@@ -110,8 +118,8 @@ Options accept_input(const Call& call, const Options& before) {
   if (options.symmetric) options.transpose = false;
   options.solution_in_b = call.iparm(6) == 1;
   options.solve_steps = call.iparm(26);
-  options.refinement = call.iparm(8);
-  options.perturbation = call.iparm(10);
+  options.refinement = std::max(call.iparm(8), -most);  // both have an absolute value
+  options.perturbation = std::max(call.iparm(10), -most);
   options.pairs = call.iparm(21) != 0;
   return options;
 }

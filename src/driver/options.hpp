@@ -63,6 +63,12 @@ void load_defaults(int mtype, View<int> iparm);
 /// Settles iparm(51) and iparm(52).
 Options accept_input(const Call& call, const Options& before);
 
+/// What a diagonal system leaves in iparm(12): 0 and 1 as they were.
+enum DiagonalMark : int { diagonal_system = -1, diagonal_transposed = -2 };
+
+/// Whether iparm(12) asks for the transposed matrix.
+bool transpose_asked(const Call& call);
+
 /// Whether the analysis of this call computes a weighted matching, which reads the values.
 bool matching_asked(const Call& call);
 

@@ -8,6 +8,7 @@
 
 #include "base/status.hpp"
 #include "driver/check_input_fc.hpp"
+#include "driver/diag.hpp"
 #include "driver/factor_store.hpp"
 
 namespace vlm {
@@ -37,6 +38,9 @@ constexpr InputRemedy input_remedies[] = {
     {code_no_iterative, "set iparm(32) and solver to 0 for the direct solver"},
     {code_no_inversion, "solve with columns of the identity for entries of the inverse"},
     {code_phase, "set phase to 11, 12, 13, 22, 23 or 33, or to 0 or -1 to release"},
+    {code_row_starts, "number rows and columns from 1: see velmora_chkmatrix"},
+    {code_columns, "number rows and columns from 1: see velmora_chkmatrix"},
+    {code_pattern, "keep the pattern, or analyse the new matrix first (phase 11)"},
     {code_clean_mnum, "choose mnum from 1 to the maxfct of the analysis"},
     {code_diagonal_symbolic, "solve a diagonal system with phase 13, 23 or 33"},
     {code_empty_handle, "nothing to release: analyse first (phase 11)"},
@@ -45,7 +49,6 @@ constexpr InputRemedy input_remedies[] = {
 };
 
 std::string_view input_remedy(const Outcome& outcome, const Call& call) {
-  if (outcome.code < 0) return "give that row one entry, on the diagonal and not zero";
   if (outcome.code == code_nnz) {
     if (call.ia[call.n] - 1 < call.n)
       return "give every row an entry: ia(n+1)-1 is at least n, ia(1) is 1";
@@ -53,6 +56,22 @@ std::string_view input_remedy(const Outcome& outcome, const Call& call) {
   }
   const auto* entry = std::ranges::find(input_remedies, outcome.code, &InputRemedy::code);
   return entry == std::end(input_remedies) ? std::string_view{} : entry->text;
+}
+
+std::string_view row_remedy(RowFault fault) {
+  switch (fault) {
+    case RowFault::none:
+      break;
+    case RowFault::entries:
+      return "give that row one entry, in a column from 1 to n";
+    case RowFault::zero:
+      return "that row holds a zero: give it a value, or leave it out";
+    case RowFault::not_finite:
+      return "its value is NaN or infinity: see where A is assembled";
+    case RowFault::repeated:
+      return "give each row a column of its own: this one stands in two";
+  }
+  return {};
 }
 
 std::string_view memory_remedy(std::int64_t location) {
@@ -78,6 +97,7 @@ std::string_view analysis_remedy(const Outcome& outcome, const Call& call) {
 }
 
 std::string_view numeric_remedy(const Outcome& outcome, const Call& call) {
+  if (outcome.code == status_not_finite) return "look for it where the matrix is assembled";
   if (outcome.code == status_type_change) return "analyse again with this mtype (phase 11)";
   if (outcome.code == status_work) return "solve fewer right-hand sides at a time";
   if (outcome.code == status_contraction || outcome.code == status_steps)
@@ -92,6 +112,7 @@ std::string_view numeric_remedy(const Outcome& outcome, const Call& call) {
 }  // namespace
 
 std::string_view remedy(const Outcome& outcome, const Call& call) {
+  if (outcome.diagonal) return row_remedy(RowFault(outcome.argument));
   switch (outcome.error) {
     case error_memory:
       return memory_remedy(outcome.code);

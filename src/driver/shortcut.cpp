@@ -2,27 +2,51 @@
 /// Diagonal systems, see shortcut.hpp.
 #include "driver/shortcut.hpp"
 
-#include <cstdlib>
+#include <cstddef>
+#include <cstdint>
+#include <new>
 
 #include "base/matrix_types.hpp"
 #include "driver/check_input_fc.hpp"
 #include "driver/diag.hpp"
+#include "driver/error_info_fc.hpp"
+#include "driver/factor_store.hpp"
+#include "driver/options.hpp"
 
 namespace vlm {
 namespace {
 
-/// @return the code of diag_velmora()
-int run_diagonal(const Call& call) {
+DiagonalFault run_diagonal(const Call& call, bool transpose) {
   const View<int>& iparm = call.iparm;
+  const MatrixType& type = matrix_type(call.mtype);
   const DiagonalSystem system{.matrix = {call.n, call.ia, call.ja, call.a},
                               .nrhs = call.nrhs,
                               .solve = call.last_digit() == 3,
+                              .transpose = transpose,
+                              .definite = type.family == Family::cholesky,
+                              .steps = iparm(26),
                               .overwrite_b = iparm(6) == 1,
                               .threads = iparm(3) < 1 ? call.default_threads : iparm(3),
                               .b = call.b,
                               .x = call.x};
-  return matrix_type(call.mtype).complex ? c_diag_velmora(system)
-                                         : diag_velmora(system, iparm(22), iparm(23));
+  return type.complex ? c_diag_velmora(system) : diag_velmora(system, iparm(22), iparm(23));
+}
+
+Outcome outcome_of(const DiagonalFault& fault) {
+  if (!fault) return {};
+  const int error = fault.what == RowFault::repeated     ? error_matching
+                    : fault.what == RowFault::not_finite ? error_numeric
+                                                         : error_internal;
+  return {error, -fault.row, static_cast<int>(fault.what), 0, true};
+}
+
+/// Leaves the mark of a diagonal system, which also keeps the transposition for the calls that
+/// follow.  @return whether the transposed system is meant
+bool mark_diagonal(const Call& call) {
+  const bool transpose = transpose_asked(call) && !matrix_type(call.mtype).symmetric;
+  call.iparm(12) = transpose ? diagonal_transposed : diagonal_system;
+  if (call.phase != 33) call.iparm(39) = 0;
+  return transpose;
 }
 
 }  // namespace
@@ -31,29 +55,42 @@ bool takes_shortcut(const Call& call) {
   if (call.iparm(32) != 0 || !is_work_phase(call.phase) || !is_matrix_type(call.mtype))
     return false;
   if (call.n < 1 || call.ia == nullptr || contradicts_handle(call)) return false;
-  if (call.ia[call.n] - 1 != call.n) return false;
-  const bool solves = call.last_digit() == 3;
-  if (call.phase != 11 && call.a == nullptr) return false;
-  return !solves || (call.ja != nullptr && call.b != nullptr && call.x != nullptr);
+  if (call.ia[0] != 1) return false;
+  if (std::int64_t{call.ia[call.n]} - call.n != 1 || call.iparm(3) > most_threads) return false;
+  // A handle factors the matrix that it has analysed, and no other.
+  const bool used = call.pt != nullptr && !handle_is_empty(call.pt);
+  if (call.first_digit() == 2 && used && slot(call.pt, slot_structure) != nullptr) return false;
+  if (call.phase == 11) return true;
+  if (call.a == nullptr || call.ja == nullptr) return false;
+  return call.last_digit() < 3 || (call.nrhs >= 0 && call.b != nullptr && call.x != nullptr);
 }
 
-int solve_at_once(const Call& call) {
+int solve_at_once(Call& call) {
   const View<int>& iparm = call.iparm;
-  iparm(12) = -1;
-  const int error = call.phase == 11 ? 0 : run_diagonal(call);
+  const bool transpose = mark_diagonal(call);
+  if (call.first_digit() == 1 && call.pt != nullptr && !handle_is_empty(call.pt)) {
+    release_analysis(call.pt);
+    release_handle(call.pt);
+  }
+  Outcome outcome;
+  if (call.phase != 11) try {
+      outcome = outcome_of(run_diagonal(call, transpose));
+    } catch (const std::bad_alloc&) {
+      outcome = {error_memory, at_matching, 0, static_cast<std::size_t>(call.n) / 8};
+    }
   iparm(15) = iparm(16) = iparm(17) = iparm(20) = 0;
   iparm(18) = call.n;
   iparm(19) = call.n / 1000000;
-  const bool plain = call.phase == 33 || call.phase == 23 || call.phase == 11;
-  return plain && error != 0 ? error_internal : error;
+  if (!outcome) return 0;
+  error_info_fc(outcome, call);
+  if (outcome.error != error_internal || call.phase == 33 || call.phase == 23) return outcome.error;
+  const int row = static_cast<int>(-outcome.code);
+  return RowFault(outcome.argument) == RowFault::zero ? -row : row;
 }
 
 Outcome refuse_diagonal(const Call& call) {
-  call.iparm(12) = -1;
-  if (call.last_digit() != 3) return {};
-  const int row = run_diagonal(call);
-  if (row == 0) return {};
-  return {error_internal, -std::abs(row), 0, 0};
+  const bool transpose = mark_diagonal(call);
+  return call.last_digit() == 3 ? outcome_of(run_diagonal(call, transpose)) : Outcome{};
 }
 
 }  // namespace vlm

@@ -10,9 +10,10 @@ namespace vlm {
 /// the driver's to refuse.
 bool takes_shortcut(const Call& call);
 
-/// Answers for a diagonal matrix without touching the handle.
+/// Answers for a diagonal matrix without a handle; what an older analysis left in pt is released by
+/// a phase that begins a new one.
 /// @return what `error` receives
-int solve_at_once(const Call& call);
+int solve_at_once(Call& call);
 
 /// A diagonal matrix in a call that the shortcut passed over.
 Outcome refuse_diagonal(const Call& call);

@@ -9,27 +9,25 @@
 #include "driver/velmora_c.hpp"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <stdexcept>
-#include <string>
 #include <utility>
 
 #include "base/clock.hpp"
 #include "base/memory.hpp"
-#include "base/print.hpp"
 #include "base/status.hpp"
 #include "base/thread_guard.hpp"
 #include "driver/check_input_fc.hpp"
-#include "driver/diag.hpp"
 #include "driver/do_all_fc.hpp"
 #include "driver/dumps.hpp"
 #include "driver/error_info_fc.hpp"
 #include "driver/factor_store.hpp"
+#include "driver/input_scan.hpp"
 #include "driver/match_driver.hpp"
 #include "driver/options.hpp"
-#include "driver/remedy.hpp"
 #include "driver/shortcut.hpp"
 #include "driver/statistics_fc.hpp"
 #include "solve/refine.hpp"
@@ -51,10 +49,20 @@ Outcome failed_analysis(int status) {
   return {status == status_overflow ? error_overflow : error_analysis, status, 0, 0};
 }
 
+/// A factorization takes finite values only.
+Outcome test_values(const Call& call) {
+  const std::ptrdiff_t place = first_not_finite(matrix_of(call), matrix_type(call.mtype).nvals());
+  if (place == 0) return {};
+  return {error_numeric, status_not_finite, static_cast<int>(place), 0};
+}
+
 /// The matching's results, in their slots and in `matched`.
-Outcome match(const InputMatrix& matrix, void** pt, MatchedOrder& matched) {
-  Control& control = control_of(pt);
+Outcome match(const Call& call, MatchedOrder& matched) {
+  Control& control = control_of(call.pt);
   if (control.options.matching == 0) return {};
+  if (Outcome failed = test_values(call)) return failed;
+  const InputMatrix matrix = matrix_of(call);
+  void** pt = call.pt;
   const std::size_t n = static_cast<std::size_t>(matrix.n);
   auto* perm = static_cast<int*>(allocate(n * sizeof(int), at_matching));
   slot(pt, slot_match_perm) = perm;
@@ -110,8 +118,9 @@ Outcome run_analysis(const Call& call, const MemoryMeter& meter) {
     if (meter.peak() > large_analysis) trim_heap();
   };
   MatchedOrder matched;
+  control.pattern = pattern_checksum(matrix_of(call));
   const double match_start = timer_velmora();
-  if (Outcome failed = match(matrix_of(call), pt, matched)) return failed;
+  if (Outcome failed = match(call, matched)) return failed;
   trim();
   const double match_time = timer_velmora() - match_start;
 
@@ -158,13 +167,18 @@ bool factor_serves(const FactorRecord& record, const Options& options) {
   return record.finished && record.mtype == options.mtype && record.single == options.single;
 }
 
-/// A solve that finds no factor makes one, and then needs the whole matrix.
-Outcome test_late_factorization(const Call& call, const Options& options) {
+/// A solve that factors or refines needs the whole matrix.
+Outcome test_whole_matrix(const Call& call, const Options& options) {
   if (call.a == nullptr) return {error_input, code_null, 7, 0};
   if (call.ia == nullptr) return {error_input, code_null, 8, 0};
   if (call.ja == nullptr) return {error_input, code_null, 9, 0};
-  if (call.ia[call.n] - 1 != options.nnz) return {error_input, code_nnz, 0, 0};
-  return {};
+  return test_pattern(call, options.nnz);
+}
+
+/// The values are those of the analysed pattern.
+Outcome test_pattern_kept(const Call& call, const Control& control) {
+  if (pattern_checksum(matrix_of(call)) == control.pattern) return {};
+  return {error_input, code_pattern, 0, 0};
 }
 
 /// The results of the factor in use; a positive iparm(14) of a solve replaces its count of
@@ -191,8 +205,8 @@ Outcome solve(StageArrays& arrays) {
   const RefineOptions refine =
       refine_options(control.options, call, control.results.factor.perturbed);
   if (refine.due) {
-    if (call.a == nullptr || call.ia == nullptr || call.ja == nullptr)
-      return test_late_factorization(call, control.options);
+    if (call.phase == 33)
+      if (Outcome failed = test_whole_matrix(call, control.options)) return failed;
     const std::size_t bytes = refine_bytes(refine, call.n, call.nrhs);
     slot(pt, slot_cgs) = allocate(bytes, at_cgs);
     arrays.cgs_arr = static_cast<double*>(slot(pt, slot_cgs));
@@ -230,8 +244,16 @@ Outcome work_numerically(const Call& call) {
   FactorRecord& record = *factor_record(pt, call.mnum);
   const bool solves = call.last_digit() == 3 && call.nrhs > 0;
   const bool factors = call.phase != 33 || !factor_serves(record, options);
-  if (call.phase == 33 && factors)
-    if (Outcome failed = test_late_factorization(call, options)) return failed;
+  if (call.phase == 33 && factors) {
+    if (Outcome failed = test_whole_matrix(call, options)) return failed;
+    if (Outcome failed = test_pattern_kept(call, control)) return failed;
+  }
+  if (factors) {
+    if (Outcome failed = test_values(call)) {
+      record.finished = false;  // it is no factor of these values
+      return failed;
+    }
+  }
 
   const ThreadGuard guard;
   StageArrays arrays{.call = call, .control = control};
@@ -287,9 +309,11 @@ Outcome run_work_phase(Call& call) {
   if (Outcome failed = check_input_fc(call, analyses ? Options{} : control.options)) return failed;
   if (!analyses && slot(pt, slot_structure) == nullptr)
     return {error_input, code_no_analysis, 0, 0};
+  if (call.first_digit() == 2)
+    if (Outcome failed = test_pattern_kept(call, control)) return failed;
+  if (analyses) begin_analysis(call);
   if (analyses && call.ia[call.n] - 1 == call.n && is_matrix_type(call.mtype))
     return refuse_diagonal(call);
-  if (analyses) begin_analysis(call);
   control.options = accept_input(call, control.options);
   if (!is_matrix_type(call.mtype) ||
       matrix_type(call.mtype).symmetric != control.options.symmetric) {
@@ -324,7 +348,8 @@ Outcome run_phase(Call& call, double start, int& deleted) {
   }
   if (empty) {
     // A diagonal system, which leaves this mark, held nothing.
-    if (call.phase < 1 && call.iparm(12) == -1) return {};
+    const int mark = call.iparm(12);
+    if (call.phase < 1 && (mark == diagonal_system || mark == diagonal_transposed)) return {};
     if (call.phase < 1) return {error_input, code_empty_handle, 0, 0};
     create_handle(call.pt, call.maxfct);
   }
@@ -353,15 +378,11 @@ Outcome run_phase_without_exceptions(Call& call, double start, int& deleted) {
   }
 }
 
-void report_failure(const Call& call, Outcome& outcome, const Control* control) {
+void report_failure(Call& call, Outcome& outcome, const Control* control) {
   const Options options = control != nullptr ? control->options : Options{};
   const MemoryFigures memory = control != nullptr ? control->memory : MemoryFigures{};
+  error_info_fc(outcome, call, options, memory.permanent + memory.numeric);
   if (outcome.error == error_input && call.msg == 0) outcome.error = error_internal;
-  if (call.msg == 0) return;
-  if (call.phase < 0) print_ci("*** error velmora: internal error ");
-  if (call.phase >= 0 || outcome.code == code_no_inversion)
-    error_info_fc(outcome, call, options, memory.permanent + memory.numeric);
-  print_ci("*** what to do: " + std::string(remedy(outcome, call)));
 }
 
 void report(const Call& call, const Outcome& outcome, Control& control, int deleted) {

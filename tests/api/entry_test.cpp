@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
+#include <set>
+#include <thread>
 
 #include "base/thread_guard.hpp"
 #include "caller.hpp"
@@ -183,6 +187,80 @@ TEST(Entry, NullArraysThatAPhaseNeeds) {
     EXPECT_NE(text.find(line), std::string::npos) << text;
     EXPECT_EQ(c.error, -1);
   }
+}
+
+std::string last_message(int length = 1024) {
+  std::vector<char> text(1024, '?');
+  velmora_last_message(text.data(), length);
+  EXPECT_EQ(std::count(text.begin(), text.end(), '?'),
+            1024 - std::ssize(std::string(text.data())) - 1);
+  return text.data();
+}
+
+// The message of a failure is the text printed at level 1, also in silence; each thread has its
+// own, a success ends it, and a release does not.
+TEST(Entry, LastMessage) {
+  Caller c = make_tridiagonal(8, -2);
+  ASSERT_EQ(c.run(12), 0);
+  EXPECT_EQ(last_message(), "");
+  c.iparm(6) = 2;
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(c.run(22), -7);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+  const std::string text = last_message();
+  EXPECT_EQ(c.run_and_read(22).find(text + "\n"), 0U);
+  EXPECT_NE(
+      text.find("error_num= 10\n*** Input check: iparam(6) 2 (out of bounds)\n*** what to do: "),
+      std::string::npos);
+  EXPECT_EQ(last_message(8), text.substr(0, 7));
+  velmora_last_message(nullptr, 8);
+  char untouched = '?';
+  velmora_last_message(&untouched, 0);
+  EXPECT_EQ(untouched, '?');
+  std::thread([] { EXPECT_EQ(last_message(), ""); }).join();
+  EXPECT_EQ(c.run(0), 0);
+  EXPECT_EQ(last_message(), text);
+  c.iparm(6) = 0;
+  EXPECT_EQ(c.run(22), 0);
+  EXPECT_EQ(last_message(), "");
+  velmora(c.pt, &c.maxfct, &c.mnum, &c.mtype, &c.mnum, &c.n, nullptr, nullptr, nullptr, nullptr,
+          nullptr, nullptr, nullptr, nullptr, nullptr, &c.error, nullptr);
+  EXPECT_EQ(c.error, -1);
+  EXPECT_NE(last_message().find("argument number 12 is a null pointer"), std::string::npos);
+}
+
+// A plain solve returns 0 whatever happens; why nothing was solved is in the message.
+TEST(Entry, SilentSolvesTellTheirReason) {
+  struct Case {
+    const char* reason;
+    void (*spoil)(Caller&);
+  };
+  const Case cases[] = {
+      {"argument number 14 is a null pointer", [](Caller& c) { c.b_ptr = nullptr; }},
+      {"nb_new  0  ido 33", [](Caller& c) { c.nrhs = 0; }},
+#ifndef VELMORA_SANITIZED  // the sanitizers replace malloc
+      {"insufficient_memory", [](Caller& c) { c.nrhs = std::numeric_limits<int>::max(); }},
+#endif
+  };
+#ifndef VELMORA_SANITIZED
+  const LimitedMemory limited;
+#endif
+  for (const Case& wrong : cases) {
+    Caller c = make_tridiagonal(10, -2);
+    ASSERT_EQ(c.run(12), 0);
+    wrong.spoil(c);
+    EXPECT_EQ(c.run(33), 0);
+    EXPECT_EQ(c.x[0], -77);
+    EXPECT_NE(last_message().find(wrong.reason), std::string::npos) << last_message();
+  }
+}
+
+TEST(Entry, ErrorsHaveTexts) {
+  std::set<std::string> texts;
+  for (int error = -9; error <= 1; ++error) texts.insert(velmora_error_text(error));
+  EXPECT_EQ(texts.size(), 11U);
+  EXPECT_EQ(velmora_error_text(7), velmora_error_text(1));
+  EXPECT_EQ(velmora_error_text(std::numeric_limits<int>::min()), velmora_error_text(-9));
 }
 
 // The thread counts hold for the call only.

@@ -140,7 +140,8 @@ TEST_F(Dumps, SolutionOfSolvingPhases) {
     vlm::dump_solution(counters, phase, -4, 2, b.data(), x.data());
     EXPECT_EQ(numbers(take().lines), (Rows{{-1, -2}, {-3, -4}}));
   }
-  for (const int phase : {11, 12, 22, 0, -1}) vlm::dump_solution(counters, phase, 1, 2, b.data(), x.data());
+  for (const int phase : {11, 12, 22, 0, -1})
+    vlm::dump_solution(counters, phase, 1, 2, b.data(), x.data());
   EXPECT_EQ(take().name, "");
 }
 

@@ -91,6 +91,11 @@ TEST(Remedy, WrongArguments) {
       {"another pattern", [](Caller& c) { c.ia[10] = 19; }, 22,
        "keep the pattern, or analyse the new matrix first (phase 11)",
        solved_by(33, [](Caller& c) { c.ia[10] = 20; })},
+      {"columns from 0", [](Caller& c) { c.ja[0] = 0; }, 11,
+       "number rows and columns from 1: see velmora_chkmatrix",
+       solved_by(13, [](Caller& c) { c.ja[0] = 1; })},
+      {"moved entry", [](Caller& c) { c.ja[1] = 3; }, 22,
+       "keep the pattern, or analyse the new matrix first (phase 11)", solved_by(13)},
       {"no right-hand side", [](Caller& c) { c.nrhs = -1; }, 23,
        "pass the number of right-hand sides, at least 1 to solve",
        solved_by(23, [](Caller& c) { c.nrhs = 1; })},
@@ -201,10 +206,13 @@ TEST(Remedy, Factorization) {
 
 TEST(Remedy, DiagonalRow) {
   Caller c(-2, {1, 2, 3, 4}, {1, 2, 3}, {2, 0, 5});
-  c.iparm(32) = 2;  // past the shortcut, which says nothing
-  fail_and_recover(
-      c, {"zero row", [](Caller&) {}, 13, "give that row one entry, on the diagonal and not zero",
-          solved_by(13, [](Caller& caller) { caller.a[1] = 4; })});
+  for (const int road : {0, 2}) {  // by the shortcut, and past it
+    c.iparm(32) = road;
+    c.a[1] = 0;
+    fail_and_recover(c, {"zero row", [](Caller&) {}, 13,
+                         "that row holds a zero: give it a value, or leave it out",
+                         solved_by(13, [](Caller& caller) { caller.a[1] = 4; })});
+  }
 }
 
 TEST(Remedy, Memory) {

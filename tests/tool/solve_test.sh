@@ -43,13 +43,17 @@ market() { printf '%%%%MatrixMarket matrix coordinate %s\n' "$1"; }
 { market "real symmetric"; printf '3 3 6\n1 1 1\n2 2 1\n3 3 1\n2 1 -.9\n3 1 -.9\n3 2 -.9\n'; } >trap.mtx
 { market "real general"; printf '3 3 5\n1 1 4\n1 2 1\n2 1 1\n2 2 3\n3 3 2\n'; } >mirrored.mtx
 { market "complex hermitian"; printf '2 2 3\n1 1 2 0\n2 1 1 1\n2 2 5 0\n'; } >hermitian.mtx
-{ market "real skew-symmetric"; printf '2 2 1\n2 1 1\n'; } >skew.mtx
+{ market "real skew-symmetric"; printf '4 4 4\n2 1 1\n3 2 5\n4 3 2\n4 1 1\n'; } >skew.mtx
+{ market "complex hermitian"; printf '3 3 5\n1 1 2 0\n2 1 1 1\n2 2 -5 0\n3 3 1 0\n3 1 0 3\n'; } >indefinite.mtx
 { market "real symmetric"; printf '2 2 3\n1 1 nan\n2 2 1\n2 1 0\n'; } >nan.mtx
 { market "real symmetric"; printf '2 2 3\n1 1 2\n2 2 2\n2 1 inf\n'; } >inf.mtx
 { market "real symmetric"; printf '3 3 2\n1 1 1\n2 2 1\n'; } >empty_row.mtx
 { market "real symmetric"; printf '2 2 2\n1 1 4\n2 2 -5\n'; } >diagonal.mtx
 { market "real general"; printf '3 3 5\n1 2 4\n2 1 1\n2 3 3\n3 3 2\n1 1 1\n'; } >unsym.mtx
 { market "real general"; printf '3 3 3\n1 2 4\n2 3 1\n3 1 3\n'; } >permutation.mtx
+{ market "real symmetric"; printf '4 4 4\n1 1 4\n2 2 0\n3 3 1\n4 4 1\n'; } >zero_2.mtx
+{ market "real symmetric"; printf '2 2 2\n1 1 0\n2 2 1\n'; } >zero_1.mtx
+{ market "real symmetric"; printf '4 4 4\n1 1 4\n2 2 3\n3 3 1\n4 4 0\n'; } >zero_4.mtx
 printf '1 1 3\n' >rhs.txt
 printf '1 2\n' >short.txt
 
@@ -66,9 +70,15 @@ solves "two threads" '2 threads' "$examples/bracket.mtx.gz" --threads 2
 solves "minimum degree" '^status +solved' "$examples/bracket.mtx.gz" --ordering mmd --type sym
 solves "repetition" 'again +3 times' "$examples/bracket.mtx.gz" --refactor 3 --resolve 2 --threads 1
 solves "a Hermitian matrix" '^type +4 ' hermitian.mtx
+for matrix in hermitian indefinite; do
+  solves "the transpose, $matrix" '^error +([0-9.]+e-1[5-9]|0)' $matrix.mtx --transpose --nrhs 2 --resolve 1
+done
+solves "a skew-symmetric matrix" '^type +11 ' skew.mtx
+solves "its solution" '^error +([0-9.]+e-1[5-9]|0)' skew.mtx
 solves "an unsymmetric matrix" '^type +11 .*not symmetric' unsym.mtx
 solves "its transpose" '^status +solved' unsym.mtx --transpose --rhs-kind random --nrhs 3
 solves "a permutation" '^status +solved' permutation.mtx
+solves "its transpose" '^error +0' permutation.mtx --transpose
 solves "a symmetric matrix as unsymmetric" '^type +11 ' saddle.mtx --type unsym
 solves "a real matrix as complex" '^type +13 ' saddle.mtx --type complex-unsym
 solves "standard input" '^status +solved' - <spd.mtx
@@ -90,10 +100,13 @@ grep -q '"status": "solved"' out && grep -q '"negative": 1' out && head -c 1 out
 
 refuses "no file" 1 'cannot open nowhere.mtx' nowhere.mtx
 refuses "a folder" 1 'cannot read' .
-refuses "skew symmetry" 1 'skew-symmetric' skew.mtx
 refuses "NaN" 1 'NaN .*checker error 300' nan.mtx
 refuses "infinity" 1 'inf .*checker error 301' inf.mtx
 refuses "a singular matrix" 1 'velmora-solve: ' empty_row.mtx --rhs-kind ones
+for row in 1 2 4; do
+  refuses "a diagonal matrix with a zero in row $row" 1 \
+    "diagonal matrix row $row; that row holds a zero" zero_$row.mtx
+done
 refuses "a type that does not fit" 1 'complex values' hermitian.mtx --type spd
 refuses "Cholesky by force" 1 'not positive definite' trap.mtx --type spd
 refuses "a short right-hand side" 1 'short.txt has 2 rows, the matrix 3' spd.mtx --rhs short.txt

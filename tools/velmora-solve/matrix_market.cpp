@@ -80,6 +80,9 @@ void read_header(LineReader& lines, MarketFile& file) {
   if (file.layout == Layout::array && file.field == Field::pattern) {
     lines.fail("an array cannot be a pattern: it has no positions");
   }
+  if (file.symmetry == Symmetry::skew && file.field == Field::pattern) {
+    lines.fail("a pattern cannot be skew-symmetric: it has no signs");
+  }
   if (file.symmetry == Symmetry::hermitian && file.field != Field::complex) {
     lines.fail(
         fmt::format("only a complex matrix can be hermitian, this one is {}; "
@@ -183,6 +186,9 @@ void read_coordinates(LineReader& lines, MarketFile& file, std::int64_t entries)
     }
     if (row == col && file.symmetry == Symmetry::hermitian && value[1] != 0) {
       lines.fail(fmt::format("the diagonal entry {} of a hermitian matrix is not real", row));
+    }
+    if (row == col && file.symmetry == Symmetry::skew && (value[0] != 0 || value[1] != 0)) {
+      lines.fail(fmt::format("the diagonal entry {} of a skew-symmetric matrix is not zero", row));
     }
     lower_part |= row > col;
     upper_part |= row < col;

@@ -11,10 +11,8 @@
 namespace tool {
 namespace {
 
-/// Catches what is written to standard output or error while it lives.
-///
-/// The library tells the reason of a failure in its messages only; they are taken from here
-/// instead of leaving the user to read them in between the program's own lines.
+/// Catches what is written to standard output or error while it lives: the checker tells its
+/// reasons nowhere else.
 class Capture {
  public:
   explicit Capture(std::FILE* stream) : stream_(stream), file_(std::tmpfile()) {
@@ -81,6 +79,10 @@ std::string first_line(const std::string& text, std::string_view mark, std::stri
   return {};
 }
 
+void conjugate(std::vector<double>& values) {
+  for (std::size_t k = 1; k < values.size(); k += 2) values[k] = -values[k];
+}
+
 }  // namespace
 
 Session::Session(const SparseMatrix& matrix, int mtype, const Settings& settings,
@@ -120,6 +122,7 @@ void Session::apply(const Settings& settings) {
   option(29) = settings.single_precision ? 1 : 0;
   option(33) = settings.determinant ? 1 : 0;
   option(12) = settings.transposed ? 1 : 0;
+  conjugated_ = settings.transposed && (mtype_ == 4 || mtype_ == -4);
   for (const auto& [number, value] : settings.iparm) option(number) = value;
   for (const auto& [number, value] : settings.dparm)
     dparm_[static_cast<std::size_t>(number - 1)] = value;
@@ -133,23 +136,25 @@ Session::~Session() {
 
 void Session::set_rhs(const std::vector<double>& b, int nrhs) {
   b_ = b;
+  if (conjugated_) conjugate(b_);
   nrhs_ = nrhs;
   x_.assign(b.size(), 0.0);
 }
 
 Call Session::run(Phase phase) {
   Call call;
-  const int number = static_cast<int>(phase), one = 1, loud = 1;
-  Capture capture(stdout);
+  const int number = static_cast<int>(phase), one = 1, level = show_messages_ ? 1 : 0;
   const auto start = std::chrono::steady_clock::now();
   velmora(handle_.data(), &one, &one, &mtype_, &number, &matrix_.n, matrix_.a.data(),
-          matrix_.ia.data(), matrix_.ja.data(), perm_.data(), &nrhs_, iparm_.data(), &loud,
+          matrix_.ia.data(), matrix_.ja.data(), perm_.data(), &nrhs_, iparm_.data(), &level,
           b_.data(), x_.data(), &call.error, dparm_.data());
   call.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  const std::string text = capture.text();
-  if (show_messages_) std::fwrite(text.data(), 1, text.size(), stdout);
-  call.complaint = first_line(text, "*** ", "*** error VELMORA ");
-  call.remedy = first_line(text, "*** what to do: ", "");
+  if (conjugated_ && phase == Phase::solution) conjugate(x_);
+  call.diagonal = iparm(12) < 0;
+  std::array<char, 1024> text;
+  velmora_last_message(text.data(), static_cast<int>(text.size()));
+  call.complaint = first_line(text.data(), "*** ", "*** error VELMORA ");
+  call.remedy = first_line(text.data(), "*** what to do: ", "");
   return call;
 }
 
@@ -176,7 +181,7 @@ std::string explain(const Call& call, Phase phase, int mtype) {
                      : phase == Phase::factorization ? "factorization"
                                                      : "solution";
   std::string meaning;
-  switch (call.error) {
+  switch (call.diagonal ? 0 : call.error) {  // of a diagonal system it may be a row's number
     case -2:
       meaning = "not enough memory: --ordering nd, --single or a smaller --nrhs need less";
       break;

@@ -16,6 +16,7 @@ namespace tool {
 struct Call {
   int error = 0;
   double seconds = 0;
+  bool diagonal = false;  ///< solved at once; a failure is one of a row
   std::string complaint;  ///< its error line, without decoration; empty where it gave none
   std::string remedy;     ///< what its last line advises, likewise
 };
@@ -55,6 +56,8 @@ class Session {
   const SparseMatrix& matrix_;
   int mtype_;
   bool show_messages_;
+  /// The transpose of a Hermitian matrix is its conjugate: A conj(x) = conj(b) is solved for it.
+  bool conjugated_ = false;
   int nrhs_ = 1;
   std::array<void*, 64> handle_{};
   std::array<int, 64> iparm_{};

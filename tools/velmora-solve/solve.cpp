@@ -237,7 +237,7 @@ class Solver {
       factor_and_solve(session, factor);
     } catch (const PhaseFailed& failed) {
       failure = failed.what();
-      return failed.error == -4 || failed.error == -6 ? Outcome::no_factor : Outcome::error;
+      return failed.other_factor_may_do ? Outcome::no_factor : Outcome::error;
     }
     judge(session, factor);
     failure = verdict(factor);
@@ -263,13 +263,15 @@ class Solver {
  private:
   /// A call of the library that ended with an error, explained.
   struct PhaseFailed : std::runtime_error {
-    PhaseFailed(const std::string& what, int code) : std::runtime_error(what), error(code) {}
-    int error;
+    PhaseFailed(const std::string& what, bool hope)
+        : std::runtime_error(what), other_factor_may_do(hope) {}
+    bool other_factor_may_do;
   };
 
   static Call step(Session& session, Phase phase, int mtype) {
     Call call = session.run(phase);
-    if (call.error != 0) throw PhaseFailed(explain(call, phase, mtype), call.error);
+    const bool numeric = call.error == -4 || call.error == -6;
+    if (call.error != 0) throw PhaseFailed(explain(call, phase, mtype), numeric && !call.diagonal);
     return call;
   }
 

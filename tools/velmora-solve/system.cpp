@@ -72,6 +72,21 @@ std::int64_t sort_and_merge(SparseMatrix& matrix) {
   return summed;
 }
 
+/// Adds the other half of a skew-symmetric matrix, which no matrix type stores by halves.
+void mirror_skew(MarketFile& file) {
+  const std::size_t count = file.row.size(), doubles = file.complex() ? 2 : 1;
+  file.row.resize(2 * count);
+  file.col.resize(2 * count);
+  file.value.resize(2 * count * doubles);
+  for (std::size_t k = 0; k < count; ++k) {
+    file.row[count + k] = file.col[k];
+    file.col[count + k] = file.row[k];
+  }
+  for (std::size_t k = 0; k < count * doubles; ++k)
+    file.value[count * doubles + k] = -file.value[k];
+  file.symmetry = Symmetry::general;
+}
+
 /// Drops the imaginary parts when all of them are zero.
 bool drop_zero_imaginary(MarketFile& file) {
   if (!file.complex()) return false;
@@ -233,12 +248,8 @@ SparseMatrix build_matrix(MarketFile&& file, BuildNotes& notes) {
     throw InputError(fmt::format("the matrix is {} by {}; only square systems can be solved",
                                  file.rows, file.cols));
   }
-  if (file.symmetry == Symmetry::skew) {
-    throw InputError(
-        "the matrix is skew-symmetric, which no matrix type of the library covers; "
-        "write it out as a general matrix to solve it as unsymmetric");
-  }
   to_coordinates(file);
+  if (file.symmetry == Symmetry::skew) mirror_skew(file);
   notes.dropped_imaginary = drop_zero_imaginary(file);
   const bool triangle = file.symmetry != Symmetry::general;
   const bool conjugated = file.symmetry == Symmetry::hermitian;

@@ -38,9 +38,9 @@ struct BuildNotes {
   bool dropped_imaginary = false;  ///< complex file whose imaginary parts are all zero
 };
 
-/// Rows from the entries of `file`, which is used up.  Duplicates are summed; a file with a
-/// symmetry gives an upper triangle.
-/// @throws InputError for a matrix that is not square or skew-symmetric
+/// Rows from the entries of `file`, which is used up.  Duplicates are summed; a symmetric or
+/// Hermitian file gives an upper triangle, a skew-symmetric one all entries.
+/// @throws InputError for a matrix that is not square, or beyond 32-bit positions
 SparseMatrix build_matrix(MarketFile&& file, BuildNotes& notes);
 
 /// Adds a zero on the diagonal of every row that has none.  @return how many were added
