@@ -45,6 +45,11 @@ const pid_t loaded_in = getpid();
 
 }  // namespace
 
+std::atomic<std::int64_t>& largest_analysis() {
+  static std::atomic<std::int64_t> bytes{0};
+  return bytes;
+}
+
 DumpCounters& dump_counters() {
   static DumpCounters counters;
   return counters;

@@ -12,6 +12,9 @@
 
 namespace vlm {
 
+/// Bytes that the largest analysis of this process held.
+std::atomic<std::int64_t>& largest_analysis();
+
 /// Numbers of the dump files of this process.
 DumpCounters& dump_counters();
 

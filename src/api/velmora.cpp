@@ -91,6 +91,7 @@ void velmora_f(void** pt, const int* maxfct, const int* mnum, const int* mtype, 
   call.x = x;
   call.dparm = {dparm, 64};
   call.dumps = &dump_counters();
+  call.largest_analysis = &largest_analysis();
   call.default_threads = count_threads();
   velmora_f(call, error);
   // Where there was no memory for a message, the error stands for it.  A release that succeeds has

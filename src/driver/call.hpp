@@ -2,6 +2,7 @@
 /// The arguments of one exported call, and its outcome.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -26,6 +27,8 @@ struct Call {
   View<double> dparm;  ///< [64]
 
   int default_threads = 1;        ///< of a call that leaves the number to OpenMP
+  /// Bytes of the largest analysis of the process so far; null: not kept.
+  std::atomic<std::int64_t>* largest_analysis = nullptr;
   DumpCounters* dumps = nullptr;  ///< of the process; null: no dump is written
 
   std::string message;  ///< out: what went wrong and what to do, at any message level

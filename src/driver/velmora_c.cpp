@@ -114,8 +114,12 @@ constexpr std::int64_t large_analysis = 1 << 20;
 Outcome run_analysis(const Call& call, const MemoryMeter& meter) {
   void** pt = call.pt;
   Control& control = control_of(pt);
-  const auto trim = [&meter] {
-    if (meter.peak() > large_analysis) trim_heap();
+  // Where the process has seen no analysis as large: else the heap has grown already, and its
+  // pages had better be used again.
+  const auto trim = [&] {
+    const std::int64_t seen =
+        call.largest_analysis != nullptr ? call.largest_analysis->load() : std::int64_t{0};
+    if (meter.peak() > std::max(large_analysis, seen)) trim_heap();
   };
   MatchedOrder matched;
   control.pattern = pattern_checksum(matrix_of(call));
@@ -158,6 +162,9 @@ Outcome analyse(const Call& call) {
   MemoryMeter meter;
   const MeterScope metered(meter);
   if (Outcome failed = run_analysis(call, meter)) return failed;
+  if (call.largest_analysis != nullptr)
+    for (std::int64_t seen = call.largest_analysis->load(); seen < meter.peak();)
+      if (call.largest_analysis->compare_exchange_weak(seen, meter.peak())) break;
   control.memory.peak = handle + kilobytes(static_cast<std::size_t>(meter.peak()));
   return {};
 }
