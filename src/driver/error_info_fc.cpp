@@ -191,6 +191,10 @@ void print_numeric_message(const Outcome& outcome, const Call& call) {
     print_ci("*** error velmora: matrix type %d does not fit the analysis", {call.mtype});
     return;
   }
+  if (status == status_inaccurate) {
+    print_ci("*** error velmora: the solution is useless, see dparam(40) to dparam(43)");
+    return;
+  }
   // A message on refinement is followed by one of the others.
   if (status == status_contraction)
     print_ci("*** error velmora: iterative refinement contraction rate greater 0.9, interrupt");
