@@ -54,8 +54,8 @@
  *   22   factorization; uses the last analysis
  *   23   factorization and solve
  *   33   solve; factors first when matrix number mnum has no factor yet, or has one of another
- *        mtype or precision.  error is 0 afterwards whatever happened, unless iparm(4) is set;
- *        failures show in the messages only, see velmora_last_message()
+ *        mtype or precision.  error is 0 afterwards whatever happened, unless iparm(4) or
+ *        iparm(40) is set; velmora_last_message() then has the failure
  *    0   release the factor of matrix number mnum
  *   -1   release everything; pt is zero afterwards and can be used again
  *   -2   query: error 18, iparm(1) 23.  No other argument is looked at; they may be null
@@ -76,7 +76,7 @@
  *    -2   out of memory; the message names the array and the bytes asked for
  *    -3   the analysis failed: perm is no permutation, or mtype names no type
  *    -4   the factorization or the solve failed: zero pivot, matrix not positive definite, NaN
- *         or infinity in a, refinement that does not converge
+ *         or infinity in a, refinement that does not converge, or the verdict 2 of iparm(41)
  *    -6   weighted matching: the matrix is structurally singular; so is a diagonal system in
  *         which two rows share a column
  *    -7   as -1 when msglvl is 0; also: wrong row of a diagonal system (phases 23, 33)
@@ -113,9 +113,10 @@
  *    6  in      [0] 0: the solution goes to x, b is kept; 1: the solution overwrites b, and x
  *               is not used (diagonal systems: x receives it as well)
  *    7  out     steps of iterative refinement in the last solve
- *    8  in      [1; 2 for 11, 13] refinement: > 0 at most that many steps; < 0 at most that
- *               many steps with the solution in an accumulator of its own; 0 two steps when
- *               pivots were perturbed, else none
+ *    8  in      [1; 2 for 11, 13] refinement: at most |iparm(8)| steps, the iterate summed up in
+ *               an array of its own; 0 two steps when pivots were perturbed, else none.  Each
+ *               right-hand side receives the iterate whose residual has the smallest 1-norm,
+ *               the plain solve's included: refinement never makes a solution worse
  *    9  in      [0] < 0: memory of the factors is not counted into iparm(17)
  *   10  in      [8 for -2, -4, 6; 13 for 1, 3; 12 for 11, 13; else 0] pivots below about
  *               10^-|iparm(10)| times the size of the matrix are perturbed
@@ -168,6 +169,19 @@
  *               Read by the analysis
  *   39  out     entries of that Schur complement, after a factorization; above 2147483647 the
  *               negative count in thousands, and velmora_schur() then writes nothing
+ *   40  in      [0] accuracy of each solve: 0 is not measured; 1: backward errors, at the cost of
+ *               three products with the matrix; 2: also a condition estimate and a bound on the
+ *               error, at most ten solves more.  Larger values count as 2.  Above 0 a verdict 2
+ *               is error -4, and phase 33 returns its errors like the other phases.  Measured
+ *               with the matrix of the call: a, ia and ja must be there, in phase 33 as well
+ *   41  out     with iparm(40) above 0, verdict on the solution:
+ *                0  good: dparm(41) at most 1e-12, no pivot perturbed, dparm(43) at most 1e-6
+ *                1  a nearby system is solved: dparm(41) at most 1e-10, dparm(43) at most 0.1;
+ *                   pivots were perturbed, or the matrix is ill-conditioned
+ *                2  do not use it: dparm(41) above 1e-10, or not one digit certain, or NaN
+ *               -1  not measured: the solve failed, or is a partial one (iparm(31)), single steps
+ *                   (iparm(26) not 0), one with a Schur factor (iparm(38)), or of a diagonal
+ *                   system.  dparm(40) to dparm(43) are then 0
  *   48  in      [0] expected number of negative eigenvalues, iterative solver
  *   50  -       zeroed by every call
  *   51, 52      [0, 0] distribution over nodes; 1 in iparm(51) becomes 2, and iparm(52) is
@@ -182,6 +196,18 @@
  *   33  out     log |det A| when iparm(33) is 1
  *   34  out     iterative solver: relative residual
  *   35  out     iterative solver: iterations
+ *
+ * With iparm(40) above 0, the largest over the right-hand sides; r = b - A x, or with the
+ * transposed matrix where that is solved:
+ *   40  out     normwise backward error: max|r| / (|A| max|x| + max|b|), |A| the largest sum of
+ *               absolute values of a row
+ *   41  out     componentwise backward error: max |r| / (|A||x| + |b|); a row whose |A||x| + |b|
+ *               nearly vanishes beside its sum of |A| times max|x| is judged by that instead
+ *   42  out     iparm(40) 2: estimate of the condition number |A| |A^-1|, largest row sums;
+ *               infinity where the factor does not stand for A.  Else 0
+ *   43  out     iparm(40) 2: bound on max|x - x*| / max|x|, x* the exact solution; infinity where
+ *               not one digit is certain.  Estimated, as all that costs less than the inverse.
+ *               Else 0
  */
 #ifndef VELMORA_H
 #define VELMORA_H

@@ -15,6 +15,9 @@ using sparse::Access;
 /// The diagonal may stand anywhere in its row, though the checker asks for it in front.
 constexpr sparse::Format format{.base = 1, .diagonal = sparse::Diagonal::anywhere, .several = true};
 
+constexpr sparse::Format absolute_format{
+    .base = format.base, .diagonal = format.diagonal, .several = format.several, .absolute = true};
+
 /// f(constant) with the access of a type.
 template <class F>
 auto with_access(const MatrixType& type, bool transpose, const F& f) {
@@ -27,20 +30,35 @@ auto with_access(const MatrixType& type, bool transpose, const F& f) {
                    : go.template operator()<Access::rows>();
 }
 
+template <sparse::Format f, class T>
+double multiply(const SparseProduct& product, int nrhs, const sparse::Operands<T>& op,
+                double* work) {
+  const InputMatrix& m = product.matrix;
+  const sparse::Rows<f, int, T> A{m.n, m.n, m.ia, m.ja, values_as<T>(m.a)};
+  return with_access(matrix_type(product.mtype), product.transpose, [&](auto access) {
+    return sparse::multiply<access>(A, op, nrhs, product.nthreads, values_as<T>(work));
+  });
+}
+
 template <class T>
 double subtract(const SparseProduct& product, int nrhs, const double* x, const double* rhs,
                 double* r, double* work) {
-  const InputMatrix& m = product.matrix;
-  const sparse::Rows<format, int, T> A{m.n, m.n, m.ia, m.ja, values_as<T>(m.a)};
   const sparse::Operands<T> op{.alpha = -1.0,
                                .x = values_as<T>(x),
                                .beta = 1.0,
                                .z = values_as<T>(rhs),
                                .y = values_as<T>(r),
                                .summed = true};
-  return with_access(matrix_type(product.mtype), product.transpose, [&](auto access) {
-    return sparse::multiply<access>(A, op, nrhs, product.nthreads, values_as<T>(work));
-  });
+  return multiply<format>(product, nrhs, op, work);
+}
+
+template <class T>
+void multiply_absolute(const SparseProduct& product, int nrhs, const double* x, double* y,
+                       double* work) {
+  T* const result = values_as<T>(y);
+  const sparse::Operands<T> op{
+      .alpha = 1.0, .x = values_as<T>(x), .beta = 0.0, .z = result, .y = result};
+  multiply<absolute_format>(product, nrhs, op, work);
 }
 
 }  // namespace
@@ -56,6 +74,14 @@ double amuxy_res_velmora(const SparseProduct& product, int nrhs, const double* x
                          double* r, double* work) {
   return matrix_type(product.mtype).complex ? subtract<zcomplex>(product, nrhs, x, rhs, r, work)
                                             : subtract<double>(product, nrhs, x, rhs, r, work);
+}
+
+void amuxy_abs_velmora(const SparseProduct& product, int nrhs, const double* x, double* y,
+                       double* work) {
+  if (matrix_type(product.mtype).complex)
+    multiply_absolute<zcomplex>(product, nrhs, x, y, work);
+  else
+    multiply_absolute<double>(product, nrhs, x, y, work);
 }
 
 }  // namespace vlm

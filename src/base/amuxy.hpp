@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// Residuals of systems with the caller's matrix.
+/// Residuals of systems with the caller's matrix, products with its absolute values.
 ///
 /// The product of sparse_product.hpp for every matrix type.  Vectors are n by nrhs, column after
 /// column, complex values as two doubles.
@@ -30,5 +30,11 @@ std::size_t amuxy_work_bytes(int n, int mtype, bool transpose, int nthreads);
 /// @return sum of absolute values of the doubles of r
 double amuxy_res_velmora(const SparseProduct& product, int nrhs, const double* x, const double* rhs,
                          double* r, double* work);
+
+/// y = |A| x, with the absolute values of the entries of A.
+/// @param x, y  n by nrhs, in and out
+/// @param work  amuxy_work_bytes() bytes
+void amuxy_abs_velmora(const SparseProduct& product, int nrhs, const double* x, double* y,
+                       double* work);
 
 }  // namespace vlm

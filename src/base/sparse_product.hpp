@@ -54,6 +54,7 @@ struct Format {
   /// a column of the result does not depend on how many there are; otherwise in partial sums that
   /// do not wait for one another.
   bool several;
+  bool absolute = false;  ///< entries enter by their absolute values, with several only
 };
 
 /// A matrix in compressed rows.  Start is the integer type of the row starts.
@@ -138,15 +139,26 @@ template <int base>
   return {re0[0] - im0[1], re0[1] + im0[0]};
 }
 
+/// A stored value as it enters the product.
+template <Format format, bool conjugate, class T>
+[[gnu::always_inline]] inline T entering(const T& v) {
+  if constexpr (format.absolute)
+    return T(std::abs(v));
+  else
+    return maybe_conj<conjugate>(v);
+}
+
 /// What the entries of row i give: terms of y(i) go to sum, those of other places are added there.
 template <Access access, int width, Format format, class Start, class T>
 [[gnu::always_inline]] inline void walk_row(const Rows<format, Start, T>& A, std::ptrdiff_t i,
                                             double alpha, const T* __restrict x,
                                             T* __restrict scattered, T (&sum)[width]) {
   constexpr auto here = [](const T& v) {
-    return maybe_conj<access == Access::hermitian_transpose>(v);
+    return entering<format, access == Access::hermitian_transpose>(v);
   };
-  constexpr auto mirrored = [](const T& v) { return maybe_conj<access == Access::hermitian>(v); };
+  constexpr auto mirrored = [](const T& v) {
+    return entering<format, access == Access::hermitian>(v);
+  };
   const auto [ldx, ldy] = lengths<access>(A);
   const int* __restrict const column = A.column;
   const T* __restrict const a = A.value;

@@ -10,6 +10,7 @@ enum Status : int {
   status_pivot = -1,          ///< a pivot step failed
   status_work = -2,           ///< a partitioner failed
   status_contraction = -112,  ///< refinement does not contract
+  status_inaccurate = -113,   ///< the accuracy that was asked for shows a useless solution
   status_steps = -111,        ///< refinement exceeds its step limit
   status_structure = -180,    ///< inconsistent row lists
   status_overflow = -182,     ///< counts or lists do not fit 32 bits

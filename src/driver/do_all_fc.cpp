@@ -102,30 +102,63 @@ int run_factorization(StageArrays& arrays) {
   return status_ok;
 }
 
+void store_accuracy(const Call& call, const Accuracy& accuracy) {
+  call.iparm(41) = accuracy.verdict;
+  if (call.dparm.data() == nullptr) return;
+  call.dparm(40) = accuracy.normwise;
+  call.dparm(41) = accuracy.componentwise;
+  call.dparm(42) = accuracy.condition;
+  call.dparm(43) = accuracy.bound;
+}
+
 int run_solve(StageArrays& arrays) {
   const Call& call = arrays.call;
   Control& control = arrays.control;
   const Stopwatch watch(control.clocks.timer.solve);
-  const SolveOptions solve = solve_options(control.options);
-  const RefineOptions refine =
-      refine_options(control.options, call, control.results.factor.perturbed);
+  const int n = arrays.structure->n, perturbed = control.results.factor.perturbed;
+  const auto step = [&arrays](const SolveOptions& options) {
+    return [&arrays, &options](int nrhs, const double* in, double* out) {
+      return solve_velmora(options, *arrays.structure, arrays.matching, arrays.record->lu, nrhs, in,
+                           out, arrays.work);
+    };
+  };
+  const SolveOptions as_asked = solve_options(control.options);
+  SolveOptions turned = as_asked;
+  turned.transpose = !as_asked.type.symmetric && !as_asked.transpose;
+  const SolveStep solve = step(as_asked), transpose = step(turned);
+
+  const RefineOptions refine = refine_options(control.options, call, perturbed);
+  const AccuracyOptions accuracy = accuracy_options(control.options, call);
+  double* work = arrays.cgs_arr;
+  if (refine.due) work += refine_bytes(refine, n, call.nrhs) / sizeof(double);
+  const double* const b = keep_rhs(accuracy, n, call.nrhs, call.b, work);
   RefineResult result;
-  const int status = refine_velmora(
-      {.options = refine,
-       .matrix = arrays.matrix,
-       .n = arrays.structure->n,
-       .nrhs = call.nrhs,
-       .b = call.b,
-       .x = call.x,
-       .cgs_arr = arrays.cgs_arr},
-      [&](int nrhs, const double* in, double* out) {
-        return solve_velmora(solve, *arrays.structure, arrays.matching, arrays.record->lu, nrhs, in,
-                             out, arrays.work);
-      },
-      result);
+  const int status = refine_velmora({.options = refine,
+                                     .matrix = arrays.matrix,
+                                     .n = n,
+                                     .nrhs = call.nrhs,
+                                     .b = call.b,
+                                     .x = call.x,
+                                     .cgs_arr = arrays.cgs_arr},
+                                    solve, result);
   control.results.refinement_steps = result.steps;
   if (result.cut) call.iparm(20) = -34;
-  return status;
+  if (accuracy.level == 0 || (status != status_ok && status != status_contraction)) return status;
+
+  Accuracy found;
+  const int failed = measure_accuracy({.options = accuracy,
+                                       .matrix = arrays.matrix,
+                                       .nrhs = call.nrhs,
+                                       .b = b,
+                                       .x = control.options.solution_in_b ? call.b : call.x,
+                                       .perturbed = perturbed,
+                                       .solve = solve,
+                                       .transpose = transpose,
+                                       .work = work},
+                                      found);
+  store_accuracy(call, found);
+  if (status != status_ok || failed != status_ok) return status != status_ok ? status : failed;
+  return found.verdict == verdict_useless ? status_inaccurate : status_ok;
 }
 
 int run_stage(Stage stage, StageArrays& arrays) {

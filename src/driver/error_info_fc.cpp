@@ -237,6 +237,10 @@ void add_numeric_message(Lines& lines, const Outcome& outcome, const Call& call)
     lines.add("*** error velmora: matrix type %d does not fit the analysis", {call.mtype});
     return;
   }
+  if (status == status_inaccurate) {
+    print_ci("*** error velmora: the solution is useless, see dparam(40) to dparam(43)");
+    return;
+  }
   // A message on refinement is followed by one of the others.
   if (status == status_contraction)
     lines.add("*** error velmora: iterative refinement contraction rate greater 0.9, interrupt");

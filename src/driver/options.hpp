@@ -6,6 +6,7 @@
 #include "driver/call.hpp"
 #include "numeric/factorize.hpp"
 #include "ordering/reorder1.hpp"
+#include "solve/accuracy.hpp"
 #include "solve/refine.hpp"
 #include "solve/solve.hpp"
 #include "symbolic/analysis.hpp"
@@ -81,5 +82,9 @@ FactorOptions factor_options(const Options& options);
 SolveOptions solve_options(const Options& options);
 /// @param perturbed  replaced pivots of the factor, which ask for refinement
 RefineOptions refine_options(const Options& options, const Call& call, int perturbed);
+/// Level 0 for solves whose residual says nothing: partial ones, single steps, Schur factors.
+AccuracyOptions accuracy_options(const Options& options, const Call& call);
+/// Where a measurement is asked for: until it has been made nothing is known.
+void forget_accuracy(const Call& call);
 
 }  // namespace vlm

@@ -100,6 +100,10 @@ std::string_view numeric_remedy(const Outcome& outcome, const Call& call) {
   if (outcome.code == status_not_finite) return "look for it where the matrix is assembled";
   if (outcome.code == status_type_change) return "analyse again with this mtype (phase 11)";
   if (outcome.code == status_work) return "solve fewer right-hand sides at a time";
+  if (outcome.code == status_inaccurate)
+    return matrix_type(call.mtype).matched && call.iparm(13) == 0
+               ? "set iparm(11), iparm(13) and iparm(21) to 1 and repeat phase 13"
+               : "set iparm(8) to 10; if that is not enough, A may be singular";
   if (outcome.code == status_contraction || outcome.code == status_steps)
     return "set iparm(11), iparm(13) and iparm(21) to 1 and repeat phase 13";
   if (call.mtype == 2) return "if A is only symmetric, solve it with mtype -2 (phase 13)";

@@ -211,10 +211,12 @@ Outcome solve(StageArrays& arrays) {
   void** pt = call.pt;
   const RefineOptions refine =
       refine_options(control.options, call, control.results.factor.perturbed);
-  if (refine.due) {
+  const AccuracyOptions accuracy = accuracy_options(control.options, call);
+  if (refine.due || accuracy.level > 0) {
     if (call.phase == 33)
       if (Outcome failed = test_whole_matrix(call, control.options)) return failed;
-    const std::size_t bytes = refine_bytes(refine, call.n, call.nrhs);
+    const std::size_t bytes = (refine.due ? refine_bytes(refine, call.n, call.nrhs) : 0) +
+                              accuracy_bytes(accuracy, call.n, call.nrhs);
     slot(pt, slot_cgs) = allocate(bytes, at_cgs);
     arrays.cgs_arr = static_cast<double*>(slot(pt, slot_cgs));
     control.cgs_bytes = bytes;
@@ -270,9 +272,15 @@ Outcome work_numerically(const Call& call) {
   arrays.record = &record;
   const FactorOptions factor = factor_options(options);
   if (factors) provide_factor(record, factor_bytes(factor, *arrays.structure));
-  provide_work(pt, std::max(factor_work_bytes(factor, *arrays.structure),
-                            solve_work_bytes(solve_options(options), *arrays.structure,
-                                             solves ? call.nrhs : 1)));
+  const auto solve_bytes = [&](int nrhs) {
+    return solve_work_bytes(solve_options(options), *arrays.structure, nrhs);
+  };
+  std::size_t bytes =
+      std::max(factor_work_bytes(factor, *arrays.structure), solve_bytes(solves ? call.nrhs : 1));
+  if (solves && accuracy_options(options, call).level == 2)
+    for (int columns = 1; columns <= std::min(accuracy_block, call.nrhs); ++columns)
+      bytes = std::max(bytes, solve_bytes(columns));
+  provide_work(pt, bytes);
   arrays.work = slot(pt, slot_work);
   control.cgs_bytes = 0;
   control.results.refinement_steps = call.iparm(7) = 0;

@@ -18,15 +18,14 @@ std::size_t vector_length(const RefineOptions& options, int n, int nrhs) {
          static_cast<std::size_t>(options.type.nvals());
 }
 
-bool keeps_accumulator(const RefineOptions& options) { return options.limit < 0; }
-
 /// Parts of CGS_ARR, and the arrays that the loop works on.
 struct Vectors {
   std::size_t length = 0;
-  const double* rhs = nullptr;    ///< right-hand side as the caller gave it
-  double* solution = nullptr;     ///< what the caller receives
-  double* accumulator = nullptr;  ///< refined solution; the solution itself without the mode
-  double* correction = nullptr;   ///< residual, then the correction that it gives
+  const double* rhs = nullptr;   ///< right-hand side as the caller gave it
+  double* solution = nullptr;    ///< what the caller receives: the best iterate so far
+  double* iterate = nullptr;     ///< what the next step corrects
+  double* correction = nullptr;  ///< residual, then the correction that it gives
+  double* best = nullptr;        ///< 1-norm of the residual of each column of solution  [nrhs]
   double* product_work = nullptr;
 };
 
@@ -35,16 +34,19 @@ Vectors lay_out(const RefineCall& call) {
   Vectors v;
   v.length = vector_length(options, call.n, call.nrhs);
   double* next = call.cgs_arr;
-  const auto take = [&] {
+  const auto take = [&](std::size_t length) {
     double* const vector = next;
-    next += v.length;
+    next += length;
     return vector;
   };
-  v.rhs = options.solution_in_b ? take() : call.b;
+  v.rhs = options.solution_in_b ? take(v.length) : call.b;
   v.solution = options.solution_in_b ? call.b : call.x;
-  v.accumulator = keeps_accumulator(options) ? take() : v.solution;
-  v.correction = take();
-  v.product_work = next;
+  v.iterate = take(v.length);
+  v.correction = take(v.length);
+  v.product_work =
+      take(amuxy_work_bytes(call.n, options.type.mtype, options.transpose, options.threads) /
+           sizeof(double));
+  v.best = next;
   return v;
 }
 
@@ -87,31 +89,50 @@ class StoppingRule {
   double best_;
 };
 
+/// The residual of the iterate, into v.correction; columns that it makes better become the
+/// solution.  Where no residual is finite the last iterate is, so that a NaN shows.
+/// @return sum over all right-hand sides
+double measure_iterate(const RefineCall& call, const Vectors& v, bool first) {
+  const RefineOptions& options = call.options;
+  const SparseProduct product{call.matrix, options.type.mtype, options.transpose, options.threads};
+  const double total =
+      amuxy_res_velmora(product, call.nrhs, v.iterate, v.rhs, v.correction, v.product_work);
+  const std::size_t column = vector_length(options, call.n, 1);
+  for (int k = 0; k < call.nrhs; ++k) {
+    const std::size_t at = column * static_cast<std::size_t>(k);
+    const double norm =
+        call.nrhs == 1 ? total : sum_of_absolutes(column, v.correction + at, options.threads);
+    if (!first && norm > v.best[k]) continue;
+    if (!first && std::isnan(norm) && std::isfinite(v.best[k])) continue;
+    v.best[k] = norm;
+    if (!first) conv8_16(column, v.iterate + at, v.solution + at, options.threads);
+  }
+  return total;
+}
+
 int refinement_loop(const RefineCall& call, const SolveStep& solve, const Vectors& v, Sums sums,
                     RefineResult& result) {
   const RefineOptions& options = call.options;
-  const SparseProduct product{call.matrix, options.type.mtype, options.transpose, options.threads};
   StoppingRule rule(std::abs(options.limit), sums.rhs);
-  for (int step = 1;; ++step) {
-    sums.residual =
-        amuxy_res_velmora(product, call.nrhs, v.accumulator, v.rhs, v.correction, v.product_work);
+  Verdict verdict = Verdict::go_on;
+  for (int step = 1; verdict == Verdict::go_on; ++step) {
+    sums.residual = measure_iterate(call, v, step == 1);
     if (const int status = solve(call.nrhs, v.correction, v.correction)) return status;
-    sums.correction = sum8_16(v.length, v.correction, v.accumulator, options.threads);
+    sums.correction = sum8_16(v.length, v.correction, v.iterate, options.threads);
     result.steps = step;
-    const Verdict verdict = rule.judge(step, sums);
-    if (verdict == Verdict::no_contraction) return status_contraction;
-    if (verdict == Verdict::leave) break;
+    verdict = rule.judge(step, sums);
   }
-  result.cut = options.limit == 0 && result.steps == 2;
-  return status_ok;
+  measure_iterate(call, v, false);
+  result.cut = verdict == Verdict::leave && options.limit == 0 && result.steps == 2;
+  return verdict == Verdict::leave ? status_ok : status_contraction;
 }
 
 }  // namespace
 
 std::size_t refine_bytes(const RefineOptions& options, int n, int nrhs) {
-  const std::size_t vectors =
-      1 + (options.solution_in_b ? 1 : 0) + (keeps_accumulator(options) ? 1 : 0);
-  return vectors * vector_length(options, n, nrhs) * sizeof(double) +
+  const std::size_t vectors = options.solution_in_b ? 3 : 2;
+  return (vectors * vector_length(options, n, nrhs) + static_cast<std::size_t>(nrhs)) *
+             sizeof(double) +
          amuxy_work_bytes(n, options.type.mtype, options.transpose, options.threads);
 }
 
@@ -126,13 +147,8 @@ int refine_velmora(const RefineCall& call, const SolveStep& solve, RefineResult&
   sums.rhs = v.rhs == call.b ? sum_of_absolutes(v.length, call.b, threads)
                              : conv8_16(v.length, call.b, call.cgs_arr, threads);
   if (const int status = solve(call.nrhs, call.b, v.solution)) return status;
-  sums.x = v.accumulator == v.solution ? sum_of_absolutes(v.length, v.solution, threads)
-                                       : conv8_16(v.length, v.solution, v.accumulator, threads);
-  const int status = refinement_loop(call, solve, v, sums, result);
-  const bool finished = status == status_ok || status == status_contraction;
-  if (finished && v.accumulator != v.solution)
-    conv8_16(v.length, v.accumulator, v.solution, threads);
-  return status;
+  sums.x = conv8_16(v.length, v.solution, v.iterate, threads);
+  return refinement_loop(call, solve, v, sums, result);
 }
 
 }  // namespace vlm

@@ -3,7 +3,11 @@
 ///
 /// A factorization with perturbed pivots belongs to a nearby matrix; each step solves for the
 /// residual of the true matrix and adds the correction (Wilkinson, Rounding Errors in Algebraic
-/// Processes, 1963).  A step costs one product, fused with the residual, and one solve.
+/// Processes, 1963).  A step costs one product, fused with the residual, and one solve; one more
+/// product tells what the last step gave.
+///
+/// A step that makes things worse is not kept: each right-hand side receives the iterate whose
+/// residual has the smallest 1-norm, that of the plain solve included.
 #pragma once
 
 #include <cstddef>
@@ -17,8 +21,8 @@ namespace vlm {
 struct RefineOptions {
   const MatrixType& type;
   bool transpose = false;
-  bool due = false;  ///< false: the plain solve
-  int limit = 0;     ///< iparm(8): most steps; negative: sums in an accumulator; 0: two steps
+  bool due = false;            ///< false: the plain solve
+  int limit = 0;               ///< iparm(8): its size is the most steps; 0: two steps
   bool solution_in_b = false;  ///< iparm(6)
   int threads = 1;
 };
@@ -48,7 +52,8 @@ std::size_t refine_bytes(const RefineOptions& options, int n, int nrhs);
 /// Solves once and, when refinement is due, refines the solution.
 ///
 /// Sums of absolute values are taken over all right-hand sides together.  The loop ends when the
-/// residual no longer falls below 0.9 of the best so far, but not before the fourth step.
+/// residual no longer falls below 0.9 of the best so far, but not before the fourth step.  The
+/// solution is the best iterate whatever ended the loop.
 /// @return status_ok, status_contraction, or the status of a failed solve
 int refine_velmora(const RefineCall& call, const SolveStep& solve, RefineResult& result);
 

@@ -2,16 +2,18 @@
 // Stopping rules of the refinement, with solvers whose error is known.
 #include "solve/refine.hpp"
 
-#include "base/status.hpp"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <numeric>
 #include <vector>
 
+#include "base/status.hpp"
 #include "gallery.hpp"
 #include "reference.hpp"
+#include "session.hpp"
 
 namespace {
 
@@ -19,11 +21,11 @@ using vlm::test::cplx;
 using vlm::test::Matrix;
 
 /// A solve phase on a small matrix whose solver returns factor * A^{-1} rhs: with the factor
-/// 1-e every step leaves e times the residual before.
+/// 1-e every step leaves e times the residual before.  The columns may have factors of their own.
 struct Phase {
   Matrix m;
   int nrhs = 1;
-  double factor = 1;
+  std::vector<double> factor;
   bool fail_at_second = false;
   vlm::RefineOptions options;
   vlm::RefineResult result;
@@ -33,7 +35,7 @@ struct Phase {
   Phase(const Matrix& matrix, int refine, double solver_factor, int columns = 1)
       : m(matrix),
         nrhs(columns),
-        factor(solver_factor),
+        factor(static_cast<std::size_t>(columns), solver_factor),
         options{.type = vlm::matrix_type(matrix.mtype), .due = true, .limit = refine} {
     b = vlm::test::random_vector(m, nrhs, 7);
     x.assign(b.size(), NAN);
@@ -59,7 +61,7 @@ struct Phase {
       for (std::size_t k = 0; k < dense.size(); ++k) dense[k] = vlm::test::vector_value(m, rhs, k);
       dense = vlm::test::dense_solve(inverse, dense, columns);
       for (std::size_t k = 0; k < dense.size(); ++k) {
-        const cplx v = factor * dense[k];
+        const cplx v = factor[k / static_cast<std::size_t>(m.n)] * dense[k];
         out[k * static_cast<std::size_t>(m.nvals())] = v.real();
         if (m.complex()) out[2 * k + 1] = v.imag();
       }
@@ -157,6 +159,77 @@ TEST(Refinement, ReachesFullAccuracyForEveryTypeAndPlaceOfTheSolution) {
           }
         }
       }
+    }
+  }
+}
+
+double sum_of(const double* first, const double* last) {
+  return std::accumulate(first, last, 0.0, [](double s, double v) { return s + std::abs(v); });
+}
+
+/// 1-norm of the residual of one column.
+double residual(const Matrix& m, const std::vector<double>& x, const std::vector<double>& b,
+                int column) {
+  const auto n = static_cast<std::ptrdiff_t>(m.n) * m.nvals();
+  const auto part = [&](const auto& v) {
+    return std::vector(v.begin() + n * column, v.begin() + n * (column + 1));
+  };
+  std::vector<double> r = vlm::test::product(m, part(x), 1);
+  const std::vector<double> rhs = part(b);
+  for (std::size_t k = 0; k < r.size(); ++k) r[k] -= rhs[k];
+  return sum_of(r.data(), r.data() + n);
+}
+
+TEST(Refinement, EachColumnReceivesItsBestIterate) {
+  for (const int mtype : {-2, 13}) {
+    for (const int refine : {1, 3, -3}) {
+      for (const bool overwrite : {false, true}) {
+        Phase phase(small(mtype), refine, 1.0, 3);
+        phase.factor = {4.0, 0.9, 1.5};  // residuals times 3, 0.1, 0.5 a step
+        phase.options.solution_in_b = overwrite;
+        const auto rhs = phase.b;
+        phase.run();
+        const auto& x = overwrite ? phase.b : phase.x;
+        const double left[] = {3, std::pow(0.1, std::abs(refine) + 1),
+                               std::pow(0.5, std::abs(refine) + 1)};
+        const auto n = static_cast<std::ptrdiff_t>(rhs.size()) / 3;
+        for (int k = 0; k < 3; ++k) {
+          const double size = sum_of(rhs.data() + n * k, rhs.data() + n * (k + 1));
+          EXPECT_NEAR(residual(phase.m, x, rhs, k) / size, left[k], 1e-9) << refine << " " << k;
+        }
+      }
+    }
+  }
+}
+
+/// [D A^T; A 0] with a diagonal D over `decades` orders of magnitude.
+Matrix barrier(int variables, int constraints, double decades, std::uint64_t seed) {
+  vlm::test::Rng rng(seed);
+  vlm::test::Builder builder("barrier", -2, variables + constraints);
+  for (int i = 0; i < variables; ++i)
+    builder.add(i, i, rng.log10_uniform(-decades / 2, decades / 2));
+  for (int k = 0; k < constraints; ++k)
+    for (int entry = 0; entry < 2; ++entry)
+      builder.add(rng.below(variables), variables + k, rng.uniform(-1, 1));
+  return builder.finish();
+}
+
+TEST(Refinement, NeverMakesAPerturbedSolveWorse) {
+  std::vector<Matrix> matrices{vlm::test::interior_point_kkt(8, 18, 1)};
+  for (std::uint64_t seed = 1; seed <= 20; ++seed) matrices.push_back(barrier(140, 120, 18, seed));
+  for (const Matrix& m : matrices) {
+    const auto b = vlm::test::random_vector(m, 2, 5);
+    vlm::test::Session s(m);
+    ASSERT_EQ(s.run(12), 0);
+    s.iparm(34) = 1;  // without refinement
+    const auto plain = s.solve(b, 2);
+    EXPECT_EQ(s.iparm(7), 0);
+    s.iparm(34) = 0;
+    for (const int steps : {1, 2, 10}) {
+      s.iparm(8) = steps;
+      const auto x = s.solve(b, 2);
+      for (int k = 0; k < 2; ++k)
+        EXPECT_LE(residual(m, x, b, k), residual(m, plain, b, k) * (1 + 1e-6)) << steps;
     }
   }
 }

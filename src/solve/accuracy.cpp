@@ -1,0 +1,302 @@
+// SPDX-License-Identifier: BSD-3-Clause
+/// Backward errors from products with A and |A|; norms of the inverse from solves.
+#include "solve/accuracy.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "base/amuxy.hpp"
+#include "base/scalar.hpp"
+#include "base/status.hpp"
+#include "base/values.hpp"
+
+namespace vlm {
+namespace {
+
+constexpr double unit_roundoff = 0x1p-53;
+constexpr double infinity = std::numeric_limits<double>::infinity();
+/// Backward errors up to which a solution is good, and usable.
+constexpr double good_backward = 1e-12, usable_backward = 1e-10;
+/// Bounds on the error: six digits are certain, and one.
+constexpr double good_bound = 1e-6, usable_bound = 0.1;
+/// Part that a step of refinement may leave for the factor to stand for A.
+constexpr double usable_contraction = 0.3;
+constexpr int block = accuracy_block;
+
+/// The larger one; NaN when one of them is.
+double larger(double a, double b) { return b > a || std::isnan(b) ? b : a; }
+
+/// part / whole, where nothing of nothing is 0 and a part of what overflowed can't be told.
+double ratio(double part, double whole) {
+  if (!std::isfinite(whole)) return std::numeric_limits<double>::quiet_NaN();
+  return part == 0 ? 0 : part / whole;
+}
+
+template <class T>
+double largest(const T* v, std::size_t n) {
+  double size = 0;
+  for (std::size_t i = 0; i < n; ++i) size = larger(size, std::abs(v[i]));
+  return size;
+}
+
+template <class T>
+double sum(const T* v, std::size_t n) {
+  double total = 0;
+  for (std::size_t i = 0; i < n; ++i) total += std::abs(v[i]);
+  return total;
+}
+
+template <class T>
+T sign(const T& v) {
+  const double size = std::abs(v);
+  return size > 0 ? v / size : T(1);
+}
+
+/// Entries of every row of A, or of its transpose.
+void count_entries(const InputMatrix& m, const MatrixType& type, bool transpose, double* count) {
+  std::fill_n(count, m.n, 0.0);
+  for (int i = 1; i <= m.n; ++i) {
+    for (int p = m.ia[i - 1]; p < m.ia[i]; ++p) {
+      const int j = m.ja[p - 1];
+      if (type.symmetric || !transpose) ++count[i - 1];
+      if (type.symmetric ? j != i : transpose) ++count[j - 1];
+    }
+  }
+}
+
+template <class T>
+class Measurement {
+ public:
+  explicit Measurement(const AccuracyCall& call)
+      : call_(call),
+        product_{call.matrix, call.options.type.mtype, call.options.transpose,
+                 call.options.threads},
+        n_(static_cast<std::size_t>(call.matrix.n)) {
+    const std::size_t columns = n_ * static_cast<std::size_t>(std::min(call.nrhs, block));
+    T* next = values_as<T>(call.work);
+    residual_ = next;
+    absolute_x_ = residual_ + columns;
+    absolute_b_ = absolute_x_ + columns;
+    row_sum_ = absolute_b_ + columns;
+    double* reals = reinterpret_cast<double*>(row_sum_ + n_);
+    weight_ = reals;
+    rounding_ = weight_ + n_;
+    product_work_ = rounding_ + n_;
+  }
+
+  static std::size_t bytes(const AccuracyOptions& options, int n, int nrhs) {
+    const auto rows = static_cast<std::size_t>(n);
+    return (3 * static_cast<std::size_t>(std::min(nrhs, block)) + 1) * rows * sizeof(T) +
+           2 * rows * sizeof(double) +
+           amuxy_work_bytes(n, options.type.mtype, options.transpose, options.threads);
+  }
+
+  int run(Accuracy& result) {
+    prepare_rows();
+    for (int k = 0; k < call_.nrhs; k += block)
+      measure_columns(k, std::min(block, call_.nrhs - k), result);
+    if (call_.options.level < 2) return status_ok;
+    // The row of the largest error: with its row sum the bound holds for what the solves tell.
+    unit_vector(peak_row_);
+    result.bound = inverse_norm(1);
+    if (!(result.bound <= usable_bound)) result.bound = infinity;  // nothing is known of x
+    std::fill_n(weight_, n_, 1.0);
+    std::fill_n(residual_, n_, T(1.0 / static_cast<double>(n_)));
+    result.condition = norm_a_ * inverse_norm(2);
+    return status_;
+  }
+
+ private:
+  /// Row sums of |A|, and by how much rounding may change a residual in relation to its terms: a
+  /// sum of k terms by the root of k (Higham and Mary, A new approach to probabilistic rounding
+  /// error analysis, 2019), times 0.3 for partial sums that grow evenly.
+  void prepare_rows() {
+    std::fill_n(absolute_x_, n_, T(1));
+    amuxy_abs_velmora(product_, 1, doubles(absolute_x_), doubles(row_sum_), product_work_);
+    norm_a_ = largest(row_sum_, n_);
+    std::fill_n(weight_, n_, 0.0);
+    count_entries(call_.matrix, call_.options.type, call_.options.transpose, rounding_);
+    for (std::size_t i = 0; i < n_; ++i)
+      rounding_[i] = (1 + 0.3 * std::sqrt(rounding_[i])) * unit_roundoff;
+  }
+
+  /// Backward errors of columns first to first + count - 1; weights for the bound.
+  void measure_columns(int first, int count, Accuracy& result) {
+    const std::size_t at = n_ * static_cast<std::size_t>(first);
+    const T* const b = values_as<T>(call_.b) + at;
+    const T* const x = values_as<T>(call_.x) + at;
+    amuxy_res_velmora(product_, count, doubles(x), doubles(b), doubles(residual_), product_work_);
+    for (std::size_t k = 0; k < n_ * static_cast<std::size_t>(count); ++k)
+      absolute_x_[k] = std::abs(x[k]);
+    amuxy_abs_velmora(product_, count, doubles(absolute_x_), doubles(absolute_b_), product_work_);
+    for (int k = 0; k < count; ++k) {
+      const std::size_t column = n_ * static_cast<std::size_t>(k);
+      measure_column(b + column, x + column, residual_ + column, absolute_b_ + column, result);
+    }
+    if (call_.options.level == 2) find_peak(x, count);
+  }
+
+  /// @param terms  |A||x|
+  void measure_column(const T* b, const T* x, const T* r, const T* terms, Accuracy& result) {
+    const double size_x = largest(x, n_), size_b = largest(b, n_);
+    const double threshold = 1000.0 * static_cast<double>(n_) * unit_roundoff;
+    double by_entries = 0, by_norm = 0;
+    for (std::size_t i = 0; i < n_; ++i) {
+      const double size_r = std::abs(r[i]), ax = std::abs(terms[i]), bi = std::abs(b[i]);
+      const double bound_ax = std::abs(row_sum_[i]) * size_x;
+      if (ax + bi > threshold * (bound_ax + bi))
+        by_entries = larger(by_entries, ratio(size_r, ax + bi));
+      else
+        by_norm = larger(by_norm, ratio(size_r, ax + bound_ax));
+      const double change = size_r + rounding_[i] * (ax + bi);
+      weight_[i] = larger(weight_[i], change == 0 ? 0 : change / size_x);
+    }
+    result.componentwise = larger(result.componentwise, by_entries + by_norm);
+    result.normwise = larger(result.normwise, ratio(largest(r, n_), norm_a_ * size_x + size_b));
+  }
+
+  /// The errors themselves, as the factor sees them: the row of the largest, and what a step of
+  /// refinement leaves of them.
+  void find_peak(const T* x, int count) {
+    T *const error = absolute_x_, *const left = absolute_b_;
+    solve(residual_, error, count);
+    refine(residual_, error, left, count);
+    for (int k = 0; k < count; ++k) {
+      const std::size_t column = n_ * static_cast<std::size_t>(k);
+      const double size_x = largest(x + column, n_), size = largest(error + column, n_);
+      if (size > 0) left_ = larger(left_, largest(left + column, n_) / size);
+      for (std::size_t i = 0; i < n_; ++i) {
+        const double relative = std::abs(error[column + i]) / size_x;
+        if (relative > peak_) peak_ = relative, peak_row_ = i;
+      }
+    }
+  }
+
+  // --- norms of the inverse; the columns' arrays are free by then ---
+
+  void solve(const T* in, T* out, int columns = 1) {
+    if (status_ == status_ok) status_ = call_.solve(columns, doubles(in), doubles(out));
+  }
+
+  /// left := A^-1 (target - A v), what the solution v leaves to correct.
+  void refine(const T* target, const T* v, T* left, int columns = 1) {
+    amuxy_res_velmora(product_, columns, doubles(v), doubles(target), doubles(left), product_work_);
+    solve(left, left, columns);
+  }
+
+  /// v := A^-H v.
+  void solve_adjoint(T* v) {
+    if (call_.options.type.hermitian) return solve(v, v);
+    for (std::size_t i = 0; i < n_; ++i) v[i] = maybe_conj<true>(v[i]);
+    if (status_ == status_ok) status_ = call_.transpose(1, doubles(v), doubles(v));
+    for (std::size_t i = 0; i < n_; ++i) v[i] = maybe_conj<true>(v[i]);
+  }
+
+  /// v := w A^-H v, the matrix whose 1-norm is sought.  @return 1-norm of v
+  double apply(T* v) {
+    solve_adjoint(v);
+    for (std::size_t i = 0; i < n_; ++i) v[i] *= weight_[i];
+    return sum(v, n_);
+  }
+
+  void unit_vector(std::size_t row) {
+    std::fill_n(residual_, n_, T(0));
+    residual_[row] = 1;
+  }
+
+  /// The largest row sum of |A^-1| w, with w = weight_; infinite where the factor can't tell.
+  /// Starts from the vector in residual_, whose 1-norm is 1, and takes 2 rounds + 1 solves.
+  double inverse_norm(int rounds) {
+    const double unit = largest(weight_, n_);
+    if (!std::isfinite(unit)) return unit;
+    if (unit == 0) return 0;
+    for (std::size_t i = 0; i < n_; ++i) weight_[i] /= unit;  // within range of single precision
+    T* const v = residual_;
+    T* const target = absolute_x_;
+    double estimate = apply(v), top = 0;
+    for (int round = 1;; ++round) {
+      for (std::size_t i = 0; i < n_; ++i) target[i] = sign(v[i]) * weight_[i];
+      solve(target, v);
+      top = largest(v, n_);
+      if (!std::isfinite(top)) return infinity;
+      if (round == rounds || top <= estimate) break;
+      unit_vector(static_cast<std::size_t>(
+          std::max_element(v, v + n_,
+                           [](const T& p, const T& q) { return std::abs(p) < std::abs(q); }) -
+          v));
+      estimate = std::max(top, apply(v));
+    }
+    return unit * std::max(estimate, top) * inverse_growth(target, v, top);
+  }
+
+  /// What A^-1 may be longer than (A + E)^-1, which is what the factor solves with.  The part q
+  /// that a step of refinement leaves of v, or of the errors, is |(A + E)^-1 E| along them, and
+  /// A^-1 longer by 1 / (1 - q) there; as much again, since q may be larger elsewhere.  A large q
+  /// may grow towards 1 in the next steps: such a factor tells nothing.
+  double inverse_growth(const T* target, const T* v, double size) {
+    refine(target, v, absolute_b_);
+    const double left = larger(left_, largest(absolute_b_, n_) / size);
+    return left < usable_contraction ? 1 / ((1 - left) * (1 - left)) : infinity;
+  }
+
+  static double* doubles(T* v) { return reinterpret_cast<double*>(v); }
+  static const double* doubles(const T* v) { return reinterpret_cast<const double*>(v); }
+
+  const AccuracyCall& call_;
+  const SparseProduct product_;
+  const std::size_t n_;
+  T *residual_, *absolute_x_, *absolute_b_;  ///< [n, up to 4]; the last: |A||x|
+  T* row_sum_;                               ///< of |A|  [n]
+  double* weight_;                           ///< w of the norm that is estimated  [n]
+  double* rounding_;                         ///< relative error of a residual's terms  [n]
+  double* product_work_;
+  double norm_a_ = 0;
+  double peak_ = 0;  ///< largest error
+  double left_ = 0;  ///< largest part of the errors that a step of refinement leaves
+  std::size_t peak_row_ = 0;
+  int status_ = status_ok;
+};
+
+AccuracyVerdict judge(const Accuracy& accuracy, int perturbed) {
+  // Written so that NaN fails.
+  if (!(accuracy.componentwise <= usable_backward) || !(accuracy.bound <= usable_bound))
+    return verdict_useless;
+  if (perturbed > 0 || accuracy.componentwise > good_backward || accuracy.bound > good_bound)
+    return verdict_nearby;
+  return verdict_good;
+}
+
+std::size_t rhs_length(const AccuracyOptions& options, int n, int nrhs) {
+  if (!options.solution_in_b) return 0;
+  return static_cast<std::size_t>(n) * static_cast<std::size_t>(nrhs) *
+         static_cast<std::size_t>(options.type.nvals());
+}
+
+}  // namespace
+
+std::size_t accuracy_bytes(const AccuracyOptions& options, int n, int nrhs) {
+  if (options.level == 0) return 0;
+  return rhs_length(options, n, nrhs) * sizeof(double) +
+         (options.type.complex ? Measurement<zcomplex>::bytes(options, n, nrhs)
+                               : Measurement<double>::bytes(options, n, nrhs));
+}
+
+const double* keep_rhs(const AccuracyOptions& options, int n, int nrhs, const double* b,
+                       double*& work) {
+  if (options.level == 0 || !options.solution_in_b) return b;
+  const double* const kept = work;
+  work = std::copy_n(b, rhs_length(options, n, nrhs), work);
+  return kept;
+}
+
+int measure_accuracy(const AccuracyCall& call, Accuracy& result) {
+  result = {};
+  if (call.options.level == 0) return status_ok;
+  const int status = call.options.type.complex ? Measurement<zcomplex>(call).run(result)
+                                               : Measurement<double>(call).run(result);
+  if (status == status_ok) result.verdict = judge(result, call.perturbed);
+  return status;
+}
+
+}  // namespace vlm
