@@ -83,4 +83,14 @@ inline double sum8_16(std::size_t length, const double* x, double* y, int nthrea
   });
 }
 
+/// z = y and y = y + x; returns the sum of |x|.
+inline double keep_and_add(std::size_t length, const double* x, double* y, double* z,
+                           int nthreads) {
+  return parallel_sum(length, nthreads, [=](std::size_t k) {
+    z[k] = y[k];
+    y[k] += x[k];
+    return std::abs(x[k]);
+  });
+}
+
 }  // namespace vlm

@@ -2,6 +2,7 @@
 /// The refinement loop and its stopping rules.
 #include "solve/refine.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -22,10 +23,11 @@ std::size_t vector_length(const RefineOptions& options, int n, int nrhs) {
 struct Vectors {
   std::size_t length = 0;
   const double* rhs = nullptr;   ///< right-hand side as the caller gave it
-  double* solution = nullptr;    ///< what the caller receives: the best iterate so far
-  double* iterate = nullptr;     ///< what the next step corrects
+  double* iterate = nullptr;     ///< what the next step corrects: where the caller wants x
+  double* kept = nullptr;        ///< columns of earlier iterates that were better
   double* correction = nullptr;  ///< residual, then the correction that it gives
-  double* best = nullptr;        ///< 1-norm of the residual of each column of solution  [nrhs]
+  double* best = nullptr;        ///< least 1-norm of the residual of each column  [nrhs]
+  double* behind = nullptr;      ///< 1 where the best of a column is the kept one  [nrhs]
   double* product_work = nullptr;
 };
 
@@ -40,13 +42,15 @@ Vectors lay_out(const RefineCall& call) {
     return vector;
   };
   v.rhs = options.solution_in_b ? take(v.length) : call.b;
-  v.solution = options.solution_in_b ? call.b : call.x;
-  v.iterate = take(v.length);
+  v.iterate = options.solution_in_b ? call.b : call.x;
+  v.kept = take(v.length);
   v.correction = take(v.length);
   v.product_work =
       take(amuxy_work_bytes(call.n, options.type.mtype, options.transpose, options.threads) /
            sizeof(double));
-  v.best = next;
+  v.best = take(static_cast<std::size_t>(call.nrhs));
+  v.behind = next;
+  std::fill_n(v.behind, call.nrhs, 0.0);
   return v;
 }
 
@@ -89,8 +93,8 @@ class StoppingRule {
   double best_;
 };
 
-/// The residual of the iterate, into v.correction; columns that it makes better become the
-/// solution.  Where no residual is finite the last iterate is, so that a NaN shows.
+/// The residual of the iterate, into v.correction, and which columns it is the best of.  Where
+/// none is finite the last one counts, so that a NaN shows.
 /// @return sum over all right-hand sides
 double measure_iterate(const RefineCall& call, const Vectors& v, bool first) {
   const RefineOptions& options = call.options;
@@ -99,15 +103,42 @@ double measure_iterate(const RefineCall& call, const Vectors& v, bool first) {
       amuxy_res_velmora(product, call.nrhs, v.iterate, v.rhs, v.correction, v.product_work);
   const std::size_t column = vector_length(options, call.n, 1);
   for (int k = 0; k < call.nrhs; ++k) {
-    const std::size_t at = column * static_cast<std::size_t>(k);
     const double norm =
-        call.nrhs == 1 ? total : sum_of_absolutes(column, v.correction + at, options.threads);
-    if (!first && norm > v.best[k]) continue;
-    if (!first && std::isnan(norm) && std::isfinite(v.best[k])) continue;
-    v.best[k] = norm;
-    if (!first) conv8_16(column, v.iterate + at, v.solution + at, options.threads);
+        call.nrhs == 1
+            ? total
+            : sum_of_absolutes(column, v.correction + column * static_cast<std::size_t>(k),
+                               options.threads);
+    const bool worse = norm > v.best[k] || (std::isnan(norm) && std::isfinite(v.best[k]));
+    v.behind[k] = !first && worse ? 1.0 : 0.0;
+    if (v.behind[k] == 0) v.best[k] = norm;
   }
   return total;
+}
+
+/// Adds the corrections, and keeps the columns that are the best so far.
+/// @return sum of the corrections over all right-hand sides
+double correct_iterate(const RefineCall& call, const Vectors& v) {
+  const int threads = call.options.threads;
+  if (std::count(v.behind, v.behind + call.nrhs, 0.0) == call.nrhs)
+    return keep_and_add(v.length, v.correction, v.iterate, v.kept, threads);
+  const std::size_t column = vector_length(call.options, call.n, 1);
+  double sum = 0;
+  for (int k = 0; k < call.nrhs; ++k) {
+    const std::size_t at = column * static_cast<std::size_t>(k);
+    sum += v.behind[k] == 0
+               ? keep_and_add(column, v.correction + at, v.iterate + at, v.kept + at, threads)
+               : sum8_16(column, v.correction + at, v.iterate + at, threads);
+  }
+  return sum;
+}
+
+/// Gives back the columns that a later step made worse.
+void restore_best(const RefineCall& call, const Vectors& v) {
+  const std::size_t column = vector_length(call.options, call.n, 1);
+  for (int k = 0; k < call.nrhs; ++k) {
+    const std::size_t at = column * static_cast<std::size_t>(k);
+    if (v.behind[k] != 0) conv8_16(column, v.kept + at, v.iterate + at, call.options.threads);
+  }
 }
 
 int refinement_loop(const RefineCall& call, const SolveStep& solve, const Vectors& v, Sums sums,
@@ -117,12 +148,16 @@ int refinement_loop(const RefineCall& call, const SolveStep& solve, const Vector
   Verdict verdict = Verdict::go_on;
   for (int step = 1; verdict == Verdict::go_on; ++step) {
     sums.residual = measure_iterate(call, v, step == 1);
-    if (const int status = solve(call.nrhs, v.correction, v.correction)) return status;
-    sums.correction = sum8_16(v.length, v.correction, v.iterate, options.threads);
+    if (const int status = solve(call.nrhs, v.correction, v.correction)) {
+      restore_best(call, v);
+      return status;
+    }
+    sums.correction = correct_iterate(call, v);
     result.steps = step;
     verdict = rule.judge(step, sums);
   }
   measure_iterate(call, v, false);
+  restore_best(call, v);
   result.cut = verdict == Verdict::leave && options.limit == 0 && result.steps == 2;
   return verdict == Verdict::leave ? status_ok : status_contraction;
 }
@@ -131,7 +166,7 @@ int refinement_loop(const RefineCall& call, const SolveStep& solve, const Vector
 
 std::size_t refine_bytes(const RefineOptions& options, int n, int nrhs) {
   const std::size_t vectors = options.solution_in_b ? 3 : 2;
-  return (vectors * vector_length(options, n, nrhs) + static_cast<std::size_t>(nrhs)) *
+  return (vectors * vector_length(options, n, nrhs) + 2 * static_cast<std::size_t>(nrhs)) *
              sizeof(double) +
          amuxy_work_bytes(n, options.type.mtype, options.transpose, options.threads);
 }
@@ -146,8 +181,8 @@ int refine_velmora(const RefineCall& call, const SolveStep& solve, RefineResult&
   Sums sums;
   sums.rhs = v.rhs == call.b ? sum_of_absolutes(v.length, call.b, threads)
                              : conv8_16(v.length, call.b, call.cgs_arr, threads);
-  if (const int status = solve(call.nrhs, call.b, v.solution)) return status;
-  sums.x = conv8_16(v.length, v.solution, v.iterate, threads);
+  if (const int status = solve(call.nrhs, call.b, v.iterate)) return status;
+  sums.x = sum_of_absolutes(v.length, v.iterate, threads);
   return refinement_loop(call, solve, v, sums, result);
 }
 
