@@ -26,7 +26,7 @@ struct Call {
   double* x = nullptr;
   View<double> dparm;  ///< [64]
 
-  int default_threads = 1;        ///< of a call that leaves the number to OpenMP
+  int default_threads = 1;  ///< of a call that leaves the number to OpenMP
   /// Bytes of the largest analysis of the process so far; null: not kept.
   std::atomic<std::int64_t>* largest_analysis = nullptr;
   DumpCounters* dumps = nullptr;  ///< of the process; null: no dump is written

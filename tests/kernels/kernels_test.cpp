@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Dense kernels of every instruction set that this processor runs, against plain loops.
-#include "kernels/choice.hpp"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -9,6 +7,8 @@
 #include <random>
 #include <type_traits>
 #include <vector>
+
+#include "kernels/choice.hpp"
 
 namespace vlm {
 namespace {

@@ -138,8 +138,8 @@ void add_solver_options(CLI::App& app, Settings& settings) {
       ->group(group);
   app.add_option(
          "--refine", settings.refinement,
-         "Most steps of iterative refinement (default: 1 for definite types, else 10); -N keeps "
-         "the solution in an accumulator")
+         "Most steps of iterative refinement (default: 1 for definite types, else 10); -N is "
+         "the same as N")
       ->check(in_range(-1000, 1000))
       ->type_name("N")
       ->group(group);
