@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// What the library keeps for the whole process, all of it: the numbers of dump files, the count
-/// of calls that hold a threaded BLAS to one thread, and the process that loaded the library; and
-/// for each thread the last message.
+/// What the library keeps for the whole process: the numbers of dump files, the bytes of the
+/// largest analysis, the count of calls that hold a threaded BLAS to one thread, and the process
+/// that loaded the library; and for each thread the last message.  (Below, metis/ has a latch,
+/// since METIS itself is of the process, and base/ each thread's meter, null between calls.)
 #pragma once
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string_view>
 

@@ -14,6 +14,11 @@
 namespace vlm {
 namespace {
 
+/// A residual below this part of the right-hand side is one of rounding, which may change it by
+/// this factor.  Among iterates so good and so close the later one counts: its small rows, which
+/// the norm does not see, are the better ones.
+constexpr double rounding_level = 1e-12, rounding_noise = 2;
+
 std::size_t vector_length(const RefineOptions& options, int n, int nrhs) {
   return static_cast<std::size_t>(n) * static_cast<std::size_t>(nrhs) *
          static_cast<std::size_t>(options.type.nvals());
@@ -28,6 +33,7 @@ struct Vectors {
   double* correction = nullptr;  ///< residual, then the correction that it gives
   double* best = nullptr;        ///< least 1-norm of the residual of each column  [nrhs]
   double* behind = nullptr;      ///< 1 where the best of a column is the kept one  [nrhs]
+  double* rounding = nullptr;    ///< residual of each column that rounding makes  [nrhs]
   double* product_work = nullptr;
 };
 
@@ -49,7 +55,8 @@ Vectors lay_out(const RefineCall& call) {
       take(amuxy_work_bytes(call.n, options.type.mtype, options.transpose, options.threads) /
            sizeof(double));
   v.best = take(static_cast<std::size_t>(call.nrhs));
-  v.behind = next;
+  v.behind = take(static_cast<std::size_t>(call.nrhs));
+  v.rounding = next;
   std::fill_n(v.behind, call.nrhs, 0.0);
   return v;
 }
@@ -93,6 +100,21 @@ class StoppingRule {
   double best_;
 };
 
+/// Keeps the right-hand sides where the solution overwrites them.  @return sum over all of them
+double measure_rhs(const RefineCall& call, const Vectors& v) {
+  const std::size_t column = vector_length(call.options, call.n, 1);
+  const int threads = call.options.threads;
+  double total = 0;
+  for (int k = 0; k < call.nrhs; ++k) {
+    const double* const b = call.b + column * static_cast<std::size_t>(k);
+    const double sum = v.rhs == call.b ? sum_of_absolutes(column, b, threads)
+                                       : conv8_16(column, b, call.cgs_arr + (b - call.b), threads);
+    v.rounding[k] = rounding_level * sum;
+    total += sum;
+  }
+  return total;
+}
+
 /// The residual of the iterate, into v.correction, and which columns it is the best of.  Where
 /// none is finite the last one counts, so that a NaN shows.
 /// @return sum over all right-hand sides
@@ -108,9 +130,10 @@ double measure_iterate(const RefineCall& call, const Vectors& v, bool first) {
             ? total
             : sum_of_absolutes(column, v.correction + column * static_cast<std::size_t>(k),
                                options.threads);
-    const bool worse = norm > v.best[k] || (std::isnan(norm) && std::isfinite(v.best[k]));
+    const double factor = v.best[k] <= v.rounding[k] ? rounding_noise : 1.0;
+    const bool worse = norm > factor * v.best[k] || (std::isnan(norm) && std::isfinite(v.best[k]));
     v.behind[k] = !first && worse ? 1.0 : 0.0;
-    if (v.behind[k] == 0) v.best[k] = norm;
+    if (v.behind[k] == 0) v.best[k] = first ? norm : std::fmin(norm, v.best[k]);
   }
   return total;
 }
@@ -166,7 +189,7 @@ int refinement_loop(const RefineCall& call, const SolveStep& solve, const Vector
 
 std::size_t refine_bytes(const RefineOptions& options, int n, int nrhs) {
   const std::size_t vectors = options.solution_in_b ? 3 : 2;
-  return (vectors * vector_length(options, n, nrhs) + 2 * static_cast<std::size_t>(nrhs)) *
+  return (vectors * vector_length(options, n, nrhs) + 3 * static_cast<std::size_t>(nrhs)) *
              sizeof(double) +
          amuxy_work_bytes(n, options.type.mtype, options.transpose, options.threads);
 }
@@ -179,8 +202,7 @@ int refine_velmora(const RefineCall& call, const SolveStep& solve, RefineResult&
   const Vectors v = lay_out(call);
   const int threads = options.threads;
   Sums sums;
-  sums.rhs = v.rhs == call.b ? sum_of_absolutes(v.length, call.b, threads)
-                             : conv8_16(v.length, call.b, call.cgs_arr, threads);
+  sums.rhs = measure_rhs(call, v);
   if (const int status = solve(call.nrhs, call.b, v.iterate)) return status;
   sums.x = sum_of_absolutes(v.length, v.iterate, threads);
   return refinement_loop(call, solve, v, sums, result);

@@ -53,7 +53,8 @@ std::size_t refine_bytes(const RefineOptions& options, int n, int nrhs);
 ///
 /// Sums of absolute values are taken over all right-hand sides together.  The loop ends when the
 /// residual no longer falls below 0.9 of the best so far, but not before the fourth step.  The
-/// solution is the best iterate whatever ended the loop.
+/// solution is the best iterate whatever ended the loop: of each column the one with the least
+/// 1-norm of the residual, or, where that is one of rounding, the last within twice as much.
 /// @return status_ok, status_contraction, or the status of a failed solve
 int refine_velmora(const RefineCall& call, const SolveStep& solve, RefineResult& result);
 
