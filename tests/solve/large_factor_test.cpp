@@ -42,8 +42,8 @@ Matrix arrows(int blocks, int order) {
 }
 
 TEST(LargeFactor, MoreThanTwoToThe31Entries) {
-#ifdef VELMORA_SANITIZED
-  GTEST_SKIP() << "shadow memory";
+#if defined(VELMORA_SANITIZED) || defined(VELMORA_EMULATED)
+  GTEST_SKIP() << "shadow memory, or an emulator's pace";
 #endif
   constexpr int blocks = 336000, order = 80;
   constexpr std::int64_t entries = std::int64_t{order} * order * blocks;
