@@ -46,8 +46,7 @@ constexpr const char* error_texts[] = {
     "an argument is wrong, or does not fit the earlier calls or the phase",
     "out of memory",
     "the analysis failed: perm is no permutation, or mtype names no type",
-    "the factorization or the solve failed: zero pivot, not positive definite, NaN or infinity, "
-    "or refinement that does not converge",
+    "the factorization or the solve failed: zero pivot, not definite, NaN, or no convergence",
     "unclassified error",
     "the matrix is structurally singular",
     "an argument is wrong, or a row of a diagonal system",
