@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "base/matrix_types.hpp"
 #include "base/sparse_product.hpp"
 
 namespace vlm {
@@ -40,12 +41,12 @@ ResidualNorms residual(bool triangle, const InputMatrix& m, const double* b, con
 
 ResidualNorms velmora_residual_r(int mtype, const InputMatrix& matrix, const double* b,
                                  const double* x, double* y) {
-  return residual<double>(mtype == 2 || mtype == -2, matrix, b, x, y);
+  return residual<double>(matrix_type(mtype).symmetric, matrix, b, x, y);
 }
 
 ResidualNorms velmora_residual_c(int mtype, const InputMatrix& matrix, const double* b,
                                  const double* x, double* y) {
-  return residual<zcomplex>(mtype == 6, matrix, b, x, y);
+  return residual<zcomplex>(matrix_type(mtype).symmetric, matrix, b, x, y);
 }
 
 }  // namespace vlm

@@ -250,7 +250,7 @@ void add_numeric_message(Lines& lines, const Outcome& outcome, const Call& call)
     lines.add("*** error velmora: cgs error iparam(20) %d", {call.iparm(20)});
   else if (status == status_work)
     lines.add("*** error velmora: internal error, insuff. memory factorization");
-  else if (call.mtype == 2 || call.mtype == 4)
+  else if (matrix_type(call.mtype).family == Family::cholesky)
     lines.add("*** error velmora: zero or neg. pivot, A not spd");
   else
     lines.add("*** error velmora: zero pivot");

@@ -34,9 +34,8 @@ void accept_options(const Call& call, Options& options) {
   if (iparm(51) == 0) iparm(52) = 1;
   if (iparm(51) == 1) iparm(51) = 2;
   if (options.threads == 1 && iparm(52) == 1) iparm(51) = 0;
-  options.distributed = iparm(51);
   options.nodes = std::clamp(iparm(52), 1, most_nodes);
-  if (options.distributed == 1 || options.distributed == 2) {
+  if (iparm(51) == 1 || iparm(51) == 2) {
     options.factor_domains = options.solve_domains = true;
     options.partial = 0;
     options.single = false;

@@ -41,7 +41,6 @@ struct Options {
   bool single = false;          ///< iparm(29) where the type has such kernels
   bool fixed_order = false;     ///< iparm(34)
   bool logdet = false;          ///< iparm(33)
-  int distributed = 0;          ///< iparm(51)
 
   // read in every call
   bool solution_in_b = false;  ///< iparm(6)

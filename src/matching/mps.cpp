@@ -7,6 +7,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "base/matrix_types.hpp"
 #include "base/memory.hpp"
 
 namespace vlm {
@@ -392,7 +393,7 @@ void rr33adcopy(ScaleMode mode, int n, const int* perm, const double* u, const d
   constexpr double limit = 700;
   const auto factor = [=](double log) { return std::exp(std::clamp(log, -limit, limit)); };
   double *c = scale_store, *r = scale_store + n;
-  const bool symmetric = mtype == -2 || mtype == -4 || mtype == 6;
+  const bool symmetric = matrix_type(mtype).symmetric;
   for (int i = 0; i < n; ++i) {
     perm_store[i] = perm[i] + 1;
     const bool scaled = mode == ScaleMode::scale && perm_store[i] <= n - nschur;

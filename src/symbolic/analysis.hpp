@@ -71,7 +71,6 @@ struct Analysis : OrderedGraph {
   Vector<Range> super_ranges;  ///< ranges in panels; the tail pair is last
   Vector<int> queue;           ///< [nsuper] order of the panels for threads; may be empty
   UpdateLists updates;
-  std::int64_t max_update = 0;  ///< most entries of one update block
   std::int64_t max_scaled = 0;  ///< most entries of one scaled operand of an update
 };
 

@@ -157,7 +157,6 @@ void measure_panels(Structure& out) {
   for (int s = 1; s <= out.nsuper; ++s) {
     const int rows = out.xlindx(s + 1) - out.xlindx(s), width = out.xsuper(s + 1) - out.xsuper(s);
     out.max_rows = std::max(out.max_rows, rows);
-    out.max_below = std::max(out.max_below, rows - width);
     out.max_width = std::max(out.max_width, width);
   }
   out.len_lnz = out.xlnz(out.nsuper + 1) - 1;
@@ -190,7 +189,6 @@ Structure* build_structure(void* block, const MapInput& input, const StructurePl
   out->nparts = static_cast<int>(analysis.super_ranges.size()) - 1;
   out->nfw = analysis.nfw;
   out->nbw = analysis.nbw;
-  out->max_update = analysis.max_update;
   out->max_scaled = analysis.max_scaled;
   out->figures = analysis.figures;
   out->xlnz = keep(analysis.xlnz, a.xlnz);

@@ -40,11 +40,9 @@ struct Structure {
   int nparts = 1;               ///< leaf domains
   int nfw = 0, nbw = 0;         ///< partial solve
   int max_rows = 0;             ///< rows of the tallest panel
-  int max_below = 0;            ///< most rows below a diagonal block
   int max_width = 0;            ///< columns of the widest panel
   std::int64_t len_lnz = 0;     ///< values in the L store
   std::int64_t len_unz = 0;     ///< values in the U store; 0 for symmetric storage
-  std::int64_t max_update = 0;  ///< most entries of one update block
   std::int64_t max_scaled = 0;  ///< most entries of one scaled operand of an update
   FactorFigures figures;        ///< of the exact factor
 

@@ -194,12 +194,11 @@ void count_updates(Analysis& analysis) {
   const View<const int> xsuper(analysis.xsuper);
   analysis.nmod.assign(analysis.nsuper, 0);
   const View<int> nmod(analysis.nmod);
-  analysis.max_update = analysis.max_scaled = 0;
+  analysis.max_scaled = 0;
   for (int s = 1; s <= analysis.nsuper; ++s) {
     const std::int64_t width = xsuper(s + 1) - xsuper(s);
-    for_each_target(analysis, s, [&](int target, std::int64_t m, std::int64_t r) {
+    for_each_target(analysis, s, [&](int target, int, std::int64_t r) {
       ++nmod(target);
-      analysis.max_update = std::max(analysis.max_update, m * r);
       analysis.max_scaled = std::max(analysis.max_scaled, r * width);
     });
   }
