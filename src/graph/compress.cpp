@@ -16,7 +16,8 @@ constexpr int none = -1;
 
 // representative(v): the lowest node with the same closed neighbourhood, v when there is none
 // lower, or `none` for a dense row.  Nodes can only match neighbours of theirs.
-Vector<int> find_representatives(const Adjacency& graph, int dense_limit) {
+Vector<int> find_representatives(const Adjacency& graph, const Vector<char>& held,
+                                 int dense_limit) {
   const int n = graph.n;
   const View<const int> xadj(graph.xadj), adjncy(graph.adjncy);
   Vector<int> representative_store(n), mark_store(n, 0);
@@ -38,6 +39,7 @@ Vector<int> find_representatives(const Adjacency& graph, int dense_limit) {
       const int u = adjncy(k);
       if (u <= v || representative(u) != 0 || hash(u) != hash(v) || xadj(u + 1) - xadj(u) != degree)
         continue;
+      if (!held.empty() && held[u - 1] != held[v - 1]) continue;
       if (!marked) {
         for (int m = first; m < stop; ++m) mark(adjncy(m)) = v;
         mark(v) = v;
@@ -55,12 +57,12 @@ Vector<int> find_representatives(const Adjacency& graph, int dense_limit) {
 
 double dense_row_limit(int n) { return std::max(16.0, 10 * std::sqrt(static_cast<double>(n))); }
 
-CompressedGraph compress_graph(const Adjacency& graph) {
+CompressedGraph compress_graph(const Adjacency& graph, const Vector<char>& held) {
   const int n = graph.n;
   const View<const int> xadj(graph.xadj), adjncy(graph.adjncy);
   const double limit = dense_row_limit(n);
   Vector<int> representative_store =
-      find_representatives(graph, static_cast<int>(std::min<double>(limit, n)));
+      find_representatives(graph, held, static_cast<int>(std::min<double>(limit, n)));
   const View<const int> representative(representative_store);
 
   CompressedGraph out;

@@ -26,6 +26,7 @@ double dense_row_limit(int n);
 /// Compresses the adjacency and leaves its dense rows out.
 ///
 /// A vertex weighs as much as its members together.
-CompressedGraph compress_graph(const Adjacency& graph);
+/// @param held  nodes that share no vertex with the others, by a mark  [n] or empty, in
+CompressedGraph compress_graph(const Adjacency& graph, const Vector<char>& held = {});
 
 }  // namespace vlm

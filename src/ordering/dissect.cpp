@@ -32,11 +32,13 @@ double separator_seconds(const DissectionTuning& tuning, const Piece& piece) {
 
 class Dissector {
  public:
-  Dissector(const WeightedGraph& graph, const DissectionGoal& goal, Pairing* pairs)
+  Dissector(const WeightedGraph& graph, const DissectionGoal& goal, const Vector<char>& held,
+            Pairing* pairs)
       : graph_(graph),
         goal_(goal),
         tuning_(goal.tuning),
         pairs_(pairs),
+        held_(held.begin(), held.end()),
         local_(graph.n, none),
         index_(graph.n) {
     result_.order.reserve(graph.n);
@@ -57,6 +59,8 @@ class Dissector {
   Piece take_side(const Piece& piece, const Vector<int>& side, int wanted);
   FactorCost order_leaf(const Piece& piece);
   Vector<int> partners_within(const Piece& piece, int size);
+  Piece whole_graph();
+  FactorCost finish(Vector<int>& order) const;
   FactorCost postorder(Vector<int>& order) const;
   WeightedGraph with_halo(const Piece& piece, Vector<int>& vertex);
   // Adds a vertex with its partner.
@@ -71,7 +75,8 @@ class Dissector {
   const WeightedGraph& graph_;
   const DissectionGoal& goal_;
   const DissectionTuning& tuning_;
-  Pairing* pairs_;  // null: each vertex stands alone
+  Pairing* pairs_;          // null: each vertex stands alone
+  const Vector<int> held_;  // not 0: the vertex comes last; empty: none does
   std::optional<PairKeeper> keeper_;
   Vector<int> local_;  // number of a vertex in the piece at hand
   Vector<int> index_;  // number of a vertex in the part taken from it
@@ -79,25 +84,33 @@ class Dissector {
   Dissection result_;
 };
 
-Dissection Dissector::run() {
+// The graph without its held vertices.
+Piece Dissector::whole_graph() {
   Piece whole{graph_, Vector<int>(graph_.n), MeshKind::unknown};
   std::iota(whole.vertex.begin(), whole.vertex.end(), 0);
+  return held_.empty() ? whole : take_side(whole, held_, 0);
+}
+
+Dissection Dissector::run() {
+  Piece whole = whole_graph();
   if (goal_.domains > 1) {
     cut_into_domains(std::move(whole), goal_.domains);
-    postorder(result_.order);
+    finish(result_.order);
     return std::move(result_);
   }
-  const FactorCost plain = order_leaf(whole);
-  std::fill(result_.domain.begin(), result_.domain.end(), 1);
+  FactorCost plain = order_leaf(whole);
+  for (const int v : whole.vertex) result_.domain[v] = 1;
   result_.domains = 1;
-  if (!pays(whole, plain.flops, tuning_.first_cut)) return std::move(result_);
+  const bool cuts = pays(whole, plain.flops, tuning_.first_cut);
+  if (!held_.empty()) plain = finish(result_.order);
+  if (!cuts) return std::move(result_);
   Vector<int> plain_order;
   plain_order.swap(result_.order);
   Vector<int> plain_partners;
   if (pairs_ != nullptr) plain_partners = pairs_->partner;
   result_.order.reserve(graph_.n);
   cut_while_it_pays(std::move(whole), plain.flops);
-  if (postorder(result_.order).flops > plain.flops) {
+  if (finish(result_.order).flops > plain.flops) {
     result_.order.swap(plain_order);
     if (pairs_ != nullptr) pairs_->partner.swap(plain_partners);
   }
@@ -255,6 +268,17 @@ Vector<int> Dissector::partners_within(const Piece& piece, int size) {
   return partner;
 }
 
+// Completes the order by the held vertices, and postorders the elimination before them.
+FactorCost Dissector::finish(Vector<int>& order) const {
+  for (int v = 0; v < graph_.n && !held_.empty(); ++v)
+    if (held_[v] != 0) order.push_back(v);
+  const FactorCost cost = postorder(order);
+  // The ancestors of a held vertex are held: what is left is still a postorder.
+  if (!held_.empty())
+    std::stable_partition(order.begin(), order.end(), [&](int v) { return held_[v] == 0; });
+  return cost;
+}
+
 // Postorders the elimination; partners stay next to each other.
 FactorCost Dissector::postorder(Vector<int>& order) const {
   if (pairs_ == nullptr) return postorder_and_cost(graph_, order);
@@ -272,12 +296,13 @@ FactorCost Dissector::postorder(Vector<int>& order) const {
 
 }  // namespace
 
-Dissection dissect(const WeightedGraph& graph, const DissectionGoal& goal) {
-  return Dissector(graph, goal, nullptr).run();
+Dissection dissect(const WeightedGraph& graph, const DissectionGoal& goal,
+                   const Vector<char>& held) {
+  return Dissector(graph, goal, held, nullptr).run();
 }
 
 Dissection dissect_pairs(const WeightedGraph& graph, const DissectionGoal& goal, Pairing& pairs) {
-  return Dissector(graph, goal, &pairs).run();
+  return Dissector(graph, goal, {}, &pairs).run();
 }
 
 }  // namespace vlm

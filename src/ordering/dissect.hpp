@@ -33,7 +33,10 @@ struct Dissection {
 };
 
 /// Dissects the graph into domains and orders them and the separators between them.
-Dissection dissect(const WeightedGraph& graph, const DissectionGoal& goal);
+/// @param held  vertices that come last, by a mark; the others are ordered as those around a leaf
+///              are, which count in its degrees  [n] or empty, in
+Dissection dissect(const WeightedGraph& graph, const DissectionGoal& goal,
+                   const Vector<char>& held = {});
 
 /// The same for a graph with pairs: partners come next to each other, in the same domain.
 ///

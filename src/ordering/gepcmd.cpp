@@ -61,12 +61,18 @@ int ddecomp_velmora(const Adjacency& graph, int parts, DomainSplit& split) {
   return status_ok;
 }
 
-int gepcmd_velmora(const Adjacency& graph, int parts, Ordering& order) {
+int gepcmd_velmora(const Adjacency& graph, int parts, Ordering& order, const Vector<char>& held) {
   DomainSplit split;
   if (const int status = ddecomp_velmora(graph, parts, split); status != status_ok) return status;
   // Two nodes more than the interface keep their place in the split.
-  const int held = std::min(graph.n, split.interface_nodes + 2);
-  cmd_velmora(graph, {split.perm.end() - held, split.perm.end()}, order);
+  const int count = std::min(graph.n, split.interface_nodes + 2);
+  Vector<int> last(split.perm.end() - count, split.perm.end());
+  if (!held.empty()) {
+    std::erase_if(last, [&](int node) { return held[node - 1] != 0; });
+    for (int node = 1; node <= graph.n; ++node)
+      if (held[node - 1] != 0) last.push_back(node);
+  }
+  cmd_velmora(graph, last, order);
   return status_ok;
 }
 

@@ -25,7 +25,9 @@ int ddecomp_velmora(const Adjacency& graph, int parts, DomainSplit& split);
 
 /// Order by constrained minimum degree; the order counts as one range.
 /// @param parts  domains wanted, at least 1
+/// @param held   nodes that come behind the interface, by a mark  [n] or empty, in
 /// @return a Status
-int gepcmd_velmora(const Adjacency& graph, int parts, Ordering& order);
+int gepcmd_velmora(const Adjacency& graph, int parts, Ordering& order,
+                   const Vector<char>& held = {});
 
 }  // namespace vlm

@@ -36,6 +36,16 @@ void write_ranges(const Dissection& found, const Vector<int>& group, Ordering& o
   close_ranges(order);
 }
 
+// Which vertices stand for held nodes.
+Vector<char> held_vertices(const CompressedGraph& compressed, const Vector<char>& held) {
+  Vector<char> out;
+  if (held.empty()) return out;
+  out.resize(compressed.graph.n);
+  for (int v = 0; v < compressed.graph.n; ++v)
+    out[v] = held[compressed.nodes[compressed.first[v]] - 1];
+  return out;
+}
+
 bool has_dense_row(const Adjacency& graph) {
   const double limit = dense_row_limit(graph.n);
   for (int i = 0; i < graph.n; ++i)
@@ -45,14 +55,16 @@ bool has_dense_row(const Adjacency& graph) {
 
 }  // namespace
 
-void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, Ordering& order) {
+void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, Ordering& order,
+                      const Vector<char>& held) {
   const int n = graph.n;
   if (graph.adjncy.empty()) {
     set_identity(order, n);
     return;
   }
-  const CompressedGraph compressed = compress_graph(graph);
-  const Dissection found = dissect(compressed.graph, goal_of(request));
+  const CompressedGraph compressed = compress_graph(graph, held);
+  const Dissection found =
+      dissect(compressed.graph, goal_of(request), held_vertices(compressed, held));
   order.perm.clear();
   order.perm.reserve(n);
   Vector<int> group(n, std::max(found.domains, 1) + 1);
@@ -63,6 +75,9 @@ void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, 
       group[node - 1] = group_of(found, v);
     }
   order.perm.insert(order.perm.end(), compressed.dense.begin(), compressed.dense.end());
+  if (!held.empty())  // dense rows may be of either kind
+    std::stable_partition(order.perm.begin(), order.perm.end(),
+                          [&](int node) { return held[node - 1] == 0; });
   write_ranges(found, group, order);
   order.nodes = compressed.graph.n + static_cast<int>(compressed.dense.size());
 }

@@ -21,7 +21,9 @@ struct DissectionRequest {
 /// @param order  the interiors of the leaf domains one after another, the separators behind
 ///               them; the range table says where.  Fewer domains than wanted come out of a
 ///               graph too small for them.
-void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, Ordering& order);
+/// @param held  nodes that come behind all others, by a mark  [n] or empty, in
+void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, Ordering& order,
+                      const Vector<char>& held = {});
 
 /// The same with partners next to each other; the graph is not compressed.
 /// @param pairs  exchanged where a separator asks for it, in and out

@@ -30,6 +30,16 @@ DissectionRequest dissection_request(const OrderOptions& options) {
   return {options.domains, options.flop_weight};
 }
 
+// The nodes that the ordering keeps for the end.
+Vector<char> nodes_held_back(const OrderOptions& options, const Adjacency& graph) {
+  Vector<char> held;
+  if (options.schur > 0) {
+    held.assign(graph.n, 0);
+    std::fill(held.end() - options.schur, held.end(), 1);
+  }
+  return held;
+}
+
 int choose_order(const OrderInput& input, const OrderOptions& options, OrderedGraph& ordered) {
   Ordering& order = ordered.order;
   const int n = ordered.graph.n;
@@ -43,7 +53,7 @@ int choose_order(const OrderInput& input, const OrderOptions& options, OrderedGr
     for (int& node : order.perm) node = std::abs(node);
     return invert_order(order) ? status_ok : status_structure;
   }
-  return order_by_method(options, ordered.graph, order);
+  return order_by_method(options, ordered.graph, order, nodes_held_back(options, ordered.graph));
 }
 
 // Sends the marked nodes last, in the sequence they have.  The leaf domains would no longer
@@ -60,17 +70,22 @@ void move_marked_last(const int* marks, OrderedGraph& ordered) {
 
 }  // namespace
 
-int order_by_method(const OrderOptions& options, const Adjacency& graph, Ordering& order) {
+int order_by_method(const OrderOptions& options, const Adjacency& graph, Ordering& order,
+                    const Vector<char>& held) {
   switch (options.method) {
-    case OrderMethod::minimum_degree:
-      gepmmd_velmora(graph, order);
+    case OrderMethod::minimum_degree: {
+      Vector<int> last;
+      for (std::size_t i = 0; i < held.size(); ++i)
+        if (held[i] != 0) last.push_back(static_cast<int>(i) + 1);
+      cmd_velmora(graph, last, order);
       return status_ok;
+    }
     case OrderMethod::constrained:
-      return gepcmd_velmora(graph, options.threads, order);
+      return gepcmd_velmora(graph, options.threads, order, held);
     case OrderMethod::dissection:
       break;
   }
-  gepmetis_velmora(graph, dissection_request(options), order);
+  gepmetis_velmora(graph, dissection_request(options), order, held);
   return status_ok;
 }
 

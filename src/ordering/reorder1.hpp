@@ -48,8 +48,10 @@ int reorder1_velmora(const OrderInput& input, const OrderOptions& options, Order
                      OrderTimes& times);
 
 /// Orders a graph by the method.
+/// @param held  nodes that come last, by a mark  [n] or empty, in
 /// @return a Status
-int order_by_method(const OrderOptions& options, const Adjacency& graph, Ordering& order);
+int order_by_method(const OrderOptions& options, const Adjacency& graph, Ordering& order,
+                    const Vector<char>& held = {});
 
 /// Orders a graph by nested dissection with partners next to each other.
 /// @param pairs  exchanged where a separator asks for it, in and out

@@ -442,6 +442,39 @@ TEST(Reorder1, SchurNodesGoLastInTheOrderOfTheInput) {
     }
 }
 
+// Nodes that are held back come last, alone in their vertices, and the others are ordered around
+// them: elimination on a graph that lacks them in the choice costs more.
+TEST(Reorder1, HeldNodesCountInTheOrderOfTheOthers) {
+  for (const test::Matrix& m :
+       {test::poisson2d(40), blocked_grid(16, 3), test::arrow(400, true, 5)}) {
+    SCOPED_TRACE(m.name);
+    const Adjacency graph = adjacency_of(m);
+    Vector<char> held(m.n, 0);
+    for (int i = 0; i < m.n; ++i) held[i] = i % 40 == 0 || i + 1 == m.n;
+    const auto kept = std::count(held.begin(), held.end(), 1);
+    const CompressedGraph compressed = compress_graph(graph, held);
+    for (int v = 0; v < compressed.graph.n; ++v)
+      for (int k = compressed.first[v]; k < compressed.first[v + 1]; ++k)
+        EXPECT_EQ(held[compressed.nodes[k] - 1], held[compressed.nodes[compressed.first[v]] - 1]);
+    for (const int selector : {0, 1, 2})
+      for (const int domains : {1, 2}) {
+        const OrderOptions options{
+            .method = OrderMethod(selector), .threads = domains, .domains = domains};
+        Ordering order, blind;
+        ASSERT_EQ(order_by_method(options, graph, order, held), status_ok);
+        expect_order(order, m.n, "held");
+        for (int i = 0; i < m.n; ++i)
+          EXPECT_EQ(held[order.perm[i] - 1] != 0, i >= m.n - kept) << selector << " " << i;
+        ASSERT_EQ(order_by_method(options, graph, blind), status_ok);
+        std::stable_partition(blind.perm.begin(), blind.perm.end(),
+                              [&](int node) { return held[node - 1] == 0; });
+        if (m.n == 1600 && domains == 1) {
+          EXPECT_LT(entries(m, order.perm), entries(m, blind.perm)) << selector;
+        }
+      }
+  }
+}
+
 TEST(Reorder1, MarkedNodesGoLast) {
   const test::Matrix m = test::poisson2d(12);
   Vector<int> marks(m.n, 0);
