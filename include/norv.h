@@ -48,7 +48,8 @@
  *   norv/vec.h    vectors          norv/smat.h   sparse matrices
  *   norv/perm.h   permutations     norv/dmat.h   dense matrices
  *   norv/sets.h   sets of indices  norv/bmat.h   block matrices
- *                                  norv/ldu.h    triangular factors
+ *   norv/sort.h   sorting          norv/ldu.h    triangular factors
+ *   norv/linop.h  operators        norv/precon.h preconditioners
  */
 #ifndef VELMORA_NORV_H
 #define VELMORA_NORV_H
@@ -57,9 +58,12 @@
 #include "norv/bmat.h"
 #include "norv/dmat.h"
 #include "norv/ldu.h"
+#include "norv/linop.h"
 #include "norv/perm.h"
+#include "norv/precon.h"
 #include "norv/sets.h"
 #include "norv/smat.h"
+#include "norv/sort.h"
 #include "norv/vec.h"
 
 #endif /* VELMORA_NORV_H */

@@ -19,6 +19,10 @@ solve: numeric
 driver: matching ordering solve
 api: driver
 NORV/corelib: base
+NORV/precons: NORV/corelib
+NORV/solvers: NORV/precons
+NORV/multilevel: NORV/solvers
+NORV/bridge: NORV/multilevel
 '
 
 mapfile -t sources < <(find src -name '*.cpp' -o -name '*.hpp' | LC_ALL=C sort)

@@ -102,6 +102,11 @@ NORV_API void vec_print(const vec* x);
 NORV_API void vec_print_named(const vec* x, const char* name);
 NORV_API void vec_print_full(const vec* x);
 
+/* Writes one value per line, "%24.16e"; for complex all real parts, the line
+ * " complex values ", all imaginary parts.  Error message and assertion when the file can't be
+ * written. */
+NORV_API void vec_save_debug(const vec* x, const char* filename, int is_complex);
+
 /* Principal square root of re + i im. */
 NORV_API void norv_cpx_sqrt(double re, double im, double* out_re, double* out_im);
 

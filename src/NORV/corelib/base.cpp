@@ -12,50 +12,58 @@
 namespace vlm {
 namespace {
 
-void print_trace() { std::puts("Backtrace not available."); }
-
-/// Bytes of a request, at least 1 so that null always means failure; 0 when the number does
-/// not fit 32 bits.
+/// Bytes of a request, at least 1 so that null always means failure; 0 when there is no such
+/// number.
 std::size_t request_bytes(std::uint64_t count, std::size_t size) {
-  constexpr std::uint64_t limit = std::numeric_limits<std::uint32_t>::max();
   std::uint64_t bytes = 0;
-  if (__builtin_mul_overflow(count, size, &bytes) || bytes > limit) return 0;
+  if (__builtin_mul_overflow(count, size, &bytes)) return 0;
   return std::max<std::uint64_t>(bytes, 1);
 }
 
+/// The block, entered in the ledger of the running call; ends the call or the process for null.
+void* entered(void* block, std::size_t bytes, const char* message) {
+  CallScope* const scope = running_scope();
+  if (block != nullptr && scope != nullptr && !scope->ledger.enter(block)) {
+    std::free(block);
+    block = nullptr;
+  }
+  if (block == nullptr) out_of_memory(message, bytes);
+  return block;
+}
+
+constexpr const char* failed = "ERROR during memory allocation!";
+constexpr const char* failed_cleared = "ERROR during cleared memory allocation!";
+constexpr const char* failed_again = "ERROR during memory RE-allocation!";
+
 }  // namespace
-
-void out_of_memory(const char* message) {
-  std::puts(message);
-  print_trace();
-  std::exit(exit_out_of_memory);
-}
-
-void assertion_failed(const char* test, const char* file, int line, const char* function) {
-  std::fflush(stdout);
-  std::fprintf(stderr, "%s:%d: %s: assertion \"%s\" failed\n", file, line, function, test);
-  std::abort();
-}
 
 void* allocate_bytes(std::uint64_t count, std::size_t size) {
   const std::size_t bytes = request_bytes(count, size);
-  void* memory = bytes ? std::malloc(bytes) : nullptr;
-  if (!memory) out_of_memory("ERROR during memory allocation!");
-  return memory;
+  return entered(bytes ? std::malloc(bytes) : nullptr, bytes, failed);
 }
 
 void* allocate_cleared_bytes(std::uint64_t count, std::size_t size) {
   const std::size_t bytes = request_bytes(count, size);
-  void* memory = bytes ? std::calloc(bytes, 1) : nullptr;
-  if (!memory) out_of_memory("ERROR during cleared memory allocation!");
-  return memory;
+  return entered(bytes ? std::calloc(bytes, 1) : nullptr, bytes, failed_cleared);
+}
+
+void* try_reallocate_bytes(void* old, std::uint64_t count, std::size_t size) {
+  const std::size_t bytes = request_bytes(count, size);
+  CallScope* const scope = running_scope();
+  if (scope != nullptr && old != nullptr) scope->ledger.remove(old);
+  void* const block = bytes ? std::realloc(old, bytes) : nullptr;
+  if (scope == nullptr) return block;
+  if (block == nullptr) {
+    if (old != nullptr) scope->ledger.enter(old);  // its place is free still
+    return nullptr;
+  }
+  return entered(block, bytes, failed_again);
 }
 
 void* reallocate_bytes(void* old, std::uint64_t count, std::size_t size) {
-  const std::size_t bytes = request_bytes(count, size);
-  void* memory = bytes ? std::realloc(old, bytes) : nullptr;
-  if (!memory) out_of_memory("ERROR during memory RE-allocation!");
-  return memory;
+  void* const block = try_reallocate_bytes(old, count, size);
+  if (block == nullptr) out_of_memory(failed_again, request_bytes(count, size));
+  return block;
 }
 
 unsigned counts_to_starts(int* start, unsigned n) {

@@ -4,7 +4,8 @@
 /// Assertions stay in every build: the containers' callers are other programs, and a wrong
 /// dimension must stop before it is a wrong address.  Memory comes from malloc, since records
 /// and arrays go back through free() in the hands of C callers; running out of it ends the
-/// process with exit code 7, so no caller tests for null and no exception leaves a routine.
+/// process with exit code 7, so no caller tests for null; on behalf of velmora() it is an
+/// exception, see faults.hpp.
 #pragma once
 
 #include <cmath>
@@ -15,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "NORV/corelib/faults.hpp"
 #include "base/values.hpp"
 #include "norv.h"
 
@@ -34,21 +36,14 @@ extern "C" int _norv_debug_level;
 
 namespace vlm {
 
-/// Code with which the process ends when memory runs out.
-constexpr int exit_out_of_memory = 7;
-
-/// Prints the failed test with its place on standard error and aborts.
-[[noreturn]] void assertion_failed(const char* test, const char* file, int line,
-                                   const char* function);
-
-/// Prints the message and ends the process with that code.
-[[noreturn]] void out_of_memory(const char* message);
-
-/// Memory for count values of the given size, not cleared, cleared, or resized.  The number
-/// of bytes must fit 32 bits; otherwise, and when memory runs out, the process ends.
+/// Memory for count values of the given size, not cleared, cleared, or resized.  When memory runs
+/// out the process ends, or the running call (faults.hpp); outside of such a call the number of
+/// bytes must fit 32 bits.  Goes back by release_block().
 void* allocate_bytes(std::uint64_t count, std::size_t size);
 void* allocate_cleared_bytes(std::uint64_t count, std::size_t size);
 void* reallocate_bytes(void* old, std::uint64_t count, std::size_t size);
+/// Null where there is no memory; old is then as it was.
+void* try_reallocate_bytes(void* old, std::uint64_t count, std::size_t size);
 
 template <class T>
 T* allocate(std::uint64_t count) {
@@ -71,7 +66,7 @@ struct CheckedAllocator {
   template <class U>
   CheckedAllocator(const CheckedAllocator<U>&) {}
   T* allocate(std::size_t count) { return vlm::allocate<T>(count); }
-  void deallocate(T* p, std::size_t) { std::free(p); }
+  void deallocate(T* p, std::size_t) { release_block(p); }
   template <class U>
   void construct(U* p) {
     ::new (static_cast<void*>(p)) U;
@@ -96,7 +91,7 @@ unsigned counts_to_starts(int* start, unsigned n);
 class MessageText {
  public:
   MessageText() : text_(allocate_cleared<char>(1)) {}
-  ~MessageText() { std::free(text_); }
+  ~MessageText() { release_block(text_); }
   MessageText(const MessageText&) = delete;
   MessageText& operator=(const MessageText&) = delete;
 

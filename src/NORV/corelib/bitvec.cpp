@@ -46,8 +46,8 @@ bitvec* bitvec_new_from(unsigned int size, unsigned int* words) {
 
 void bitvec_release(bitvec* bv) {
   if (!bv) return;
-  if (bv->owner) std::free(bv->v);
-  std::free(bv);
+  if (bv->owner) vlm::release_block(bv->v);
+  vlm::release_block(bv);
 }
 
 bitvec* bitvec_copy(const bitvec* bv) {

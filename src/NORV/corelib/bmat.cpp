@@ -62,7 +62,7 @@ int check_structure(const bmat* B, int (*check)(const smat*)) {
   require(B);
   smat* structure = bmat_fake_smat(B);
   const int sound = check(structure);
-  std::free(structure);
+  vlm::release_block(structure);
   return sound;
 }
 
@@ -109,10 +109,10 @@ void bmat_realloc(bmat* B, unsigned int nzb) {
 
 void bmat_free(bmat* B) {
   if (!B) return;
-  std::free(B->ia);
-  std::free(B->ja);
-  std::free(B->a);
-  std::free(B);
+  vlm::release_block(B->ia);
+  vlm::release_block(B->ja);
+  vlm::release_block(B->a);
+  vlm::release_block(B);
 }
 
 void bmat_gemv(double alpha, double beta, const void* B, const vec* x, vec* y) {

@@ -68,12 +68,12 @@ dmat* dmat_new_from(unsigned int m, unsigned int n, double* a) {
 
 void dmat_free(dmat* A) {
   if (!A) return;
-  std::free(A->perm);
-  std::free(A->a);
-  std::free(A);
+  vlm::release_block(A->perm);
+  vlm::release_block(A->a);
+  vlm::release_block(A);
 }
 
-void dmat_free_struct(dmat* A) { std::free(A); }
+void dmat_free_struct(dmat* A) { vlm::release_block(A); }
 
 void dmat_clear(dmat* A) {
   require(A);

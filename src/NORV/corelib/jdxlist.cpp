@@ -14,8 +14,8 @@ jdxlist* jdxlist_new(int capacity) {
 
 void jdxlist_free(jdxlist* l) {
   if (!l) return;
-  std::free(l->v);
-  std::free(l);
+  vlm::release_block(l->v);
+  vlm::release_block(l);
 }
 
 void jdxlist_add(jdxlist* l, int idx) {

@@ -90,7 +90,7 @@ void ldu_free(ldu* f) {
   if (f->L) smat_free(f->L);
   if (f->U) smat_free(f->U);
   vec_release(f->D);
-  std::free(f);
+  vlm::release_block(f);
 }
 
 ldu* smat_to_ldu(const smat* A) {

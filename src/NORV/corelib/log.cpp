@@ -14,10 +14,16 @@ namespace {
 
 constexpr const char* log_path = "./velmora-ml.out";
 
+/// The level of the running call, or that of the process.
+int& debug_level() {
+  vlm::CallScope* const scope = vlm::running_scope();
+  return scope != nullptr ? scope->level : _norv_debug_level;
+}
+
 /// Appends head, the formatted text and tail when the level is reached.
 __attribute__((format(printf, 3, 0))) void append(int level, const char* head, const char* format,
                                                   std::va_list arguments, const char* tail) {
-  if (_norv_debug_level < level) return;
+  if (debug_level() < level) return;
   std::FILE* file = std::fopen(log_path, "a");
   std::FILE* sink = file ? file : stderr;
   std::fputs(head, sink);
@@ -60,11 +66,8 @@ void norv_log_init(void) {
     std::fprintf(stderr, "Error while opening file %s\n", log_path);
 }
 
-void norv_debug_set_level(int level) { _norv_debug_level = level; }
+void norv_debug_set_level(int level) { debug_level() = level; }
 
-int norv_debug_get_level(void) { return _norv_debug_level; }
+int norv_debug_get_level(void) { return debug_level(); }
 
-void norv_not_implemented(void) {
-  _norv_print_error_msg("Function not implemented.");
-  std::exit(vlm::exit_out_of_memory);
-}
+void norv_not_implemented(void) { vlm::bad_options(7, "Function not implemented."); }

@@ -48,8 +48,8 @@ perm* perm_new_copy_from(int n, const int* p) {
 
 void perm_free(perm* p) {
   if (!p) return;
-  std::free(p->p);
-  std::free(p);
+  vlm::release_block(p->p);
+  vlm::release_block(p);
 }
 
 void perm_set(perm* p, int value) {

@@ -79,9 +79,9 @@ perm* permcycle_map_2_cycles(perm* dst, const permcycle* c) {
 
 void permcycle_free(permcycle* c) {
   if (!c) return;
-  std::free(c->elem);
-  std::free(c->start);
-  std::free(c);
+  vlm::release_block(c->elem);
+  vlm::release_block(c->start);
+  vlm::release_block(c);
 }
 
 NORVMORA_PERMCYCLE(NORVMORA_ALIAS)

@@ -75,10 +75,10 @@ prioq* pq_new_from_array(const pq_prio_t* values, unsigned int n) {
 
 void pq_free(prioq* pq) {
   if (!pq) return;
-  if (pq->owner) std::free(pq->prio);
-  std::free(pq->oind);
-  std::free(pq->perm);
-  std::free(pq);
+  if (pq->owner) vlm::release_block(pq->prio);
+  vlm::release_block(pq->oind);
+  vlm::release_block(pq->perm);
+  vlm::release_block(pq);
 }
 
 pq_idx_t pq_get_max_index(const prioq* pq) {

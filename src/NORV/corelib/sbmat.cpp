@@ -87,9 +87,9 @@ sbmat* sbmat_new(const smat* A, unsigned int nb, const int* sizes) {
 void sbmat_free(sbmat* S) {
   if (!S) return;
   for (std::size_t b = 0; b < static_cast<std::size_t>(S->nb) * S->nb; ++b) smat_free(S->blocks[b]);
-  std::free(S->blocks);
-  std::free(S->sizes);
-  std::free(S);
+  vlm::release_block(S->blocks);
+  vlm::release_block(S->sizes);
+  vlm::release_block(S);
 }
 
 NORVMORA_SBMAT(NORVMORA_ALIAS)

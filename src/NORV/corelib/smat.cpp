@@ -75,9 +75,9 @@ int find_entry(const smat* A, int i, int j) {
 }
 
 void adopt(smat* A, smat* B) {
-  std::free(A->ia);
-  std::free(A->ja);
-  std::free(A->a);
+  vlm::release_block(A->ia);
+  vlm::release_block(A->ja);
+  vlm::release_block(A->a);
   A->m = B->m;
   A->n = B->n;
   A->nnz = B->nnz;
@@ -87,7 +87,7 @@ void adopt(smat* A, smat* B) {
   A->ja = B->ja;
   A->a = B->a;
   set_head(A);
-  std::free(B);
+  vlm::release_block(B);
 }
 
 void set_shape(smat* A, unsigned m, unsigned n) {
@@ -149,11 +149,12 @@ smat* Lmat_new_nnz(unsigned m, unsigned n, unsigned estimate, int type) {
   };
   const auto allocate = [&](int fill) {
     if (!countable(fill)) return false;
-    L->ja = static_cast<int*>(std::malloc(places(fill) * sizeof(int)));
+    L->ja = static_cast<int*>(vlm::try_reallocate_bytes(nullptr, places(fill), sizeof(int)));
     if (!L->ja) return false;
-    L->a = static_cast<double*>(std::malloc(doubles(L, places(fill)) * sizeof(double)));
+    L->a = static_cast<double*>(
+        vlm::try_reallocate_bytes(nullptr, doubles(L, places(fill)), sizeof(double)));
     if (L->a) return true;
-    std::free(L->ja);
+    vlm::release_block(L->ja);
     L->ja = nullptr;
     return false;
   };
@@ -168,11 +169,11 @@ smat* Lmat_new_nnz(unsigned m, unsigned n, unsigned estimate, int type) {
   if (fill >= 3) {  // the freed room is left to the rest of the computation
     --fill;
     NORV_DEBUG("smat", "Re-allocate matrix with final fill-in of %d ... ", fill);
-    void* ja = std::realloc(L->ja, places(fill) * sizeof(int));
-    void* a = std::realloc(L->a, doubles(L, places(fill)) * sizeof(double));
+    void* ja = vlm::try_reallocate_bytes(L->ja, places(fill), sizeof(int));
+    void* a = vlm::try_reallocate_bytes(L->a, doubles(L, places(fill)), sizeof(double));
     if (!ja || !a) {
       NORV_DEBUG("smat", "Trying to reallocate matrix will fill-in of %d ... failed", fill);
-      std::exit(exit_out_of_memory);
+      out_of_memory("ERROR during memory RE-allocation!");
     }
     L->ja = static_cast<int*>(ja);
     L->a = static_cast<double*>(a);
@@ -222,10 +223,10 @@ void smat_free(smat* A) {
     _norv_print_warn_msg("Trying to free NULL matrix.");
     return;
   }
-  std::free(A->ia);
-  std::free(A->ja);
-  std::free(A->a);
-  std::free(A);
+  vlm::release_block(A->ia);
+  vlm::release_block(A->ja);
+  vlm::release_block(A->a);
+  vlm::release_block(A);
 }
 
 void smat_realloc(smat* A, unsigned nnz) {

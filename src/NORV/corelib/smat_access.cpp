@@ -96,10 +96,10 @@ smat_col_index* smat_col_index_new(const smat* A) {
 
 void smat_col_index_free(smat_col_index* index) {
   if (!index) return;
-  std::free(index->start);
-  std::free(index->row);
-  std::free(index->place);
-  std::free(index);
+  vlm::release_block(index->start);
+  vlm::release_block(index->row);
+  vlm::release_block(index->place);
+  vlm::release_block(index);
 }
 
 NORVMORA_SMAT_ACCESS(NORVMORA_ALIAS)

@@ -5,6 +5,7 @@
 /// treats real and imaginary parts alike runs over twice the number of doubles.
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 #include "NORV/corelib/vec_common.hpp"
 
@@ -113,8 +114,8 @@ vec* vec_new_from_cpx(unsigned int n, double* v) {
 
 void vec_release(vec* x) {
   if (!x) return;
-  std::free(x->v);
-  std::free(x);
+  vlm::release_block(x->v);
+  vlm::release_block(x);
 }
 
 vec* vec_resize(vec* x, unsigned int n) {
@@ -219,3 +220,23 @@ void vec_print_named(const vec* x, const char* name) {
 }
 
 void vec_print_full(const vec* x) { print(x, true); }
+
+void vec_save_debug(const vec* x, const char* filename, int is_complex) {
+  require(x);
+  NORV_ASSERT(filename != 0);
+  NORV_ASSERT(x->is_complex || !is_complex);
+  std::FILE* const file = std::fopen(filename, "w");
+  if (file == nullptr) _norv_print_error_msg("Could not open %s. \n", filename);
+  NORV_ASSERT(file != 0);
+  const std::size_t step = is_complex ? 2 : 1;
+  const std::size_t count = is_complex ? 2 * std::size_t{x->n} : vlm::doubles(x);
+  for (std::size_t k = 0; k < count; k += step) std::fprintf(file, "%24.16e\n", x->v[k]);
+  if (is_complex) {
+    std::fputs(" complex values \n", file);
+    for (std::size_t k = 1; k < count; k += 2) std::fprintf(file, "%24.16e\n", x->v[k]);
+  }
+  const bool written = std::ferror(file) == 0;
+  const bool closed = std::fclose(file) == 0 && written;
+  if (!closed) _norv_print_error_msg("Could not close %s.", filename);
+  NORV_ASSERT(closed);
+}

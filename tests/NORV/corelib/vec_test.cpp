@@ -314,6 +314,26 @@ TEST(VecDeathTest, TrapsFaultsOfTheCaller) {
   perm_free(p);
 }
 
+TEST(Vec, SavesOneValueALine) {
+  NorvLog log;
+  const auto read = [&](const char* name) {
+    std::stringstream text;
+    text << std::ifstream(log.directory() / name).rdbuf();
+    return text.str();
+  };
+  double real[] = {1, -2.5}, complex[] = {1, 2, -3, 4};
+  vec *x = vec_new_from(2, real), *z = vec_new_from_cpx(2, complex);
+  vec_save_debug(x, "x", 0);
+  EXPECT_EQ(read("x"), "  1.0000000000000000e+00\n -2.5000000000000000e+00\n");
+  vec_save_debug(z, "z", 1);
+  EXPECT_EQ(read("z"),
+            "  1.0000000000000000e+00\n -3.0000000000000000e+00\n complex values \n"
+            "  2.0000000000000000e+00\n  4.0000000000000000e+00\n");
+  EXPECT_DEATH(vec_save_debug(x, "no/such/folder", 0), "file != 0");
+  free(x);
+  free(z);
+}
+
 TEST(Vec, ComplexRoot) {
   for (Complex z : {Complex(3, 4), Complex(-4, 0), Complex(-1, -1e-12), Complex(0, 0)}) {
     double re = 0.0, im = 0.0;

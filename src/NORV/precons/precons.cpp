@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: BSD-3-Clause
+/// The frame of the preconditioners: the table of classes, and the calls through which solvers use
+/// an instance.
+#include "NORV/precons/precons.hpp"
+
+#include <strings.h>
+
+#include <cstring>
+
+namespace {
+
+/// A class by the name under which it is found; create is null for one that this version lacks.
+struct Row {
+  char name[32];
+  precon* (*create)(void);
+};
+
+// The order is that of the search.
+constexpr Row preconditioners[] = {
+    {"DUMMY", precon_dummy_create},
+    {"XFSAI", nullptr},
+    {"MFSAI", nullptr},
+    {"AUGBLOCK", nullptr},
+    {"CP_DIRECT", nullptr},
+    {"SPAINDIAG", nullptr},
+    {"SPAIONE", nullptr},
+    {"ILUT", nullptr},
+    {"ILU0", nullptr},
+    {"ILUC", nullptr},
+    {"LU", nullptr},
+    {"DIAG", precon_diag_create},
+    {"SOR", nullptr},
+    {"AML", nullptr},
+    {"AMG", nullptr},
+    {"BLOCKLU", nullptr},
+    {"BLOCKGS", nullptr},
+    {"ICHOL", nullptr},
+    {"PARILDLT", nullptr},
+    {"ILDLT_CP", nullptr},
+    {"ILDLT_SP", nullptr},
+    {"ILDLT_WS", nullptr},
+    {"ILDLT_BK", nullptr},
+    {"ILDLT", nullptr},
+    {"MILDLT", nullptr},
+    {"SAINV", nullptr},
+    {"BAINV", nullptr},
+    {"SCHILDERS", nullptr},
+    {"SMAGGR", nullptr},
+    {"MPS_DIAG", nullptr},
+};
+
+using Apply = vec* (*)(vec*, precon*, const vec*);
+
+/// result = apply(b), by way of a temporary where result is b, and in a new vector where it is
+/// null.
+vec* solve(vec* result, precon* M, Apply apply, const vec* b) {
+  if (result == nullptr) result = b->is_complex ? vec_new_zero_cpx(b->n) : vec_new_zero(b->n);
+  if (result != b) return apply(result, M, b);
+  vec* const copy = apply(b->is_complex ? vec_new_zero_cpx(b->n) : vec_new_zero(b->n), M, b);
+  vec_copy(result, copy);
+  vec_release(copy);
+  return result;
+}
+
+}  // namespace
+
+namespace vlm {
+
+precon* new_precon(const precon& class_record) {
+  precon* const M = allocate<precon>(1);
+  std::memcpy(M, &class_record, sizeof *M);
+  return M;
+}
+
+void release_precon(precon* M) { release_block(M); }
+
+}  // namespace vlm
+
+precon* precon_new_by_name(const char* name) {
+  NORV_ASSERT(name != 0);
+  for (const Row& row : preconditioners) {
+    if (strcasecmp(row.name, name) != 0) continue;
+    if (row.create != nullptr) return row.create();
+    _norv_print_error_msg("Preconditioner %s is not available in this version.", row.name);
+    return nullptr;
+  }
+  return nullptr;
+}
+
+int precon_setup(precon* M, smat* A) {
+  NORV_ASSERT_TEXT(M != 0, "precon != 0");
+  if (M->setup != nullptr) return M->setup(M, A);
+  NORV_DEBUG("precons", "No setup necessary.");
+  return 1;
+}
+
+vec* precon_solve(vec* result, precon* M, const vec* b) {
+  NORV_ASSERT(b != 0);
+  if (M == nullptr) return vec_copy(result, b);
+  return solve(result, M, M->apply, b);
+}
+
+vec* precon_solve_trans(vec* result, precon* M, const vec* b) {
+  NORV_ASSERT(b != 0);
+  if (M == nullptr) return vec_copy(result, b);
+  if (M->apply_trans == nullptr) {
+    _norv_print_error_msg("Preconditioner doesn't support transposed solution.");
+    NORV_ASSERT(M->apply_trans != 0);
+  }
+  return solve(result, M, M->apply_trans, b);
+}
+
+void precon_free(precon* M, int phase) {
+  if (M == nullptr) return;
+  if (M->free != nullptr)
+    M->free(M, phase);
+  else
+    vlm::release_precon(M);
+}
