@@ -13,10 +13,12 @@ namespace vlm {
 namespace {
 
 /// Bytes of a request, at least 1 so that null always means failure; 0 when there is no such
-/// number.
+/// number, or when it does not fit the 32 bits to which callers of the exported routines are held.
 std::size_t request_bytes(std::uint64_t count, std::size_t size) {
+  constexpr std::uint64_t limit = std::numeric_limits<std::uint32_t>::max();
   std::uint64_t bytes = 0;
   if (__builtin_mul_overflow(count, size, &bytes)) return 0;
+  if (bytes > limit && running_scope() == nullptr) return 0;
   return std::max<std::uint64_t>(bytes, 1);
 }
 
