@@ -86,9 +86,9 @@
  *    -i   diagonal systems, phases 12, 13, 22: the entry in row i is zero
  *
  * A matrix with n entries is a diagonal system, or a scaled permutation.  It is solved at once: an
- * analysis of it empties the handle, and there is no factor, no report, and no Schur complement
- * (iparm(39) is 0).  Its error may be a row's number, which can equal one of the classes above;
- * the message tells them apart.
+ * analysis of it empties the handle, and there is no factor and no report.  Where iparm(38) asks
+ * for a Schur complement it is factored like any other.  Its error may be a row's number, which
+ * can equal one of the classes above; the message tells them apart.
  *
  * After any error the handle remains good for a new analysis and for phase -1.
  *
@@ -165,8 +165,18 @@
  *   35  -       [10 if solver is 10 or 11, else 0] not read
  *   36, 37      options of selected inversion; not read in this version
  *   38  in      [0] from 1 to n-1: eliminate the first iparm(38) unknowns only, and leave the
- *               Schur complement of the others for velmora_schur().  Types 2, -2, 1 only.
- *               Read by the analysis
+ *               Schur complement of the others, A22 - A21 A11^-1 A12, for velmora_schur().  0 and
+ *               n: eliminate all.  Other values are error -1.  Read by the analysis; a later call
+ *               that asks for another complement than it is error -1.  Matching and scaling are
+ *               those of A11; log-determinant and inertia, too.  A solve with such a factor:
+ *                 iparm(26) 1  the last n - iparm(38) entries of the result are the condensed
+ *                              right-hand side, b2 - A21 A11^-1 b1, in the caller's numbering;
+ *                              the others are of use to the step that follows only
+ *                 iparm(26) 2  takes what the step before left, with the last n - iparm(38)
+ *                              unknowns in their entries, and gives the whole solution
+ *                 iparm(26) 0  solves with A11 alone: the last unknowns are zero
+ *               With iparm(12) 1 all of this is of the transposed matrix.  Only iparm(26) 0
+ *               refines, in the first iparm(38) rows
  *   39  out     entries of that Schur complement, after a factorization; above 2147483647 the
  *               negative count in thousands, and velmora_schur() then writes nothing
  *   40  in      [0] accuracy of each solve: 0 is not measured; 1: backward errors, at the cost of
@@ -309,12 +319,13 @@ VELMORA_FOUR_SPELLINGS(velmora_residual, VELMORA_RESIDUAL,
                         double* normr))
 
 /*
- * Schur complement after a factorization with iparm(38): the upper triangle in compressed
- * rows, indices from 1, ns = n - iparm(38) rows and iparm(39) entries.  Without such a factor
- * nothing is written.
- *   s   values [iparm(39)]        out
- *   is  row starts [ns+1]         out
- *   js  columns [iparm(39)]       out
+ * Schur complement after a factorization with iparm(38): compressed rows with ascending columns,
+ * indices from 1, ns = n - iparm(38) rows and iparm(39) entries; the upper triangle for the types
+ * marked "upper", else all of it.  Zeros are among the entries.  As often as wished, for any factor
+ * mnum.  Without such a factor nothing is written, and velmora_last_message() says why.
+ *   s   values [iparm(39)], complex ones as two doubles   out
+ *   is  row starts [ns+1]                                 out
+ *   js  columns [iparm(39)]                               out
  */
 VELMORA_FOUR_SPELLINGS(velmora_schur, VELMORA_SCHUR,
                        (void** pt, const int* maxfct, const int* mnum, const int* mtype, double* s,

@@ -141,7 +141,8 @@ void velmora_residual_f(const int* mtype, const int* n, const double* a, const i
 /// The handle knows what maxfct and mtype would say again.
 void velmora_schur_f(void** pt, const int* /*maxfct*/, const int* mnum, const int* /*mtype*/,
                      double* s, int* is, int* js) {
-  velmora_schur_c(pt, value_of(mnum), s, is, js);
+  const char* failed = velmora_schur_c(pt, value_of(mnum), s, is, js);
+  keep_message(failed != nullptr ? failed : "");
 }
 
 void velmora_exist_parallel_f() {}

@@ -33,7 +33,6 @@ struct MatrixType {
   bool hermitian = false;
   bool matched = false;      ///< a weighted matching may permute and scale it
   bool single = false;       ///< there are kernels for single-precision factors
-  bool schur = false;        ///< trailing columns may be kept as a Schur complement
   TypeDefaults initial;      ///< set by velmorainit()
   TypeDefaults plain;        ///< set by an analysis with iparm(1) = 0
   const char* report = "";   ///< name in the report
@@ -46,35 +45,35 @@ struct MatrixType {
 
 // clang-format off
 inline constexpr MatrixType matrix_types[] = {
-    // mtype, family         symm.  compl. Herm.  match. single Schur
-    {1,  Family::lu,         false, false, false, false, true,  true,
+    // mtype, family         symm.  compl. Herm.  match. single
+    {1,  Family::lu,         false, false, false, false, true,
      {.refinement = 1, .perturbation = 13}, {.perturbation = 13},
      "real struct. sym.", "real structurally symmetric"},
-    {2,  Family::cholesky,   true,  false, false, false, false, true,
+    {2,  Family::cholesky,   true,  false, false, false, false,
      {.refinement = 1}, {},
      "symm. posit. def.", "real symmetric positive definite"},
-    {-2, Family::ldlt,       true,  false, false, true,  true,  true,
+    {-2, Family::ldlt,       true,  false, false, true,  true,
      {.refinement = 1, .perturbation = 8}, {.perturbation = 8, .pivoting = 1},
      "symmetric indef.", "real symmetric"},
-    {3,  Family::lu,         false, true,  false, false, false, false,
+    {3,  Family::lu,         false, true,  false, false, false,
      {.refinement = 1, .perturbation = 13}, {.perturbation = 13},
      "compl. str. sym.", "complex structurally symmetric"},
-    {4,  Family::cholesky,   true,  true,  true,  false, false, false,
+    {4,  Family::cholesky,   true,  true,  true,  false, false,
      {.refinement = 1}, {},
      "Herm. pos. def.", "complex Hermitian positive definite"},
-    {-4, Family::ldlt,       true,  true,  true,  true,  false, false,
+    {-4, Family::ldlt,       true,  true,  true,  true,  false,
      {.refinement = 1, .perturbation = 8, .scaling = 1, .matching = 2, .pivoting = 1},
      {.perturbation = 8, .pivoting = 1},
      "Hermitian indef.", "complex Hermitian"},
-    {6,  Family::ldlt,       true,  true,  false, true,  false, false,
+    {6,  Family::ldlt,       true,  true,  false, true,  false,
      {.refinement = 1, .perturbation = 8, .scaling = 1, .matching = 2, .pivoting = 1},
      {.perturbation = 8, .pivoting = 1},
      "complex symmetr.", "complex symmetric"},
-    {11, Family::lu_complete, false, false, false, true,  true,  false,
+    {11, Family::lu_complete, false, false, false, true,  true,
      {.refinement = 2, .perturbation = 12, .scaling = 1, .matching = 1},
      {.perturbation = 13, .scaling = 1, .matching = 1},
      "real nonsymmetric", "general real"},
-    {13, Family::lu_complete, false, true,  false, true,  false, false,
+    {13, Family::lu_complete, false, true,  false, true,  false,
      {.refinement = 2, .perturbation = 12, .scaling = 1, .matching = 1},
      {.perturbation = 13, .scaling = 1, .matching = 1},
      "complex nonsym.", "general complex"},

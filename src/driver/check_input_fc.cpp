@@ -83,6 +83,19 @@ std::optional<Outcome> test_sizes(const Call& call, const Options& stored) {
   return {};
 }
 
+/// iparm(38), and perm of iparm(5) beside that of iparm(31).
+std::optional<Outcome> test_parts(const Call& call, const Options& stored) {
+  const int leading = call.iparm(38);
+  const bool analyses = call.first_digit() == 1;
+  if (!analyses && call.iparm(1) == 0) return {};  // the options of the analysis hold
+  if (leading < 0 || leading > call.n) return fault(code_schur);
+  const int asked = schur_asked(call);
+  if (!analyses && stored.n > 0 && asked > 0 && asked != stored.schur)
+    return fault(code_schur_late);
+  if (analyses && call.iparm(5) > 0 && call.iparm(31) != 0) return fault(code_perm_twice);
+  return {};
+}
+
 std::optional<Outcome> test_options(const Call& call) {
   const bool solves = call.last_digit() == 3;
   if ((call.nrhs < 1 && call.phase > 32) || (call.nrhs < 0 && solves)) return fault(code_nrhs);
@@ -122,6 +135,7 @@ Outcome check_input_fc(Call& call, const Options& stored) {
   if (auto failed = test_sizes(call, stored)) return *failed;
   if (auto failed = test_options(call)) return *failed;
   if (!is_work_phase(call.phase)) return fault(code_phase);
+  if (auto failed = test_parts(call, stored)) return *failed;
   if (call.iparm(4) != 0 && call.last_digit() >= 2) return fault(code_no_stabilised);
   const int nnz = call.first_digit() > 2 ? stored.nnz : call.ia[call.n] - 1;
   if (const int argument = missing_array(call, nnz)) return fault(code_null, argument);

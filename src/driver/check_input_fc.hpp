@@ -31,6 +31,9 @@ enum InputCode : int {
   code_row_starts = 21,  ///< ia(1) is not 1, or ia falls
   code_columns = 22,     ///< a row begins or ends outside of 1 to n
   code_pattern = 23,     ///< as many entries as the analysed pattern, but another one
+  code_schur = 24,       ///< iparm(38) is out of range
+  code_schur_late = 25,  ///< iparm(38) asks for another complement than the analysis knew of
+  code_perm_twice = 26,  ///< perm would be order and marks at once
   code_clean_mnum = 100,
   code_diagonal_symbolic = 999,
   code_empty_handle = 1000,

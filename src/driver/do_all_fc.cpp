@@ -8,7 +8,6 @@
 
 #include "base/clock.hpp"
 #include "base/status.hpp"
-#include "numeric/schur.hpp"
 #include "symbolic/sched.hpp"
 #include "symbolic/sfinit.hpp"
 #include "symbolic/symfct.hpp"
@@ -98,7 +97,7 @@ int run_factorization(StageArrays& arrays) {
   record.finished = true;
   record.mtype = options.mtype;
   record.single = options.single;
-  arrays.call.iparm(39) = count_for_iparm(schur_entries(*arrays.structure, options.schur));
+  arrays.call.iparm(39) = count_for_iparm(schur_entries(*arrays.structure, schur_options(options)));
   return status_ok;
 }
 

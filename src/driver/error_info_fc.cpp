@@ -87,7 +87,11 @@ enum class Value {
   iterative,
   argument,
   row_start,
-  column
+  column,
+  schur,
+  schur_old,
+  order_given,
+  partial
 };
 
 struct InputMessage {
@@ -133,6 +137,11 @@ constexpr InputMessage input_messages[] = {
      Value::argument, Value::column},
     {code_pattern, "*** Input check: ia, ja are not the pattern of the analysis, ido %d",
      Value::phase},
+    {code_schur, "*** Input check: iparam(38) %d, outside of 0 to neqns", Value::schur},
+    {code_schur_late, "*** Input check: iparam(38) %d, but the analysis kept %d unknowns",
+     Value::schur, Value::schur_old},
+    {code_perm_twice, "*** Input check: perm is an order and marks at once, iparam(5) %d (31) %d",
+     Value::order_given, Value::partial},
     {code_clean_mnum, "*** error velmora: wrong matrix number, clean %d", Value::mnum},
     {code_diagonal_symbolic, "*** error velmora: only symb. fact. diagonal matrix case %d",
      Value::phase},
@@ -186,6 +195,14 @@ long long value_of(Value value, const Outcome& outcome, const Call& call, const 
       return call.ia[outcome.argument - 1];
     case Value::column:
       return call.ja[outcome.argument - 1];
+    case Value::schur:
+      return call.iparm(38);
+    case Value::schur_old:
+      return stored.schur;
+    case Value::order_given:
+      return call.iparm(5);
+    case Value::partial:
+      return call.iparm(31);
   }
   return 0;
 }

@@ -105,7 +105,7 @@ Outcome run_matching(const InputMatrix& matrix, const Options& options, int* per
   const bool symmetric = options.symmetric;
   const Vector<double> magnitudes =
       options.type->nvals() == 2 ? convert2abs(matrix.nnz(), matrix.a) : Vector<double>();
-  const MatchInput part{symmetric ? matrix.n - options.schur : matrix.n, matrix.ia, matrix.ja,
+  const MatchInput part{matrix.n - options.schur, matrix.ia, matrix.ja,
                         options.type->nvals() == 2 ? magnitudes.data() : matrix.a, symmetric};
   MatchResult result = match(part, options);
   if (!symmetric && result.count < part.n) return {error_matching, -result.count, 0, 0};

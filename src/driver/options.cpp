@@ -48,12 +48,11 @@ void accept_options(const Call& call, Options& options) {
 void accept_analysis_options(const Call& call, Options& options) {
   const View<int>& iparm = call.iparm;
   const MatrixType& type = *options.type;
-  const int leading = iparm(38);
   options.symmetric = type.symmetric;
   options.matching = matching_asked(call) ? iparm(13) : 0;
   const bool scaled = iparm(11) == 1 || (iparm(11) == 2 && iparm(30) > 0);
   options.scaled = options.matching > 0 && scaled;
-  options.schur = type.schur && leading >= 1 && leading <= call.n ? call.n - leading : 0;
+  options.schur = schur_asked(call);
   options.order =
       iparm(2) < 0 || iparm(2) > 2 ? OrderMethod::dissection : static_cast<OrderMethod>(iparm(2));
   options.user_order = iparm(5) > 0;
@@ -99,6 +98,11 @@ bool transpose_asked(const Call& call) {
 
 bool matching_asked(const Call& call) {
   return matrix_type(call.mtype).matched && call.iparm(13) > 0;
+}
+
+int schur_asked(const Call& call) {
+  const int leading = call.iparm(38);
+  return leading >= 1 && leading < call.n ? call.n - leading : 0;
 }
 
 Options accept_input(const Call& call, const Options& before) {
@@ -173,6 +177,14 @@ SolveOptions solve_options(const Options& options) {
           .use_domains = options.solve_domains};
 }
 
+SchurOptions schur_options(const Options& options) {
+  return {.schur = options.schur,
+          .symmetric = options.type->symmetric,
+          .hermitian = options.type->hermitian,
+          .complex = options.type->complex,
+          .single = options.single};
+}
+
 RefineOptions refine_options(const Options& options, const Call& call, int perturbed) {
   const bool due = (perturbed > 0 || options.refinement != 0) && options.solve_steps == 0 &&
                    options.partial == 0 && call.iparm(34) == 0;
@@ -181,6 +193,7 @@ RefineOptions refine_options(const Options& options, const Call& call, int pertu
           .due = due,
           .limit = options.refinement,
           .solution_in_b = options.solution_in_b,
+          .schur = options.schur,
           .threads = options.threads};
 }
 

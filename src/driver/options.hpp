@@ -5,6 +5,7 @@
 #include "base/matrix_types.hpp"
 #include "driver/call.hpp"
 #include "numeric/factorize.hpp"
+#include "numeric/schur.hpp"
 #include "ordering/reorder1.hpp"
 #include "solve/accuracy.hpp"
 #include "solve/refine.hpp"
@@ -59,6 +60,9 @@ void initial_settings(int mtype, int solver, View<int> iparm, double* dparm);
 /// those of velmorainit(): no refinement, Bunch-Kaufman pivots for -2, no matching for -4 and 6.
 void load_defaults(int mtype, View<int> iparm);
 
+/// Order of the Schur complement that iparm(38) asks for; 0 for none.
+int schur_asked(const Call& call);
+
 /// What an accepted call says; what it does not say again stays as the call before left it.
 /// Settles iparm(51) and iparm(52).
 Options accept_input(const Call& call, const Options& before);
@@ -79,6 +83,7 @@ OrderOptions order_options(const Options& options);
 SymbolicOptions symbolic_options(const Options& options);
 FactorOptions factor_options(const Options& options);
 SolveOptions solve_options(const Options& options);
+SchurOptions schur_options(const Options& options);
 /// @param perturbed  replaced pivots of the factor, which ask for refinement
 RefineOptions refine_options(const Options& options, const Call& call, int perturbed);
 /// Level 0 for solves whose residual says nothing: partial ones, single steps, Schur factors.

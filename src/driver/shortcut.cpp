@@ -57,9 +57,14 @@ bool takes_shortcut(const Call& call) {
   if (call.n < 1 || call.ia == nullptr || contradicts_handle(call)) return false;
   if (call.ia[0] != 1) return false;
   if (std::int64_t{call.ia[call.n]} - call.n != 1 || call.iparm(3) > most_threads) return false;
-  // A handle factors the matrix that it has analysed, and no other.
+  // A handle factors the matrix that it has analysed, and no other.  A Schur complement takes a
+  // factor, be it of a diagonal matrix.
   const bool used = call.pt != nullptr && !handle_is_empty(call.pt);
-  if (call.first_digit() == 2 && used && slot(call.pt, slot_structure) != nullptr) return false;
+  const bool analysed = used && slot(call.pt, slot_structure) != nullptr;
+  if (call.first_digit() == 2 && analysed) return false;
+  const int schur = call.iparm(38);
+  if (schur != 0 && schur != call.n) return false;
+  if (call.first_digit() == 3 && analysed && control_of(call.pt).options.schur > 0) return false;
   if (call.phase == 11) return true;
   if (call.a == nullptr || call.ja == nullptr) return false;
   return call.last_digit() < 3 || (call.nrhs >= 0 && call.b != nullptr && call.x != nullptr);

@@ -327,7 +327,8 @@ Outcome run_work_phase(Call& call) {
   if (call.first_digit() == 2)
     if (Outcome failed = test_pattern_kept(call, control)) return failed;
   if (analyses) begin_analysis(call);
-  if (analyses && call.ia[call.n] - 1 == call.n && is_matrix_type(call.mtype))
+  if (analyses && call.ia[call.n] - 1 == call.n && is_matrix_type(call.mtype) &&
+      schur_asked(call) == 0)
     return refuse_diagonal(call);
   control.options = accept_input(call, control.options);
   if (!is_matrix_type(call.mtype) ||

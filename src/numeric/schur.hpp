@@ -8,18 +8,24 @@
 
 namespace vlm {
 
-/// Entries of the complement's stored triangle: for each column of a panel that ends in the
-/// trailing part, the rows from its diagonal down.  Panels never cross the start of that part.
-/// @param schur  order of the complement; 0 gives 0
-std::int64_t schur_entries(const Structure& structure, int schur);
+/// What the factor is that holds a complement.
+struct SchurOptions {
+  int schur = 0;           ///< order of the complement; 0: there is none
+  bool symmetric = false;  ///< its upper triangle is wanted, else all of it
+  bool hermitian = false;
+  bool complex = false;
+  bool single = false;  ///< the factor is one in single precision
+};
 
-/// Writes the complement as a triangle in compressed rows, indices from 1.  Its entries are at
-/// most 2^31 - 2.
-/// @param single  the factor is one in single precision
-/// @param s   values              [schur_entries()], out
+/// Entries of the complement as velmora_fact_schur() writes it, zeros within its panels included.
+std::int64_t schur_entries(const Structure& structure, const SchurOptions& options);
+
+/// Writes the complement in compressed rows, indices from 1: the upper triangle of symmetric
+/// storage, all of it otherwise.  Its entries are at most 2^31 - 2, its order at least 1.
+/// @param s   values, complex ones as two doubles  [schur_entries()], out
 /// @param is  row starts          [schur+1], out
 /// @param js  columns, ascending  [schur_entries()], out
-void velmora_fact_schur(const Structure& structure, int schur, bool single, const void* lu,
+void velmora_fact_schur(const Structure& structure, const SchurOptions& options, const void* lu,
                         double* s, int* is, int* js);
 
 }  // namespace vlm

@@ -100,6 +100,11 @@ class StoppingRule {
   double best_;
 };
 
+/// Values of a column that the rows of the Schur complement don't hold.
+std::size_t leading_length(const RefineCall& call) {
+  return vector_length(call.options, call.n - call.options.schur, 1);
+}
+
 /// Keeps the right-hand sides where the solution overwrites them.  @return sum over all of them
 double measure_rhs(const RefineCall& call, const Vectors& v) {
   const std::size_t column = vector_length(call.options, call.n, 1);
@@ -107,8 +112,10 @@ double measure_rhs(const RefineCall& call, const Vectors& v) {
   double total = 0;
   for (int k = 0; k < call.nrhs; ++k) {
     const double* const b = call.b + column * static_cast<std::size_t>(k);
-    const double sum = v.rhs == call.b ? sum_of_absolutes(column, b, threads)
-                                       : conv8_16(column, b, call.cgs_arr + (b - call.b), threads);
+    double sum = 0;
+    if (v.rhs != call.b) sum = conv8_16(column, b, call.cgs_arr + (b - call.b), threads);
+    if (v.rhs == call.b || call.options.schur > 0)
+      sum = sum_of_absolutes(leading_length(call), b, threads);
     v.rounding[k] = rounding_level * sum;
     total += sum;
   }
@@ -121,15 +128,16 @@ double measure_rhs(const RefineCall& call, const Vectors& v) {
 double measure_iterate(const RefineCall& call, const Vectors& v, bool first) {
   const RefineOptions& options = call.options;
   const SparseProduct product{call.matrix, options.type.mtype, options.transpose, options.threads};
-  const double total =
+  double total =
       amuxy_res_velmora(product, call.nrhs, v.iterate, v.rhs, v.correction, v.product_work);
+  if (options.schur > 0) total = 0;
   const std::size_t column = vector_length(options, call.n, 1);
   for (int k = 0; k < call.nrhs; ++k) {
+    const double* const residual = v.correction + column * static_cast<std::size_t>(k);
+    const bool summed = call.nrhs == 1 && options.schur == 0;
     const double norm =
-        call.nrhs == 1
-            ? total
-            : sum_of_absolutes(column, v.correction + column * static_cast<std::size_t>(k),
-                               options.threads);
+        summed ? total : sum_of_absolutes(leading_length(call), residual, options.threads);
+    if (options.schur > 0) total += norm;
     const double factor = v.best[k] <= v.rounding[k] ? rounding_noise : 1.0;
     const bool worse = norm > factor * v.best[k] || (std::isnan(norm) && std::isfinite(v.best[k]));
     v.behind[k] = !first && worse ? 1.0 : 0.0;

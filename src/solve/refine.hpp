@@ -24,6 +24,7 @@ struct RefineOptions {
   bool due = false;            ///< false: the plain solve
   int limit = 0;               ///< iparm(8): its size is the most steps; 0: two steps
   bool solution_in_b = false;  ///< iparm(6)
+  int schur = 0;  ///< trailing unknowns that the solve leaves zero, and whose rows don't count
   int threads = 1;
 };
 

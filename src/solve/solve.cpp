@@ -52,8 +52,7 @@ Sweep plan_sweep(const SolveOptions& options, const Structure& st) {
   sweep.backward = options.steps != 1;
   sweep.last_panel = st.nsuper;
   if (options.schur > 0) {
-    const int e = st.n - options.schur;
-    while (sweep.last_panel > 0 && st.xsuper(sweep.last_panel + 1) - 1 > e) --sweep.last_panel;
+    sweep.last_panel = st.snode(st.n - options.schur + 1) - 1;
   }
   if (options.partial) {
     if (st.nfw > 0) sweep.forward_from = sweep.gather_from = st.n - st.nfw + 1;
@@ -176,7 +175,7 @@ void sweep_backward(const SolveFrame<T>& f, const Sweep& sweep, int first, int l
   }
 }
 
-/// What is left of a right-hand side in the Schur complement's rows is nobody's.
+/// A whole solve is one with zeros for the unknowns of the Schur complement.
 template <class T>
 void clear_schur_rows(const SolveFrame<T>& f) {
   const std::ptrdiff_t start = f.st.n - f.options.schur;
@@ -214,7 +213,7 @@ void run_sweeps(const SolveBlock<T>& block) {
   if (sweep.forward) {
     if (divided) forward_by_domains<Family>(block);
     sweep_forward<Family>(f, sweep, first, f.st.nsuper);
-    if (f.options.schur > 0) clear_schur_rows(f);
+    if (f.options.schur > 0 && sweep.backward) clear_schur_rows(f);
   }
   if (!sweep.backward) return;
   sweep_backward<Family>(f, sweep, first, f.st.nsuper);

@@ -124,7 +124,6 @@ TEST(Diagonal, ReplacesWhatTheHandleHeld) {
       ASSERT_GT(c.iparm(39), 8);
       Caller d(-2, {1, 2, 3}, {1, 2}, {2, 4});
       d.pt = c.pt;
-      d.iparm(38) = 1;
       d.iparm(39) = c.iparm(39);
       d.iparm(32) = road;
       ASSERT_EQ(d.run(phase), 0);

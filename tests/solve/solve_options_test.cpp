@@ -211,38 +211,6 @@ TEST(SolveOptions, HandlesDoNotDisturbEachOther) {
   }
 }
 
-// Column c of the complement from its diagonal down comes as row c.
-TEST(SolveOptions, SchurComplementEqualsDenseElimination) {
-  for (const Matrix& m : {elasticity3d(4, 1), shifted_laplacian(14, 1.1, true, 2),
-                          saddle_point(4, 3), structurally_symmetric(4, 3), dense(90, 4)})
-    for (const int trailing : {1, 7, 30})
-      for (const int threads : {1, 2})
-        for (const int single : {0, 1}) {
-          if (single == 1 && m.mtype == 2) continue;
-          SCOPED_TRACE(m.name + " trailing " + std::to_string(trailing) + " threads " +
-                       std::to_string(threads) + " single " + std::to_string(single));
-          Session s(m, threads);
-          s.iparm(21) = 1;
-          s.iparm(29) = single;
-          s.iparm(38) = m.n - trailing;
-          ASSERT_EQ(s.run(12), 0);
-          const Dense right = dense_schur(to_dense(m), m.n - trailing);
-          const double exact = single == 1 ? 1e-3 : s.iparm(14) > 0 ? 1e-6 : 1e-11;
-          double size = 0;
-          for (const cplx v : right.a) size = std::max(size, std::abs(v));
-          const Session::Schur got = s.schur();
-          Dense filled{trailing, std::vector<cplx>(right.a.size())};
-          for (int c = 0; c < trailing; ++c)
-            for (int k = got.ia[c] - 1; k < got.ia[c + 1] - 1; ++k) {
-              ASSERT_GT(got.ja[k], c);
-              filled(got.ja[k] - 1, c) = got.a[k];
-            }
-          for (int c = 0; c < trailing; ++c)
-            for (int r = c; r < trailing; ++r)
-              ASSERT_LE(std::abs(filled(r, c) - right(r, c)), exact * size) << r << " " << c;
-        }
-}
-
 TEST(SolveOptions, RefinementStepsAreCounted) {
   const Matrix m = shifted_laplacian(12, 1.1, true, 2);
   const std::vector<double> b = random_vector(m, 1, 18);

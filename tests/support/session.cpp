@@ -32,7 +32,8 @@ std::vector<double> Session::solve(const std::vector<double>& b, int nrhs, int p
 Session::Schur Session::schur() {
   const auto entries = static_cast<std::size_t>(iparm(39));
   const auto rows = static_cast<std::size_t>(matrix_->n - iparm(38));
-  Schur s{std::vector<int>(rows + 1), std::vector<int>(entries), std::vector<double>(entries)};
+  const auto values = entries * static_cast<std::size_t>(matrix_->nvals());
+  Schur s{std::vector<int>(rows + 1), std::vector<int>(entries), std::vector<double>(values)};
   ::velmora_schur(pt_.data(), &maxfct, &mnum, &matrix_->mtype, s.a.data(), s.ia.data(),
                   s.ja.data());
   return s;
