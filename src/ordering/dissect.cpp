@@ -88,7 +88,8 @@ class Dissector {
 Piece Dissector::whole_graph() {
   Piece whole{graph_, Vector<int>(graph_.n), MeshKind::unknown};
   std::iota(whole.vertex.begin(), whole.vertex.end(), 0);
-  return held_.empty() ? whole : take_side(whole, held_, 0);
+  if (!held_.empty()) whole = take_side(whole, held_, 0);
+  return whole;
 }
 
 Dissection Dissector::run() {
