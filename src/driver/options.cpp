@@ -142,7 +142,7 @@ OrderOptions order_options(const Options& options) {
   return {.method = options.order,
           .symmetric = options.symmetric,
           .threads = options.threads,
-          .domains = options.partial >= 1 ? 1 : count_domains(options),
+          .domains = options.partial != 0 ? 1 : count_domains(options),
           .flop_weight = by_kind * by_storage / std::clamp(options.threads, 1, 8),
           .schur = options.schur};
 }

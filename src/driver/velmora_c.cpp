@@ -94,7 +94,7 @@ OrderInput order_input(const Call& call, const MatchedOrder& matched) {
   const Options& options = control_of(call.pt).options;
   OrderInput input{.matrix = pattern_of(call), .row_perm = matching_of(call.pt).perm};
   if (options.user_order) input.user_perm = call.perm;
-  if (options.partial >= 1) input.marks = call.perm;
+  if (options.partial != 0) input.marks = call.perm;
   if (matched.order) input.matched = &*matched.order;
   return input;
 }

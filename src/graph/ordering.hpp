@@ -26,8 +26,10 @@ struct Ordering {
 struct OrderedGraph {
   Adjacency graph;
   Ordering order;
-  int trailing = 0;      ///< trailing columns that must begin a supernode (Schur or partial solve)
-  int nfw = 0, nbw = 0;  ///< partial solve: trailing columns with right-hand side, with solution
+  int trailing = 0;  ///< trailing columns of the Schur complement, which begin a supernode
+  /// Partial solve: positions with right-hand side and with wanted solution, ascending; both empty
+  /// when all are.
+  Vector<int> marked_rows, marked_columns;
 };
 
 /// One range over the whole order: (1, n-1), (n, n).

@@ -30,11 +30,29 @@ DissectionRequest dissection_request(const OrderOptions& options) {
   return {options.domains, options.flop_weight};
 }
 
-// The nodes that the ordering keeps for the end.
-Vector<char> nodes_held_back(const OrderOptions& options, const Adjacency& graph) {
+// Row of the matrix in the place of a node.
+int row_of(const OrderInput& input, int node) {
+  return input.row_perm != nullptr ? input.row_perm[node - 1] : node;
+}
+
+// The nodes that the ordering keeps for the end: those of the Schur complement, and marked ones
+// while they are so few that their block of the factor, were it dense, would hold no more entries
+// than the matrix.  A partial solve then ends in that block; more of them would cost the
+// factorization, and stay where the order has them.
+Vector<char> nodes_held_back(const OrderInput& input, const OrderOptions& options,
+                             const Adjacency& graph) {
+  const int n = graph.n;
   Vector<char> held;
+  if (input.marks != nullptr) {
+    held.resize(n);
+    for (int i = 0; i < n; ++i)
+      held[i] = input.marks[i] != 0 || input.marks[row_of(input, i + 1) - 1] != 0;
+    const auto count = static_cast<double>(std::count(held.begin(), held.end(), 1));
+    const double entries = static_cast<double>(graph.adjncy.size()) + n;
+    if (count == 0 || count * count > entries) held.clear();
+  }
   if (options.schur > 0) {
-    held.assign(graph.n, 0);
+    held.resize(n);
     std::fill(held.end() - options.schur, held.end(), 1);
   }
   return held;
@@ -53,19 +71,22 @@ int choose_order(const OrderInput& input, const OrderOptions& options, OrderedGr
     for (int& node : order.perm) node = std::abs(node);
     return invert_order(order) ? status_ok : status_structure;
   }
-  return order_by_method(options, ordered.graph, order, nodes_held_back(options, ordered.graph));
+  return order_by_method(options, ordered.graph, order,
+                         nodes_held_back(input, options, ordered.graph));
 }
 
-// Sends the marked nodes last, in the sequence they have.  The leaf domains would no longer
-// be contiguous in what is left: one range remains.
-void move_marked_last(const int* marks, OrderedGraph& ordered) {
-  const int n = ordered.graph.n;
-  Vector<int> group(n);
-  std::transform(marks, marks + n, group.begin(), [](int mark) { return mark != 0 ? 2 : 1; });
-  const Range marked = regroup(ordered.order, group, 2).back();
-  set_single_range(ordered.order, n);
-  ordered.trailing = marked.last - marked.first + 1;
-  ordered.nfw = ordered.nbw = ordered.trailing;
+// Positions of the marked right-hand sides and solutions, and with them those of the Schur
+// complement, which a solve always reaches.
+void place_marks(const OrderInput& input, OrderedGraph& ordered) {
+  const int n = ordered.graph.n, *marks = input.marks;
+  if (std::all_of(marks, marks + n, [](int mark) { return mark == 0; })) return;
+  const View<const int> perm(ordered.order.perm);
+  for (int i = 1; i <= n; ++i) {
+    const int node = perm(i), row = row_of(input, node);
+    const bool always = i > n - ordered.trailing;
+    if (always || marks[row - 1] != 0) ordered.marked_rows.push_back(i);
+    if (always || marks[node - 1] != 0) ordered.marked_columns.push_back(i);
+  }
 }
 
 }  // namespace
@@ -96,7 +117,8 @@ bool order_with_pairs(const OrderOptions& options, const Adjacency& graph, Pairi
 
 int reorder1_velmora(const OrderInput& input, const OrderOptions& options, OrderedGraph& ordered,
                      OrderTimes& times) {
-  ordered.trailing = ordered.nfw = ordered.nbw = 0;
+  ordered.marked_rows.clear();
+  ordered.marked_columns.clear();
   {
     const Stopwatch watch(times.adjacency);
     const int status = build_adjacency(input, options.symmetric, ordered.graph);
@@ -104,12 +126,9 @@ int reorder1_velmora(const OrderInput& input, const OrderOptions& options, Order
   }
   const Stopwatch watch(times.order);
   if (const int status = choose_order(input, options, ordered)) return status;
-  if (input.marks != nullptr) {
-    move_marked_last(input.marks, ordered);
-  } else {
-    ordered.trailing = options.schur;
-    regroup_by_ranges(ordered.order, ordered.trailing);
-  }
+  ordered.trailing = options.schur;
+  regroup_by_ranges(ordered.order, ordered.trailing);
+  if (input.marks != nullptr) place_marks(input, ordered);
   return status_ok;
 }
 

@@ -30,7 +30,7 @@ struct OrderInput {
   InputMatrix matrix;                 ///< pattern only
   const int* row_perm = nullptr;      ///< [n] row that takes the place of row i; null: itself
   const int* user_perm = nullptr;     ///< [n] order that the caller gives
-  const int* marks = nullptr;         ///< [n] nodes with a mark other than 0 go last
+  const int* marks = nullptr;         ///< [n] partial solve: not 0 for the nodes that take part
   const Ordering* matched = nullptr;  ///< order that keeps the pairs of a matching together
 };
 
@@ -41,8 +41,9 @@ struct OrderTimes {
 
 /// Forms the adjacency and orders it: by the caller's order, the matching's, or the method.
 ///
-/// The interiors of the domains come first, then the separators, then the trailing nodes: the
-/// marked ones, which leave a single range, or those of the Schur complement.
+/// The interiors of the domains come first, then the separators, then the nodes of the Schur
+/// complement, in increasing index.  Marked nodes come behind the separators where they are few and
+/// the method chooses the order.
 /// @return a Status
 int reorder1_velmora(const OrderInput& input, const OrderOptions& options, OrderedGraph& ordered,
                      OrderTimes& times);

@@ -39,24 +39,22 @@ struct SolveCall {
 /// Which parts of the two sweeps run.
 struct Sweep {
   bool forward = true, backward = true;
-  int forward_from = 1;  ///< panels that end before this column meet zeros only
-  int backward_to = 1;   ///< columns before this one aren't wanted
-  int gather_from = 1;   ///< positions with right-hand side values
-  int scatter_from = 1;  ///< positions of the solution that are delivered
+  bool partial = false;  ///< the panels of the path alone
   int last_panel = 0;    ///< panels beyond belong to the Schur complement
 };
+
+bool is_partial(const SolveOptions& options, const Structure& st) {
+  return options.partial && !st.path.empty();
+}
 
 Sweep plan_sweep(const SolveOptions& options, const Structure& st) {
   Sweep sweep;
   sweep.forward = options.steps <= 1;
   sweep.backward = options.steps != 1;
+  sweep.partial = is_partial(options, st);
   sweep.last_panel = st.nsuper;
   if (options.schur > 0) {
     sweep.last_panel = st.snode(st.n - options.schur + 1) - 1;
-  }
-  if (options.partial) {
-    if (st.nfw > 0) sweep.forward_from = sweep.gather_from = st.n - st.nfw + 1;
-    if (st.nbw > 0) sweep.backward_to = sweep.scatter_from = st.n - st.nbw + 1;
   }
   return sweep;
 }
@@ -102,19 +100,26 @@ struct SolveBlock {
   }
 };
 
-/// Calls body(first, last) for pieces of the positions from..n, one a thread.
-template <class Body>
-void share_positions(int from, int n, int threads, const Body& body) {
+/// Calls visit(i) for the positions 1 to n, which the threads share in pieces.
+template <class Visit>
+void share_positions(int n, int threads, const Visit& visit) {
   if (threads <= 1) {
-    body(from, n);
+    for (int i = 1; i <= n; ++i) visit(i);
     return;
   }
 #pragma omp parallel num_threads(threads)
   {
-    const std::int64_t team = omp_get_num_threads(), count = std::int64_t{n} - from + 1;
-    const auto start = [&](std::int64_t k) { return from + static_cast<int>(count * k / team); };
-    body(start(omp_get_thread_num()), start(omp_get_thread_num() + 1) - 1);
+    const std::int64_t team = omp_get_num_threads(), me = omp_get_thread_num();
+    const int last = static_cast<int>(n * (me + 1) / team);
+    for (int i = static_cast<int>(n * me / team) + 1; i <= last; ++i) visit(i);
   }
+}
+
+/// Calls visit(i) for the positions of the panels on the path.
+template <class Visit>
+void for_each_on_path(const Structure& st, const Visit& visit) {
+  for (const int s : st.path)
+    for (int i = st.xsuper(s); i < st.xsuper(s + 1); ++i) visit(i);
 }
 
 /// y := scaled right-hand sides in elimination order; a backward step alone takes them as they
@@ -125,18 +130,25 @@ void psol_fwgath_velmora(const SolveBlock<T>& block, const SolveCall& call, int 
   const Structure& st = f.st;
   const Side side = call.options.transpose ? column_side(call) : row_side(call);
   const bool plain = f.options.steps > 1;
-  share_positions(1, st.n, block.threads, [&, side](int first, int last) {
-    for (int i = first; i <= last; ++i) {
-      T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
-      const int node = plain ? i : side.node(st.perm(i));
-      const double s = plain ? 1.0 : side.factor(node);
-      for (int k = 0; k < f.nb; ++k) {
-        const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1;
-        yi[k] =
-            i < block.sweep.gather_from ? T(0) : static_cast<T>(value_at<Wide<T>>(call.b, at) * s);
-      }
+  const auto gather = [&, side](int i) {
+    T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
+    const int node = plain ? i : side.node(st.perm(i));
+    const double s = plain ? 1.0 : side.factor(node);
+    for (int k = 0; k < f.nb; ++k) {
+      const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1;
+      yi[k] = static_cast<T>(value_at<Wide<T>>(call.b, at) * s);
     }
-  });
+  };
+  if (!block.sweep.partial) {
+    share_positions(st.n, block.threads, gather);
+  } else if (plain) {
+    for_each_on_path(st, gather);
+  } else {
+    for_each_on_path(st, [&](int i) {
+      std::fill_n(f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb, f.nb, T(0));
+    });
+    for (const int i : call.options.transpose ? st.marked_columns : st.marked_rows) gather(i);
+  }
 }
 
 /// Solutions back to the caller's order; a forward step alone gives them as they stand.
@@ -146,33 +158,35 @@ void psol_bwscat_velmora(const SolveBlock<T>& block, const SolveCall& call, int 
   const Structure& st = f.st;
   const Side side = call.options.transpose ? row_side(call) : column_side(call);
   const bool plain = f.options.steps == 1;
-  share_positions(block.sweep.scatter_from, st.n, block.threads, [&, side](int first, int last) {
-    for (int i = first; i <= last; ++i) {
-      const T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
-      const int node = plain ? i : side.node(st.perm(i));
-      const double s = plain ? 1.0 : side.factor(node);
-      for (int k = 0; k < f.nb; ++k)
-        put_value(call.x, static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1,
-                  static_cast<Wide<T>>(yi[k]) * s);
-    }
-  });
+  const auto scatter = [&, side](int i) {
+    const T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
+    const int node = plain ? i : side.node(st.perm(i));
+    const double s = plain ? 1.0 : side.factor(node);
+    for (int k = 0; k < f.nb; ++k)
+      put_value(call.x, static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1,
+                static_cast<Wide<T>>(yi[k]) * s);
+  };
+  if (!block.sweep.partial) {
+    share_positions(st.n, block.threads, scatter);
+  } else if (plain) {
+    for_each_on_path(st, scatter);
+  } else {
+    for (const int i : call.options.transpose ? st.marked_rows : st.marked_columns) scatter(i);
+  }
 }
 
 /// Forward and diagonal steps of panels first to last.
 template <class Family, class T>
 void sweep_forward(const SolveFrame<T>& f, const Sweep& sweep, int first, int last) {
   for (int s = first; s <= std::min(last, sweep.last_panel); ++s)
-    if (f.st.xsuper(s + 1) - 1 >= sweep.forward_from)
-      Family::forward(f, panel_of(f.st, f.store, s));
+    Family::forward(f, panel_of(f.st, f.store, s));
 }
 
 /// Backward steps of panels last to first.
 template <class Family, class T>
 void sweep_backward(const SolveFrame<T>& f, const Sweep& sweep, int first, int last) {
-  for (int s = std::min(last, sweep.last_panel); s >= first; --s) {
-    if (f.st.xsuper(s + 1) <= sweep.backward_to) break;
+  for (int s = std::min(last, sweep.last_panel); s >= first; --s)
     Family::backward(f, panel_of(f.st, f.store, s));
-  }
 }
 
 /// A whole solve is one with zeros for the unknowns of the Schur complement.
@@ -201,6 +215,19 @@ void forward_by_domains(const SolveBlock<T>& block) {
   }
   for (int d = 0; d < domains; ++d)
     for (std::ptrdiff_t i = 0; i < length; ++i) frame.y[before + i] += block.tails[d * length + i];
+}
+
+/// The sweeps over the path of a partial solve.
+template <class Family, class T>
+void sweep_path(const SolveFrame<T>& f, const Sweep& sweep) {
+  const int* const begin = f.st.path.begin();
+  const int* const end = std::upper_bound(begin, f.st.path.end(), sweep.last_panel);
+  if (sweep.forward) {
+    for (const int* s = begin; s != end; ++s) Family::forward(f, panel_of(f.st, f.store, *s));
+    if (f.options.schur > 0 && sweep.backward) clear_schur_rows(f);
+  }
+  for (const int* s = end; sweep.backward && s != begin;)
+    Family::backward(f, panel_of(f.st, f.store, *--s));
 }
 
 /// The sweeps of one block of right-hand sides.
@@ -234,10 +261,13 @@ struct Division {
 /// Enough right-hand sides give each thread its own; else the threads share the factor's
 /// domains, where the analysis made some.
 Division divide(const SolveOptions& options, const Structure& st, int nrhs) {
-  const double work = static_cast<double>(st.figures.nnz_l + st.figures.nnz_u) * nrhs;
+  const bool partial = is_partial(options, st);
+  const double entries =
+      partial ? st.path_entries : static_cast<double>(st.figures.nnz_l + st.figures.nnz_u);
+  const double work = entries * nrhs;
   const int threads = work < worthwhile_entries ? 1 : std::max(1, options.threads);
-  const bool domains = threads > 1 && st.schedule.scheme == Scheme::two_level &&
-                       options.use_domains && !options.partial;
+  const bool domains =
+      threads > 1 && st.schedule.scheme == Scheme::two_level && options.use_domains && !partial;
   const int share = (nrhs + threads - 1) / threads;
   Division out;
   if (threads > 1 && (share >= worthwhile_rhs || (!domains && nrhs > 1))) {
@@ -278,7 +308,10 @@ void solve_block(const SolveCall& call, int k0, int nb, int threads, T* work) {
                       .threads = threads};
   block.tails = block.frame.temp + block.temp_length * threads;
   psol_fwgath_velmora(block, call, k0);
-  run_sweeps<Family>(block);
+  if (block.sweep.partial)
+    sweep_path<Family>(block.frame, block.sweep);
+  else
+    run_sweeps<Family>(block);
   psol_bwscat_velmora(block, call, k0);
 }
 

@@ -69,7 +69,8 @@ struct Analysis : OrderedGraph {
   Vector<int> sparent;         ///< [nsuper] panel tree, 0 for a root
   Vector<int> nmod;            ///< [nsuper] number of distinct panels that update s
   Vector<Range> super_ranges;  ///< ranges in panels; the tail pair is last
-  Vector<int> queue;           ///< [nsuper] order of the panels for threads; may be empty
+  Vector<int> path;   ///< partial solve: panels from the marked columns to the roots, ascending
+  Vector<int> queue;  ///< [nsuper] order of the panels for threads; may be empty
   UpdateLists updates;
   std::int64_t max_scaled = 0;  ///< most entries of one scaled operand of an update
 };

@@ -37,6 +37,7 @@ class Carver {
 struct Arrays {
   View<std::int64_t> xlnz, xunz;
   View<int> perm, invp, xsuper, snode, xlindx, lindx, sparent, nmod, range;
+  View<int> marked_rows, marked_columns, path;
   View<int> queue, start, up, uplen;
   View<int> lptr, ldst, lsrc, uptr, udst, usrc;
 };
@@ -60,6 +61,9 @@ Arrays carve(Carver& carver, const Analysis& analysis, const StructurePlan& plan
   a.sparent = ints(nsuper);
   a.nmod = ints(nsuper);
   a.range = ints(2 * analysis.super_ranges.size());
+  a.marked_rows = ints(analysis.marked_rows.size());
+  a.marked_columns = ints(analysis.marked_columns.size());
+  a.path = ints(analysis.path.size());
   a.queue = ints(analysis.queue.size());
   a.start = ints(analysis.updates.start.size());
   a.up = ints(analysis.updates.up.size());
@@ -161,6 +165,9 @@ void measure_panels(Structure& out) {
   }
   out.len_lnz = out.xlnz(out.nsuper + 1) - 1;
   out.len_unz = out.xunz(out.nsuper + 1) - 1;
+  for (const int s : out.path)
+    out.path_entries +=
+        static_cast<double>(out.xlnz(s + 1) - out.xlnz(s) + out.xunz(s + 1) - out.xunz(s));
 }
 
 }  // namespace
@@ -187,8 +194,6 @@ Structure* build_structure(void* block, const MapInput& input, const StructurePl
   out->n = analysis.graph.n;
   out->nsuper = analysis.nsuper;
   out->nparts = static_cast<int>(analysis.super_ranges.size()) - 1;
-  out->nfw = analysis.nfw;
-  out->nbw = analysis.nbw;
   out->max_scaled = analysis.max_scaled;
   out->figures = analysis.figures;
   out->xlnz = keep(analysis.xlnz, a.xlnz);
@@ -201,6 +206,9 @@ Structure* build_structure(void* block, const MapInput& input, const StructurePl
   out->lindx = keep(analysis.lindx, a.lindx);
   out->sparent = keep(analysis.sparent, a.sparent);
   out->nmod = keep(analysis.nmod, a.nmod);
+  out->marked_rows = keep(analysis.marked_rows, a.marked_rows);
+  out->marked_columns = keep(analysis.marked_columns, a.marked_columns);
+  out->path = keep(analysis.path, a.path);
   out->schedule = {analysis.updates.scheme, keep(analysis.queue, a.queue),
                    keep(analysis.updates.start, a.start), keep(analysis.updates.up, a.up),
                    keep(analysis.updates.uplen, a.uplen)};

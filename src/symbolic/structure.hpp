@@ -38,12 +38,12 @@ struct Structure {
   int n = 0;
   int nsuper = 0;
   int nparts = 1;               ///< leaf domains
-  int nfw = 0, nbw = 0;         ///< partial solve
   int max_rows = 0;             ///< rows of the tallest panel
   int max_width = 0;            ///< columns of the widest panel
   std::int64_t len_lnz = 0;     ///< values in the L store
   std::int64_t len_unz = 0;     ///< values in the U store; 0 for symmetric storage
   std::int64_t max_scaled = 0;  ///< most entries of one scaled operand of an update
+  double path_entries = 0;      ///< entries of L and U in the panels of the path
   FactorFigures figures;        ///< of the exact factor
 
   View<const int> perm, invp;           ///< [n]
@@ -54,6 +54,9 @@ struct Structure {
   View<const int> sparent;              ///< [nsuper]
   View<const int> nmod;                 ///< [nsuper]
   View<const int> range;                ///< [2*(nparts+1)] first and last panel; tail pair last
+  /// Partial solve, all empty when the whole is wanted: positions with right-hand side, with wanted
+  /// solution, and the panels from them to the roots, ascending.
+  View<const int> marked_rows, marked_columns, path;
   Schedule schedule;
   InputMap lmap, umap;  ///< umap is empty for symmetric storage
 };

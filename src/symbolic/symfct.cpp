@@ -226,6 +226,19 @@ void translate_ranges(Analysis& analysis) {
   analysis.super_ranges.push_back({last_panel + 1, analysis.nsuper});
 }
 
+/// The panels from the marked columns up to their roots: all that a partial solve visits.
+void collect_path(Analysis& analysis) {
+  const View<const int> snode(analysis.snode), sparent(analysis.sparent);
+  Vector<char> store(analysis.nsuper, 0);
+  const View<char> visited(store);
+  for (const Vector<int>* marked : {&analysis.marked_rows, &analysis.marked_columns})
+    for (const int column : *marked)
+      for (int s = snode(column); s != 0 && !visited(s); s = sparent(s)) visited(s) = 1;
+  analysis.path.clear();
+  for (int s = 1; s <= analysis.nsuper; ++s)
+    if (visited(s)) analysis.path.push_back(s);
+}
+
 }  // namespace
 
 int reorder2_velmora(const SymbolicOptions& options, Analysis& analysis) {
@@ -234,6 +247,7 @@ int reorder2_velmora(const SymbolicOptions& options, Analysis& analysis) {
   if (status == status_ok) status = symfct_velmora(analysis);
   if (status != status_ok) return status;
   translate_ranges(analysis);
+  collect_path(analysis);
   count_updates(analysis);
   return status_ok;
 }

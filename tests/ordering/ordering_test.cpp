@@ -475,24 +475,30 @@ TEST(Reorder1, HeldNodesCountInTheOrderOfTheOthers) {
   }
 }
 
-TEST(Reorder1, MarkedNodesGoLast) {
+TEST(Reorder1, FewMarkedNodesGoLastManyStay) {
   const test::Matrix m = test::poisson2d(12);
-  Vector<int> marks(m.n, 0);
   OrderedGraph plain, ordered;
   ASSERT_EQ(first_stage(m, {}, plain), status_ok);
-  ASSERT_EQ(first_stage(m, {}, ordered, {.matrix = {}, .marks = marks.data()}), status_ok);
-  EXPECT_EQ(ordered.trailing, 0);
-  EXPECT_EQ(ordered.order.perm, plain.order.perm);
-  for (const int node : {3, 77, 140}) marks[node - 1] = -1;
-  ASSERT_EQ(first_stage(m, {}, ordered, {.matrix = {}, .marks = marks.data()}), status_ok);
-  expect_order(ordered.order, m.n, "marked");
-  EXPECT_EQ(ordered.trailing, 3);
-  EXPECT_EQ(ordered.nfw, 3);
-  EXPECT_EQ(ordered.nbw, 3);
-  Vector<int> expected(plain.order.perm);
-  std::stable_partition(expected.begin(), expected.end(),
-                        [&](int node) { return marks[node - 1] == 0; });
-  EXPECT_EQ(ordered.order.perm, expected);
+  for (const int count : {0, 3, 100})
+    for (const int schur : {0, 7}) {
+      Vector<int> marks(m.n, 0);
+      for (int k = 0; k < count; ++k) marks[(k * 41) % m.n] = -1;
+      ASSERT_EQ(first_stage(m, {.schur = schur}, ordered, {.matrix = {}, .marks = marks.data()}),
+                status_ok);
+      expect_order(ordered.order, m.n, "marked");
+      EXPECT_EQ(ordered.trailing, schur);
+      if (schur == 0 && count != 3) {
+        EXPECT_EQ(ordered.order.perm, plain.order.perm);
+      }
+      Vector<int> expected;
+      for (int i = 1; i <= m.n && count > 0; ++i)
+        if (i > m.n - schur || marks[ordered.order.perm[i - 1] - 1] != 0) expected.push_back(i);
+      EXPECT_EQ(ordered.marked_rows, expected);
+      EXPECT_EQ(ordered.marked_columns, expected);
+      if (count == 3) {
+        EXPECT_EQ(expected.front(), m.n - static_cast<int>(expected.size()) + 1);
+      }
+    }
 }
 
 }  // namespace

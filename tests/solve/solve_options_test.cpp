@@ -112,41 +112,6 @@ TEST(SolveOptions, ForwardAndTheRestComposeToTheSolve) {
     }
 }
 
-// Right-hand side and solution restricted to marked nodes; the whole solve is the reference.
-TEST(SolveOptions, PartialSolveGivesTheMarkedEntries) {
-  for (const Matrix& m : one_of_each())
-    for (const int word : {1, 2, 3})
-      for (const int marks : {0, 1, 12}) {
-        SCOPED_TRACE(m.name + " iparm(31) " + std::to_string(word) + " marks " +
-                     std::to_string(marks));
-        Session part(m), whole(m);
-        plain(part);
-        plain(whole);
-        part.iparm(31) = word;
-        Rng rng(14);
-        while (std::count(part.perm.begin(), part.perm.end(), 1) < marks)
-          part.perm[rng.below(m.n)] = 1;
-        const std::vector<int> mark = part.perm;
-        ASSERT_EQ(part.run(12), 0);
-        ASSERT_EQ(whole.run(12), 0);
-        for (const int nrhs : {1, 3}) {
-          std::vector<double> b = random_vector(m, nrhs, 15);
-          const auto nv = static_cast<std::size_t>(m.nvals()), n = static_cast<std::size_t>(m.n);
-          const auto marked = [&](std::size_t k) { return marks == 0 || mark[k / nv % n] == 1; };
-          for (std::size_t k = 0; k < b.size(); ++k)
-            if (!marked(k)) b[k] = 0;
-          const std::vector<double> x = part.solve(b, nrhs), right = whole.solve(b, nrhs);
-          ASSERT_EQ(part.error, 0);
-          double size = 0;
-          for (const double v : right) size = std::max(size, std::abs(v));
-          for (std::size_t k = 0; k < b.size(); ++k)
-            if (marked(k)) {
-              ASSERT_NEAR(x[k], right[k], 1e-12 * size) << k;
-            }
-        }
-      }
-}
-
 TEST(SolveOptions, LogDeterminant) {
   for (const int mtype : all_mtypes) {
     for (const Matrix& m : well_conditioned(mtype)) {
