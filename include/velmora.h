@@ -156,7 +156,11 @@
  *   29  in      [0] 1: factor and solve in single precision; types 1, -2, 11 only
  *   30  in      [0] > 1: width of the panels.  Not 0: iparm(2) outside 0 to 2 is taken as 2
  *   31  in      [0] not 0: partial solve; perm, read by the analysis, marks with a non-zero the
- *               nodes with right-hand side and wanted solution.  No refinement then
+ *               equations with a right-hand side and the unknowns that are wanted, both of one
+ *               number.  b counts as zero in the others, and x stays as it is there.  The solve
+ *               visits the paths from the marked nodes to the roots of the elimination tree and
+ *               nothing else; it isn't refined.  No mark: a whole solve.  With iparm(38) the last
+ *               n - iparm(38) count as marked.  Together with iparm(5) > 0 it is error -1
  *   32  in      [1 if velmorainit() was asked for the iterative solver] 1: iterative solver.
  *               Not in this version: ends with error -1
  *   33  in      [0] 1: dparm(33) receives the logarithm of |det A|
