@@ -33,7 +33,9 @@
  * Failure.  A fault of the caller (null argument, dimensions that don't
  * agree, index out of range) is an assertion, in every build: the text of the
  * test goes to standard error and the process aborts.  Exhausted memory ends
- * the process with exit code 7.  Everything else is a return value.
+ * the process with exit code 7, bad options of a factorization with exit code 1, an error of the
+ * nested direct solver with exit code 9.  Everything else is a return value.  On behalf of
+ * velmora(), with iparm(32) 1, the same faults are errors of that call.
  *
  * Messages and what the *_print routines print go to the file
  * "./velmora-ml.out", see the section on logging.
@@ -50,19 +52,24 @@
  *   norv/sets.h   sets of indices  norv/bmat.h   block matrices
  *   norv/sort.h   sorting          norv/ldu.h    triangular factors
  *   norv/linop.h  operators        norv/precon.h preconditioners
+ *   norv/direct.h the bridge to    norv/solver.h Krylov solvers
+ *                 velmora()        norv/interface.h  phases of velmora()
  */
 #ifndef VELMORA_NORV_H
 #define VELMORA_NORV_H
 
 #include "norv/base.h"
 #include "norv/bmat.h"
+#include "norv/direct.h"
 #include "norv/dmat.h"
+#include "norv/interface.h"
 #include "norv/ldu.h"
 #include "norv/linop.h"
 #include "norv/perm.h"
 #include "norv/precon.h"
 #include "norv/sets.h"
 #include "norv/smat.h"
+#include "norv/solver.h"
 #include "norv/sort.h"
 #include "norv/vec.h"
 

@@ -16,13 +16,13 @@ ordering: metis graph
 symbolic: graph
 numeric: symbolic kernels
 solve: numeric
-driver: matching ordering solve
-api: driver
 NORV/corelib: base
 NORV/precons: NORV/corelib
 NORV/solvers: NORV/precons
 NORV/multilevel: NORV/solvers
 NORV/bridge: NORV/multilevel
+driver: matching ordering solve NORV/bridge
+api: driver
 '
 
 mapfile -t sources < <(find src -name '*.cpp' -o -name '*.hpp' | LC_ALL=C sort)
@@ -56,6 +56,8 @@ awk -v rooms="$rooms" '
     first = 0
     if ($2 !~ /^"/) next
     name = $2; gsub(/"/, "", name)
+    if (name == "velmora.h" && room ~ /^NORV/ && room != "NORV/bridge")
+      fail("the bridge alone calls the direct solver")
     if (name !~ /\//) {
       if ((getline unused < ("include/" name)) < 0) fail(name " does not name its room")
       close("include/" name)

@@ -40,6 +40,10 @@ NORV_API direct_factorization* direct_factorization_new(void);
 NORV_API direct_factorization* direct_factorize(smat* A);
 /* name "VELMORA" in any case; otherwise an error message and null. */
 NORV_API direct_factorization* direct_factorize_using(smat* A, const char* name);
+/* Entries of the factors L and U, and memory that analysis and factors hold, KBytes; 0 for null f.
+ */
+NORV_API double direct_factor_entries(const direct_factorization* f);
+NORV_API double direct_factor_kilobytes(const direct_factorization* f);
 /* x = A^-1 b, x may be b.  0; -1 for null f. */
 NORV_API int direct_solve(direct_factorization* f, vec* x, const vec* b);
 /* The same for nrhs vectors that lie one behind the other in x and b, of nrhs n values. */

@@ -51,7 +51,7 @@ struct precon {
  *   DIAG SOR AML AMG BLOCKLU BLOCKGS ICHOL PARILDLT ILDLT_CP ILDLT_SP ILDLT_WS
  *   ILDLT_BK ILDLT MILDLT SAINV BAINV SCHILDERS SMAGGR MPS_DIAG
  *
- * This version has DUMMY and DIAG, and no others yet. */
+ * This version has DUMMY, LU and DIAG, and no others yet. */
 NORV_API precon* precon_new_by_name(const char* name);
 
 /* 1 on success, 0 when the setup failed.  A must live as long as M for the classes that keep the
@@ -65,9 +65,10 @@ NORV_API vec* precon_solve_trans(vec* result, precon* M, const vec* b);
  * null M is fine. */
 NORV_API void precon_free(precon* M, int phase);
 
-/* M = I; the diagonal of A, where a 0 counts as 1. */
+/* M = I; the diagonal of A, where a 0 counts as 1; A itself, by the direct solver. */
 NORV_API precon* precon_dummy_create(void);
 NORV_API precon* precon_diag_create(void);
+NORV_API precon* precon_lu_create(void);
 
 #ifdef __cplusplus
 }

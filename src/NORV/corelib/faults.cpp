@@ -2,6 +2,8 @@
 /// Faults, the ledger of a handle's blocks, see faults.hpp.
 #include "NORV/corelib/faults.hpp"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
@@ -17,6 +19,9 @@ namespace {
 constexpr int exit_out_of_memory = 7, exit_direct = 9;
 
 constinit thread_local CallScope* current_scope = nullptr;
+
+/// Bytes of a block of the heap.
+std::int64_t held_by(void* block) { return static_cast<std::int64_t>(malloc_usable_size(block)); }
 
 /// A fault with the formatted text, cut where it is too long.
 __attribute__((format(printf, 3, 0))) Fault make_fault(FaultKind kind, int code, const char* format,
@@ -60,6 +65,10 @@ void enter_finalizer(void* block, Ledger::Finalizer finalizer) {
 
 void remove_finalizer(const void* block) {
   if (current_scope != nullptr) current_scope->ledger.remove_finalizer(block);
+}
+
+void weigh_finalizer(const void* block, std::int64_t bytes) {
+  if (current_scope != nullptr) current_scope->ledger.weigh_finalizer(block, bytes);
 }
 
 void out_of_memory(const char* message, std::size_t bytes) {
@@ -131,6 +140,7 @@ bool Ledger::enter(void* block) {
   while (table_[at].block != nullptr) at = (at + 1) & (capacity_ - 1);
   table_[at] = {block, call_};
   ++count_;
+  count_bytes(held_by(block));
   return true;
 }
 
@@ -142,6 +152,7 @@ void Ledger::remove(const void* block) {
     if (table_[hole].block == nullptr) return;  // taken outside of a scope
     hole = (hole + 1) & mask;
   }
+  count_bytes(-held_by(table_[hole].block));
   for (std::size_t next = (hole + 1) & mask; table_[next].block != nullptr;
        next = (next + 1) & mask) {
     const std::size_t home = place(table_[next].block);
@@ -156,7 +167,7 @@ void Ledger::remove(const void* block) {
 bool Ledger::enter_finalizer(void* block, Finalizer finalizer) {
   auto* const entry = static_cast<Final*>(std::malloc(sizeof(Final)));
   if (entry == nullptr) return false;
-  *entry = {block, finalizer, call_, finals_};
+  *entry = {block, finalizer, call_, 0, finals_};
   finals_ = entry;
   return true;
 }
@@ -166,9 +177,23 @@ void Ledger::remove_finalizer(const void* block) {
     if ((*link)->block != block) continue;
     Final* const found = *link;
     *link = found->next;
+    count_bytes(-found->bytes);
     std::free(found);
     return;
   }
+}
+
+void Ledger::weigh_finalizer(const void* block, std::int64_t bytes) {
+  for (Final* each = finals_; each != nullptr; each = each->next) {
+    if (each->block != block) continue;
+    count_bytes(bytes - each->bytes);
+    each->bytes = bytes;
+  }
+}
+
+void Ledger::count_bytes(std::int64_t bytes) {
+  bytes_ += bytes;
+  peak_ = std::max(peak_, bytes_);
 }
 
 /// Runs the finalizers of that call and later ones, the last first: objects come before what
@@ -177,6 +202,7 @@ void Ledger::finalize(std::uint32_t since) {
   while (finals_ != nullptr && finals_->call >= since) {
     Final* const last = finals_;
     finals_ = last->next;
+    count_bytes(-last->bytes);
     last->finalizer(last->block);
     std::free(last);
   }

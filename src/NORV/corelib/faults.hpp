@@ -50,11 +50,17 @@ class Ledger {
   using Finalizer = void (*)(void* block);
   bool enter_finalizer(void* block, Finalizer finalizer);
   void remove_finalizer(const void* block);
+  /// Says how much memory such an object holds.
+  void weigh_finalizer(const void* block, std::int64_t bytes);
 
   /// Frees what the running call took, after a fault in it.
   void release_call();
   void release_all();
   std::size_t blocks() const { return count_; }
+  /// Memory that hangs on the handle, and the most since begin_peak().
+  std::int64_t bytes() const { return bytes_; }
+  std::int64_t peak_bytes() const { return peak_; }
+  void begin_peak() { peak_ = bytes_; }
 
  private:
   struct Entry {
@@ -65,17 +71,20 @@ class Ledger {
     void* block;
     Finalizer finalizer;
     std::uint32_t call;
+    std::int64_t bytes;
     Final* next;
   };
   std::size_t place(const void* block) const;
   bool grow();
   void finalize(std::uint32_t since);
+  void count_bytes(std::int64_t bytes);
   void release_since(std::uint32_t call);
 
   Entry* table_ = nullptr;  ///< open addressing, capacity_ entries, a power of 2
   std::size_t capacity_ = 0;
   std::size_t count_ = 0;
   std::uint32_t call_ = 0;
+  std::int64_t bytes_ = 0, peak_ = 0;
   Final* finals_ = nullptr;
 };
 
@@ -108,6 +117,7 @@ void release_block(void* block);
 /// Has an object finalized when the call that takes it fails.  Without effect outside of a scope.
 void enter_finalizer(void* block, Ledger::Finalizer finalizer);
 void remove_finalizer(const void* block);
+void weigh_finalizer(const void* block, std::int64_t bytes);
 
 /// The four ends.  Messages of options and of the direct solver also go to the log as errors.
 /// @param message  with which memory ended outside of a scope

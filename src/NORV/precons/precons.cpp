@@ -27,7 +27,7 @@ constexpr Row preconditioners[] = {
     {"ILUT", nullptr},
     {"ILU0", nullptr},
     {"ILUC", nullptr},
-    {"LU", nullptr},
+    {"LU", precon_lu_create},
     {"DIAG", precon_diag_create},
     {"SOR", nullptr},
     {"AML", nullptr},
