@@ -2,6 +2,10 @@
 /// Choice of the dense kernels by the processor.
 #include "kernels/choice.hpp"
 
+#include <unistd.h>
+
+#include <algorithm>
+
 #include "kernels/blas_update.hpp"
 #include "kernels/instances.hpp"
 
@@ -14,6 +18,21 @@ VELMORA_DECLARE_KERNELS(avx512)
 #endif
 
 namespace vlm {
+
+const Caches& this_processors_caches() {
+  // What the system doesn't tell counts as the least of the processors in use; more than the
+  // limits is no use to the blocks.
+  static const Caches caches = [] {
+    long first = 0, second = 0;
+#if defined(_SC_LEVEL1_DCACHE_SIZE) && defined(_SC_LEVEL2_CACHE_SIZE)
+    first = sysconf(_SC_LEVEL1_DCACHE_SIZE);
+    second = sysconf(_SC_LEVEL2_CACHE_SIZE);
+#endif
+    return Caches{static_cast<int>(std::clamp(first, 32768L, 65536L)),
+                  static_cast<int>(std::clamp(second, 262144L, 2097152L))};
+  }();
+  return caches;
+}
 
 namespace {
 

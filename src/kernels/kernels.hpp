@@ -11,6 +11,14 @@
 
 namespace vlm {
 
+/// Bytes of the data caches of one core.
+struct Caches {
+  int first, second;
+};
+
+/// Of this processor, asked once.
+const Caches& this_processors_caches();
+
 /// C(row(i), col(j)) -= sum over k of A(i,k) B(j,k).
 template <class T>
 struct PanelUpdate {

@@ -26,7 +26,9 @@ struct Simd {
     return v;
   }
   static inline void store(T* p, Vector v) { __builtin_memcpy(p, &v, sizeof v); }
-  static inline Vector fill(T x) { return Vector{} + x; }
+  /// All lanes x.  The subtraction of zero changes no value and is left out by the compiler, which
+  /// an addition, turning -0 into 0, isn't.
+  static inline Vector fill(T x) { return x - Vector{}; }
   /// Adjacent lanes exchanged: real and imaginary parts where complex values lie in pairs.
   static inline Vector exchange_pairs(Vector v) {
     Vector w;
@@ -44,6 +46,7 @@ struct Lanes {
     __builtin_memcpy(&v, p, sizeof v);
     return v;
   }
+  static inline void store(T* p, Vector v) { __builtin_memcpy(p, &v, sizeof v); }
   /// Sum of the two halves.
   static inline auto fold(Vector v) {
     typename Lanes<T, width / 2>::Vector low, high;
