@@ -51,7 +51,7 @@
  *   11   analysis: ordering and structure of the factor
  *   12   analysis and factorization
  *   13   analysis, factorization and solve
- *   22   factorization; uses the last analysis
+ *   22   factorization, unless iparm(4) keeps an earlier one; uses the last analysis
  *   23   factorization and solve
  *   33   solve; factors first when matrix number mnum has no factor yet, or has one of another
  *        mtype or precision.  error is 0 afterwards whatever happened, unless iparm(4) or
@@ -76,7 +76,8 @@
  *    -2   out of memory; the message names the array and the bytes asked for
  *    -3   the analysis failed: perm is no permutation, or mtype names no type
  *    -4   the factorization or the solve failed: zero pivot, matrix not positive definite, NaN
- *         or infinity in a, refinement that does not converge, or the verdict 2 of iparm(41)
+ *         or infinity in a, refinement or an iteration of iparm(4) that does not converge, or the
+ *         verdict 2 of iparm(41).  A failed iteration leaves its last iterate in x, and b as it was
  *    -6   weighted matching: the matrix is structurally singular; so is a diagonal system in
  *         which two rows share a column
  *    -7   as -1 when msglvl is 0; also: wrong row of a diagonal system (phases 23, 33)
@@ -106,8 +107,23 @@
  *               2 nested dissection
  *    3  in,out  [not set] number of threads.  Below 1: as many as the OpenMP runtime gives the
  *               calling thread; that number is written back.  At most 4096
- *    4  in      [0] stabilised solves with an older factor.  Not in this version: phases that
- *               factor or solve end with error -1 unless it is 0
+ *    4  in      [0] stabilised solves, for sequences of matrices on one pattern: 10 L + K, with a
+ *               sign.  Phases 22 and 23 then keep the factor of an earlier matrix where that pays,
+ *               and a solve iterates on the matrix of the call with this factor as preconditioner
+ *               (a, ia and ja must be there, in phase 33 as well), without other refinement.
+ *                K  |K| 2: conjugate gradients for types 2 and 4; else, and for all other types,
+ *                   conjugate gradients squared.  0: off
+ *                L  the residual is to fall to 10^-L of that of the factor's own solution, in
+ *                   Euclidean norms; 0: 10^-12.  Rounding may end it above that
+ *                K > 0: at most 1.35 |K| t + 1 iterations, and 100, t being the time of the
+ *                   factorization over that of a solve.  Phases 22 and 23 factor after a failure;
+ *                   where fewer than five iterations were affordable in the last solve, as before
+ *                   the first one; where keeping the factor has become dearer than a new one, or
+ *                   has failed lately.  A phase 23 whose iteration fails factors and solves again.
+ *                   Such decisions hang on measured times, and may differ from run to run
+ *                K < 0: 150 iterations, and a new factor only after a failure
+ *               iparm(4) 0 with phase 22 or 23 always factors.  Not together with iparm(26),
+ *               iparm(31), or a Schur factor of iparm(38): error -1
  *    5  in      [0] > 0: perm holds the elimination order to use, position to node;
  *               < 0: the order that the analysis found is written to perm
  *    6  in      [0] 0: the solution goes to x, b is kept; 1: the solution overwrites b, and x
@@ -129,17 +145,28 @@
  *               2x2 pivot candidates padded to full blocks; 3, 4 as 1, 2 with constraints.
  *               Types -2, -4, 6, 11, 13 only; constraints only with
  *               real values.  Read by the analysis
- *   14  in,out  out: pivots perturbed in the last factorization.  in, phase 33: > 0 replaces
+ *   14  in,out  out: pivots perturbed in the factorization of the factor in use (22, 23 and
+ *               dparm(33) are of that factor as well).  in, phase 33: > 0 replaces
  *               that count, and so asks for refinement
  *   15  out     KB: peak of the analysis
  *   16  out     KB: kept after the analysis
- *   17  out     KB: factors, work space and refinement vectors; after an analysis the forecast
+ *   17  out     KB: factors, work space and vectors of refinement or iteration; after an analysis the forecast
  *               for one factor
  *   18  in,out  [-1] < 0 before an analysis: receives the number of nonzeros in L and U; above
  *               2147483647 the negative count in thousands
  *   19  out     [-1] real operations of the factorization in 10^9, truncated: those of the
  *               exact factor, without the zeros that panels are padded with
- *   20  out     -34 after the two automatic refinement steps of iparm(8) 0; else 0
+ *   20  in,out  out: after a stabilised solve its iterations, the first solve counted as one; after
+ *               one that failed, negative: -10 times that, and the reason, which is
+ *                -1  the residual grew to 10^4 times the first one or is NaN; A or the factor is
+ *                    not positive definite; or breakdown 1 of conjugate gradients squared
+ *                -2  too slow: half of the digits missing after half of the iterations, or not
+ *                    worth its time; or breakdown 2
+ *                -3  the iterations are used up; or breakdown 3
+ *                -4  the solve with the factor failed; or breakdown 4
+ *               and -5 alone where no iteration was affordable.  -34 after the two automatic
+ *               refinement steps of iparm(8) 0; else 0.
+ *               in: with iparm(4) not 0, a negative value makes phases 22 and 23 factor
  *   21  in      [1 for -4, 6; else 0] pivots of -2, -4, 6: 0 diagonal entries only,
  *               1 Bunch-Kaufman with 1x1 and 2x2 pivots
  *   22  out     number of positive eigenvalues (symmetric and Hermitian types)

@@ -52,13 +52,19 @@ double subtract(const SparseProduct& product, int nrhs, const double* x, const d
   return multiply<format>(product, nrhs, op, work);
 }
 
-template <class T>
-void multiply_absolute(const SparseProduct& product, int nrhs, const double* x, double* y,
-                       double* work) {
-  T* const result = values_as<T>(y);
-  const sparse::Operands<T> op{
-      .alpha = 1.0, .x = values_as<T>(x), .beta = 0.0, .z = result, .y = result};
-  multiply<absolute_format>(product, nrhs, op, work);
+/// y = A x, or |A| x, by the format.
+template <sparse::Format f>
+void multiply_plainly(const SparseProduct& product, int nrhs, const double* x, double* y,
+                      double* work) {
+  const auto go = [&]<class T>(T* result) {
+    const sparse::Operands<T> op{
+        .alpha = 1.0, .x = values_as<T>(x), .beta = 0.0, .z = result, .y = result};
+    multiply<f>(product, nrhs, op, work);
+  };
+  if (matrix_type(product.mtype).complex)
+    go(values_as<zcomplex>(y));
+  else
+    go(y);
 }
 
 }  // namespace
@@ -76,12 +82,14 @@ double amuxy_res_velmora(const SparseProduct& product, int nrhs, const double* x
                                             : subtract<double>(product, nrhs, x, rhs, r, work);
 }
 
+void amuxy_velmora(const SparseProduct& product, int nrhs, const double* x, double* y,
+                   double* work) {
+  multiply_plainly<format>(product, nrhs, x, y, work);
+}
+
 void amuxy_abs_velmora(const SparseProduct& product, int nrhs, const double* x, double* y,
                        double* work) {
-  if (matrix_type(product.mtype).complex)
-    multiply_absolute<zcomplex>(product, nrhs, x, y, work);
-  else
-    multiply_absolute<double>(product, nrhs, x, y, work);
+  multiply_plainly<absolute_format>(product, nrhs, x, y, work);
 }
 
 }  // namespace vlm

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// Residuals of systems with the caller's matrix, products with its absolute values.
+/// Products and residuals of the caller's matrix, products with its absolute values.
 ///
 /// The product of sparse_product.hpp for every matrix type.  Vectors are n by nrhs, column after
 /// column, complex values as two doubles.
@@ -21,6 +21,13 @@ struct SparseProduct {
 
 /// Bytes of the work area that products with matrices of n rows need; may be 0.
 std::size_t amuxy_work_bytes(int n, int mtype, bool transpose, int nthreads);
+
+/// y = A x.
+/// @param x     n by nrhs, in
+/// @param y     n by nrhs, out; must not overlap x
+/// @param work  amuxy_work_bytes() bytes
+void amuxy_velmora(const SparseProduct& product, int nrhs, const double* x, double* y,
+                   double* work);
 
 /// r = rhs - A x.
 /// @param x     n by nrhs, in

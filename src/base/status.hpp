@@ -8,7 +8,8 @@ namespace vlm {
 enum Status : int {
   status_ok = 0,
   status_pivot = -1,          ///< a pivot step failed
-  status_work = -2,           ///< a partitioner failed
+  status_work = -2,           ///< a partitioner, or the solve of an iteration failed
+  status_stabilised = -3,     ///< an iteration with the factor at hand did not succeed
   status_contraction = -112,  ///< refinement does not contract
   status_inaccurate = -113,   ///< the accuracy that was asked for shows a useless solution
   status_steps = -111,        ///< refinement exceeds its step limit

@@ -18,24 +18,27 @@
 namespace vlm {
 
 /// A thread's part of a sum.  128 bytes: adjacent cache lines are fetched in pairs.
+template <class Sum>
 struct alignas(128) PartialSum {
-  double value = 0;
+  Sum value{};
 };
 
 /// Runs body(thread, team), which returns the thread's part, on a team and adds up the parts.
 /// The calling thread is the team, without a parallel region, where one thread is asked for or
 /// there is no memory for the parts.
 template <class Body>
-double sum_over_team(int nthreads, const Body& body) {
-  const std::unique_ptr<PartialSum[]> parts(
-      nthreads > 1 ? new (std::nothrow) PartialSum[static_cast<std::size_t>(nthreads)] : nullptr);
+auto sum_over_team(int nthreads, const Body& body) {
+  using Sum = decltype(body(0, 1));
+  using Part = PartialSum<Sum>;
+  const std::unique_ptr<Part[]> parts(
+      nthreads > 1 ? new (std::nothrow) Part[static_cast<std::size_t>(nthreads)] : nullptr);
   if (!parts) return body(0, 1);
 #pragma omp parallel num_threads(nthreads)
   {
     const int thread = omp_get_thread_num();
     parts[static_cast<std::size_t>(thread)].value = body(thread, omp_get_num_threads());
   }
-  double total = 0;
+  Sum total{};
   for (int thread = 0; thread < nthreads; ++thread)
     total += parts[static_cast<std::size_t>(thread)].value;
   return total;
@@ -43,8 +46,8 @@ double sum_over_team(int nthreads, const Body& body) {
 
 /// Sum of term(k) for first <= k < last, in eight interleaved chains.
 template <class Term>
-double interleaved_sum(std::size_t first, std::size_t last, const Term& term) {
-  double chain[8] = {};
+auto interleaved_sum(std::size_t first, std::size_t last, const Term& term) {
+  decltype(term(first)) chain[8] = {};
   std::size_t k = first;
   for (; k + 8 <= last; k += 8)
     for (std::size_t c = 0; c < 8; ++c) chain[c] += term(k + c);
@@ -53,9 +56,9 @@ double interleaved_sum(std::size_t first, std::size_t last, const Term& term) {
          ((chain[4] + chain[5]) + (chain[6] + chain[7]));
 }
 
-/// Sum of term(k) for 0 <= k < length.
+/// Sum of term(k), a number of any kind, for 0 <= k < length.
 template <class Term>
-double parallel_sum(std::size_t length, int nthreads, const Term& term) {
+auto parallel_sum(std::size_t length, int nthreads, const Term& term) {
   constexpr std::size_t worth_a_team = 100000;
   return sum_over_team(length < worth_a_team ? 1 : nthreads, [&](int thread, int team) {
     const auto begin = [&](int t) {

@@ -26,7 +26,7 @@ int missing_array(const Call& call, int nnz) {
   const bool analyses = call.first_digit() == 1;
   const bool factors = call.first_digit() <= 2 && call.last_digit() >= 2;
   const bool solves = call.last_digit() == 3 && call.nrhs > 0;
-  const bool reads_matrix = analyses || factors || refinement_asked(call) || nnz == call.n;
+  const bool reads_matrix = analyses || factors || product_asked(call) || nnz == call.n;
   const bool reads_perm = analyses && (call.iparm(5) != 0 || call.iparm(31) != 0);
   const bool writes_x = call.iparm(6) == 0 || nnz == call.n;
   const bool reads_values =
@@ -106,6 +106,12 @@ std::optional<Outcome> test_options(const Call& call) {
   return {};
 }
 
+/// Iterations know complete solves with a complete factor only.
+bool solves_in_parts(const Call& call, const Options& stored) {
+  const int schur = call.first_digit() == 1 ? schur_asked(call) : stored.schur;
+  return schur > 0 || call.iparm(31) != 0 || (call.iparm(26) != 0 && call.last_digit() == 3);
+}
+
 }  // namespace
 
 bool is_work_phase(int phase) {
@@ -118,9 +124,10 @@ bool contradicts_handle(const Call& call) {
   return stored > 0 && stored != call.n;
 }
 
-bool refinement_asked(const Call& call) {
-  return call.last_digit() == 3 && call.nrhs > 0 && call.iparm(8) != 0 && call.iparm(26) == 0 &&
-         call.iparm(31) == 0 && call.iparm(34) == 0;
+bool product_asked(const Call& call) {
+  if (call.last_digit() != 3 || call.nrhs < 1) return false;
+  if (stabilised_asked(call)) return true;
+  return call.iparm(8) != 0 && call.iparm(26) == 0 && call.iparm(31) == 0 && call.iparm(34) == 0;
 }
 
 Outcome test_pattern(const Call& call, int stored_nnz) {
@@ -136,7 +143,8 @@ Outcome check_input_fc(Call& call, const Options& stored) {
   if (auto failed = test_options(call)) return *failed;
   if (!is_work_phase(call.phase)) return fault(code_phase);
   if (auto failed = test_parts(call, stored)) return *failed;
-  if (call.iparm(4) != 0 && call.last_digit() >= 2) return fault(code_no_stabilised);
+  if (stabilised_asked(call) && call.last_digit() >= 2 && solves_in_parts(call, stored))
+    return fault(code_stabilised);
   const int nnz = call.first_digit() > 2 ? stored.nnz : call.ia[call.n] - 1;
   if (const int argument = missing_array(call, nnz)) return fault(code_null, argument);
   return call.first_digit() > 2 ? Outcome{} : test_columns(call);

@@ -23,10 +23,10 @@ enum InputCode : int {
   code_threads = 12,
   code_threads_differ = 13,
   code_mtype = 15,
-  code_null = 16,           ///< an array that the phase needs is null
-  code_no_stabilised = 17,  ///< iparm(4)
-  code_no_iterative = 18,   ///< iparm(32)
-  code_no_inversion = 19,   ///< phase -22
+  code_null = 16,          ///< an array that the phase needs is null
+  code_stabilised = 17,    ///< iparm(4) with a solve that is not a complete one
+  code_no_iterative = 18,  ///< iparm(32)
+  code_no_inversion = 19,  ///< phase -22
   code_phase = 20,
   code_row_starts = 21,  ///< ia(1) is not 1, or ia falls
   code_columns = 22,     ///< a row begins or ends outside of 1 to n
@@ -51,8 +51,8 @@ bool is_work_phase(int phase);
 /// then nothing may read ia(n+1).
 bool contradicts_handle(const Call& call);
 
-/// Whether the call could refine, so that the phase reads the matrix.
-bool refinement_asked(const Call& call);
+/// Whether the call could refine or iterate, so that its solve reads the matrix.
+bool product_asked(const Call& call);
 
 /// Tests ia and ja, which exist, as far as O(n) goes: ia(1) is 1, ia does not fall, the first and
 /// the last column of each row are in range, and there are as many entries as stored, unless that

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "driver/options.hpp"
+#include "driver/sequence.hpp"
 
 namespace vlm {
 
@@ -24,7 +25,7 @@ struct Results {
 /// Wall-clock seconds of the phases, in the order of the report; negative: did not run.
 struct Timers {
   double fulladj = -1, reorder = -1, symbfct = -1, parlist = -1, a_to_lu = -1;
-  double numfct = -1, solve = -1, malloc = -1, total = -1;
+  double numfct = -1, solve = -1, cgs = -1, malloc = -1, total = -1;
 };
 
 /// Times of the running call.
@@ -61,6 +62,7 @@ struct FactorRecord {
   bool single = false;
   FactorResult result;
   double seconds = 0;  ///< time of the factorization
+  ReuseHistory history;
 };
 
 }  // namespace vlm

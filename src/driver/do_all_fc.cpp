@@ -8,6 +8,7 @@
 
 #include "base/clock.hpp"
 #include "base/status.hpp"
+#include "driver/stabilised_stage.hpp"
 #include "symbolic/sched.hpp"
 #include "symbolic/sfinit.hpp"
 #include "symbolic/symfct.hpp"
@@ -85,6 +86,7 @@ int run_factorization(StageArrays& arrays) {
   FactorRecord& record = *arrays.record;
   arrays.call.iparm(20) = 0;
   record.finished = false;
+  note_factorization(record.history);
   int status = status_ok;
   {
     const Stopwatch watch(control.clocks.timer.numfct);
@@ -95,25 +97,18 @@ int run_factorization(StageArrays& arrays) {
   record.seconds = control.clocks.timer.numfct;
   if (status != status_ok) return status;
   record.finished = true;
+  arrays.fresh = true;
   record.mtype = options.mtype;
   record.single = options.single;
   arrays.call.iparm(39) = count_for_iparm(schur_entries(*arrays.structure, schur_options(options)));
   return status_ok;
 }
 
-void store_accuracy(const Call& call, const Accuracy& accuracy) {
-  call.iparm(41) = accuracy.verdict;
-  if (call.dparm.data() == nullptr) return;
-  call.dparm(40) = accuracy.normwise;
-  call.dparm(41) = accuracy.componentwise;
-  call.dparm(42) = accuracy.condition;
-  call.dparm(43) = accuracy.bound;
-}
-
 int run_solve(StageArrays& arrays) {
   const Call& call = arrays.call;
   Control& control = arrays.control;
   const Stopwatch watch(control.clocks.timer.solve);
+  const double start = timer_velmora();
   const int n = arrays.structure->n, perturbed = control.results.factor.perturbed;
   const auto step = [&arrays](const SolveOptions& options) {
     return [&arrays, &options](int nrhs, const double* in, double* out) {
@@ -141,6 +136,7 @@ int run_solve(StageArrays& arrays) {
                                      .cgs_arr = arrays.cgs_arr},
                                     solve, result);
   control.results.refinement_steps = result.steps;
+  note_plain_solve(arrays.record->history, timer_velmora() - start);
   if (result.cut) call.iparm(20) = -34;
   if (accuracy.level == 0 || (status != status_ok && status != status_contraction)) return status;
 
@@ -171,7 +167,7 @@ int run_stage(Stage stage, StageArrays& arrays) {
     case Stage::factorize:
       return run_factorization(arrays);
     case Stage::solve:
-      return run_solve(arrays);
+      return arrays.control.options.stabilised.k != 0 ? run_stabilised(arrays) : run_solve(arrays);
   }
   return status_structure;
 }

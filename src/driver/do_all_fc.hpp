@@ -31,7 +31,9 @@ struct StageArrays {
   const Structure* structure = nullptr;
   FactorRecord* record = nullptr;
   void* work = nullptr;       ///< WORK_R0
-  double* cgs_arr = nullptr;  ///< refine_bytes() bytes when refinement is due
+  double* cgs_arr = nullptr;  ///< of refinement when it is due, or of a stabilised solve
+  bool fresh = false;         ///< the factor was made in this call
+  bool may_factor = false;    ///< a factorization follows where a stabilised solve fails
 
   MapInput map_input() const { return {order.matrix, order.row_perm, control.options.symmetric}; }
 };

@@ -124,7 +124,7 @@ constexpr InputMessage input_messages[] = {
     {code_mtype, "*** Input check: matrix_type_new %d (out of bounds)", Value::mtype},
     {code_null, "*** Input check: argument number %d is a null pointer, ido %d", Value::argument,
      Value::phase},
-    {code_no_stabilised, "*** Input check: iparam(4) %d, stabilised solves are not available",
+    {code_stabilised, "*** Input check: iparam(4) %d, but the solve or the factor is a partial one",
      Value::stabilise},
     {code_no_iterative, "*** Input check: iparam(32) %d, the iterative solver is not available",
      Value::iterative},
@@ -254,7 +254,7 @@ void add_numeric_message(Lines& lines, const Outcome& outcome, const Call& call)
     return;
   }
   if (status == status_inaccurate) {
-    print_ci("*** error velmora: the solution is useless, see dparam(40) to dparam(43)");
+    lines.add("*** error velmora: the solution is useless, see dparam(40) to dparam(43)");
     return;
   }
   // A message on refinement is followed by one of the others.
@@ -263,7 +263,7 @@ void add_numeric_message(Lines& lines, const Outcome& outcome, const Call& call)
   if (status == status_steps)
     lines.add("*** error velmora: iterative refinement exceeds max. iteration number %d",
               {std::llabs(call.iparm(8))});
-  if (status == -3 || call.iparm(20) < 0)
+  if (status == status_stabilised || call.iparm(20) < 0)
     lines.add("*** error velmora: cgs error iparam(20) %d", {call.iparm(20)});
   else if (status == status_work)
     lines.add("*** error velmora: internal error, insuff. memory factorization");

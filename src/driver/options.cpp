@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 
 namespace vlm {
@@ -42,6 +43,7 @@ void accept_options(const Call& call, Options& options) {
   }
   options.fixed_order = iparm(2) > 1 && iparm(24) == 1 && iparm(25) == 1 && iparm(34) != 0;
   options.logdet = iparm(33) == 1;
+  options.stabilised = stabilised_option(iparm(4));
 }
 
 /// Options that decide the structure.
@@ -95,6 +97,8 @@ void load_defaults(int mtype, View<int> iparm) {
 bool transpose_asked(const Call& call) {
   return call.iparm(12) == 1 || call.iparm(12) == diagonal_transposed;
 }
+
+bool stabilised_asked(const Call& call) { return call.iparm(1) != 0 && call.iparm(4) % 10 != 0; }
 
 bool matching_asked(const Call& call) {
   return matrix_type(call.mtype).matched && call.iparm(13) > 0;
@@ -197,6 +201,16 @@ RefineOptions refine_options(const Options& options, const Call& call, int pertu
           .threads = options.threads};
 }
 
+StabiliseOptions stabilise_options(const Options& options) {
+  const MatrixType& type = *options.type;
+  return {
+      .type = type,
+      .transpose = options.transpose,
+      .conjugate_gradients = std::abs(options.stabilised.k) == 2 && type.family == Family::cholesky,
+      .tolerance = options.stabilised.tolerance,
+      .threads = options.threads};
+}
+
 AccuracyOptions accuracy_options(const Options& options, const Call& call) {
   const bool complete = options.solve_steps == 0 && options.partial == 0 && options.schur == 0;
   return {.type = *options.type,
@@ -210,6 +224,15 @@ void forget_accuracy(const Call& call) {
   if (call.iparm(40) <= 0 || call.phase < 1 || call.last_digit() != 3) return;
   call.iparm(41) = verdict_none;
   if (call.dparm.data() != nullptr) std::fill_n(call.dparm.at(40), 4, 0.0);
+}
+
+void store_accuracy(const Call& call, const Accuracy& accuracy) {
+  call.iparm(41) = accuracy.verdict;
+  if (call.dparm.data() == nullptr) return;
+  call.dparm(40) = accuracy.normwise;
+  call.dparm(41) = accuracy.componentwise;
+  call.dparm(42) = accuracy.condition;
+  call.dparm(43) = accuracy.bound;
 }
 
 }  // namespace vlm

@@ -4,6 +4,7 @@
 
 #include "base/matrix_types.hpp"
 #include "driver/call.hpp"
+#include "driver/sequence.hpp"
 #include "numeric/factorize.hpp"
 #include "numeric/schur.hpp"
 #include "ordering/reorder1.hpp"
@@ -42,6 +43,7 @@ struct Options {
   bool single = false;          ///< iparm(29) where the type has such kernels
   bool fixed_order = false;     ///< iparm(34)
   bool logdet = false;          ///< iparm(33)
+  StabilisedOption stabilised;  ///< iparm(4)
 
   // read in every call
   bool solution_in_b = false;  ///< iparm(6)
@@ -73,6 +75,9 @@ enum DiagonalMark : int { diagonal_system = -1, diagonal_transposed = -2 };
 /// Whether iparm(12) asks for the transposed matrix.
 bool transpose_asked(const Call& call);
 
+/// Whether iparm(4) asks for stabilised solves, in a call that reads it.
+bool stabilised_asked(const Call& call);
+
 /// Whether the analysis of this call computes a weighted matching, which reads the values.
 bool matching_asked(const Call& call);
 
@@ -86,9 +91,12 @@ SolveOptions solve_options(const Options& options);
 SchurOptions schur_options(const Options& options);
 /// @param perturbed  replaced pivots of the factor, which ask for refinement
 RefineOptions refine_options(const Options& options, const Call& call, int perturbed);
+StabiliseOptions stabilise_options(const Options& options);
 /// Level 0 for solves whose residual says nothing: partial ones, single steps, Schur factors.
 AccuracyOptions accuracy_options(const Options& options, const Call& call);
 /// Where a measurement is asked for: until it has been made nothing is known.
 void forget_accuracy(const Call& call);
+/// What the measurement found, in iparm(41) and dparm(40) to dparm(43).
+void store_accuracy(const Call& call, const Accuracy& accuracy);
 
 }  // namespace vlm

@@ -34,7 +34,7 @@ constexpr InputRemedy input_remedies[] = {
     {code_threads_differ, "set iparm(3) to the number of threads of the OpenMP runtime"},
     {code_mtype, "set mtype to 1, 2, -2, 3, 4, -4, 6, 11 or 13"},
     {code_null, "pass the array: velmora.h says which ones the phase reads"},
-    {code_no_stabilised, "set iparm(4) to 0: each solve then uses its own factor"},
+    {code_stabilised, "set iparm(4) to 0, or iparm(26), (31) and (38) to 0"},
     {code_no_iterative, "set iparm(32) and solver to 0 for the direct solver"},
     {code_no_inversion, "solve with columns of the identity for entries of the inverse"},
     {code_phase, "set phase to 11, 12, 13, 22, 23 or 33, or to 0 or -1 to release"},
@@ -99,9 +99,16 @@ std::string_view analysis_remedy(const Outcome& outcome, const Call& call) {
   return "test the matrix with velmora_chkmatrix";
 }
 
+std::string_view stabilised_remedy(const Call& call) {
+  if (call.phase == 33 || call.iparm(4) < 0)
+    return "call phase 23: after this failure it factors the new matrix";
+  return "set iparm(4) to 0 and iparm(8) to 10; A may be singular";
+}
+
 std::string_view numeric_remedy(const Outcome& outcome, const Call& call) {
   if (outcome.code == status_not_finite) return "look for it where the matrix is assembled";
   if (outcome.code == status_type_change) return "analyse again with this mtype (phase 11)";
+  if (outcome.code == status_stabilised) return stabilised_remedy(call);
   if (outcome.code == status_work) return "solve fewer right-hand sides at a time";
   if (outcome.code == status_inaccurate)
     return matrix_type(call.mtype).matched && call.iparm(13) == 0

@@ -54,7 +54,7 @@ void print_headline(int phase) {
   std::printf("\n");
 }
 
-void print_times(const Timers& timer) {
+void print_times(const Timers& timer, int iterations) {
   double sum = 0;
   const auto line = [&sum](const char* label, double seconds) {
     if (seconds < 0) return;
@@ -69,6 +69,10 @@ void print_times(const Timers& timer) {
   line("A to LU:", timer.a_to_lu);
   line("numfct :", timer.numfct);
   line("solve  :", timer.solve);
+  if (timer.cgs >= 0) {
+    sum += timer.cgs;
+    std::printf("      Time cgs    : %f s cgx iterations %d\n", timer.cgs, iterations);
+  }
   line("malloc :", timer.malloc);
   if (timer.total >= 0)
     std::printf("      Time total  : %f s total - sum: %f s\n", timer.total, timer.total - sum);
@@ -81,7 +85,9 @@ void print_machine_and_method(const Options& options) {
   if (options.single) print_text("< Using VELMORA in 32-bit for factorization/solve >");
   if (options.schur > 0)
     print_integer("< Using schur-complement factorization and #nodes: >", options.schur);
-  if (options.threads > 1 || options.nodes > 1)
+  if (options.stabilised.k > 0)
+    print_text("< Hybrid Solver VELMORA with CGS/CG Iteration >");
+  else if (options.threads > 1 || options.nodes > 1)
     print_text("< Numerical Factorization with BLAS3 and O(n) synchronization >");
   else
     print_text("< Numerical Factorization with Level-3 BLAS performance >");
@@ -156,7 +162,7 @@ void statistics_fc(const Control& control, const StatisticsCall& call) {
       std::printf(" cleaned memory, deleted number of L&U-factorizations: %d\n", -call.deleted);
   } else {
     const Options& options = control.options;
-    if (call.phase % 10 != 4) print_times(control.clocks.timer);
+    if (call.phase % 10 != 4) print_times(control.clocks.timer, call.iterations);
     print_heading("Statistics:", '=', 11);
     print_machine_and_method(options);
     print_system(options, call);

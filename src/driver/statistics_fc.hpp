@@ -13,9 +13,10 @@ struct StatisticsCall {
   int n = 0;
   int msg = 0;  ///< 0: no report
   int nrhs = 0;
-  int mnum = 0;     ///< matrix number, named when its factor was released
-  int deleted = 0;  ///< phase < 1: 1 when the factor of mnum was released,
-                    ///< otherwise the negated number of released factors
+  int mnum = 0;        ///< matrix number, named when its factor was released
+  int iterations = 0;  ///< of a stabilised solve, iparm(20)
+  int deleted = 0;     ///< phase < 1: 1 when the factor of mnum was released,
+                       ///< otherwise the negated number of released factors
 };
 
 /// Closes the timers of a call: its total, and the time since the last stage, which went into

@@ -29,6 +29,7 @@
 #include "driver/match_driver.hpp"
 #include "driver/options.hpp"
 #include "driver/shortcut.hpp"
+#include "driver/stabilised_stage.hpp"
 #include "driver/statistics_fc.hpp"
 #include "solve/refine.hpp"
 
@@ -204,19 +205,25 @@ void store_factor_results(const Call& call, const Control& control) {
   if (control.options.logdet && call.dparm.data() != nullptr) call.dparm(33) = factor.logdet;
 }
 
+/// Bytes of CGS_ARR that a solve needs.
+std::size_t solve_vector_bytes(const StageArrays& arrays) {
+  const Call& call = arrays.call;
+  const Control& control = arrays.control;
+  if (control.options.stabilised.k != 0) return stabilised_stage_bytes(arrays);
+  const RefineOptions refine =
+      refine_options(control.options, call, control.results.factor.perturbed);
+  return (refine.due ? refine_bytes(refine, call.n, call.nrhs) : 0) +
+         accuracy_bytes(accuracy_options(control.options, call), call.n, call.nrhs);
+}
+
 /// Solves, with CGS_ARR taken for the time of the solve.
 Outcome solve(StageArrays& arrays) {
   const Call& call = arrays.call;
   Control& control = arrays.control;
   void** pt = call.pt;
-  const RefineOptions refine =
-      refine_options(control.options, call, control.results.factor.perturbed);
-  const AccuracyOptions accuracy = accuracy_options(control.options, call);
-  if (refine.due || accuracy.level > 0) {
+  if (const std::size_t bytes = solve_vector_bytes(arrays); bytes > 0) {
     if (call.phase == 33)
       if (Outcome failed = test_whole_matrix(call, control.options)) return failed;
-    const std::size_t bytes = (refine.due ? refine_bytes(refine, call.n, call.nrhs) : 0) +
-                              accuracy_bytes(accuracy, call.n, call.nrhs);
     slot(pt, slot_cgs) = allocate(bytes, at_cgs);
     arrays.cgs_arr = static_cast<double*>(slot(pt, slot_cgs));
     control.cgs_bytes = bytes;
@@ -245,6 +252,46 @@ int factorize(StageArrays& arrays) {
   return status;
 }
 
+/// Factors into the record, whose results become those of the call.
+Outcome make_factor(StageArrays& arrays) {
+  const Call& call = arrays.call;
+  Control& control = arrays.control;
+  provide_factor(*arrays.record, factor_bytes(factor_options(control.options), *arrays.structure));
+  const int status = with_location(at_work, [&] { return factorize(arrays); });
+  if (status == status_ok) recall_factor(call, *arrays.record, control.results);
+  store_factor_results(call, control);
+  return status == status_ok ? Outcome{} : Outcome{error_numeric, status, 0, 0};
+}
+
+/// Solves; where a kept factor does not serve, with a new one.
+Outcome solve_or_factor(StageArrays& arrays) {
+  arrays.may_factor =
+      !arrays.fresh && arrays.control.options.stabilised.k > 0 && arrays.call.phase != 33;
+  const Outcome outcome = solve(arrays);
+  if (outcome.error != error_numeric || !arrays.may_factor) return outcome;
+  arrays.may_factor = false;
+  if (Outcome failed = make_factor(arrays)) return failed;
+  return solve(arrays);
+}
+
+/// Room for the factorization and for the solves of the call.
+std::size_t numeric_work_bytes(const StageArrays& arrays, bool solves) {
+  const Call& call = arrays.call;
+  const Options& options = arrays.control.options;
+  const auto solve_bytes = [&](int nrhs) {
+    return solve_work_bytes(solve_options(options), *arrays.structure, nrhs);
+  };
+  std::size_t bytes = std::max(factor_work_bytes(factor_options(options), *arrays.structure),
+                               solve_bytes(solves ? call.nrhs : 1));
+  if (!solves) return bytes;
+  // Solves of fewer columns divide the work otherwise.
+  int columns = 0;
+  if (accuracy_options(options, call).level == 2) columns = std::min(accuracy_block, call.nrhs);
+  if (options.stabilised.k != 0) columns = call.nrhs;
+  for (; columns > 0; --columns) bytes = std::max(bytes, solve_bytes(columns));
+  return bytes;
+}
+
 /// Factorization and solve, as the phase and the state of the factor ask for.
 Outcome work_numerically(const Call& call) {
   void** pt = call.pt;
@@ -252,14 +299,16 @@ Outcome work_numerically(const Call& call) {
   const Options& options = control.options;
   FactorRecord& record = *factor_record(pt, call.mnum);
   const bool solves = call.last_digit() == 3 && call.nrhs > 0;
-  const bool factors = call.phase != 33 || !factor_serves(record, options);
-  if (call.phase == 33 && factors) {
+  const bool kept =
+      factor_serves(record, options) &&
+      (call.phase == 33 || keeps_factor(record.history, options.stabilised.k, call.iparm(20)));
+  if (call.phase == 33 && !kept) {
     if (Outcome failed = test_whole_matrix(call, options)) return failed;
     if (Outcome failed = test_pattern_kept(call, control)) return failed;
   }
-  if (factors) {
+  if (call.phase != 33 || !kept) {
     if (Outcome failed = test_values(call)) {
-      record.finished = false;  // it is no factor of these values
+      if (!kept) record.finished = false;  // it is no factor of these values
       return failed;
     }
   }
@@ -270,32 +319,17 @@ Outcome work_numerically(const Call& call) {
   arrays.matching = matching_of(pt);
   arrays.structure = static_cast<const Structure*>(slot(pt, slot_structure));
   arrays.record = &record;
-  const FactorOptions factor = factor_options(options);
-  if (factors) provide_factor(record, factor_bytes(factor, *arrays.structure));
-  const auto solve_bytes = [&](int nrhs) {
-    return solve_work_bytes(solve_options(options), *arrays.structure, nrhs);
-  };
-  std::size_t bytes =
-      std::max(factor_work_bytes(factor, *arrays.structure), solve_bytes(solves ? call.nrhs : 1));
-  if (solves && accuracy_options(options, call).level == 2)
-    for (int columns = 1; columns <= std::min(accuracy_block, call.nrhs); ++columns)
-      bytes = std::max(bytes, solve_bytes(columns));
-  provide_work(pt, bytes);
+  provide_work(pt, numeric_work_bytes(arrays, solves));
   arrays.work = slot(pt, slot_work);
   control.cgs_bytes = 0;
   control.results.refinement_steps = call.iparm(7) = 0;
 
-  if (factors) {
-    const int status = with_location(at_work, [&] { return factorize(arrays); });
-    if (status != status_ok) {
-      store_factor_results(call, control);
-      return {error_numeric, status, 0, 0};
-    }
-  }
+  if (!kept)
+    if (Outcome failed = make_factor(arrays)) return failed;
   recall_factor(call, record, control.results);
   store_factor_results(call, control);
   Outcome outcome;
-  if (solves) outcome = solve(arrays);
+  if (solves) outcome = solve_or_factor(arrays);
   control.memory.numeric = call.iparm(9) >= 0 ? numeric_kilobytes(pt) : 0;
   return outcome;
 }
@@ -411,6 +445,7 @@ void report(const Call& call, const Outcome& outcome, Control& control, int dele
                           .msg = call.msg,
                           .nrhs = call.nrhs,
                           .mnum = call.mnum,
+                          .iterations = call.iparm(20),
                           .deleted = deleted});
 }
 

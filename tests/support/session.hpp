@@ -37,6 +37,7 @@ class Session {
     std::vector<double> a;
   };
   Schur schur();
+  void** handle() { return pt_.data(); }
   /// True when all words of the handle are zero.
   bool empty() const;
 

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: BSD-3-Clause
+/// The solve stage of stabilised solves.
+#pragma once
+
+#include <cstddef>
+
+#include "driver/do_all_fc.hpp"
+
+namespace vlm {
+
+/// Bytes of CGS_ARR.
+std::size_t stabilised_stage_bytes(const StageArrays& arrays);
+
+/// Solves with the factor at hand and iterates with it as preconditioner; measures the accuracy of
+/// the result where that is asked for; notes what it took in the history of the factor, and the
+/// outcome in iparm(20).  With a factor of this call the iteration has no budget of time, since
+/// nothing better can follow.
+///
+/// After a failure a solution that was to overwrite b has not done so, and b is as it was.
+/// @return status_ok; status_stabilised, status_work or status_inaccurate, after which a new factor
+///         may do better; or the status of the first solve
+int run_stabilised(StageArrays& arrays);
+
+}  // namespace vlm

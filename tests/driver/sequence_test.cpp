@@ -1,0 +1,364 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Sequences of matrices: the decisions by given times, and what callers see of them.  Measured
+// times are replaced in the factor's record where an outcome would hang on them.
+#include "driver/sequence.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "caller.hpp"
+#include "driver/factor_store.hpp"
+#include "gallery.hpp"
+#include "reference.hpp"
+#include "session.hpp"
+
+namespace vlm::test {
+namespace {
+
+TEST(SequenceDecision, OptionIsMethodAndTolerance) {
+  struct Case {
+    int entry, k;
+    double tolerance;
+  };
+  for (const Case c : {Case{0, 0, 1e-12},
+                       {2, 2, 1e-12},
+                       {-1, -1, 1e-12},
+                       {31, 1, 1e-3},
+                       {-31, -1, 1e-3},
+                       {60, 0, 1e-6},
+                       {109, 9, 1e-10}}) {
+    const StabilisedOption option = stabilised_option(c.entry);
+    EXPECT_EQ(option.k, c.k);
+    EXPECT_DOUBLE_EQ(option.tolerance, c.tolerance);
+  }
+  EXPECT_EQ(stabilised_option(std::numeric_limits<int>::min()).k, -8);
+}
+
+TEST(SequenceDecision, BudgetComesFromTheTimes) {
+  struct Case {
+    int k;
+    double factor, solve;
+    int most, judged_from;
+  };
+  for (const Case c : {Case{1, 10, 1, 14, 8},
+                       {2, 10, 1, 28, 15},
+                       {1, 0, 1, 1, 1},
+                       {1, 1e3, 1, 100, 51},
+                       {1, 1, 1e-10, 0, 1},
+                       {3, 1, 2e-10, 100, 51},
+                       {-1, 1e3, 1, 150, 76},
+                       {-2, 0, 0, 150, 76},
+                       {1, -1e9, 1, 0, 1}}) {
+    const IterationLimits limits = iteration_limits(c.k, {c.factor, c.solve, 2});
+    EXPECT_EQ(limits.most, c.most) << c.k << " " << c.factor;
+    EXPECT_EQ(limits.judged_from, c.judged_from) << c.k << " " << c.factor;
+  }
+  // Steps that cost less than a factorization; K < 0 may take them all.
+  EXPECT_LT(iteration_limits(1, {10, 1, 2}).affordable, 5);
+  EXPECT_GT(iteration_limits(1, {10, 1, 1}).affordable, 5);
+  EXPECT_GT(iteration_limits(-1, {10, 1, 1}).affordable, 1e9);
+}
+
+/// A sequence in which a kept factor takes `counts` iterations at one step after the other,
+/// negative for a failure; a factorization is worth `worth` solves.  @return the steps that factor
+std::vector<int> factored(int k, double worth, const std::vector<int>& counts) {
+  ReuseHistory history;
+  const MeasuredTimes times{worth, 1, 1};
+  std::vector<int> steps;
+  int figure = 0, age = 0;
+  for (int step = 0; step < static_cast<int>(counts.size()); ++step) {
+    const auto solve = [&](int count, bool fresh) {
+      const IterationResult result{.count = std::abs(count), .code = count < 0 ? -2 : 0};
+      note_solve(history, iteration_limits(k, times), times, result, fresh);
+      figure = result.figure();
+    };
+    const auto factor = [&] {
+      note_factorization(history);
+      steps.push_back(step);
+      age = 0;
+      solve(1, true);
+    };
+    if (step == 0 || !keeps_factor(history, k, figure)) {
+      factor();
+      continue;
+    }
+    solve(counts[static_cast<std::size_t>(age++)], false);
+    if (figure < 0 && k > 0) factor();
+  }
+  return steps;
+}
+
+TEST(SequenceDecision, FactorsAreKeptWhileTheyPay) {
+  // Nothing measured yet, then no change at all.
+  EXPECT_EQ(factored(1, 40, std::vector<int>(10, 2)), (std::vector<int>{0}));
+  // Too few iterations are affordable.
+  EXPECT_EQ(factored(1, 2, {1, 1, 1, 1}), (std::vector<int>{0, 1, 2, 3}));
+  // Each step takes more than the one before: the time for each step is least with five of them.
+  EXPECT_EQ(factored(1, 40, {5, 9, 13, 17, 21, 25, 29, 33}), (std::vector<int>{0, 5}));
+  // A factor that fails at once is tried again after 1, 2, 4, 8 and 16 steps.
+  std::vector<int> always;
+  for (int step = 0; step < 60; ++step) always.push_back(step);
+  EXPECT_EQ(factored(1, 40, std::vector<int>(60, -4)), always);
+  int tries = 0;
+  ReuseHistory history;
+  const MeasuredTimes times{40, 1, 1};
+  for (int step = 0; step < 60; ++step) {
+    if (keeps_factor(history, 1, 0)) {
+      ++tries;
+      note_solve(history, iteration_limits(1, times), times, {4, -2, 0}, false);
+    }
+    note_factorization(history);
+    note_solve(history, iteration_limits(1, times), times, {1, 0, 0}, true);
+  }
+  EXPECT_EQ(tries, 7);
+  // A success that takes longer than a factorization counts as one that failed.
+  EXPECT_EQ(factored(1, 10, {13, 13, 13, 13, 13, 13, 13, 13}), (std::vector<int>{0, 2, 4, 5, 7}));
+  // With K below 0 only a failure leads to another factor.
+  EXPECT_EQ(factored(-1, 0, {90, 90, 90, 90}), (std::vector<int>{0}));
+  EXPECT_EQ(factored(-1, 40, {9, -9, 9, 9}), (std::vector<int>{0, 3}));
+}
+
+// --- the operation ---
+
+/// Every entry moves by its own part of `change`, the two of a pair alike.
+Matrix moved(const Matrix& m, double change) {
+  Matrix out = m;
+  for (int i = 1; i <= m.n; ++i)
+    for (int p = m.ia[i - 1]; p < m.ia[i]; ++p) {
+      const double factor = 1 + change * std::sin(1.0 + 3 * i * m.ja[p - 1] + i + m.ja[p - 1]);
+      for (int part = 0; part < m.nvals(); ++part)
+        out.a[static_cast<std::size_t>((p - 1) * m.nvals() + part)] *= factor;
+    }
+  return out;
+}
+
+/// The same pattern with values of either sign that have nothing to do with it.
+Matrix unrelated(const Matrix& m) {
+  Matrix out = m;
+  for (std::size_t k = 0; k < out.a.size(); ++k)
+    out.a[k] = 3 * std::sin(1.0 + 5.0 * static_cast<double>(k * k));
+  return out;
+}
+
+std::vector<Matrix> one_of_each() {
+  return {random_spd(150, 4, 3),
+          shifted_laplacian(13, 1.1, true, 2),
+          structurally_symmetric(4, 3),
+          structurally_symmetric(4, 3, 3),
+          random_spd(150, 4, 3, 4),
+          random_indefinite(120, 0.05, 0, 5, -4),
+          helmholtz(12, 0.6, true, 6),
+          convection_diffusion(5, 4, 7),
+          convection_diffusion(5, 4, 8, 13)};
+}
+
+/// Replaces what the last factorization took: nothing on this machine takes as long.
+void pretend_factorization_took(Session& s, double seconds) {
+  factor_table(s.handle())[s.mnum - 1].seconds = seconds;
+}
+
+/// A session with a factor of m and a solve that found iterations affordable.
+void prepare(Session& s, const Matrix& m) {
+  s.iparm(33) = 1;  // dparm(33) tells factors apart
+  ASSERT_EQ(s.run(12), 0);
+  pretend_factorization_took(s, 1e6);
+  s.solve(random_vector(m, 1, 3));
+  ASSERT_EQ(s.error, 0);
+}
+
+TEST(Sequence, KeptFactorsSolveTheNewSystems) {
+  for (const Matrix& m : one_of_each())
+    for (const int k : {1, 2, -1, -2})
+      for (const int threads : {1, 2}) {
+        SCOPED_TRACE(m.name + " K " + std::to_string(k) + " threads " + std::to_string(threads));
+        Session s(m, threads);
+        s.iparm(4) = k;
+        prepare(s, m);
+        const double determinant = s.dparm(33);
+        for (int step = 1; step <= 3; ++step) {
+          const Matrix now = moved(m, 0.002 * step);
+          s.use(now);
+          const std::vector<double> b = random_vector(m, 3, 20 + static_cast<unsigned>(step));
+          for (const int overwrite : {0, 1})
+            for (const int transpose : {0, 1}) {
+              if (transpose == 1 && m.triangle()) continue;
+              s.iparm(6) = overwrite;
+              s.iparm(12) = transpose;
+              pretend_factorization_took(s, 1e6);
+              const std::vector<double> x = s.solve(b, 3, 23);
+              ASSERT_EQ(s.error, 0);
+              EXPECT_GT(s.iparm(20), 1);
+              EXPECT_LT(s.iparm(20), 40);
+              EXPECT_EQ(s.iparm(7), 0);
+              EXPECT_EQ(s.dparm(33), determinant);
+              EXPECT_LE(normwise_error(now, x, b, 3, transpose == 1), 1e-12);
+            }
+          s.iparm(6) = s.iparm(12) = 0;
+        }
+        s.use(m);
+      }
+}
+
+TEST(Sequence, NewFactorsComeWhenTheyAreDue) {
+  const Matrix m = one_of_each()[7], now = moved(m, 0.01), far = unrelated(m);
+  const std::vector<double> b = random_vector(m, 2, 4);
+  Session s(m);
+  double determinant = 0;
+  const auto factors = [&](const Matrix& matrix, int phase) {
+    s.use(matrix);
+    std::vector<double> rhs = b, x(b.size());
+    const bool solves = phase % 10 == 3;
+    EXPECT_EQ(s.run(phase, solves ? rhs.data() : nullptr, solves ? x.data() : nullptr, 2), 0);
+    if (solves) {
+      EXPECT_LE(normwise_error(matrix, x, b, 2), 1e-12);
+    }
+    return std::exchange(determinant, s.dparm(33)) != s.dparm(33);
+  };
+  s.iparm(33) = 1;
+  s.iparm(4) = 1;
+  EXPECT_TRUE(factors(m, 13));
+  pretend_factorization_took(s, 1e6);
+  EXPECT_FALSE(factors(now, 23) && s.iparm(20) < 0);
+  // Nothing is affordable right after a factorization, until a solve has measured.
+  s.iparm(4) = 0;
+  EXPECT_TRUE(factors(m, 22));
+  s.iparm(4) = 1;
+  EXPECT_TRUE(factors(now, 23));
+  pretend_factorization_took(s, 1e6);
+  EXPECT_FALSE(factors(now, 33));
+  EXPECT_FALSE(factors(m, 23));
+  EXPECT_GT(s.iparm(20), 1);
+  // Phase 22 keeps the factor as well, and phase 33 iterates.
+  EXPECT_FALSE(factors(now, 22));
+  EXPECT_FALSE(factors(m, 33));
+  // A negative iparm(20) asks for a factor, and so does iparm(4) 0.
+  s.iparm(20) = -1;
+  EXPECT_TRUE(factors(m, 22));
+  EXPECT_EQ(s.iparm(20), 0);
+  pretend_factorization_took(s, 1e6);
+  EXPECT_FALSE(factors(m, 33));
+  s.iparm(4) = 0;
+  EXPECT_TRUE(factors(now, 23));
+  s.iparm(4) = 1;
+  pretend_factorization_took(s, 1e6);
+  EXPECT_FALSE(factors(now, 33));
+  // A matrix for which the factor is no use: it fails, and the call factors.
+  EXPECT_TRUE(factors(far, 23));
+  EXPECT_GT(s.iparm(20), 0);
+  // The next one gets a factor at once, whatever was measured.
+  pretend_factorization_took(s, 1e6);
+  EXPECT_FALSE(factors(far, 33));
+  EXPECT_TRUE(factors(m, 23));
+  // Phase 33 of a matrix number without a factor makes one.
+  s.iparm(4) = -1;
+  EXPECT_EQ(s.run(0), 0);
+  EXPECT_TRUE(factors(far, 33));
+  s.use(m);
+}
+
+TEST(Sequence, FailuresNameThemselves) {
+  const Matrix m = one_of_each()[1], far = unrelated(m);
+  const std::vector<double> b = random_vector(m, 1, 4);
+  for (const int overwrite : {0, 1}) {
+    Session s(m);
+    s.iparm(4) = -1;
+    s.iparm(6) = overwrite;
+    prepare(s, m);
+    s.use(far);
+    for (const int phase : {23, 33}) {
+      s.iparm(4) = phase == 23 ? -1 : 1;
+      pretend_factorization_took(s, 1e6);
+      factor_table(s.handle())->history.failed = false;
+      s.iparm(20) = 0;
+      std::vector<double> rhs = b, x(b.size());
+      EXPECT_EQ(s.run(phase, rhs.data(), x.data()), -4);
+      EXPECT_LT(s.iparm(20), -10);
+      EXPECT_EQ(rhs, b);  // also where the solution was to go there
+    }
+    // The next numeric call factors, also with K below 0 and iparm(20) forgotten.
+    s.iparm(4) = -1;
+    s.iparm(20) = 0;
+    const double determinant = s.dparm(33);
+    EXPECT_LE(normwise_error(far, s.solve(b, 1, 23), b), 1e-12);
+    EXPECT_NE(s.dparm(33), determinant);
+    // No iteration is affordable: a factorization that took no time.
+    s.iparm(4) = 1;
+    pretend_factorization_took(s, -1e9);
+    s.solve(b);
+    EXPECT_EQ(s.error, -4);
+    EXPECT_EQ(s.iparm(20), -5);
+    EXPECT_LE(normwise_error(far, s.solve(b, 1, 23), b), 1e-12);
+    EXPECT_EQ(s.error, 0);
+    s.use(m);
+  }
+}
+
+TEST(Sequence, MessagesAndReport) {
+  Caller c = make_tridiagonal(300, -2);
+  c.b.assign(300, 1.0);
+  c.x.assign(300, 0.0);
+  c.iparm(4) = -1;
+  ASSERT_EQ(c.run(13), 0);
+  const auto holds = [](const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+  };
+  c.iparm(4) = 1;
+  std::string text = c.run_and_read(33);
+  EXPECT_TRUE(holds(text, " < Hybrid Solver VELMORA with CGS/CG Iteration >\n")) << text;
+  EXPECT_TRUE(holds(text, "cgx iterations 1\n")) << text;
+  EXPECT_FALSE(holds(text, "BLAS performance")) << text;
+  c.iparm(4) = -1;
+  text = c.run_and_read(33);
+  EXPECT_FALSE(holds(text, "Hybrid Solver")) << text;
+  EXPECT_TRUE(holds(text, "      Time cgs    : ")) << text;
+
+  for (std::size_t k = 0; k < c.a.size(); ++k) c.a[k] *= 3 * std::sin(1.0 + 5.0 * double(k * k));
+  text = c.run_and_read(23);
+  EXPECT_EQ(c.error, -4);
+  const std::string figure = std::to_string(c.iparm(20));
+  EXPECT_TRUE(holds(text,
+                    "*** error VELMORA  (numerical_factorization ) error_num= -3\n"
+                    "*** error velmora: cgs error iparam(20) " +
+                        figure +
+                        "\n*** what to do: call phase 23: after this failure it "
+                        "factors the new matrix\n"))
+      << text;
+  EXPECT_EQ(c.run(23), 0);
+}
+
+// The figures describe the matrix of the call, not the one of the factor.
+TEST(Sequence, AccuracyIsThatOfTheSolution) {
+  for (const Matrix& m : one_of_each())
+    for (const int transpose : {0, 1}) {
+      if (transpose == 1 && m.triangle()) continue;
+      SCOPED_TRACE(m.name);
+      const Matrix now = moved(m, 0.02);
+      const std::vector<double> b = random_vector(m, 2, 4);
+      Session kept(m), fresh(now);
+      for (Session* s : {&kept, &fresh}) {
+        s->iparm(12) = transpose;
+        s->iparm(33) = 1;
+        ASSERT_EQ(s->run(12), 0);
+        s->iparm(40) = 2;
+      }
+      kept.iparm(4) = -1;
+      kept.use(now);
+      const double determinant = kept.dparm(33);
+      const std::vector<double> x = kept.solve(b, 2, 23), right = fresh.solve(b, 2);
+      EXPECT_EQ(kept.dparm(33), determinant);
+      EXPECT_EQ(kept.error, 0);
+      EXPECT_EQ(kept.iparm(41), fresh.iparm(41));
+      // dparm(41) is the componentwise error, but for rows that nearly vanish.
+      EXPECT_LE(kept.dparm(41), 1e-10);
+      EXPECT_LE(kept.dparm(41), componentwise_error(now, x, b, 2, transpose == 1) * 2);
+      EXPECT_NEAR(kept.dparm(42) / fresh.dparm(42), 1, 0.1);
+      EXPECT_LE(relative_difference(x, right), kept.dparm(43) + fresh.dparm(43));
+      EXPECT_LE(kept.dparm(43), 1e-6);
+      kept.use(m);
+    }
+}
+
+}  // namespace
+}  // namespace vlm::test
