@@ -60,7 +60,9 @@ struct FactorRecord {
   int mtype = 0;
   bool single = false;
   FactorResult result;
-  double seconds = 0;  ///< time of the factorization
+  double seconds = 0;                ///< time of the factorization
+  bool inverted = false;             ///< lu holds the selected inverse, and no factor
+  std::uint64_t inverse_values = 0;  ///< checksum of the inverse in the caller's a; 0: none
 };
 
 }  // namespace vlm
