@@ -13,10 +13,11 @@
 /// sparse matrix, 1975).  Symmetric panels have V = Y or its conjugate, and the lower triangle of
 /// Z alone.
 ///
-/// The panel's own store takes the products while its old contents, turned by solves into Y and V
-/// and transposed, lie in scratch: the tall dimension is then the long one of the update kernel's
-/// second operand, which is the store of the ancestors itself wherever rows follow each other.
-/// Scratch is one panel a thread, two of full storage.
+/// Y and V are formed in place and then kept in scratch, transposed: the tall dimension is then the
+/// long one of the update kernel's second operand, which is the store of the ancestors itself
+/// wherever rows follow each other.  The transposed panels have their columns padded to whole
+/// vectors.  A panel that needs no padding takes the products in its own store, so that scratch is
+/// one panel a thread, two of full storage.
 #pragma once
 
 #include <algorithm>
@@ -42,26 +43,38 @@ struct InverseFrame {
 /// Rows of Z that are taken at once: a block of them and of a panel's columns stays in cache.
 inline constexpr int inverse_rows = 128;
 
+/// Width of a transposed panel: a multiple of the widest vector.
+template <class T>
+int padded_width(int width) {
+  constexpr int lanes = 64 / sizeof(T);
+  return (width + lanes - 1) / lanes * lanes;
+}
+
 /// Scratch of one thread.
 template <class T>
 struct InverseScratch {
   Vector<T> block;        ///< inverse of a diagonal block, twice: its transpose on the way
   Vector<T> operand[2];   ///< Y and V, transposed
+  Vector<T> result[2];    ///< products of panels whose own store has no room for the padding
   Vector<T> gathered;     ///< part of Z(K,K)
   Vector<int> place;      ///< of K's rows in an ancestor's list, from 0
   Vector<int> labels[2];  ///< columns and rows of a block in their order before the pivoting
 
   InverseScratch(const Structure& st, bool two_sided) {
-    std::size_t most = 0;
+    std::size_t most = 0, most_padded = 0;
     for (int s = 1; s <= st.nsuper; ++s) {
-      const auto width = static_cast<std::size_t>(st.xsuper(s + 1) - st.xsuper(s));
-      const auto rows = static_cast<std::size_t>(st.xlindx(s + 1) - st.xlindx(s));
-      most = std::max(most, width * (rows - width));
+      const int width = st.xsuper(s + 1) - st.xsuper(s), padded = padded_width<T>(width);
+      const std::size_t size =
+          static_cast<std::size_t>(padded) * (st.xlindx(s + 1) - st.xlindx(s) - width);
+      most = std::max(most, size);
+      if (padded != width) most_padded = std::max(most_padded, size);
     }
     const auto width = static_cast<std::size_t>(st.max_width);
-    block.resize(2 * width * width);
-    operand[0].resize(most);
-    if (two_sided) operand[1].resize(most);
+    block.resize((padded_width<T>(st.max_width) + width) * width);
+    for (int side = 0; side <= (two_sided ? 1 : 0); ++side) {
+      operand[side].resize(most);
+      result[side].resize(most_padded);
+    }
     gathered.resize(width * inverse_rows);
     place.resize(static_cast<std::size_t>(st.max_rows));
     for (auto& list : labels) list.resize(width);
@@ -109,16 +122,17 @@ struct SymmetricInverse {
             .op = RightSolve<T>::Op::plain};
   }
 
-  /// x := S^-1 in pivoted order, as L^-H (D^-1 L^-1); work likewise [width^2].
-  static void invert_block(const Kernels<T>& kernel, const Panel<T>& p, T* x, T* work) {
+  /// x := S^-1 in pivoted order, as L^-H (D^-1 L^-1), with leading dimension ldx; work [width^2].
+  static void invert_block(const Kernels<T>& kernel, const Panel<T>& p, T* x, int ldx, T* work) {
     RightSolve<T> solve = triangle(p);
     solve.m = solve.ldx = p.width;
     set_unit(p.width, work);
     if (pivoted) divide_by_d<T, hermitian>(p, work, p.width, p.width);
     solve.x = work;
     kernel.solve_right(solve);
-    transpose<hermitian>(p.width, p.width, work, p.width, x, p.width);
+    transpose<hermitian>(p.width, p.width, work, p.width, x, ldx);
     solve.x = x;
+    solve.ldx = ldx;
     kernel.solve_right(solve);
   }
 
@@ -155,8 +169,8 @@ struct LuInverse {
             .op = RightSolve<T>::Op::plain};
   }
 
-  /// x := U^-1 L^-1 in pivoted order; work [width^2].
-  static void invert_block(const Kernels<T>& kernel, const Panel<T>& p, T* x, T* work) {
+  /// x := U^-1 L^-1 in pivoted order, with leading dimension ldx; work [width^2].
+  static void invert_block(const Kernels<T>& kernel, const Panel<T>& p, T* x, int ldx, T* work) {
     RightSolve<T> solve = lower(p);
     solve.m = solve.ldx = p.width;
     set_unit(p.width, x);
@@ -167,7 +181,7 @@ struct LuInverse {
     solve.m = solve.ldx = p.width;
     solve.x = work;
     kernel.solve_right(solve);
-    transpose<false>(p.width, p.width, work, p.width, x, p.width);
+    transpose<false>(p.width, p.width, work, p.width, x, ldx);
   }
 
   /// L(K,J) := Y and U(J,K)^T := V, in place.
@@ -184,7 +198,8 @@ struct LuInverse {
   }
 };
 
-/// One side of a panel: result := -(operand Z(K,K)) or its counterpart, both width by below().
+/// One side of a panel: result := -(operand Z(K,K)) or its counterpart, both width by below(), with
+/// the padded width between columns.
 template <class T>
 struct InverseSide {
   const T* operand;
@@ -205,12 +220,12 @@ template <class Family, class T>
 class PanelInversion {
  public:
   PanelInversion(const InverseFrame<T>& frame, InverseScratch<T>& scratch, int s)
-      : f_(frame), scratch_(scratch), panel_(panel_of(frame.st, frame.store, s)), s_(s) {}
+      : f_(frame), scratch_(scratch), panel_(panel_of(frame.st, frame.store, s)), padded_(padded_width<T>(panel_.width)), s_(s) {}
 
   void run() {
     const Panel<T>& p = panel_;
     T* const block = scratch_.block.data();
-    Family::invert_block(f_.kernel, p, block, block + size_of(p.width, p.width));
+    Family::invert_block(f_.kernel, p, block, padded_, block + size_of(padded_, p.width));
     if (p.below() > 0) {
       start_sides();
       multiply_by_ancestors();
@@ -222,23 +237,28 @@ class PanelInversion {
   }
 
  private:
+  static constexpr int sides = Family::two_sided ? 2 : 1;
   static std::size_t size_of(int m, int n) { return static_cast<std::size_t>(m) * n; }
 
-  /// Turns the panel into the operands, and clears it for the results.
+  /// Turns the panel into the operands, and clears the results.
   void start_sides() {
-    const Panel<T>& p = panel_;
-    const int w = p.width, below = p.below();
-    Family::solve_below(f_.kernel, p);
-    T* const y = scratch_.operand[0].data();
-    transpose<Family::conjugate>(below, w, p.l21(), p.rows, y, w);
-    std::fill_n(p.l, size_of(w, below), T(0));
-    side_[0] = {y, p.l};
-    if constexpr (Family::two_sided) {
-      T* const v = scratch_.operand[1].data();
-      transpose<false>(below, w, p.u, below, v, w);
-      std::fill_n(p.u, size_of(w, below), T(0));
-      side_[1] = {v, p.u};
-    }
+    Family::solve_below(f_.kernel, panel_);
+    start_side<Family::conjugate>(0, panel_.l21(), panel_.rows, panel_.l);
+    if constexpr (Family::two_sided) start_side<false>(1, panel_.u, panel_.below(), panel_.u);
+  }
+
+  /// @param from   Y or V, with its leading dimension
+  /// @param store  where it lies, which is free from then on
+  template <bool conjugate>
+  void start_side(int side, const T* from, int ld, T* store) {
+    const int w = panel_.width, below = panel_.below();
+    T* const operand = scratch_.operand[side].data();
+    transpose<conjugate>(below, w, from, ld, operand, padded_);
+    T* const result = padded_ == w ? store : scratch_.result[side].data();
+    for (int i = 0; padded_ != w && i < below; ++i)
+      std::fill_n(operand + static_cast<std::ptrdiff_t>(i) * padded_ + w, padded_ - w, T(0));
+    std::fill_n(result, size_of(padded_, below), T(0));
+    side_[side] = {operand, result};
   }
 
   /// The panels that hold Z(K,K), from the root down, each as soon as it is there.
@@ -346,23 +366,22 @@ class PanelInversion {
   }
 
   PanelUpdate<T> product(const InverseSide<T>& side, int to, int from) const {
-    const int w = panel_.width;
-    return {.m = w,
-            .a = side.operand + static_cast<std::ptrdiff_t>(from) * w,
-            .lda = w,
-            .c = side.result + static_cast<std::ptrdiff_t>(to) * w,
-            .ldc = w};
+    return {.m = padded_,
+            .a = side.operand + static_cast<std::ptrdiff_t>(from) * padded_,
+            .lda = padded_,
+            .c = side.result + static_cast<std::ptrdiff_t>(to) * padded_,
+            .ldc = padded_};
   }
 
   /// S^-1 - V^T Z(K,J).
   void complete_block(T* block) {
-    const int w = panel_.width;
     PanelUpdate<T> u;
-    u.m = u.q = w;
+    u.m = padded_;
+    u.q = panel_.width;
     u.k = panel_.below();
     u.a = side_[Family::two_sided ? 1 : 0].operand;
     u.b = side_[0].result;
-    u.lda = u.b_col = u.ldc = w;
+    u.lda = u.b_col = u.ldc = padded_;
     u.c = block;
     u.lower = !Family::two_sided;
     u.conjugate = Family::conjugate;
@@ -371,11 +390,11 @@ class PanelInversion {
 
   /// The upper triangle of a symmetric block from its lower one.
   void mirror(T* block) {
-    const std::ptrdiff_t w = panel_.width;
-    for (int j = 0; j < w; ++j) {
-      if constexpr (Family::conjugate) block[j + j * w] = std::real(block[j + j * w]);
-      for (int i = j + 1; i < w; ++i)
-        block[j + i * w] = maybe_conj<Family::conjugate>(block[i + j * w]);
+    const std::ptrdiff_t ld = padded_;
+    for (int j = 0; j < panel_.width; ++j) {
+      if constexpr (Family::conjugate) block[j + j * ld] = std::real(block[j + j * ld]);
+      for (int i = j + 1; i < panel_.width; ++i)
+        block[j + i * ld] = maybe_conj<Family::conjugate>(block[i + j * ld]);
     }
   }
 
@@ -390,36 +409,38 @@ class PanelInversion {
       row = scratch_.labels[1].data();
       undo_interchanges(p.column_pivot, w, row);
     }
-    T* const product = scratch_.operand[0].data();
-    if (below > 0) std::copy_n(p.l, size_of(w, below), product);
+    // A result in the panel's own store moves to where its operand was.
+    const T* result[] = {side_[0].result, side_[1].result};
+    for (int side = 0; padded_ == w && side < sides; ++side) {
+      T* const moved = scratch_.operand[side].data();
+      std::copy_n(result[side], below > 0 ? size_of(w, below) : 0, moved);
+      result[side] = moved;
+    }
     for (int j = 0; j < w; ++j) {
       T* const to = p.l + static_cast<std::ptrdiff_t>(j) * p.rows;
-      const T* const from = block + static_cast<std::ptrdiff_t>(column[j]) * w;
+      const T* const from = block + static_cast<std::ptrdiff_t>(column[j]) * padded_;
       for (int i = 0; i < w; ++i) to[i] = from[row[i]];
     }
     if (below == 0) return;
-    put_rows<Family::conjugate>(product, column, p.l21(), p.rows);
-    if constexpr (Family::two_sided) {
-      T* const upper = scratch_.operand[1].data();
-      std::copy_n(p.u, size_of(w, below), upper);
-      put_rows<false>(upper, row, p.u, below);
-    }
+    put_rows<Family::conjugate>(result[0], column, p.l21(), p.rows);
+    if constexpr (Family::two_sided) put_rows<false>(result[1], row, p.u, below);
   }
 
   /// to(i, j) := from(label(j), i), conjugated where asked.
   template <bool conjugate>
   void put_rows(const T* from, const int* label, T* to, std::ptrdiff_t ld) {
-    const std::ptrdiff_t w = panel_.width;
+    const std::ptrdiff_t ld_from = padded_;
     constexpr int tile = 16;
     for (int i0 = 0; i0 < panel_.below(); i0 += tile)
-      for (int j = 0; j < w; ++j)
+      for (int j = 0; j < panel_.width; ++j)
         for (int i = i0; i < std::min(panel_.below(), i0 + tile); ++i)
-          to[i + j * ld] = maybe_conj<conjugate>(from[label[j] + i * w]);
+          to[i + j * ld] = maybe_conj<conjugate>(from[label[j] + i * ld_from]);
   }
 
   const InverseFrame<T>& f_;
   InverseScratch<T>& scratch_;
   const Panel<T> panel_;
+  const int padded_;  ///< width of the transposed panel
   const int s_;
   InverseSide<T> side_[2] = {};
   bool contiguous_ = false;  ///< whether the rows follow each other in the ancestor's list
