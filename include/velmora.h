@@ -55,12 +55,14 @@
  *   23   factorization and solve
  *   33   solve; factors first when matrix number mnum has no factor yet, or has one of another
  *        mtype or precision.  error is 0 afterwards whatever happened, unless iparm(4) or
- *        iparm(40) is set; velmora_last_message() then has the failure
+ *        iparm(40) is set, or an inverse stands for the factor or the matrix;
+ *        velmora_last_message() then has the failure
  *    0   release the factor of matrix number mnum
  *   -1   release everything; pt is zero afterwards and can be used again
  *   -2   query: error 18, iparm(1) 23.  No other argument is looked at; they may be null
  *   -3   query: error 500000.  No other argument is looked at; they may be null
- *  -22   selected inversion of the factor.  Not in this version: ends with error -1
+ *  -22   selected inversion: a receives the entries of the inverse of the matrix whose factor
+ *        matrix number mnum holds, on the matrix's own pattern; see "The inverse" below
  *
  * Arrays that a phase does not use may be null: a in phase 11 unless iparm(13) asks for
  * matching; b and x unless the phase solves; perm unless iparm(5) or iparm(31) asks for it;
@@ -73,7 +75,8 @@
  *    -1   an argument is wrong, does not fit the earlier calls or the phase, or asks for what
  *         this version does not do.  Nothing that the handle holds has changed.  Also: ia or a
  *         row's first or last column is out of range; ia and ja are not the analysed pattern
- *    -2   out of memory; the message names the array and the bytes asked for
+ *    -2   out of memory; the message names the array and the bytes asked for.  Phase -22 with
+ *         iparm(36) 2: no room in TMPDIR
  *    -3   the analysis failed: perm is no permutation, or mtype names no type
  *    -4   the factorization or the solve failed: zero pivot, matrix not positive definite, NaN
  *         or infinity in a, refinement or an iteration of iparm(4) that does not converge, or the
@@ -194,7 +197,9 @@
  *   34  in      [0] not 0: fixed order of updates, so that results do not vary from run to run
  *               with several threads; no refinement.  Only with iparm(2), (24), (25) at 2, 1, 1
  *   35  -       [10 if solver is 10 or 11, else 0] not read
- *   36, 37      options of selected inversion; not read in this version
+ *   36  in      [0] the factor in phase -22: 0 is overwritten, 1 a copy of it in memory is
+ *               inverted, 2 is on disk meanwhile.  See "The inverse"
+ *   37  in      [0] 1: phase -22 leaves the inverse of a symmetric type in full form
  *   38  in      [0] from 1 to n-1: eliminate the first iparm(38) unknowns only, and leave the
  *               Schur complement of the others, A22 - A21 A11^-1 A12, for velmora_schur().  0 and
  *               n: eliminate all.  Other values are error -1.  Read by the analysis; a later call
@@ -228,6 +233,36 @@
  *   51, 52      [0, 0] distribution over nodes; 1 in iparm(51) becomes 2, and iparm(52) is
  *               the number of nodes.  The computation stays in the calling process; what they
  *               change is that options 28, 29, 31 are off and 24, 25 are 1
+ *
+ * The inverse
+ * -----------
+ * Phase -22 takes the finished factor of mnum, of any type and precision, and ia and ja of the
+ * analysed matrix.  a is written: entry p of it, at (i,j), receives the entry (i,j) of the inverse
+ * of the matrix that was factored, so a and, for iparm(37) 1, ia and ja must not be constants.  Of
+ * unsymmetric types it is (i,j) as well, and not (j,i).  Pivoting, matching and scaling are undone.
+ * The inverse is that of the perturbed matrix when pivots were perturbed, and of the accuracy of
+ * a single-precision factor for iparm(29) 1.
+ *
+ * It costs about twice the factorization, and beside the factor the scratch of one panel a
+ * thread.  The result does not depend on iparm(3).  An unsymmetric pattern whose rows the matching
+ * permutes (iparm(13) above 0) has entries outside of the factor's pattern; these take a solve with
+ * a part of the factor for each of their columns, and are best avoided by iparm(13) 0.
+ *
+ *   iparm(36) 0  the inverse takes the place of the factor: phase 33 fails until phase 22 has
+ *                factored the matrix again
+ *             1  a copy of the factor is inverted in memory; the factor stays
+ *             2  the factor is written to a file in the folder TMPDIR (/tmp without it), which
+ *                is unlinked as soon as it is there, and read back.  Where there is no room the
+ *                error is -2 and the factor stays
+ *   iparm(37) 1  for the types that store the upper triangle: a, ia and ja are turned to full
+ *                form, row by row with ascending columns.  a and ja must have room for
+ *                2 (ia(n+1)-1) - n entries.  Later phases want the triangle again
+ *
+ * A later phase 33 that reads the matrix, to refine or to factor, fails while a still holds the
+ * inverse.  These failures of phase 33 are told in error.  A diagonal system has no factor: after
+ * phase 12 or 13 phase -22 inverts the values in a, and the caller keeps track of what a holds.
+ * b, x and perm are not looked at.  Factors of a Schur complement (iparm(38)) have no inverse.
+ *
  *
  * dparm, 64 doubles
  * -----------------

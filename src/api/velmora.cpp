@@ -17,6 +17,7 @@
 #include "base/thread_guard.hpp"
 #include "driver/check_input_fc.hpp"
 #include "driver/error_info_fc.hpp"
+#include "driver/invert.hpp"
 #include "driver/options.hpp"
 #include "driver/shortcut.hpp"
 #include "driver/velmora_c.hpp"
@@ -33,12 +34,12 @@ int run_call(Call& call) {
   try {
     forget_accuracy(call);
     if (takes_shortcut(call)) return solve_at_once(call);
-    const BlasLatch latch(call.last_digit() > 1);
+    const BlasLatch latch(call.last_digit() > 1 || call.phase == phase_inversion);
     const int error = velmora_c(call);
     // A plain solve always succeeds for the caller, unless its accuracy is asked for; what went
     // wrong shows in the messages.
     const bool silent = call.iparm(32) == 0 && call.iparm(4) == 0 && call.iparm(40) <= 0;
-    return silent && call.phase == 33 ? 0 : error;
+    return silent && call.phase == 33 && !call.insists ? 0 : error;
   } catch (...) {  // no memory even for a message
     return error_unclassified;
   }

@@ -31,7 +31,8 @@ struct Call {
   std::atomic<std::int64_t>* largest_analysis = nullptr;
   DumpCounters* dumps = nullptr;  ///< of the process; null: no dump is written
 
-  std::string message;  ///< out: what went wrong and what to do, at any message level
+  bool insists = false;  ///< out: the error is told in phase 33 too
+  std::string message;   ///< out: what went wrong and what to do, at any message level
 
   int first_digit() const { return phase / 10; }
   int last_digit() const { return phase % 10; }

@@ -63,6 +63,8 @@ struct FactorRecord {
   FactorResult result;
   double seconds = 0;  ///< time of the factorization
   ReuseHistory history;
+  bool inverted = false;             ///< lu holds the selected inverse, and no factor
+  std::uint64_t inverse_values = 0;  ///< checksum of the inverse in the caller's a; 0: none
 };
 
 }  // namespace vlm

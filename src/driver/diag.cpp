@@ -100,7 +100,30 @@ void solve_rows(const DiagonalSystem& system) {
   if (system.overwrite_b) std::copy_n(x, products, b);
 }
 
+template <class T>
+DiagonalFault invert_rows(const InputMatrix& matrix, double* values) {
+  if (const DiagonalFault fault = test_rows<T>(matrix, [](const T&) {})) return fault;
+  T* a = reinterpret_cast<T*>(values);
+  for (int i = 0; i < matrix.n; ++i) {
+    const int j = matrix.ja[i] - 1;
+    const bool exchanged = matrix.ja[j] - 1 == i;
+    if (exchanged && j < i) continue;  // done with its partner
+    const T own = a[i];
+    a[i] = exchanged ? T(1) / a[j] : T(0);
+    if (j > i && exchanged) a[j] = T(1) / own;
+  }
+  return {};
+}
+
 }  // namespace
+
+DiagonalFault invert_diagonal(const InputMatrix& matrix, double* a) {
+  return invert_rows<double>(matrix, a);
+}
+
+DiagonalFault c_invert_diagonal(const InputMatrix& matrix, double* a) {
+  return invert_rows<std::complex<double>>(matrix, a);
+}
 
 DiagonalFault diag_velmora(const DiagonalSystem& system, int& npos, int& nneg) {
   npos = nneg = 0;

@@ -47,4 +47,13 @@ DiagonalFault diag_velmora(const DiagonalSystem& system, int& npos, int& nneg);
 /// The same for complex values; there are no signs to count.
 DiagonalFault c_diag_velmora(const DiagonalSystem& system);
 
+/// a(i) := the entry of the inverse at the place of a(i), real values: its reciprocal on the
+/// diagonal, the reciprocal of the mirrored one where two rows exchange their columns, else zero.
+/// Where a row is wrong nothing is written.  Throws std::bad_alloc.
+/// @param a  the values of the matrix, in, out
+DiagonalFault invert_diagonal(const InputMatrix& matrix, double* a);
+
+/// The same for complex values.
+DiagonalFault c_invert_diagonal(const InputMatrix& matrix, double* a);
+
 }  // namespace vlm

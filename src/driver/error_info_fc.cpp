@@ -14,6 +14,8 @@
 #include "base/print.hpp"
 #include "base/status.hpp"
 #include "driver/check_input_fc.hpp"
+#include "driver/factor_store.hpp"
+#include "driver/invert.hpp"
 #include "driver/remedy.hpp"
 
 namespace vlm {
@@ -36,8 +38,8 @@ constexpr const char* class_names[] = {
 
 /// Names of the arrays, by the location code divided by -100.
 constexpr const char* array_names[] = {
-    "",         "BASIC   ", "FACT_ADR", "LOC_INT1", "STRUC_S0", "WORK_I0 ", "STRUC_S1",
-    "STRUC_S2", "STRUC_FI", "LOC_INT2", "UP_UPLEN", "FACT_L&U", "WORK_R0 ", "CGS_ARR ",
+    "",         "BASIC   ", "FACT_ADR", "LOC_INT1", "STRUC_S0", "WORK_I0 ", "STRUC_S1", "STRUC_S2",
+    "STRUC_FI", "LOC_INT2", "UP_UPLEN", "FACT_L&U", "WORK_R0 ", "CGS_ARR ", "INVERSE ",
 };
 
 /// What `error` says to the caller, from 0 down.
@@ -85,6 +87,8 @@ enum class Value {
   nthreads,
   stabilise,
   iterative,
+  inverse_store,
+  full_form,
   argument,
   row_start,
   column,
@@ -128,7 +132,7 @@ constexpr InputMessage input_messages[] = {
      Value::stabilise},
     {code_no_iterative, "*** Input check: iparam(32) %d, the iterative solver is not available",
      Value::iterative},
-    {code_no_inversion, "*** Input check: ido %d, selected inversion is not available",
+    {code_no_factor, "*** Input check: matrix number %d has no factor, ido %d", Value::mnum,
      Value::phase},
     {code_phase, "*** wrong controlstep parameter ido %d", Value::phase},
     {code_row_starts, "*** Input check: ia(%d) is %d, but ia(1) is 1 and ia does not fall",
@@ -142,6 +146,16 @@ constexpr InputMessage input_messages[] = {
      Value::schur, Value::schur_old},
     {code_perm_twice, "*** Input check: perm is an order and marks at once, iparam(5) %d (31) %d",
      Value::order_given, Value::partial},
+    {code_schur_inverse, "*** Input check: a factor with a Schur complement has no inverse, ido %d",
+     Value::phase},
+    {code_inverse_store, "*** Input check: iparam(36) %d (out of bounds)", Value::inverse_store},
+    {code_full_form, "*** Input check: iparam(37) %d (out of bounds)", Value::full_form},
+    {code_inverted, "*** Input check: the inverse of matrix number %d replaced its factor, ido %d",
+     Value::mnum, Value::phase},
+    {code_inverse_values, "*** Input check: a is the inverse of matrix number %d, ido %d",
+     Value::mnum, Value::phase},
+    {code_not_upper, "*** Input check: ja(%d) is %d, not in the upper triangle", Value::argument,
+     Value::column},
     {code_clean_mnum, "*** error velmora: wrong matrix number, clean %d", Value::mnum},
     {code_diagonal_symbolic, "*** error velmora: only symb. fact. diagonal matrix case %d",
      Value::phase},
@@ -189,6 +203,10 @@ long long value_of(Value value, const Outcome& outcome, const Call& call, const 
       return call.iparm(4);
     case Value::iterative:
       return call.iparm(32);
+    case Value::inverse_store:
+      return call.iparm(36);
+    case Value::full_form:
+      return call.iparm(37);
     case Value::argument:
       return outcome.argument;
     case Value::row_start:
@@ -223,6 +241,11 @@ const char* array_name(std::int64_t location) {
 
 void add_memory_message(Lines& lines, const Outcome& outcome, const Call& call,
                         std::int64_t wanted) {
+  if (outcome.code == at_file) {
+    lines.add("*** error velmora: no room in TMPDIR for a factor of %d bytes",
+              {static_cast<long long>(outcome.bytes)});
+    return;
+  }
   lines.add(std::string("*** error velmora (memory allocation) ") + array_name(outcome.code) +
                 ", size to allocate: %d bytes",
             {static_cast<long long>(outcome.bytes)});
@@ -317,9 +340,9 @@ void error_info_fc(const Outcome& outcome, Call& call, const Options& stored,
                    std::int64_t wanted) noexcept {
   try {
     Lines lines;
-    if (call.phase < 0) lines.add("*** error velmora: internal error ");
-    if (call.phase >= 0 || outcome.code == code_no_inversion)
-      add_class_message(lines, outcome, call, stored, wanted);
+    const bool works = call.phase >= 0 || call.phase == phase_inversion;
+    if (!works) lines.add("*** error velmora: internal error ");
+    if (works) add_class_message(lines, outcome, call, stored, wanted);
     lines.add("*** what to do: " + std::string(remedy(outcome, call)));
     call.message = lines.text();
   } catch (const std::bad_alloc&) {

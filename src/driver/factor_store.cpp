@@ -48,6 +48,12 @@ const PaddedMatrix* padded_of(void** pt) {
   return static_cast<const PaddedMatrix*>(slot(pt, slot_padded));
 }
 
+Matching matching_of(void** pt) {
+  const Options& options = control_of(pt).options;
+  return {options.symmetric ? nullptr : static_cast<const int*>(slot(pt, slot_match_perm)),
+          options.scaled ? static_cast<const double*>(slot(pt, slot_match_scale)) : nullptr};
+}
+
 void count_call(void** pt) {
   void*& word = slot(pt, slot_calls);
   word = std::bit_cast<void*>(std::bit_cast<std::uintptr_t>(word) + 1);

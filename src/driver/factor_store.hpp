@@ -40,6 +40,8 @@ enum Location : int {
   at_factor = -1100,
   at_work = -1200,
   at_cgs = -1300,
+  at_inverse = -1400,
+  at_file = -1500,  ///< on disk
 };
 
 /// A failed allocation; the driver turns it into the memory error.
@@ -78,6 +80,10 @@ void release(void** pt, Slot number);
 void keep_padded(void** pt, PaddedMatrix&& padded);
 /// That pattern; null when there is none.
 const PaddedMatrix* padded_of(void** pt);
+
+/// What the numeric phases are given of a matching: scalings where the values are scaled, and the
+/// row permutation of full storage.
+Matching matching_of(void** pt);
 
 /// Counts one more call in pt(1).
 void count_call(void** pt);

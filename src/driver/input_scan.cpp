@@ -17,19 +17,24 @@ std::uint64_t mix(std::uint64_t state, std::uint64_t word) {
   return std::rotl(state ^ word, 31) * odd;
 }
 
-/// Eight lanes, which wait for no other, take every eighth pair of integers.  A step of a lane is
-/// a bijection of its state and of its word: one changed word always shows.
-std::uint64_t mix_all(std::uint64_t seed, const int* words, std::ptrdiff_t count) {
+/// Eight lanes, which wait for no other, take every eighth pair of 32-bit words.  A step of a lane
+/// is a bijection of its state and of its word: one changed word always shows.
+std::uint64_t mix_all(std::uint64_t seed, const void* array, std::ptrdiff_t count) {
+  const char* const words = static_cast<const char*>(array);
   constexpr std::ptrdiff_t lanes = 8, block = 2 * lanes;
   std::array<std::uint64_t, lanes> state;
   for (std::ptrdiff_t k = 0; k < lanes; ++k) state[k] = mix(seed, static_cast<std::uint64_t>(k));
   std::ptrdiff_t at = 0;
   for (; at + block <= count; at += block) {
     std::array<std::uint64_t, lanes> pairs;
-    std::memcpy(pairs.data(), words + at, sizeof pairs);
+    std::memcpy(pairs.data(), words + at * sizeof(int), sizeof pairs);
     for (std::ptrdiff_t k = 0; k < lanes; ++k) state[k] = mix(state[k], pairs[k]);
   }
-  for (; at < count; ++at) state[0] = mix(state[0], static_cast<std::uint32_t>(words[at]));
+  for (; at < count; ++at) {
+    std::uint32_t word;
+    std::memcpy(&word, words + at * sizeof word, sizeof word);
+    state[0] = mix(state[0], word);
+  }
   for (const std::uint64_t lane : state) seed = mix(seed, lane);
   return seed;
 }
@@ -39,6 +44,10 @@ std::uint64_t mix_all(std::uint64_t seed, const int* words, std::ptrdiff_t count
 std::uint64_t pattern_checksum(const InputMatrix& matrix) {
   const std::uint64_t rows = mix_all(odd, matrix.ia, std::ptrdiff_t{matrix.n} + 1);
   return mix_all(rows, matrix.ja, matrix.nnz());
+}
+
+std::uint64_t values_checksum(const InputMatrix& matrix, int nvals) {
+  return mix_all(odd, matrix.a, std::ptrdiff_t{matrix.nnz()} * nvals * 2);
 }
 
 std::ptrdiff_t first_not_finite(const InputMatrix& matrix, int nvals) {

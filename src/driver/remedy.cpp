@@ -36,7 +36,7 @@ constexpr InputRemedy input_remedies[] = {
     {code_null, "pass the array: velmora.h says which ones the phase reads"},
     {code_stabilised, "set iparm(4) to 0, or iparm(26), (31) and (38) to 0"},
     {code_no_iterative, "set iparm(32) and solver to 0 for the direct solver"},
-    {code_no_inversion, "solve with columns of the identity for entries of the inverse"},
+    {code_no_factor, "factor first: phase 12 or 22, with the same pt and mnum"},
     {code_phase, "set phase to 11, 12, 13, 22, 23 or 33, or to 0 or -1 to release"},
     {code_row_starts, "number rows and columns from 1: see velmora_chkmatrix"},
     {code_columns, "number rows and columns from 1: see velmora_chkmatrix"},
@@ -44,6 +44,12 @@ constexpr InputRemedy input_remedies[] = {
     {code_schur, "set iparm(38) to the unknowns to eliminate, 1 to n; 0 for all"},
     {code_schur_late, "set iparm(38) before the analysis (phase 11)"},
     {code_perm_twice, "set iparm(5) to 0 or less: perm holds the marks of iparm(31)"},
+    {code_schur_inverse, "analyse and factor with iparm(38) = 0"},
+    {code_inverse_store, "set iparm(36) to 0 (overwrite the factor), 1 or 2 (keep it)"},
+    {code_full_form, "set iparm(37) to 0 (triangle) or 1 (full form)"},
+    {code_inverted, "factor again (phase 22), or invert with iparm(36) = 1"},
+    {code_inverse_values, "pass the matrix, not its inverse: phase -22 wrote over a"},
+    {code_not_upper, "store the upper triangle alone: see velmora_chkmatrix"},
     {code_clean_mnum, "choose mnum from 1 to the maxfct of the analysis"},
     {code_diagonal_symbolic, "solve a diagonal system with phase 13, 23 or 33"},
     {code_empty_handle, "nothing to release: analyse first (phase 11)"},
@@ -83,6 +89,10 @@ std::string_view memory_remedy(std::int64_t location) {
       return "pass a smaller maxfct";
     case at_factor:
       return "release other factors (phase 0), or factor with iparm(29) = 1";
+    case at_inverse:
+      return "release other handles, or set iparm(36) to 0: no copy of the factor";
+    case at_file:
+      return "make room in TMPDIR, or set iparm(36) to 0 or 1";
     case at_work:
     case at_cgs:
       return "solve fewer right-hand sides at a time";

@@ -32,14 +32,6 @@ DiagonalFault run_diagonal(const Call& call, bool transpose) {
   return type.complex ? c_diag_velmora(system) : diag_velmora(system, iparm(22), iparm(23));
 }
 
-Outcome outcome_of(const DiagonalFault& fault) {
-  if (!fault) return {};
-  const int error = fault.what == RowFault::repeated     ? error_matching
-                    : fault.what == RowFault::not_finite ? error_numeric
-                                                         : error_internal;
-  return {error, -fault.row, static_cast<int>(fault.what), 0, true};
-}
-
 /// Leaves the mark of a diagonal system, which also keeps the transposition for the calls that
 /// follow.  @return whether the transposed system is meant
 bool mark_diagonal(const Call& call) {
@@ -50,6 +42,14 @@ bool mark_diagonal(const Call& call) {
 }
 
 }  // namespace
+
+Outcome outcome_of(const DiagonalFault& fault) {
+  if (!fault) return {};
+  const int error = fault.what == RowFault::repeated     ? error_matching
+                    : fault.what == RowFault::not_finite ? error_numeric
+                                                         : error_internal;
+  return {error, -fault.row, static_cast<int>(fault.what), 0, true};
+}
 
 bool takes_shortcut(const Call& call) {
   if (call.iparm(32) != 0 || !is_work_phase(call.phase) || !is_matrix_type(call.mtype))

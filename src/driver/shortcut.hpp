@@ -3,6 +3,7 @@
 #pragma once
 
 #include "driver/call.hpp"
+#include "driver/diag.hpp"
 
 namespace vlm {
 
@@ -17,5 +18,8 @@ int solve_at_once(Call& call);
 
 /// A diagonal matrix in a call that the shortcut passed over.
 Outcome refuse_diagonal(const Call& call);
+
+/// The outcome of a diagonal system with a faulty row, success where there is none.
+Outcome outcome_of(const DiagonalFault& fault);
 
 }  // namespace vlm

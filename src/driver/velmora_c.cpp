@@ -26,6 +26,7 @@
 #include "driver/error_info_fc.hpp"
 #include "driver/factor_store.hpp"
 #include "driver/input_scan.hpp"
+#include "driver/invert.hpp"
 #include "driver/match_driver.hpp"
 #include "driver/options.hpp"
 #include "driver/shortcut.hpp"
@@ -37,14 +38,6 @@ namespace vlm {
 namespace {
 
 InputMatrix matrix_of(const Call& call) { return {call.n, call.ia, call.ja, call.a}; }
-
-/// What the numeric phases are given of a matching: scalings where the values are scaled, and the
-/// row permutation of full storage.
-Matching matching_of(void** pt) {
-  const Options& options = control_of(pt).options;
-  return {options.symmetric ? nullptr : static_cast<const int*>(slot(pt, slot_match_perm)),
-          options.scaled ? static_cast<const double*>(slot(pt, slot_match_scale)) : nullptr};
-}
 
 Outcome failed_analysis(int status) {
   return {status == status_overflow ? error_overflow : error_analysis, status, 0, 0};
@@ -222,8 +215,10 @@ Outcome solve(StageArrays& arrays) {
   Control& control = arrays.control;
   void** pt = call.pt;
   if (const std::size_t bytes = solve_vector_bytes(arrays); bytes > 0) {
-    if (call.phase == 33)
+    if (call.phase == 33) {
       if (Outcome failed = test_whole_matrix(call, control.options)) return failed;
+      if (Outcome failed = test_for_inverse(call, true)) return failed;
+    }
     slot(pt, slot_cgs) = allocate(bytes, at_cgs);
     arrays.cgs_arr = static_cast<double*>(slot(pt, slot_cgs));
     control.cgs_bytes = bytes;
@@ -300,13 +295,19 @@ Outcome work_numerically(const Call& call) {
   FactorRecord& record = *factor_record(pt, call.mnum);
   const bool solves = call.last_digit() == 3 && call.nrhs > 0;
   const bool kept =
-      factor_serves(record, options) &&
+      factor_serves(record, options) && !record.inverted &&
       (call.phase == 33 || keeps_factor(record.history, options.stabilised.k, call.iparm(20)));
+  if (call.phase == 33 && record.inverted) return test_for_inverse(call, false);
   if (call.phase == 33 && !kept) {
     if (Outcome failed = test_whole_matrix(call, options)) return failed;
     if (Outcome failed = test_pattern_kept(call, control)) return failed;
+    if (Outcome failed = test_for_inverse(call, true)) return failed;
   }
   if (call.phase != 33 || !kept) {
+    if (!kept) {
+      record.inverted = false;
+      record.inverse_values = 0;
+    }
     if (Outcome failed = test_values(call)) {
       if (!kept) record.finished = false;  // it is no factor of these values
       return failed;
@@ -390,7 +391,7 @@ Outcome release_factor(const Call& call, int& deleted) {
 
 Outcome run_phase(Call& call, double start, int& deleted) {
   if (call.pt == nullptr) return {error_input, code_null, 1, 0};
-  if (call.phase == -22) return {error_input, code_no_inversion, 0, 0};
+  if (call.phase == phase_inversion) return invert_velmora(call);
   const bool empty = handle_is_empty(call.pt);
   if (call.iparm(32) == 1) {
     if (is_work_phase(call.phase)) return {error_input, code_no_iterative, 0, 0};
@@ -439,6 +440,7 @@ void report(const Call& call, const Outcome& outcome, Control& control, int dele
   finish_timers(control.clocks);
   // A first call that failed its check has nothing to report on.
   if (outcome && (control.options.n == 0 || call.phase < 1)) return;
+  if (call.phase == phase_inversion) return;  // it has lines of its own
   statistics_fc(control, {.phase = call.phase,
                           .mtype = call.mtype,
                           .n = call.n,
@@ -463,6 +465,8 @@ int velmora_c(Call& call) {
   Control* control = nullptr;
   if (call.pt != nullptr && !handle_is_empty(call.pt)) control = &control_of(call.pt);
   if (control != nullptr) store_memory_figures(control->memory, call.iparm);
+  call.insists = outcome.error == error_input &&
+                 (outcome.code == code_inverted || outcome.code == code_inverse_values);
   if (outcome) report_failure(call, outcome, control);
   if (control != nullptr) report(call, outcome, *control, deleted);
   if (call.phase == -1 && control != nullptr) release_handle(call.pt);

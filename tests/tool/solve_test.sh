@@ -90,6 +90,20 @@ solves "determinant" 'A\| = 2\.890371758' spd.mtx --determinant    # ln 18
 solves "a solution file" '^written' spd.mtx --rhs rhs.txt --output x.mtx.gz
 gzip -dc x.mtx.gz | awk 'NR > 2 { d = $1 - (NR - 3); if (d * d > 1e-24) bad = 1; ++n }
                          END { exit bad || n != 3 }' || fail "a wrong solution"
+# Its inverse times the determinant 18.
+solves "an inverse" '^inverse .* 5 entries' spd.mtx --inverse i.mtx --inverse-diagonal d.mtx.gz
+tail -n +3 i.mtx | tr '\n' ' ' | awk '{ want = "1 1 5 2 1 -2 2 2 8 3 2 4 3 3 11"; k = split(want, w, " ")
+                        for (i = 1; i <= k; ++i) if (($i * (i % 3 ? 1 : 18) - w[i]) ^ 2 > 1e-24) bad = 1
+                        exit bad || NF != k }' && head -1 i.mtx | grep -q 'coordinate real symmetric' ||
+  fail "a wrong inverse"
+gzip -dc d.mtx.gz | awk 'NR > 2 { d = 18 * $1 - (NR == 3 ? 5 : NR == 4 ? 8 : 11); if (d * d > 1e-24) bad = 1 }
+                         END { exit bad || NR != 5 }' || fail "a wrong diagonal of the inverse"
+solves "the inverse of a Hermitian matrix" '^written' hermitian.mtx --inverse h.mtx
+# [2 1-i; 1+i 5] has the inverse [5 -1+i; -1-i 2] / 8.
+tail -n +3 h.mtx | awk '$1 == 2 && $2 == 1 { ok = ($3 + 0.125)^2 + ($4 + 0.125)^2 < 1e-24 } END { exit !ok }' ||
+  fail "a wrong inverse of a Hermitian matrix"
+solves "the inverse of a diagonal matrix" '^inverse' diagonal.mtx --inverse-diagonal d.mtx
+tail -1 d.mtx | grep -qx -- '-0.2' || fail "a wrong inverse of a diagonal matrix"
 solves "many right-hand sides" '^error +[0-9.]+e-1[0-9]' "$examples/bracket.mtx.gz" --nrhs 4
 
 "$solve" saddle.mtx --json - >out 2>err || fail "JSON: status"

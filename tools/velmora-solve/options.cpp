@@ -54,6 +54,8 @@ void refuse_reserved(int number) {
                                                       {26, "only complete solves have a residual"},
                                                       {31, "only complete solves have a residual"},
                                                       {32, "use --iterative"},
+                                                      {36, "the factor is not used again"},
+                                                      {37, "the form is that of the matrix"},
                                                       {38, "a Schur complement needs a program"}};
   for (const auto& [entry, why] : reserved) {
     if (number == entry) {
@@ -104,6 +106,14 @@ void add_system_options(CLI::App& app, Options& options) {
       ->group(group);
   app.add_option("-o,--output", options.output,
                  "Write the solution, as a Matrix Market array; gzipped if FILE ends in .gz")
+      ->type_name("FILE")
+      ->group(group);
+  app.add_option("--inverse", options.inverse,
+                 "Write the entries of the inverse on the pattern of A, as a Matrix Market file")
+      ->type_name("FILE")
+      ->group(group);
+  app.add_option("--inverse-diagonal", options.inverse_diagonal,
+                 "Write the diagonal of the inverse, as a Matrix Market array")
       ->type_name("FILE")
       ->group(group);
 }

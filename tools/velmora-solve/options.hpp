@@ -45,6 +45,7 @@ struct Options {
   int nrhs = 1;
   std::uint64_t seed = 1;
   std::string output;
+  std::string inverse, inverse_diagonal;  ///< files of entries of the inverse
   Settings settings;
   int refactor = 0, resolve = 0;  ///< repetitions
   double tolerance = 1e-10;

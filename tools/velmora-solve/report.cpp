@@ -49,6 +49,7 @@ nlohmann::ordered_json factor_to_json(const Factor& factor, int n) {
                     {"solution", factor.solution_seconds}};
   if (!factor.refactor_seconds.empty()) out["seconds"]["refactor"] = factor.refactor_seconds;
   if (!factor.resolve_seconds.empty()) out["seconds"]["resolve"] = factor.resolve_seconds;
+  if (factor.inversion_seconds) out["seconds"]["inversion"] = *factor.inversion_seconds;
   out["residual"] = {{"componentwise", number(factor.residual.componentwise)},
                      {"normwise", number(factor.residual.normwise)},
                      {"two_norm", number(factor.residual.two_norm)}};

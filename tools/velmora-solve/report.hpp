@@ -26,6 +26,7 @@ struct Factor {
   std::optional<double> log_determinant;
   double analysis_seconds = 0, factorization_seconds = 0, solution_seconds = 0;
   std::vector<double> refactor_seconds, resolve_seconds;
+  std::optional<double> inversion_seconds;
   Residual residual;
   std::string warning;  ///< what the library complained about although it went on
 };

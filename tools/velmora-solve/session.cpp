@@ -142,14 +142,24 @@ void Session::set_rhs(const std::vector<double>& b, int nrhs) {
 }
 
 Call Session::run(Phase phase) {
+  const Call out = call(phase, matrix_.a.data());
+  if (conjugated_ && phase == Phase::solution) conjugate(x_);
+  return out;
+}
+
+Call Session::invert(std::vector<double>& values) {
+  values = matrix_.a;
+  return call(Phase::inversion, values.data());
+}
+
+Call Session::call(Phase phase, const double* values) {
   Call call;
   const int number = static_cast<int>(phase), one = 1, level = show_messages_ ? 1 : 0;
   const auto start = std::chrono::steady_clock::now();
-  velmora(handle_.data(), &one, &one, &mtype_, &number, &matrix_.n, matrix_.a.data(),
-          matrix_.ia.data(), matrix_.ja.data(), perm_.data(), &nrhs_, iparm_.data(), &level,
-          b_.data(), x_.data(), &call.error, dparm_.data());
+  velmora(handle_.data(), &one, &one, &mtype_, &number, &matrix_.n, values, matrix_.ia.data(),
+          matrix_.ja.data(), perm_.data(), &nrhs_, iparm_.data(), &level, b_.data(), x_.data(),
+          &call.error, dparm_.data());
   call.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  if (conjugated_ && phase == Phase::solution) conjugate(x_);
   call.diagonal = iparm(12) < 0;
   std::array<char, 1024> text;
   velmora_last_message(text.data(), static_cast<int>(text.size()));
@@ -179,6 +189,7 @@ std::string check(const SparseMatrix& matrix, int mtype, const std::vector<doubl
 std::string explain(const Call& call, Phase phase, int mtype) {
   const char* step = phase == Phase::analysis        ? "analysis"
                      : phase == Phase::factorization ? "factorization"
+                     : phase == Phase::inversion     ? "inversion"
                                                      : "solution";
   std::string meaning;
   switch (call.diagonal ? 0 : call.error) {  // of a diagonal system it may be a row's number

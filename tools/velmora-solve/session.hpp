@@ -22,7 +22,7 @@ struct Call {
 };
 
 /// Phases of the library, by number.
-enum class Phase { analysis = 11, factorization = 22, solution = 33 };
+enum class Phase { analysis = 11, factorization = 22, solution = 33, inversion = -22 };
 
 class Session {
  public:
@@ -34,6 +34,10 @@ class Session {
   Session& operator=(const Session&) = delete;
 
   Call run(Phase phase);
+
+  /// The entries of the inverse on the pattern of the matrix; the factor is gone then.
+  /// @param values  of the matrix's layout, out
+  Call invert(std::vector<double>& values);
 
   /// Right-hand sides for the solution phase; x becomes as long.
   void set_rhs(const std::vector<double>& b, int nrhs);
@@ -51,6 +55,7 @@ class Session {
 
  private:
   void apply(const Settings& settings);
+  Call call(Phase phase, const double* values);
   int& option(int number) { return iparm_[static_cast<std::size_t>(number - 1)]; }
 
   const SparseMatrix& matrix_;

@@ -253,10 +253,13 @@ class Solver {
     solution_ = session.x();
     order_ = session.order();
     if (!options_.convergence.empty()) trace_refinement(session);
+    if (outcome == Outcome::solved) invert(session);
     return outcome;
   }
 
   const std::vector<double>& solution() const { return solution_; }
+  /// Values of the inverse in the layout of the matrix; empty unless wanted, and solved.
+  const std::vector<double>& inverse() const { return inverse_; }
   const std::vector<int>& order() const { return order_; }
   const std::vector<RefinementPoint>& refinement() const { return refinement_; }
 
@@ -326,6 +329,18 @@ class Solver {
     for (const auto& [steps, worst] : after) refinement_.push_back({steps, worst});
   }
 
+  /// Where entries of the inverse are wanted.
+  void invert(Session& session) {
+    if (options_.inverse.empty() && options_.inverse_diagonal.empty()) return;
+    const Call call = session.invert(inverse_);
+    if (call.error != 0) {
+      throw InputError(explain(call, Phase::inversion, report_.factor->mtype));
+    }
+    report_.factor->inversion_seconds = call.seconds;
+    printer_.line("inverse",
+                  fmt::format("{}   {} entries", seconds(call.seconds), matrix_.entries()));
+  }
+
   void judge(const Session& session, Factor& factor) {
     factor.positive = session.iparm(22);
     factor.negative = session.iparm(23);
@@ -367,7 +382,7 @@ class Solver {
   Report& report_;
   SparseMatrix& matrix_;
   const Rhs& rhs_;
-  std::vector<double> solution_;
+  std::vector<double> solution_, inverse_;
   std::vector<int> order_;
   std::vector<RefinementPoint> refinement_;
 };
@@ -456,6 +471,15 @@ void run(const Options& options, const Printer& printer, Report& report) {
   if (!options.output.empty()) {
     write_columns(options.output, {report.n, report.nrhs, matrix.complex, solver.solution()});
     printer.line("written", options.output);
+  }
+  if (!options.inverse.empty() && !solver.inverse().empty()) {
+    write_matrix(options.inverse, matrix, solver.inverse());
+    printer.line("written", options.inverse);
+  }
+  if (!options.inverse_diagonal.empty() && !solver.inverse().empty()) {
+    write_columns(options.inverse_diagonal,
+                  {report.n, 1, matrix.complex, diagonal_of(matrix, solver.inverse())});
+    printer.line("written", options.inverse_diagonal);
   }
   const std::string title =
       fmt::format("{}: {} equations, {}", report.file, report.n, label(report.factor->mtype));

@@ -9,6 +9,8 @@
 #include <limits>
 #include <numeric>
 
+#include "text_output.hpp"
+
 namespace tool {
 namespace {
 
@@ -369,6 +371,46 @@ SparseMatrix expanded(const SparseMatrix& triangle) {
            static_cast<std::size_t>(triangle.ia[i + 1] - triangle.ia[i]));
   }
   return out;
+}
+
+std::vector<double> diagonal_of(const SparseMatrix& pattern, const std::vector<double>& values) {
+  const std::size_t doubles = pattern.complex ? 2 : 1;
+  std::vector<double> diagonal(static_cast<std::size_t>(pattern.n) * doubles, 0.0);
+  for (std::size_t i = 0; i < static_cast<std::size_t>(pattern.n); ++i) {
+    const auto row = pattern.ja.begin() + (pattern.ia[i] - 1);
+    const auto end = pattern.ja.begin() + (pattern.ia[i + 1] - 1);
+    const auto found = std::lower_bound(row, end, static_cast<int>(i) + 1);
+    if (found == end || *found != static_cast<int>(i) + 1) continue;
+    const auto p = static_cast<std::size_t>(found - pattern.ja.begin());
+    for (std::size_t d = 0; d < doubles; ++d) diagonal[i * doubles + d] = values[p * doubles + d];
+  }
+  return diagonal;
+}
+
+void write_matrix(const std::string& path, const SparseMatrix& pattern,
+                  const std::vector<double>& values) {
+  TextOutput out(path);
+  const char* symmetry = pattern.form == Form::full        ? "general"
+                         : pattern.form == Form::symmetric ? "symmetric"
+                                                           : "hermitian";
+  out.print("%%MatrixMarket matrix coordinate {} {}\n{} {} {}\n",
+            pattern.complex ? "complex" : "real", symmetry, pattern.n, pattern.n,
+            pattern.entries());
+  for (int i = 1; i <= pattern.n; ++i) {
+    for (int p = pattern.ia[i - 1] - 1; p < pattern.ia[i] - 1; ++p) {
+      const auto k = static_cast<std::size_t>(p);
+      // The format stores the lower triangle.
+      const bool mirrored = pattern.form != Form::full;
+      out.print("{} {} ", mirrored ? pattern.ja[k] : i, mirrored ? i : pattern.ja[k]);
+      if (pattern.complex) {
+        const double part = values[2 * k + 1];
+        out.print("{} {}\n", values[2 * k], pattern.form == Form::hermitian ? -part : part);
+      } else {
+        out.print("{}\n", values[k]);
+      }
+    }
+  }
+  out.close();
 }
 
 void make_complex(SparseMatrix& matrix) {

@@ -53,6 +53,16 @@ SparseMatrix upper_triangle(const SparseMatrix& full, Form form);
 /// All entries of a matrix stored as a triangle.  @throws InputError beyond 32-bit positions
 SparseMatrix expanded(const SparseMatrix& triangle);
 
+/// The diagonal of a matrix with other values on its pattern; zero where it has no entry.
+std::vector<double> diagonal_of(const SparseMatrix& pattern, const std::vector<double>& values);
+
+/// Writes a matrix with other values on its pattern in the coordinate layout, a triangle as the
+/// lower one of a symmetric or Hermitian matrix, with the digits that bring back the same doubles.
+/// A name ending in ".gz" gives a gzipped file.
+/// @throws InputError when the file cannot be written
+void write_matrix(const std::string& path, const SparseMatrix& pattern,
+                  const std::vector<double>& values);
+
 /// Real matrix as complex one.
 void make_complex(SparseMatrix& matrix);
 
