@@ -12,6 +12,7 @@
 #include "graph/adjacency.hpp"
 #include "graph/compress.hpp"
 #include "graph/symbolic_cost.hpp"
+#include "metis/kway.hpp"
 #include "metis/separator.hpp"
 #include "metis/vertex_cut.hpp"
 #include "ordering/amd.hpp"
@@ -190,12 +191,11 @@ TEST(Ordering, RenewedTagsKeepTheOrder) {
 TEST(Ordering, ConstrainedDegreeHoldsTheInterfaceBack) {
   const test::Matrix m = test::poisson2d(14);
   const Adjacency graph = adjacency_of(m);
-  DomainSplit split;
-  ASSERT_EQ(ddecomp_velmora(graph, 4, split), status_ok);
+  const DomainSplit split = ddecomp_velmora(graph, 4);
   ASSERT_GT(split.interface_nodes, 0);
   ASSERT_LT(split.interface_nodes, m.n / 3);
   Ordering order;
-  ASSERT_EQ(gepcmd_velmora(graph, 4, order), status_ok);
+  gepcmd_velmora(graph, 4, order);
   const int held = split.interface_nodes + 2;
   EXPECT_TRUE(std::equal(order.perm.end() - held, order.perm.end(), split.perm.end() - held));
   // Without the interface the graph falls apart into the parts at least.
@@ -219,7 +219,7 @@ TEST(Ordering, ConstrainedDegreeHoldsTheInterfaceBack) {
   }
   EXPECT_GE(components, 4);
   // One part: no interface, the last two positions keep their nodes.
-  ASSERT_EQ(gepcmd_velmora(graph, 1, order), status_ok);
+  gepcmd_velmora(graph, 1, order);
   EXPECT_EQ(order.perm[m.n - 2], m.n - 1);
   EXPECT_EQ(order.perm[m.n - 1], m.n);
 }
@@ -365,6 +365,38 @@ TEST(Separator, VertexCutIsMinimum) {
         EXPECT_FALSE(at_source[v] && side[v] == 1);
         EXPECT_FALSE(at_sink[v] && side[v] == 0);
       }
+    }
+  }
+}
+
+TEST(Kway, PartsAreOfLikeWeightAndFewEdgesAreCut) {
+  struct Case {
+    test::Matrix matrix;
+    int parts, most_cut;
+  };
+  const Case cases[] = {{test::poisson2d(60), 8, 600},
+                        {test::poisson2d(40), 3, 200},
+                        {test::poisson3d(12), 7, 1500},
+                        {test::block_diagonal(20, 6, 1), 5, 60},
+                        {test::diagonal_plus_few(50, 0, 1), 6, 0},
+                        {test::dense(12, 1), 3, 60}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.matrix.name + " " + std::to_string(c.parts));
+    WeightedGraph graph = weighted_graph(adjacency_of(c.matrix));
+    for (int v = 0; v < graph.n; v += 3) graph.weight[v] = 2;
+    const Vector<int> part = kway_parts(graph, c.parts);
+    std::vector<int> weight(c.parts, 0);
+    int cut = 0, total = 0;
+    for (int v = 0; v < graph.n; ++v) {
+      ASSERT_TRUE(part[v] >= 0 && part[v] < c.parts);
+      weight[part[v]] += graph.weight[v];
+      total += graph.weight[v];
+      for (int k = graph.ptr[v]; k < graph.ptr[v + 1]; ++k) cut += part[graph.adj[k]] > part[v];
+    }
+    EXPECT_LE(cut, c.most_cut);
+    for (const int w : weight) {
+      EXPECT_GE(w, 0.6 * total / c.parts);
+      EXPECT_LE(w, 1.5 * total / c.parts);
     }
   }
 }
