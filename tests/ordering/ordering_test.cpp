@@ -12,7 +12,6 @@
 #include "graph/adjacency.hpp"
 #include "graph/compress.hpp"
 #include "graph/symbolic_cost.hpp"
-#include "metis/kway.hpp"
 #include "metis/separator.hpp"
 #include "metis/vertex_cut.hpp"
 #include "ordering/amd.hpp"
@@ -365,38 +364,6 @@ TEST(Separator, VertexCutIsMinimum) {
         EXPECT_FALSE(at_source[v] && side[v] == 1);
         EXPECT_FALSE(at_sink[v] && side[v] == 0);
       }
-    }
-  }
-}
-
-TEST(Kway, PartsAreOfLikeWeightAndFewEdgesAreCut) {
-  struct Case {
-    test::Matrix matrix;
-    int parts, most_cut;
-  };
-  const Case cases[] = {{test::poisson2d(60), 8, 600},
-                        {test::poisson2d(40), 3, 200},
-                        {test::poisson3d(12), 7, 1500},
-                        {test::block_diagonal(20, 6, 1), 5, 60},
-                        {test::diagonal_plus_few(50, 0, 1), 6, 0},
-                        {test::dense(12, 1), 3, 60}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.matrix.name + " " + std::to_string(c.parts));
-    WeightedGraph graph = weighted_graph(adjacency_of(c.matrix));
-    for (int v = 0; v < graph.n; v += 3) graph.weight[v] = 2;
-    const Vector<int> part = kway_parts(graph, c.parts);
-    std::vector<int> weight(c.parts, 0);
-    int cut = 0, total = 0;
-    for (int v = 0; v < graph.n; ++v) {
-      ASSERT_TRUE(part[v] >= 0 && part[v] < c.parts);
-      weight[part[v]] += graph.weight[v];
-      total += graph.weight[v];
-      for (int k = graph.ptr[v]; k < graph.ptr[v + 1]; ++k) cut += part[graph.adj[k]] > part[v];
-    }
-    EXPECT_LE(cut, c.most_cut);
-    for (const int w : weight) {
-      EXPECT_GE(w, 0.6 * total / c.parts);
-      EXPECT_LE(w, 1.5 * total / c.parts);
     }
   }
 }
