@@ -2,12 +2,12 @@
 /// State of the process, see process.hpp.
 #include "api/process.hpp"
 
+#include <pthread.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <mutex>
-#include <thread>
 
 // Weak, so that a program may link another BLAS.
 extern "C" {
@@ -79,6 +79,21 @@ BlasLatch::~BlasLatch() {
 
 bool is_forked() { return getpid() != loaded_in; }
 
-void run_on_new_thread(const std::function<void()>& body) { std::thread(body).join(); }
+bool run_on_new_thread(void (*routine)(Call&, int& error), Call& call, int& error) noexcept {
+  struct Work {
+    decltype(routine) run;
+    Call& call;
+    int& error;
+  } work{routine, call, error};
+  const auto start = [](void* given) -> void* {
+    const Work& mine = *static_cast<Work*>(given);
+    mine.run(mine.call, mine.error);
+    return nullptr;
+  };
+  pthread_t thread;  // std::thread would allocate
+  if (pthread_create(&thread, nullptr, start, &work) != 0) return false;
+  pthread_join(thread, nullptr);
+  return true;
+}
 
 }  // namespace vlm

@@ -8,9 +8,9 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <string_view>
 
+#include "driver/call.hpp"
 #include "driver/dumps.hpp"
 
 namespace vlm {
@@ -47,8 +47,8 @@ class BlasLatch {
 /// that OpenMP had there are gone, but the surviving thread does not know it.
 bool is_forked();
 
-/// Runs body on a thread of its own, for which OpenMP makes new teams, and waits for it.  Throws
-/// std::system_error when the thread cannot be started; body must not throw.
-void run_on_new_thread(const std::function<void()>& body);
+/// Runs a routine on a thread of its own, for which OpenMP makes new teams, and waits for it.
+/// @return false when the thread cannot be started
+bool run_on_new_thread(void (*routine)(Call&, int& error), Call& call, int& error) noexcept;
 
 }  // namespace vlm

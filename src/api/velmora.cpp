@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
-#include <system_error>
 
 #include "api/process.hpp"
 #include "base/residual.hpp"
@@ -29,19 +28,22 @@ namespace {
 /// Scalar argument; a null pointer counts as 0, as for an argument that the phase ignores.
 int value_of(const int* argument) { return argument != nullptr ? *argument : 0; }
 
-/// Runs the driver.  @return what `error` receives
-int run_call(Call& call) {
+/// Runs the driver.  @param error  what the caller gets, out
+void run_call(Call& call, int& error) {
   try {
     forget_accuracy(call);
-    if (takes_shortcut(call)) return solve_at_once(call);
+    if (takes_shortcut(call)) {
+      error = solve_at_once(call);
+      return;
+    }
     const BlasLatch latch(call.last_digit() > 1 || call.phase == phase_inversion);
-    const int error = velmora_c(call);
+    error = velmora_c(call);
     // A plain solve always succeeds for the caller, unless its accuracy is asked for; what went
     // wrong shows in the messages.
     const bool silent = call.iparm(32) == 0 && call.iparm(4) == 0 && call.iparm(40) <= 0;
-    return silent && call.phase == 33 && !call.insists ? 0 : error;
-  } catch (...) {  // no memory even for a message
-    return error_unclassified;
+    if (silent && call.phase == 33 && !call.insists) error = 0;
+  } catch (...) {
+    error = error_unclassified;
   }
 }
 
@@ -51,15 +53,12 @@ void velmora_f(Call& call, int* error) {
     error_info_fc({error_input, code_null, 12, 0}, call);
     return;
   }
-  if (!is_forked() || call.iparm(3) == 1) {
-    *error = run_call(call);
-    return;
-  }
-  *error = error_unclassified;
-  try {
-    run_on_new_thread([&] { *error = run_call(call); });
-  } catch (const std::system_error&) {  // no thread to be had
-  }
+  const bool alone = !is_forked() || call.iparm(3) == 1;
+  if (!alone && run_on_new_thread(run_call, call, *error)) return;
+  const int threads = call.iparm(3);
+  if (!alone) call.iparm(3) = 1;  // no other thread is to be had
+  run_call(call, *error);
+  if (!alone) call.iparm(3) = threads;
 }
 
 void velmora_f(void** pt, const int* maxfct, const int* mnum, const int* mtype, const int* phase,

@@ -1,11 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// Lines of text on standard output: messages and the report.
-///
-/// Each call ends up as one line.  Formats mark an integer with %d; they are substituted here,
-/// so that a format may come from a table.
+/// Lines of a message.  Formats mark an integer with %d; they are substituted here, so that a
+/// format may come from a table.
 #pragma once
 
-#include <cstdio>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -26,11 +23,6 @@ inline std::string substitute(std::string_view format, std::initializer_list<lon
     }
   }
   return line;
-}
-
-/// Prints a line with integers in the places of %d.
-inline void print_ci(std::string_view format, std::initializer_list<long long> values = {}) {
-  std::puts(substitute(format, values).c_str());
 }
 
 }  // namespace vlm

@@ -10,7 +10,8 @@
 #include <cmath>
 #include <complex>
 #include <cstddef>
-#include <vector>
+
+#include "base/memory.hpp"
 
 namespace vlm {
 namespace {
@@ -27,17 +28,17 @@ class Columns {
     if (seen_.empty() && i == j) return true;
     if (seen_.empty()) {
       seen_.resize(static_cast<std::size_t>(n_));
-      std::fill_n(seen_.begin(), i, true);
+      std::fill_n(seen_.begin(), i, 1);
     }
     const auto column = static_cast<std::size_t>(j);
-    const bool is_new = !seen_[column];
-    seen_[column] = true;
+    const bool is_new = seen_[column] == 0;
+    seen_[column] = 1;
     return is_new;
   }
 
  private:
   int n_;
-  std::vector<bool> seen_;
+  Vector<char> seen_;
 };
 
 bool is_finite(double v) { return std::isfinite(v); }

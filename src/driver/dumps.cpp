@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <string>
 
 #include "base/matrix_types.hpp"
 
@@ -25,12 +24,15 @@ File open_dump(const char* default_prefix, const char* extension, int phase,
   char numbers[64];
   const int number = counter.fetch_add(1);
   std::snprintf(numbers, sizeof numbers, "_%03d-phase-%02d", number, phase);
-  const std::string name = std::string(prefix ? prefix : default_prefix) + numbers + extension;
-  File file(std::fopen(name.c_str(), "w"));
+  char name[FILENAME_MAX];
+  const int length = std::snprintf(name, sizeof name, "%s%s%s", prefix ? prefix : default_prefix,
+                                   numbers, extension);
+  const bool fits = length > 0 && length < FILENAME_MAX;
+  File file(fits ? std::fopen(name, "w") : nullptr);
   if (!file) {
     int taken = number + 1;  // unless another call has gone on from it
     counter.compare_exchange_strong(taken, number);
-    std::fprintf(stderr, "[VELMORA]: cannot write dump file %s\n", name.c_str());
+    std::fprintf(stderr, "[VELMORA]: cannot write dump file %s\n", name);
   }
   return file;
 }

@@ -2,11 +2,10 @@
 /// Diagonal systems, see shortcut.hpp.
 #include "driver/shortcut.hpp"
 
-#include <cstddef>
 #include <cstdint>
-#include <new>
 
 #include "base/matrix_types.hpp"
+#include "base/memory.hpp"
 #include "driver/check_input_fc.hpp"
 #include "driver/diag.hpp"
 #include "driver/error_info_fc.hpp"
@@ -80,8 +79,8 @@ int solve_at_once(Call& call) {
   Outcome outcome;
   if (call.phase != 11) try {
       outcome = outcome_of(run_diagonal(call, transpose));
-    } catch (const std::bad_alloc&) {
-      outcome = {error_memory, at_matching, 0, static_cast<std::size_t>(call.n) / 8};
+    } catch (const AllocationFailure& failure) {
+      outcome = {error_memory, at_matching, 0, failure.bytes};
     }
   iparm(15) = iparm(16) = iparm(17) = iparm(20) = 0;
   iparm(18) = call.n;

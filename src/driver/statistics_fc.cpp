@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 /// The report: banner, headline with the steps that ran, timers, figures of system and factor.
 ///
-/// Every line is built here and printed at once, label first and the number at the end in 15
-/// columns.  Nothing is kept between calls.
+/// Every line is printed at once, label first and the number at the end in 15 columns.  Nothing is
+/// kept between calls, and nothing allocated.
 #include "driver/statistics_fc.hpp"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <string>
 
 #include "base/clock.hpp"
 #include "velmora.h"
@@ -30,8 +30,10 @@ const char* step_word(int digit) {
   }
 }
 
-void print_heading(const std::string& text, char rule_mark, std::size_t rule_length) {
-  std::printf("%s\n%s\n", text.c_str(), std::string(rule_length, rule_mark).c_str());
+constexpr char rule[] = "=======================";
+
+void print_heading(const char* text, std::size_t rule_length) {
+  std::printf("%s\n%.*s\n", text, static_cast<int>(rule_length), rule);
 }
 
 void print_text(const char* text) { std::printf(" %s\n", text); }
@@ -47,10 +49,13 @@ void print_real(const char* label, double value) {
 }
 
 void print_headline(int phase) {
-  std::string steps = "clean";
-  if (phase >= 1) steps = std::string(step_word(phase / 10)) + " to " + step_word(phase % 10);
+  char heading[100], steps[40] = "clean";
+  if (phase >= 1)
+    std::snprintf(steps, sizeof steps, "%s to %s", step_word(phase / 10), step_word(phase % 10));
+  std::snprintf(heading, sizeof heading, "Summary VELMORA %s: ( %s )", VELMORA_VERSION_STRING,
+                steps);
   std::printf("\n\n");
-  print_heading("Summary VELMORA " VELMORA_VERSION_STRING ": ( " + steps + " )", '=', 23);
+  print_heading(heading, 23);
   std::printf("\n");
 }
 
@@ -61,7 +66,7 @@ void print_times(const Timers& timer, int iterations) {
     sum += seconds;
     std::printf("      Time %s %f s\n", label, seconds);
   };
-  print_heading("Times:", '=', 6);
+  print_heading("Times:", 6);
   line("fulladj:", timer.fulladj);
   line("reorder:", timer.reorder);
   line("symbfct:", timer.symbfct);
@@ -163,7 +168,7 @@ void statistics_fc(const Control& control, const StatisticsCall& call) {
   } else {
     const Options& options = control.options;
     if (call.phase % 10 != 4) print_times(control.clocks.timer, call.iterations);
-    print_heading("Statistics:", '=', 11);
+    print_heading("Statistics:", 11);
     print_machine_and_method(options);
     print_system(options, call);
     print_preprocessing(options, control.results.figures.trees);

@@ -18,4 +18,10 @@ struct WeightedGraph {
 /// The nodes of an adjacency as vertices, each of its weight.
 WeightedGraph weighted_graph(const Adjacency& graph);
 
+/// The graph of the vertices v with side[v] == wanted.
+/// @param index   work  [n]
+/// @param vertex  these vertices, ascending; the vertices of the result are their places, out
+WeightedGraph induced(const WeightedGraph& graph, const Vector<int>& side, int wanted,
+                      Vector<int>& index, Vector<int>& vertex);
+
 }  // namespace vlm

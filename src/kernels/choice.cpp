@@ -59,21 +59,22 @@ bool runs_avx512() {
 }  // namespace
 
 // The plain kernels are tuned for no processor: their large updates go to the BLAS.
-#define VELMORA_DEFINE(T, name)                               \
-  template <>                                                 \
-  const std::vector<const Kernels<T>*>& runnable_kernels() {  \
-    static const Kernels<T> plain = [] {                      \
-      Kernels<T> table = baseline::name;                      \
-      table.update = update_by_blas<T, baseline::name>;       \
-      return table;                                           \
-    }();                                                      \
-    static const std::vector<const Kernels<T>*> tables = [] { \
-      std::vector<const Kernels<T>*> list{&plain};            \
-      VELMORA_ADD_AVX2(name);                                 \
-      VELMORA_ADD_AVX512(name);                               \
-      return list;                                            \
-    }();                                                      \
-    return tables;                                            \
+#define VELMORA_DEFINE(T, name)                         \
+  template <>                                           \
+  const KernelList<T>& runnable_kernels() {             \
+    static const Kernels<T> plain = [] {                \
+      Kernels<T> table = baseline::name;                \
+      table.update = update_by_blas<T, baseline::name>; \
+      return table;                                     \
+    }();                                                \
+    static const KernelList<T> tables = [] {            \
+      KernelList<T> list;                               \
+      list.push_back(&plain);                           \
+      VELMORA_ADD_AVX2(name);                           \
+      VELMORA_ADD_AVX512(name);                         \
+      return list;                                      \
+    }();                                                \
+    return tables;                                      \
   }
 VELMORA_DEFINE(double, kernels_double)
 VELMORA_DEFINE(float, kernels_float)

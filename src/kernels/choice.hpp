@@ -2,21 +2,36 @@
 /// Choice of the dense kernels by the processor.
 #pragma once
 
-#include <vector>
+#include <array>
+#include <cstddef>
 
 #include "kernels/kernels.hpp"
 
 namespace vlm {
 
+/// Tables of one scalar kind, one an instruction set at most; takes no memory.
+template <class T>
+class KernelList {
+ public:
+  void push_back(const Kernels<T>* table) { tables_[count_++] = table; }
+  const Kernels<T>* const* begin() const { return tables_.data(); }
+  const Kernels<T>* const* end() const { return tables_.data() + count_; }
+  const Kernels<T>* back() const { return tables_[count_ - 1]; }
+
+ private:
+  std::array<const Kernels<T>*, 3> tables_{};
+  std::size_t count_ = 0;
+};
+
 /// The tables that this processor can run, the widest last; listed once.
 template <class T>
-const std::vector<const Kernels<T>*>& runnable_kernels();
+const KernelList<T>& runnable_kernels();
 template <>
-const std::vector<const Kernels<double>*>& runnable_kernels();
+const KernelList<double>& runnable_kernels();
 template <>
-const std::vector<const Kernels<float>*>& runnable_kernels();
+const KernelList<float>& runnable_kernels();
 template <>
-const std::vector<const Kernels<zcomplex>*>& runnable_kernels();
+const KernelList<zcomplex>& runnable_kernels();
 
 /// The table for this processor.
 template <class T>

@@ -24,18 +24,14 @@ std::mutex& metis_latch() {
 // METIS may be built with 64-bit indices; then the lists are converted on the way in and out.
 class MetisArray {
  public:
-  explicit MetisArray(const Vector<int>& source, int shift = 0) {
+  explicit MetisArray(const Vector<int>& source) {
     if constexpr (std::is_same_v<idx_t, int>) {
-      if (shift == 0) {
-        // METIS takes non-const pointers but does not write to its input graph.
-        data_ = const_cast<idx_t*>(source.data());
-        return;
-      }
+      // METIS takes non-const pointers but does not write to its input graph.
+      data_ = const_cast<idx_t*>(source.data());
+    } else {
+      copy_.assign(source.begin(), source.end());
+      data_ = copy_.data();
     }
-    copy_.resize(source.size());
-    std::transform(source.begin(), source.end(), copy_.begin(),
-                   [=](int v) { return static_cast<idx_t>(v) - shift; });
-    data_ = copy_.data();
   }
   idx_t* data() { return data_; }
 
@@ -60,30 +56,6 @@ void copy_out(const Vector<idx_t>& from, Vector<int>& to) {
 }
 
 }  // namespace
-
-bool metis_kway_parts(const Adjacency& graph, int parts, Vector<int>& part) {
-  part.assign(graph.n, 0);
-  if (parts < 2 || graph.adjncy.empty()) {
-    // Nothing is cut: deal the nodes out in blocks.
-    for (int i = 0; i < graph.n; ++i)
-      part[i] = static_cast<int>(static_cast<std::int64_t>(i) * parts / graph.n);
-    return true;
-  }
-  MetisArray xadj(graph.xadj, 1), adjncy(graph.adjncy, 1), weight(graph.weight);
-  idx_t* weights = graph.weight.empty() ? nullptr : weight.data();
-  Vector<idx_t> where(graph.n);
-  idx_t options[METIS_NOPTIONS];
-  METIS_SetDefaultOptions(options);
-  options[METIS_OPTION_SEED] = 4321;
-  idx_t n = graph.n, constraints = 1, nparts = parts, cut = 0;
-  const std::lock_guard hold(metis_latch());
-  const CountedScope counted(metis_bytes(where.size(), graph.adjncy.size()));
-  const int result =
-      METIS_PartGraphKway(&n, &constraints, xadj.data(), adjncy.data(), weights, nullptr, nullptr,
-                          &nparts, nullptr, nullptr, options, &cut, where.data());
-  copy_out(where, part);
-  return result == METIS_OK;
-}
 
 bool metis_vertex_separator(const WeightedGraph& graph, Vector<int>& side) {
   MetisArray ptr(graph.ptr), adj(graph.adj), weight(graph.weight);

@@ -3,15 +3,9 @@
 #pragma once
 
 #include "base/memory.hpp"
-#include "graph/adjacency.hpp"
 #include "graph/weighted_graph.hpp"
 
 namespace vlm {
-
-/// Partition into parts of like weight: part numbers from 0.
-/// @param part  part of each node  [n], out
-/// @return false when METIS reports an error
-bool metis_kway_parts(const Adjacency& graph, int parts, Vector<int>& part);
 
 /// Vertex separator: 0 and 1 for the sides, 2 for the separator; a side may be a fifth heavier
 /// than one half.

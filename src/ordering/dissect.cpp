@@ -185,27 +185,8 @@ bool Dissector::split(Piece& piece, Piece& left, Piece& right, Vector<int>& sepa
 Piece Dissector::take_side(const Piece& piece, const Vector<int>& side, int wanted) {
   Piece part;
   part.kind = piece.kind;
-  const WeightedGraph& from = piece.graph;
-  int count = 0, edges = 0;
-  for (int i = 0; i < from.n; ++i)
-    if (side[i] == wanted) {
-      index_[i] = count++;
-      edges += from.ptr[i + 1] - from.ptr[i];
-    }
-  part.vertex.reserve(count);
-  part.graph.n = count;
-  part.graph.ptr.reserve(count + 1);
-  part.graph.ptr.push_back(0);
-  part.graph.adj.reserve(edges);
-  part.graph.weight.reserve(count);
-  for (int i = 0; i < from.n; ++i) {
-    if (side[i] != wanted) continue;
-    part.vertex.push_back(piece.vertex[i]);
-    part.graph.weight.push_back(from.weight[i]);
-    for (int k = from.ptr[i]; k < from.ptr[i + 1]; ++k)
-      if (side[from.adj[k]] == wanted) part.graph.adj.push_back(index_[from.adj[k]]);
-    part.graph.ptr.push_back(static_cast<int>(part.graph.adj.size()));
-  }
+  part.graph = induced(piece.graph, side, wanted, index_, part.vertex);
+  for (int& v : part.vertex) v = piece.vertex[v];
   return part;
 }
 

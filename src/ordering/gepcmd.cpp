@@ -6,7 +6,8 @@
 
 #include "base/memory.hpp"
 #include "base/view.hpp"
-#include "metis/metis_calls.hpp"
+#include "graph/weighted_graph.hpp"
+#include "metis/kway.hpp"
 #include "ordering/gepmmd.hpp"
 
 namespace vlm {
@@ -43,11 +44,10 @@ Vector<char> interface_cover(const Adjacency& graph, const Vector<int>& part) {
 
 }  // namespace
 
-int ddecomp_velmora(const Adjacency& graph, int parts, DomainSplit& split) {
+DomainSplit ddecomp_velmora(const Adjacency& graph, int parts) {
   const int n = graph.n;
   parts = std::clamp(parts, 1, std::max(n, 1));
-  Vector<int> part;
-  if (!metis_kway_parts(graph, parts, part)) return status_work;
+  const Vector<int> part = kway_parts(weighted_graph(graph), parts);
   const Vector<char> marks = interface_cover(graph, part);
 
   // Counting sort by interior part, then by interface part.
@@ -55,15 +55,15 @@ int ddecomp_velmora(const Adjacency& graph, int parts, DomainSplit& split) {
   const auto group = [&](int i) { return part[i] + (marks[i] ? parts : 0); };
   for (int i = 0; i < n; ++i) ++start[group(i) + 1];
   for (std::size_t g = 1; g < start.size(); ++g) start[g] += start[g - 1];
+  DomainSplit split;
   split.interface_nodes = n - start[parts];
   split.perm.resize(n);
   for (int i = 0; i < n; ++i) split.perm[start[group(i)]++] = i + 1;
-  return status_ok;
+  return split;
 }
 
-int gepcmd_velmora(const Adjacency& graph, int parts, Ordering& order, const Vector<char>& held) {
-  DomainSplit split;
-  if (const int status = ddecomp_velmora(graph, parts, split); status != status_ok) return status;
+void gepcmd_velmora(const Adjacency& graph, int parts, Ordering& order, const Vector<char>& held) {
+  const DomainSplit split = ddecomp_velmora(graph, parts);
   // Two nodes more than the interface keep their place in the split.
   const int count = std::min(graph.n, split.interface_nodes + 2);
   Vector<int> last(split.perm.end() - count, split.perm.end());
@@ -73,7 +73,6 @@ int gepcmd_velmora(const Adjacency& graph, int parts, Ordering& order, const Vec
       if (held[node - 1] != 0) last.push_back(node);
   }
   cmd_velmora(graph, last, order);
-  return status_ok;
 }
 
 }  // namespace vlm

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 /// Constrained minimum degree: a k-way split whose interface is held back.
 ///
-/// METIS cuts the graph into k parts; a vertex cover of the cut becomes the interface, which
+/// The graph is cut into k parts; a vertex cover of the cut becomes the interface, which
 /// takes the last positions, and multiple minimum degree orders the rest.  The interiors of
 /// the parts are then independent subtrees with the interface on top.
 #pragma once
@@ -20,14 +20,12 @@ struct DomainSplit {
 };
 
 /// Partitions the graph into parts and thins the cut to an interface.
-/// @return status_work when METIS fails
-int ddecomp_velmora(const Adjacency& graph, int parts, DomainSplit& split);
+DomainSplit ddecomp_velmora(const Adjacency& graph, int parts);
 
 /// Order by constrained minimum degree; the order counts as one range.
 /// @param parts  domains wanted, at least 1
 /// @param held   nodes that come behind the interface, by a mark  [n] or empty, in
-/// @return a Status
-int gepcmd_velmora(const Adjacency& graph, int parts, Ordering& order,
-                   const Vector<char>& held = {});
+void gepcmd_velmora(const Adjacency& graph, int parts, Ordering& order,
+                    const Vector<char>& held = {});
 
 }  // namespace vlm

@@ -102,7 +102,8 @@ int order_by_method(const OrderOptions& options, const Adjacency& graph, Orderin
       return status_ok;
     }
     case OrderMethod::constrained:
-      return gepcmd_velmora(graph, options.threads, order, held);
+      gepcmd_velmora(graph, options.threads, order, held);
+      return status_ok;
     case OrderMethod::dissection:
       break;
   }

@@ -190,12 +190,11 @@ TEST(Ordering, RenewedTagsKeepTheOrder) {
 TEST(Ordering, ConstrainedDegreeHoldsTheInterfaceBack) {
   const test::Matrix m = test::poisson2d(14);
   const Adjacency graph = adjacency_of(m);
-  DomainSplit split;
-  ASSERT_EQ(ddecomp_velmora(graph, 4, split), status_ok);
+  const DomainSplit split = ddecomp_velmora(graph, 4);
   ASSERT_GT(split.interface_nodes, 0);
   ASSERT_LT(split.interface_nodes, m.n / 3);
   Ordering order;
-  ASSERT_EQ(gepcmd_velmora(graph, 4, order), status_ok);
+  gepcmd_velmora(graph, 4, order);
   const int held = split.interface_nodes + 2;
   EXPECT_TRUE(std::equal(order.perm.end() - held, order.perm.end(), split.perm.end() - held));
   // Without the interface the graph falls apart into the parts at least.
@@ -219,7 +218,7 @@ TEST(Ordering, ConstrainedDegreeHoldsTheInterfaceBack) {
   }
   EXPECT_GE(components, 4);
   // One part: no interface, the last two positions keep their nodes.
-  ASSERT_EQ(gepcmd_velmora(graph, 1, order), status_ok);
+  gepcmd_velmora(graph, 1, order);
   EXPECT_EQ(order.perm[m.n - 2], m.n - 1);
   EXPECT_EQ(order.perm[m.n - 1], m.n);
 }
