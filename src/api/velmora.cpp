@@ -37,7 +37,7 @@ int run_call(Call& call) {
     const int error = velmora_c(call);
     // A plain solve always succeeds for the caller, unless its accuracy is asked for; what went
     // wrong shows in the messages.
-    const bool silent = call.iparm(32) == 0 && call.iparm(4) == 0 && call.iparm(40) <= 0;
+    const bool silent = call.iparm(32) == 0 && call.iparm(4) == 0 && !accuracy_asked(call);
     return silent && call.phase == 33 ? 0 : error;
   } catch (...) {  // no memory even for a message
     return error_unclassified;

@@ -254,7 +254,7 @@ void add_numeric_message(Lines& lines, const Outcome& outcome, const Call& call)
     return;
   }
   if (status == status_inaccurate) {
-    print_ci("*** error velmora: the solution is useless, see dparam(40) to dparam(43)");
+    lines.add("*** error velmora: the solution is useless, see dparam(40) to dparam(43)");
     return;
   }
   // A message on refinement is followed by one of the others.

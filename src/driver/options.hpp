@@ -88,6 +88,8 @@ SchurOptions schur_options(const Options& options);
 RefineOptions refine_options(const Options& options, const Call& call, int perturbed);
 /// Level 0 for solves whose residual says nothing: partial ones, single steps, Schur factors.
 AccuracyOptions accuracy_options(const Options& options, const Call& call);
+/// A solve is to be measured, and tells its errors also in phase 33.
+bool accuracy_asked(const Call& call);
 /// Where a measurement is asked for: until it has been made nothing is known.
 void forget_accuracy(const Call& call);
 

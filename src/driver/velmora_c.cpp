@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
+#include <functional>
 #include <stdexcept>
 #include <utility>
 
@@ -26,6 +27,7 @@
 #include "driver/error_info_fc.hpp"
 #include "driver/factor_store.hpp"
 #include "driver/input_scan.hpp"
+#include "driver/ladder.hpp"
 #include "driver/match_driver.hpp"
 #include "driver/options.hpp"
 #include "driver/shortcut.hpp"
@@ -36,14 +38,6 @@ namespace vlm {
 namespace {
 
 InputMatrix matrix_of(const Call& call) { return {call.n, call.ia, call.ja, call.a}; }
-
-/// What the numeric phases are given of a matching: scalings where the values are scaled, and the
-/// row permutation of full storage.
-Matching matching_of(void** pt) {
-  const Options& options = control_of(pt).options;
-  return {options.symmetric ? nullptr : static_cast<const int*>(slot(pt, slot_match_perm)),
-          options.scaled ? static_cast<const double*>(slot(pt, slot_match_scale)) : nullptr};
-}
 
 Outcome failed_analysis(int status) {
   return {status == status_overflow ? error_overflow : error_analysis, status, 0, 0};
@@ -199,8 +193,7 @@ void recall_factor(const Call& call, const FactorRecord& record, Results& result
 void store_factor_results(const Call& call, const Control& control) {
   const FactorResult& factor = control.results.factor;
   call.iparm(14) = factor.perturbed;
-  call.iparm(22) = factor.positive;
-  call.iparm(23) = factor.negative;
+  store_signs(call, factor);
   if (control.options.logdet && call.dparm.data() != nullptr) call.dparm(33) = factor.logdet;
 }
 
@@ -277,7 +270,8 @@ Outcome work_numerically(const Call& call) {
   };
   std::size_t bytes =
       std::max(factor_work_bytes(factor, *arrays.structure), solve_bytes(solves ? call.nrhs : 1));
-  if (solves && accuracy_options(options, call).level == 2)
+  const bool climbs = solves && ladder_asked(options, call);
+  if (climbs || (solves && accuracy_options(options, call).level == 2))
     for (int columns = 1; columns <= std::min(accuracy_block, call.nrhs); ++columns)
       bytes = std::max(bytes, solve_bytes(columns));
   provide_work(pt, bytes);
@@ -285,9 +279,11 @@ Outcome work_numerically(const Call& call) {
   control.cgs_bytes = 0;
   control.results.refinement_steps = call.iparm(7) = 0;
 
+  int status = status_ok;
   if (factors) {
-    const int status = with_location(at_work, [&] { return factorize(arrays); });
-    if (status != status_ok) {
+    drop_second(record);
+    status = with_location(at_work, [&] { return factorize(arrays); });
+    if (status != status_ok && !(climbs && ladder_may_follow(options, status))) {
       store_factor_results(call, control);
       return {error_numeric, status, 0, 0};
     }
@@ -295,7 +291,11 @@ Outcome work_numerically(const Call& call) {
   recall_factor(call, record, control.results);
   store_factor_results(call, control);
   Outcome outcome;
-  if (solves) outcome = solve(arrays);
+  const auto plain_solve = [&] { return solve(arrays); };
+  if (climbs)
+    outcome = climb(arrays, status == status_ok ? std::function<Outcome()>(plain_solve) : nullptr);
+  else if (solves)
+    outcome = plain_solve();
   control.memory.numeric = call.iparm(9) >= 0 ? numeric_kilobytes(pt) : 0;
   return outcome;
 }
