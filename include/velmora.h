@@ -54,8 +54,8 @@
  *   22   factorization, unless iparm(4) keeps an earlier one; uses the last analysis
  *   23   factorization and solve
  *   33   solve; factors first when matrix number mnum has no factor yet, or has one of another
- *        mtype or precision.  error is 0 afterwards whatever happened, unless iparm(4) or
- *        iparm(40) is set, or an inverse stands for the factor or the matrix;
+ *        mtype or precision.  error is 0 afterwards whatever happened, unless iparm(4), iparm(40)
+ *        or iparm(42) is set, or an inverse stands for the factor or the matrix;
  *        velmora_last_message() then has the failure
  *    0   release the factor of matrix number mnum
  *   -1   release everything; pt is zero afterwards and can be used again
@@ -173,7 +173,9 @@
  *   21  in      [1 for -4, 6; else 0] pivots of -2, -4, 6: 0 diagonal entries only,
  *               1 Bunch-Kaufman with 1x1 and 2x2 pivots
  *   22  out     number of positive eigenvalues (symmetric and Hermitian types)
- *   23  out     number of negative eigenvalues
+ *   23  out     number of negative eigenvalues.  Both count the signs of the pivots, all n of them:
+ *               iparm(44) tells how many of these say nothing.  After a solve that went on to
+ *               another factor (iparm(43)), those of the factor with fewer uncertain signs
  *   24  in      [1] scheme of the factorization on several threads, read by the analysis: 1
  *               two-level (domains of the nested dissection side by side, then the separators),
  *               0 fine-grain (panel by panel); also fine-grain where the order has no domains
@@ -222,12 +224,37 @@
  *               with the matrix of the call: a, ia and ja must be there, in phase 33 as well
  *   41  out     with iparm(40) above 0, verdict on the solution:
  *                0  good: dparm(41) at most 1e-12, no pivot perturbed, dparm(43) at most 1e-6
- *                1  a nearby system is solved: dparm(41) at most 1e-10, dparm(43) at most 0.1;
+ *                1  a nearby system is solved: dparm(41) at most 1e-10, dparm(43) at most 0.2;
  *                   pivots were perturbed, or the matrix is ill-conditioned
  *                2  do not use it: dparm(41) above 1e-10, or not one digit certain, or NaN
  *               -1  not measured: the solve failed, or is a partial one (iparm(31)), single steps
  *                   (iparm(26) not 0), one with a Schur factor (iparm(38)), or of a diagonal
  *                   system.  dparm(40) to dparm(43) are then 0
+ *   42  in      [0] 1: go on until the solution is good.  Unless dparm(41) reaches dparm(44) (and,
+ *               with iparm(40) 2, the verdict is not 2 and dparm(42) is finite), a solve takes the
+ *               rungs of iparm(43) one by one.  Phases 13, 23 and 33, all types, several right-hand
+ *               sides, transposed; also where the factorization met a zero pivot, but not where
+ *               type 2 or 4 is not definite.  Counts as iparm(40) 1 at least, so that verdict and
+ *               errors are told.  The caller's values, analysis and factor stay as they are;
+ *               another factor that helped is kept beside them for later solves, counted in
+ *               iparm(17), until the next factorization or release.  Not for partial solves,
+ *               single steps, Schur factors and diagonal systems
+ *   43  out     with iparm(42) 1: the rung that gave the solution (with the factor that the verdict
+ *               is from)
+ *                0  the solve as asked for          5  rung 4 without matching and scaling
+ *                1  refinement judged by rows       6  rung 4 with another order
+ *                2  Krylov refinement (FGMRES)      7  as type 11 or 13, with matching
+ *                3  factor in double precision,     8  as type 11 or 13, with pivots from whole
+ *                   where iparm(29) was 1              columns (threshold 0.1), one thread
+ *                4  matching, scaling, 2x2 pivots   9  rung 4 with perturbation 10^-6, and many
+ *                   and perturbation 10^-13; types     Krylov steps
+ *                   1, 3 as 11, 13; 2, 4 as -2, -4
+ *               Factors of rungs 3 to 9 are refined like the caller's
+ *   44  out     of iparm(22) and iparm(23), signs that are uncertain: of perturbed pivots, of tiny
+ *               ones (no larger than the rounding errors of the terms that they are formed from),
+ *               and of those whose updates exceed 1e11 (single precision: 186) times the largest
+ *               entry of the matrix.  0 for types without inertia, and for 2 and 4
+ *   45  out     of iparm(44), those that iparm(22) counts
  *   48  in      [0] expected number of negative eigenvalues, iterative solver
  *   50  -       zeroed by every call
  *   51, 52      [0, 0] distribution over nodes; 1 in iparm(51) becomes 2, and iparm(52) is
@@ -283,7 +310,9 @@
  *               infinity where the factor does not stand for A.  Else 0
  *   43  out     iparm(40) 2: bound on max|x - x*| / max|x|, x* the exact solution; infinity where
  *               not one digit is certain.  Estimated, as all that costs less than the inverse.
- *               Else 0
+ *               Else 0.  A solution 0 is judged like one whose entries are 1
+ *   44  in      [0] componentwise backward error that iparm(42) goes on for; not between 0 and 1:
+ *               1e-12
  */
 #ifndef VELMORA_H
 #define VELMORA_H

@@ -40,7 +40,7 @@ void run_call(Call& call, int& error) {
     error = velmora_c(call);
     // A plain solve always succeeds for the caller, unless its accuracy is asked for; what went
     // wrong shows in the messages.
-    const bool silent = call.iparm(32) == 0 && call.iparm(4) == 0 && call.iparm(40) <= 0;
+    const bool silent = call.iparm(32) == 0 && call.iparm(4) == 0 && !accuracy_asked(call);
     if (silent && call.phase == 33 && !call.insists) error = 0;
   } catch (...) {
     error = error_unclassified;

@@ -13,6 +13,34 @@
 
 namespace vlm {
 
+/// What a solve that is not good enough goes on to, iparm(43); see ladder.hpp.
+enum Rung : int {
+  rung_plain = 0,        ///< the solve as asked for
+  rung_rows = 1,         ///< refinement that looks at every row
+  rung_krylov = 2,       ///< Krylov refinement
+  rung_double = 3,       ///< the same settings in double precision
+  rung_robust = 4,       ///< matching, scaling, 2x2 pivots, small perturbation
+  rung_unmatched = 5,    ///< the same without matching
+  rung_order = 6,        ///< the same with another order
+  rung_unsymmetric = 7,  ///< the unsymmetric type
+  rung_free = 8,         ///< the unsymmetric type with free pivots
+  rung_perturbed = 9,    ///< large perturbation, many steps
+  rung_count
+};
+
+/// The rungs that a solve took.
+struct Ladder {
+  struct Step {
+    Rung rung;
+    double error;  ///< componentwise backward error after it; infinite where it gave none
+  };
+  int count = 0;
+  Step taken[rung_count + 1];
+  Rung kept = rung_plain;  ///< that gave the solution
+};
+
+class SecondFactor;
+
 /// What the stages found.
 struct Results {
   FactorFigures figures;
@@ -20,6 +48,8 @@ struct Results {
   FactorResult factor;        ///< of the factor in use
   double factor_seconds = 0;  ///< time that it took
   int refinement_steps = 0;   ///< of the last solve
+  Accuracy accuracy;          ///< of the last solve that measured it
+  Ladder ladder;              ///< of the last solve that may take one
 };
 
 /// Wall-clock seconds of the phases, in the order of the report; negative: did not run.
@@ -65,6 +95,8 @@ struct FactorRecord {
   ReuseHistory history;
   bool inverted = false;             ///< lu holds the selected inverse, and no factor
   std::uint64_t inverse_values = 0;  ///< checksum of the inverse in the caller's a; 0: none
+  SecondFactor* second = nullptr;    ///< the factor of a rung that helped where lu did not; owned
+  Rung rung = rung_plain;            ///< that rung, also of the factorization before
 };
 
 }  // namespace vlm

@@ -110,16 +110,11 @@ int run_solve(StageArrays& arrays) {
   const Stopwatch watch(control.clocks.timer.solve);
   const double start = timer_velmora();
   const int n = arrays.structure->n, perturbed = control.results.factor.perturbed;
-  const auto step = [&arrays](const SolveOptions& options) {
-    return [&arrays, &options](int nrhs, const double* in, double* out) {
-      return solve_velmora(options, *arrays.structure, arrays.matching, arrays.record->lu, nrhs, in,
-                           out, arrays.work);
-    };
+  const auto step = [&arrays](bool turned) {
+    return solve_step(arrays.control.options, *arrays.structure, arrays.matching, arrays.record->lu,
+                      arrays.work, turned);
   };
-  const SolveOptions as_asked = solve_options(control.options);
-  SolveOptions turned = as_asked;
-  turned.transpose = !as_asked.type.symmetric && !as_asked.transpose;
-  const SolveStep solve = step(as_asked), transpose = step(turned);
+  const SolveStep solve = step(false), transpose = step(true);
 
   const RefineOptions refine = refine_options(control.options, call, perturbed);
   const AccuracyOptions accuracy = accuracy_options(control.options, call);
@@ -146,12 +141,12 @@ int run_solve(StageArrays& arrays) {
                                        .nrhs = call.nrhs,
                                        .b = b,
                                        .x = control.options.solution_in_b ? call.b : call.x,
-                                       .perturbed = perturbed,
+                                       .perturbed = perturbed + control.results.factor.grown,
                                        .solve = solve,
                                        .transpose = transpose,
                                        .work = work},
                                       found);
-  store_accuracy(call, found);
+  store_accuracy(call, control, found);
   if (status != status_ok || failed != status_ok) return status != status_ok ? status : failed;
   return found.verdict == verdict_useless ? status_inaccurate : status_ok;
 }
@@ -173,6 +168,32 @@ int run_stage(Stage stage, StageArrays& arrays) {
 }
 
 }  // namespace
+
+SolveStep solve_step(const Options& options, const Structure& structure, const Matching& matching,
+                     const void* lu, void* work, bool turned) {
+  SolveOptions as = solve_options(options);
+  if (turned) as.transpose = !as.type.symmetric && !as.transpose;
+  return [as, &structure, matching, lu, work](int nrhs, const double* in, double* out) {
+    return solve_velmora(as, structure, matching, lu, nrhs, in, out, work);
+  };
+}
+
+void store_accuracy(const Call& call, Control& control, const Accuracy& accuracy) {
+  control.results.accuracy = accuracy;
+  call.iparm(41) = accuracy.verdict;
+  if (call.dparm.data() == nullptr) return;
+  call.dparm(40) = accuracy.normwise;
+  call.dparm(41) = accuracy.componentwise;
+  call.dparm(42) = accuracy.condition;
+  call.dparm(43) = accuracy.bound;
+}
+
+void store_signs(const Call& call, const FactorResult& factor) {
+  call.iparm(22) = factor.positive;
+  call.iparm(23) = factor.negative;
+  call.iparm(44) = factor.doubtful;
+  call.iparm(45) = factor.doubtful_positive;
+}
 
 int do_all_velmora_fc(Stage stage, StageArrays& arrays) {
   // Time between the stages of a call went into allocation.

@@ -38,6 +38,17 @@ struct StageArrays {
   MapInput map_input() const { return {order.matrix, order.row_perm, control.options.symmetric}; }
 };
 
+/// One solve with a finished factor as the options say, or with the other of A and its transpose.
+/// @param work  solve_work_bytes() bytes for the columns of every call
+SolveStep solve_step(const Options& options, const Structure& structure, const Matching& matching,
+                     const void* lu, void* work, bool turned);
+
+/// Verdict and measurements to the caller, who asked for them.
+void store_accuracy(const Call& call, Control& control, const Accuracy& accuracy);
+
+/// Inertia to the caller.
+void store_signs(const Call& call, const FactorResult& factor);
+
 /// Runs one stage and its timer.  @return a Status
 int do_all_velmora_fc(Stage stage, StageArrays& arrays);
 

@@ -9,6 +9,8 @@
 #include <limits>
 #include <utility>
 
+#include "driver/second_factor.hpp"
+
 namespace vlm {
 namespace {
 
@@ -79,7 +81,19 @@ void resize_factor_table(void** pt, int maxfct) {
   control_of(pt).nrecords = std::max(maxfct, 0);
 }
 
+Matching matching_of(void** pt) {
+  const Options& options = control_of(pt).options;
+  return {options.symmetric ? nullptr : static_cast<const int*>(slot(pt, slot_match_perm)),
+          options.scaled ? static_cast<const double*>(slot(pt, slot_match_scale)) : nullptr};
+}
+
+void drop_second(FactorRecord& record) {
+  delete record.second;
+  record.second = nullptr;
+}
+
 void clean_fact_fc(FactorRecord& record) {
+  drop_second(record);
   std::free(record.lu);
   record = FactorRecord{};
 }
@@ -122,8 +136,11 @@ void provide_work(void** pt, std::size_t bytes) {
 std::int64_t numeric_kilobytes(void** pt) {
   const Control& control = control_of(pt);
   std::int64_t sum = 0;
-  for (int mnum = 1; mnum <= control.nrecords; ++mnum)
-    if (factor_record(pt, mnum)->lu != nullptr) sum += kilobytes(factor_record(pt, mnum)->bytes);
+  for (int mnum = 1; mnum <= control.nrecords; ++mnum) {
+    const FactorRecord& record = *factor_record(pt, mnum);
+    if (record.lu != nullptr) sum += kilobytes(record.bytes);
+    if (record.second != nullptr) sum += kilobytes(record.second->bytes());
+  }
   for (const std::size_t bytes : {control.work_bytes, control.cgs_bytes})
     if (bytes > 0) sum += kilobytes(bytes);
   return sum;

@@ -215,14 +215,17 @@ AccuracyOptions accuracy_options(const Options& options, const Call& call) {
   const bool complete = options.solve_steps == 0 && options.partial == 0 && options.schur == 0;
   return {.type = *options.type,
           .transpose = options.transpose,
-          .level = complete ? std::clamp(call.iparm(40), 0, 2) : 0,
+          .level = complete ? std::clamp(call.iparm(40), call.iparm(42) == 1 ? 1 : 0, 2) : 0,
           .solution_in_b = options.solution_in_b,
           .threads = options.threads};
 }
 
+bool accuracy_asked(const Call& call) { return call.iparm(40) > 0 || call.iparm(42) == 1; }
+
 void forget_accuracy(const Call& call) {
-  if (call.iparm(40) <= 0 || call.phase < 1 || call.last_digit() != 3) return;
+  if (!accuracy_asked(call) || call.phase < 1 || call.last_digit() != 3) return;
   call.iparm(41) = verdict_none;
+  if (call.iparm(42) == 1) call.iparm(43) = 0;
   if (call.dparm.data() != nullptr) std::fill_n(call.dparm.at(40), 4, 0.0);
 }
 

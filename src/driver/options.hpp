@@ -94,6 +94,8 @@ RefineOptions refine_options(const Options& options, const Call& call, int pertu
 StabiliseOptions stabilise_options(const Options& options);
 /// Level 0 for solves whose residual says nothing: partial ones, single steps, Schur factors.
 AccuracyOptions accuracy_options(const Options& options, const Call& call);
+/// A solve is to be measured, and tells its errors also in phase 33.
+bool accuracy_asked(const Call& call);
 /// Where a measurement is asked for: until it has been made nothing is known.
 void forget_accuracy(const Call& call);
 /// What the measurement found, in iparm(41) and dparm(40) to dparm(43).

@@ -127,6 +127,36 @@ void print_preprocessing(const Options& options, int trees) {
   }
 }
 
+/// Signs of D where they are counted, and how many of them say nothing.
+void print_inertia(const Options& options, const FactorResult& factor) {
+  if (options.type->family != Family::ldlt || factor.positive + factor.negative == 0) return;
+  print_integer("number of positive eigenvalues", factor.positive);
+  print_integer("number of negative eigenvalues", factor.negative);
+  if (factor.doubtful == 0) return;
+  print_integer("  of these uncertain (perturbed or tiny pivots)", factor.doubtful);
+  print_integer("  of the uncertain ones counted as positive", factor.doubtful_positive);
+}
+
+/// What was measured of a solution, and which rungs of the ladder it took.
+void print_accuracy(const Results& results) {
+  constexpr const char* names[rung_count] = {"backward error of the solve as asked for",
+                                             "after refinement by rows",
+                                             "after Krylov refinement",
+                                             "in double precision",
+                                             "with matching, scaling, small perturbation",
+                                             "without matching",
+                                             "with another order",
+                                             "as an unsymmetric matrix",
+                                             "with free pivots",
+                                             "with a large perturbation"};
+  const Ladder& ladder = results.ladder;
+  for (int k = 0; k < ladder.count; ++k)
+    print_real(names[ladder.taken[k].rung], ladder.taken[k].error);
+  if (results.accuracy.verdict == verdict_none) return;
+  if (ladder.count == 0) print_real("componentwise backward error", results.accuracy.componentwise);
+  print_integer("verdict: 0 good, 1 of a nearby system, 2 useless", results.accuracy.verdict);
+}
+
 void print_factor(const Options& options, const Results& results, int phase) {
   const FactorFigures& figures = results.figures;
   const double gflop = figures.flops * 1e-9;
@@ -136,6 +166,9 @@ void print_factor(const Options& options, const Results& results, int phase) {
   print_integer("number of nonzeros in U", figures.nnz_u);
   print_real("number of nonzeros in L+U", static_cast<double>(figures.nnz_l + figures.nnz_u));
   print_integer("number of perturbed pivots", results.factor.perturbed);
+  if (results.factor.grown > 0)
+    print_integer("number of pivots with growing updates", results.factor.grown);
+  if (phase > 11) print_inertia(options, results.factor);
   if (options.order == OrderMethod::dissection)
     print_integer("number of (compressed) nodes in solve", results.ordered_nodes);
   else
@@ -143,6 +176,7 @@ void print_factor(const Options& options, const Results& results, int phase) {
   print_real("Gflop   for the numerical factorization:", gflop);
   if (phase > 11 && results.factor_seconds > 0)
     print_real("Gflop/s for the numerical factorization:", gflop / results.factor_seconds);
+  if (phase % 10 == 3) print_accuracy(results);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
+#include <functional>
 #include <stdexcept>
 #include <utility>
 
@@ -27,6 +28,7 @@
 #include "driver/factor_store.hpp"
 #include "driver/input_scan.hpp"
 #include "driver/invert.hpp"
+#include "driver/ladder.hpp"
 #include "driver/match_driver.hpp"
 #include "driver/options.hpp"
 #include "driver/shortcut.hpp"
@@ -193,8 +195,7 @@ void recall_factor(const Call& call, const FactorRecord& record, Results& result
 void store_factor_results(const Call& call, const Control& control) {
   const FactorResult& factor = control.results.factor;
   call.iparm(14) = factor.perturbed;
-  call.iparm(22) = factor.positive;
-  call.iparm(23) = factor.negative;
+  store_signs(call, factor);
   if (control.options.logdet && call.dparm.data() != nullptr) call.dparm(33) = factor.logdet;
 }
 
@@ -251,6 +252,7 @@ int factorize(StageArrays& arrays) {
 Outcome make_factor(StageArrays& arrays) {
   const Call& call = arrays.call;
   Control& control = arrays.control;
+  drop_second(*arrays.record);
   provide_factor(*arrays.record, factor_bytes(factor_options(control.options), *arrays.structure));
   const int status = with_location(at_work, [&] { return factorize(arrays); });
   if (status == status_ok) recall_factor(call, *arrays.record, control.results);
@@ -270,7 +272,7 @@ Outcome solve_or_factor(StageArrays& arrays) {
 }
 
 /// Room for the factorization and for the solves of the call.
-std::size_t numeric_work_bytes(const StageArrays& arrays, bool solves) {
+std::size_t numeric_work_bytes(const StageArrays& arrays, bool solves, bool climbs) {
   const Call& call = arrays.call;
   const Options& options = arrays.control.options;
   const auto solve_bytes = [&](int nrhs) {
@@ -281,7 +283,8 @@ std::size_t numeric_work_bytes(const StageArrays& arrays, bool solves) {
   if (!solves) return bytes;
   // Solves of fewer columns divide the work otherwise.
   int columns = 0;
-  if (accuracy_options(options, call).level == 2) columns = std::min(accuracy_block, call.nrhs);
+  if (climbs || accuracy_options(options, call).level == 2)
+    columns = std::min(accuracy_block, call.nrhs);
   if (options.stabilised.k != 0) columns = call.nrhs;
   for (; columns > 0; --columns) bytes = std::max(bytes, solve_bytes(columns));
   return bytes;
@@ -320,17 +323,23 @@ Outcome work_numerically(const Call& call) {
   arrays.matching = matching_of(pt);
   arrays.structure = static_cast<const Structure*>(slot(pt, slot_structure));
   arrays.record = &record;
-  provide_work(pt, numeric_work_bytes(arrays, solves));
+  const bool climbs = solves && ladder_asked(options, call);
+  provide_work(pt, numeric_work_bytes(arrays, solves, climbs));
   arrays.work = slot(pt, slot_work);
   control.cgs_bytes = 0;
   control.results.refinement_steps = call.iparm(7) = 0;
 
-  if (!kept)
-    if (Outcome failed = make_factor(arrays)) return failed;
+  Outcome made;
+  if (!kept) made = make_factor(arrays);
+  if (made && !(climbs && ladder_may_follow(options, made.code))) return made;
   recall_factor(call, record, control.results);
   store_factor_results(call, control);
   Outcome outcome;
-  if (solves) outcome = solve_or_factor(arrays);
+  const auto plain_solve = [&] { return solve_or_factor(arrays); };
+  if (climbs)
+    outcome = climb(arrays, made ? nullptr : std::function<Outcome()>(plain_solve));
+  else if (solves)
+    outcome = plain_solve();
   control.memory.numeric = call.iparm(9) >= 0 ? numeric_kilobytes(pt) : 0;
   return outcome;
 }

@@ -24,6 +24,7 @@ constexpr Kernels<T> table() {
           ldlt<T>,
           ldlt_diagonal<T>,
           lu_complete<T>,
+          largest<T>,
           multiply<T>,
           multiply_transposed<T>,
           solve_lower<T>,

@@ -7,6 +7,8 @@
 /// offsets, since the operands are panels and not structural arrays.
 #pragma once
 
+#include <cstddef>
+
 #include "kernels/blas.hpp"
 
 namespace vlm {
@@ -73,6 +75,10 @@ struct BlockPivots {
   double logdet = 0;
   int perturbed = 0;
   int positive = 0, negative = 0;  ///< signs of D; not counted for complex symmetric blocks
+  int doubtful = 0;                ///< of these, signs that the values don't decide
+  int doubtful_positive = 0;       ///< of these, positive ones
+  double largest_update = 0;       ///< largest product of L and U, or of L, D and L^H
+  int grown = 0;                   ///< pivots whose updates exceed the bound on growth
 };
 
 template <class T>
@@ -88,6 +94,8 @@ struct Kernels {
   void (*ldlt_diagonal)(int n, T* a, int lda, int* pivot, BlockPivots<T>& stats);
   /// LU with complete pivoting; row[n] and column[n] take the interchanges, 1-based; work[n].
   void (*lu_complete)(int n, T* a, int lda, int* row, int* column, T* work, BlockPivots<T>& stats);
+  /// Largest magnitude among n values, of complex ones that of a part; NaN does not count.
+  double (*largest)(std::ptrdiff_t n, const T* x);
   /// t := A x for an m by n panel.
   void (*multiply)(int m, int n, const T* a, int lda, const T* x, T* t);
   /// y(j) -= sum over i of op(A(i,j)) t(i), op the conjugate where asked.

@@ -85,12 +85,17 @@ struct SymmetricBlock {
     a0[k + 1] = T(0);
   }
 
-  void count_one(int k, bool zero_is_negative) const {
+  /// @param doubtful  the pivot was replaced, so that its sign is one of rounding
+  void count_one(int k, bool zero_is_negative, bool doubtful) const {
     const T d = diagonal(k);
     if (has_signs) {
       const auto x = real_part(d);
       const bool negative = x < 0 || (zero_is_negative && !(x > 0));
       ++(negative ? stats.negative : stats.positive);
+      if (doubtful) {
+        ++stats.doubtful;
+        stats.doubtful_positive += negative ? 0 : 1;
+      }
     }
     if (stats.want_logdet) stats.logdet += __builtin_log(modulus(d));
   }
@@ -156,7 +161,7 @@ inline void bunch_kaufman(const SymmetricBlock<T, hermitian>& b, int* pivot) {
     if (choice.place != front) b.interchange(front, choice.place);
     if (choice.size == 1) {
       pivot[k] = choice.place + 1;
-      b.count_one(k, false);
+      b.count_one(k, false, choice.small);
       b.eliminate_one(k);
     } else {
       pivot[k] = pivot[k + 1] = -(choice.place + 1);
@@ -175,8 +180,9 @@ inline void diagonal_pivoting(const SymmetricBlock<T, hermitian>& b, int* pivot)
       if (magnitude(b.diagonal(i)) >= magnitude(b.diagonal(best))) best = i;
     if (best != k) b.interchange(k, best);
     pivot[k] = best + 1;
-    if (magnitude(b.diagonal(k)) <= typename Kind<T>::Real(b.stats.eps)) b.perturb(k);
-    b.count_one(k, true);
+    const bool small = magnitude(b.diagonal(k)) <= typename Kind<T>::Real(b.stats.eps);
+    if (small) b.perturb(k);
+    b.count_one(k, true, small);
     b.eliminate_one(k);
   }
 }

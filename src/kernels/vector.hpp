@@ -204,4 +204,27 @@ void solve_lower_transposed(const TriangleSolve<T>& s) {
   }
 }
 
+/// Largest magnitude of real values, in vectors.
+template <class R>
+inline R largest_real(long n, const R* x) {
+  using S = Simd<R>;
+  typename S::Vector most = {};
+  long i = 0;
+  for (; i + S::width <= n; i += S::width) {
+    const auto v = S::load(x + i);
+    const auto size = v < S::fill(0) ? -v : v;
+    most = size > most ? size : most;
+  }
+  R out = 0;
+  for (int k = 0; k < S::width; ++k) out = most[k] > out ? most[k] : out;
+  for (; i < n; ++i) out = magnitude(x[i]) > out ? magnitude(x[i]) : out;
+  return out;
+}
+
+template <class T>
+double largest(std::ptrdiff_t n, const T* x) {
+  using R = typename Kind<T>::Real;
+  return static_cast<double>(largest_real(n * Kind<T>::parts, reinterpret_cast<const R*>(x)));
+}
+
 }  // namespace vlm::VELMORA_ISA

@@ -16,6 +16,7 @@
 #include "numeric/family_lu.hpp"
 #include "numeric/fine_grain.hpp"
 #include "numeric/sequential.hpp"
+#include "numeric/tiny_pivots.hpp"
 #include "numeric/two_level.hpp"
 
 namespace vlm {
@@ -24,6 +25,9 @@ namespace {
 
 /// Operations below which starting threads costs more than they save.
 constexpr double worthwhile_flops = 2e6;
+/// Updates beside the largest entry of the matrix beyond which a pivot counts like a replaced one:
+/// those whose rounding errors reach this part of it.  1e11 in double precision, 186 in single.
+constexpr double growth_error = 2.22e-5;
 
 /// Threads that a factorization runs on: one, unless the analysis made lists for more.
 int factor_threads(const FactorOptions& options, const Structure& st) {
@@ -62,6 +66,19 @@ double perturbation(const FactorOptions& options, const InputMatrix& matrix) {
   double mx = largest_off_diagonal(matrix);
   if (mx == 0) mx = 1;
   return mx < 1 ? eps * std::sqrt(mx) : eps / std::sqrt(mx);
+}
+
+/// Largest magnitude of an entry, scaled where the factor is.
+template <class T>
+double largest_entry(const InputMatrix& m, const FactorFrame<T>& f) {
+  double largest = 0;
+  for (int i = 0; i < m.n; ++i)
+    for (int p = m.ia[i]; p < m.ia[i + 1]; ++p) {
+      double size = std::abs(value_at<Wide<T>>(m.a, p - 1));
+      if (f.scale) size *= f.scale[m.ja[p - 1] - 1] * f.scale[m.n + i];
+      largest = std::max(largest, size);
+    }
+  return largest;
 }
 
 /// log |det| of the scaling that the values were multiplied with, over the eliminated part.
@@ -105,6 +122,10 @@ int factor_with(FactorCall& call) {
                        .store = factor_store<T>(call.st, call.lu)};
   frame.eps = perturbation(call.options, call.matrix);
   frame.last_eliminated = call.st.n - call.options.schur;
+  const bool cholesky = call.options.type.family == vlm::Family::cholesky;
+  const double largest = cholesky ? 0 : largest_entry(call.matrix, frame);
+  using Real = decltype(std::abs(T()));
+  frame.growth_limit = growth_error / std::numeric_limits<Real>::epsilon() * largest;
   const int threads = factor_threads(call.options, call.st);
   Team<T> team;
   team.reserve(static_cast<std::size_t>(threads));
@@ -119,7 +140,14 @@ int factor_with(FactorCall& call) {
     result.perturbed += scratch.stats.perturbed;
     result.positive += scratch.stats.positive;
     result.negative += scratch.stats.negative;
+    result.doubtful += scratch.stats.doubtful;
+    result.doubtful_positive += scratch.stats.doubtful_positive;
+    result.grown += scratch.stats.grown;
+    result.growth = std::max(result.growth, scratch.stats.largest_update);
   }
+  if (largest > 0) result.growth /= largest;
+  if constexpr (Family::counts_signs)
+    if (finished) TinyPivots<T>(frame).count(largest, result);
   result.logdet = std::accumulate(logdet.begin(), logdet.end(), 0.0) - log_of_scaling(frame);
   return finished ? status_ok : status_pivot;
 }

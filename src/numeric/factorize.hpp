@@ -25,6 +25,12 @@ struct FactorResult {
   int perturbed = 0;               ///< replaced pivots
   int positive = 0, negative = 0;  ///< pivots by sign; LU counts none
   double logdet = 0;               ///< log |det A| where it was wanted
+  double growth = 0;               ///< largest update beside the largest entry; not for Cholesky
+  int grown = 0;                   ///< pivots whose updates are beyond the bound on growth
+  /// Signs that rounding decided: of replaced pivots, of those that are no more than the rounding
+  /// error of what they were formed from, and of grown ones.
+  int doubtful = 0;
+  int doubtful_positive = 0;  ///< of these, counted as positive
 };
 
 /// Bytes of one value of the factor.

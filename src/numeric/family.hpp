@@ -26,6 +26,7 @@ struct FactorFrame {
   FactorStore<T> store;
   const Kernels<T>& kernel = kernels<T>();
   double eps = 0;
+  double growth_limit = 0;   ///< updates that are too large beside the matrix
   int last_eliminated = 0;   ///< columns beyond belong to the Schur complement
   double* logdet = nullptr;  ///< [nsuper] log |det| of each panel's block
 };
@@ -152,6 +153,7 @@ struct SymmetricBase {
 template <class T, bool hermitian>
 struct CholeskyFamily : SymmetricBase<T, hermitian> {
   using Base = SymmetricBase<T, hermitian>;
+  static constexpr bool counts_signs = false;
 
   static void apply(const FactorFrame<T>& f, const UpdateSource<T>& s, const Panel<T>& target,
                     FactorScratch<T>& scratch) {
@@ -239,10 +241,44 @@ void divide_by_d(const Panel<T>& p, T* x, std::ptrdiff_t ldx, int m) {
   }
 }
 
+/// Notes the update that a pivot makes; one beyond the limit hides what smaller entries say, as a
+/// replaced pivot does.
+template <class T>
+bool note_growth(const FactorFrame<T>& f, double update, BlockPivots<T>& stats) {
+  if (!(update <= stats.largest_update)) stats.largest_update = update;
+  if (update <= f.growth_limit) return false;
+  ++stats.grown;
+  return true;
+}
+
+/// Growth of a finished panel: l^2 |d| of each pivot, with the largest l of its column.
+template <class T>
+void watch_growth(const FactorFrame<T>& f, const Panel<T>& p, BlockPivots<T>& stats) {
+  const std::ptrdiff_t ld = p.rows;
+  const auto size = [](const T& v) { return static_cast<double>(std::abs(v)); };
+  for (int k = 0; k < p.width;) {
+    const int order = p.pivot[k] > 0 ? 1 : 2;
+    const T* const diagonal = p.l + k + k * ld;
+    double d = size(diagonal[0]), l = f.kernel.largest(p.rows - k - order, diagonal + order);
+    if (order == 2) {
+      d = std::max({d, size(diagonal[ld]), size(diagonal[ld + 1])});
+      l = std::max(l, f.kernel.largest(p.rows - k - order, diagonal + ld + order));
+    }
+    const bool replaced = order == 1 && d <= f.eps;
+    if (note_growth(f, l * l * d, stats) && !replaced && stats.positive + stats.negative > 0) {
+      stats.doubtful += order;
+      if (order == 2 || std::real(diagonal[0]) > 0) ++stats.doubtful_positive;
+    }
+    k += order;
+  }
+}
+
 /// LDL^T or LDL^H, with Bunch-Kaufman or diagonal pivots.
 template <class T, bool hermitian>
 struct LdltFamily : SymmetricBase<T, hermitian> {
   using Base = SymmetricBase<T, hermitian>;
+  /// D has signs that rounding may change.
+  static constexpr bool counts_signs = hermitian || !is_complex_v<T>;
 
   static void apply(const FactorFrame<T>& f, const UpdateSource<T>& s, const Panel<T>& target,
                     FactorScratch<T>& scratch) {
@@ -257,7 +293,13 @@ struct LdltFamily : SymmetricBase<T, hermitian> {
     else
       f.kernel.ldlt_diagonal(panel.width, panel.l, panel.rows, panel.pivot, scratch.stats);
     const int m = panel.below();
-    if (m == 0) return true;
+    if (m > 0) solve_below(f, panel, m);
+    watch_growth(f, panel, scratch.stats);
+    return true;
+  }
+
+ private:
+  static void solve_below(const FactorFrame<T>& f, const Panel<T>& panel, int m) {
     T* x = panel.l21();
     for (int k = 0; k < panel.width; ++k) {
       const int place = std::abs(panel.pivot[k]) - 1;
@@ -277,7 +319,6 @@ struct LdltFamily : SymmetricBase<T, hermitian> {
     solve.conjugate = hermitian;
     f.kernel.solve_right(solve);
     divide_by_d<T, hermitian>(panel, x, panel.rows, m);
-    return true;
   }
 };
 

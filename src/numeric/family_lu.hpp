@@ -11,6 +11,8 @@ namespace vlm {
 
 template <class T, bool complete_pivoting>
 struct LuFamily {
+  static constexpr bool counts_signs = false;
+
   static void load(const FactorFrame<T>& f, int s) {
     const Structure& st = f.st;
     const Panel<T> panel = panel_of(st, f.store, s);
@@ -76,7 +78,13 @@ struct LuFamily {
   static bool finish(const FactorFrame<T>& f, const Panel<T>& panel, FactorScratch<T>& scratch) {
     if (!factor_block(f, panel, scratch)) return false;
     const int m = panel.below();
-    if (m == 0) return true;
+    if (m > 0) solve_below(f, panel, m);
+    watch(f, panel, scratch.stats);
+    return true;
+  }
+
+ private:
+  static void solve_below(const FactorFrame<T>& f, const Panel<T>& panel, int m) {
     exchange_columns(panel.width, panel.column_pivot, panel.l21(), panel.rows, m);
     exchange_columns(panel.width, panel.pivot, panel.u, m, m);
     RightSolve<T> solve;
@@ -96,10 +104,21 @@ struct LuFamily {
     solve.x = panel.u;
     solve.ldx = m;
     f.kernel.solve_right(solve);
-    return true;
   }
 
- private:
+  /// Growth of a finished panel: the largest l of each column times the largest u of its row.
+  static void watch(const FactorFrame<T>& f, const Panel<T>& p, BlockPivots<T>& stats) {
+    const std::ptrdiff_t ld = p.rows, below = p.below();
+    for (int k = 0; k < p.width; ++k) {
+      const T* const diagonal = p.l + k + k * ld;
+      const double l = f.kernel.largest(ld - k - 1, diagonal + 1);
+      double u = f.kernel.largest(below, p.u + k * below);
+      for (int j = k; j < p.width; ++j)
+        u = std::max(u, static_cast<double>(std::abs(diagonal[(j - k) * ld])));
+      note_growth(f, l * u, stats);
+    }
+  }
+
   /// Entry p of A at (row, column) of the permuted matrix, scaled.
   static T value(const FactorFrame<T>& f, int p, int row, int column) {
     if (!f.scale) return value_at<T>(f.matrix.a, p - 1);

@@ -10,6 +10,7 @@
 #include "base/scalar.hpp"
 #include "base/status.hpp"
 #include "base/values.hpp"
+#include "solve/row_errors.hpp"
 
 namespace vlm {
 namespace {
@@ -19,19 +20,10 @@ constexpr double infinity = std::numeric_limits<double>::infinity();
 /// Backward errors up to which a solution is good, and usable.
 constexpr double good_backward = 1e-12, usable_backward = 1e-10;
 /// Bounds on the error: six digits are certain, and one.
-constexpr double good_bound = 1e-6, usable_bound = 0.1;
+constexpr double good_bound = 1e-6, usable_bound = 0.2;
 /// Part that a step of refinement may leave for the factor to stand for A.
 constexpr double usable_contraction = 0.3;
 constexpr int block = accuracy_block;
-
-/// The larger one; NaN when one of them is.
-double larger(double a, double b) { return b > a || std::isnan(b) ? b : a; }
-
-/// part / whole, where nothing of nothing is 0 and a part of what overflowed can't be told.
-double ratio(double part, double whole) {
-  if (!std::isfinite(whole)) return std::numeric_limits<double>::quiet_NaN();
-  return part == 0 ? 0 : part / whole;
-}
 
 template <class T>
 double largest(const T* v, std::size_t n) {
@@ -140,19 +132,17 @@ class Measurement {
   /// @param terms  |A||x|
   void measure_column(const T* b, const T* x, const T* r, const T* terms, Accuracy& result) {
     const double size_x = largest(x, n_), size_b = largest(b, n_);
-    const double threshold = 1000.0 * static_cast<double>(n_) * unit_roundoff;
-    double by_entries = 0, by_norm = 0;
+    RowErrors rows(n_);
     for (std::size_t i = 0; i < n_; ++i) {
       const double size_r = std::abs(r[i]), ax = std::abs(terms[i]), bi = std::abs(b[i]);
-      const double bound_ax = std::abs(row_sum_[i]) * size_x;
-      if (ax + bi > threshold * (bound_ax + bi))
-        by_entries = larger(by_entries, ratio(size_r, ax + bi));
-      else
-        by_norm = larger(by_norm, ratio(size_r, ax + bound_ax));
-      const double change = size_r + rounding_[i] * (ax + bi);
-      weight_[i] = larger(weight_[i], change == 0 ? 0 : change / size_x);
+      rows.add(size_r, ax, bi, std::abs(row_sum_[i]) * size_x);
+      // A solution 0 tells nothing of A: it is judged like one of ones, with their products.
+      const double change =
+          size_x == 0 ? rounding_[i] * std::abs(row_sum_[i]) : size_r + rounding_[i] * (ax + bi);
+      weight_[i] = larger(weight_[i], change == 0 ? 0 : change / (size_x == 0 ? 1 : size_x));
     }
-    result.componentwise = larger(result.componentwise, by_entries + by_norm);
+    result.componentwise = larger(result.componentwise, rows.total());
+    result.entrywise = larger(result.entrywise, rows.entrywise());
     result.normwise = larger(result.normwise, ratio(largest(r, n_), norm_a_ * size_x + size_b));
   }
 

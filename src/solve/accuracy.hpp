@@ -46,6 +46,7 @@ enum AccuracyVerdict : int {
 struct Accuracy {
   double normwise = 0;       ///< max|r| / (|A| max|x| + max|b|), |A| the largest row sum
   double componentwise = 0;  ///< max of |r| / (|A||x| + |b|), over the two kinds of rows, summed
+  double entrywise = 0;      ///< componentwise, the rows of small |A||x| judged like the others
   double condition = 0;      ///< |A| |A^-1|, largest row sums
   double bound = 0;          ///< on max|x - x*| / max|x|
   AccuracyVerdict verdict = verdict_none;

@@ -337,7 +337,7 @@ TEST(Accuracy, VerdictsAndErrors) {
   const std::vector<double> zero(b.size(), 0.0);
   EXPECT_EQ(s.solve(zero), zero);
   EXPECT_EQ(s.error, 0);
-  EXPECT_EQ(s.dparm(43), 0);
+  EXPECT_LE(s.dparm(43), 1e-6) << "judged like a solution of ones";
 }
 
 TEST(Accuracy, NotANumberIsUseless) {
