@@ -50,13 +50,16 @@
  *   norv/sets.h   sets of indices  norv/bmat.h   block matrices
  *   norv/sort.h   sorting          norv/ldu.h    triangular factors
  *   norv/linop.h  operators        norv/precon.h preconditioners
+ *   norv/ildlt.h  incomplete LDL^T norv/condest.h norms of inverse factors
  */
 #ifndef VELMORA_NORV_H
 #define VELMORA_NORV_H
 
 #include "norv/base.h"
 #include "norv/bmat.h"
+#include "norv/condest.h"
 #include "norv/dmat.h"
+#include "norv/ildlt.h"
 #include "norv/ldu.h"
 #include "norv/linop.h"
 #include "norv/perm.h"

@@ -19,7 +19,7 @@ solve: numeric
 driver: matching ordering solve
 api: driver
 NORV/corelib: base
-NORV/precons: NORV/corelib
+NORV/precons: NORV/corelib matching ordering
 NORV/solvers: NORV/precons
 NORV/multilevel: NORV/solvers
 NORV/bridge: NORV/multilevel

@@ -64,9 +64,8 @@ double reference_of_entry(const PivotBlock<T, W>& pivot, const PivotRows<T, W>& 
 }
 
 template <class T, int W>
-void walk_rows(CondestStrategy strategy, const PivotBlock<T, W>& pivot,
-               const PivotRows<T, W>& rows, const T* z, int* touched,
-               Candidates<T, W>& candidate) {
+void walk_rows(CondestStrategy strategy, const PivotBlock<T, W>& pivot, const PivotRows<T, W>& rows,
+               const T* z, int* touched, Candidates<T, W>& candidate) {
   constexpr double small = 0.5;  // changes below it don't count
   const bool counts_growth = !is_max_change(strategy);
   for (int p = 0; p < rows.length; ++p) {
@@ -159,14 +158,12 @@ void condest_fixed_undo(T mu, const PivotRows<T, 1>& rows, T* z) {
   condest_take(rows, back, z);
 }
 
-#define NORV_INSTANTIATE(T)                                                                     \
-  template CondestStep<T, 1> condest_look(CondestStrategy, double, const PivotBlock<T, 1>&,     \
-                                          const T (&)[1], const PivotRows<T, 1>&, const T*,     \
-                                          int*);                                                \
-  template CondestStep<T, 2> condest_look(CondestStrategy, double, const PivotBlock<T, 2>&,     \
-                                          const T (&)[2], const PivotRows<T, 2>&, const T*,     \
-                                          int*);                                                \
-  template T condest_fixed(T, T, const PivotRows<T, 1>&, T*, int*, T*);                         \
+#define NORV_INSTANTIATE(T)                                                                       \
+  template CondestStep<T, 1> condest_look(CondestStrategy, double, const PivotBlock<T, 1>&,       \
+                                          const T(&)[1], const PivotRows<T, 1>&, const T*, int*); \
+  template CondestStep<T, 2> condest_look(CondestStrategy, double, const PivotBlock<T, 2>&,       \
+                                          const T(&)[2], const PivotRows<T, 2>&, const T*, int*); \
+  template T condest_fixed(T, T, const PivotRows<T, 1>&, T*, int*, T*);                           \
   template void condest_fixed_undo(T, const PivotRows<T, 1>&, T*)
 NORV_INSTANTIATE(double);
 NORV_INSTANTIATE(zcomplex);

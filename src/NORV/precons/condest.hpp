@@ -70,10 +70,10 @@ struct PivotRows {
 /// A step that was looked at.
 template <class T, int W>
 struct CondestStep {
-  double bound = 0;     ///< estimate of the largest component
-  bool taken = false;   ///< false: bound exceeds kappa, the rest is not set
-  T mu[W] = {};         ///< what the rows are multiplied by when they are added to z
-  double out[W] = {};   ///< |block mu|
+  double bound = 0;    ///< estimate of the largest component
+  bool taken = false;  ///< false: bound exceeds kappa, the rest is not set
+  T mu[W] = {};        ///< what the rows are multiplied by when they are added to z
+  double out[W] = {};  ///< |block mu|
 };
 
 /// Looks at the step of a pivot.

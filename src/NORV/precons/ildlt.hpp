@@ -56,6 +56,7 @@ enum class Estimator : int { none = 0, running = 1, fixed = 2 };
 struct IldltOptions {
   double drop = 1e-3;       ///< dropping threshold, 0 keeps what isn't zero
   double max_fill = 10;     ///< limit of a row as a multiple of the average row; <= 0: none
+  int most_entries = -1;    ///< limit of a row in entries; < 0: by max_fill
   double pivot_1x1 = 1e-8;  ///< what counts as a small pivot
   double pivot_2x2 = 0.1;   ///< factor of the test for a 2x2 pivot
   double kappa = 0;         ///< bound on the rows of L^-1; <= 0: none
@@ -68,6 +69,9 @@ struct IldltOptions {
   bool compensate = false;  ///< what is dropped is made up for on the diagonal
   bool keep_schur = false;  ///< delayed rows are not eliminated but left as Schur complement
   double schur_drop = -1;   ///< entries of the Schur complement up to it are dropped; < 0: none
+  int leading = -1;         ///< with keep_schur: only so many rows are eliminated; < 0: all
+  bool positive = false;    ///< a pivot that isn't positive is a fault
+  const char* precious = nullptr;       ///< [n] rows of which nothing is dropped, or null
   bool delay_small_eigenvalues = true;  ///< also delay real pivots with an eigenvalue below 0.01
 };
 
@@ -85,8 +89,8 @@ struct IldltStatistics {
   std::int64_t dropped_1x1 = 0, entries_1x1 = 0;  ///< of the rows of 1x1 pivots
   std::int64_t dropped_2x2 = 0, entries_2x2 = 0;
   std::int64_t clipped = 0, clipped_rows = 0;  ///< by the fill limit
-  std::int64_t sign_changes = 0;  ///< diagonal entries whose pivot has the other sign
-  double norm = 0;                ///< estimate of |L^-1|
+  std::int64_t sign_changes = 0;               ///< diagonal entries whose pivot has the other sign
+  double norm = 0;                             ///< estimate of |L^-1|
   double largest_threshold = 0;
   double smallest_diagonal = 0;
   double seconds = 0, schur_seconds = 0;

@@ -32,8 +32,8 @@ UpperRows<T> transposed(const UpperRows<T>& A) {
 
 /// Entries [from, end) of which the first `width` get a new slot, the largest one.
 template <class C, class V>
-void rotate_entry(C* column, V* value, std::int64_t from, std::int64_t end,
-                         std::int64_t width, int slot) {
+void rotate_entry(C* column, V* value, std::int64_t from, std::int64_t end, std::int64_t width,
+                  int slot) {
   std::rotate(column + from, column + from + width, column + end);
   std::rotate(value + from, value + from + width, value + end);
   std::fill(column + end - width, column + end, slot);

@@ -119,11 +119,11 @@ void solve_diagonal_backward(const LdltFactor<T>& f, T* y) {
   });
 }
 
-#define NORV_INSTANTIATE(T)                                 \
-  template struct LdltFactor<T>;                            \
-  template void solve_forward(const LdltFactor<T>&, T*);    \
-  template void solve_backward(const LdltFactor<T>&, T*);   \
-  template void solve_diagonal(const LdltFactor<T>&, T*);   \
+#define NORV_INSTANTIATE(T)                               \
+  template struct LdltFactor<T>;                          \
+  template void solve_forward(const LdltFactor<T>&, T*);  \
+  template void solve_backward(const LdltFactor<T>&, T*); \
+  template void solve_diagonal(const LdltFactor<T>&, T*); \
   template void solve_diagonal_backward(const LdltFactor<T>&, T*)
 NORV_INSTANTIATE(double);
 NORV_INSTANTIATE(zcomplex);

@@ -19,9 +19,9 @@ template <class T>
 struct LdltFactor {
   int n = 0;       ///< order of the matrix
   int pivots = 0;  ///< rows that were eliminated
-  Vector<T> d;     ///< [n] diagonal; behind `pivots` that of the Schur complement, where there is one
-  Vector<T> e;     ///< [n] second value of a 2x2 pivot, at its first row
-  Vector<char> is_pair;  ///< [n] 1 at the first row of a 2x2 pivot
+  Vector<T> d;  ///< [n] diagonal; behind `pivots` that of the Schur complement, where there is one
+  Vector<T> e;  ///< [n] second value of a 2x2 pivot, at its first row
+  Vector<char> is_pair;        ///< [n] 1 at the first row of a 2x2 pivot
   Vector<std::int64_t> start;  ///< [pivots+1]
   Growing<int> column;
   Growing<T> value;

@@ -72,8 +72,8 @@ UpperRows<T> permuted_upper(const smat* A, const int* place, const double* scale
 
 template <class T>
 UpperRows<T> permuted_upper(const UpperRows<T>& A, const int* place, const double* scale) {
-  return permute(
-      Source<T, std::int64_t>{A.n, A.start.data(), A.column.data(), A.value.data()}, place, scale);
+  return permute(Source<T, std::int64_t>{A.n, A.start.data(), A.column.data(), A.value.data()},
+                 place, scale);
 }
 
 template <class T>
