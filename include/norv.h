@@ -54,14 +54,17 @@
  *   norv/linop.h  operators        norv/precon.h preconditioners
  *   norv/direct.h the bridge to    norv/solver.h Krylov solvers
  *                 velmora()        norv/interface.h  phases of velmora()
+ *   norv/ildlt.h  incomplete LDL^T norv/condest.h norms of inverse factors
  */
 #ifndef VELMORA_NORV_H
 #define VELMORA_NORV_H
 
 #include "norv/base.h"
 #include "norv/bmat.h"
+#include "norv/condest.h"
 #include "norv/direct.h"
 #include "norv/dmat.h"
+#include "norv/ildlt.h"
 #include "norv/interface.h"
 #include "norv/ldu.h"
 #include "norv/linop.h"

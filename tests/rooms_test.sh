@@ -17,7 +17,7 @@ symbolic: graph
 numeric: symbolic kernels
 solve: numeric
 NORV/corelib: base
-NORV/precons: NORV/corelib
+NORV/precons: NORV/corelib matching ordering
 NORV/solvers: NORV/precons
 NORV/multilevel: NORV/solvers
 NORV/bridge: NORV/multilevel

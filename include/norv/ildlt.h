@@ -24,8 +24,25 @@ typedef struct ildlt_info ildlt_info;
 #define NORV_2X2_TRIDIAGONAL 1
 #define NORV_2X2_DOMINANCE 3
 
+/* Instances with the parameters of their classes.
+ *   stpiv     1x1 and 2x2 pivots; bad pivots are delayed
+ *   colpiv    the partner of a 2x2 pivot may stand anywhere in the row
+ *   wspiv     rows with bad pivots stay where they are, cut off from those behind them
+ *   bk        2x2 pivots of neighbours, small pivots are perturbed
+ *   ildltpm   ordered first, no 2x2 pivots
+ *   ldlt      neither, no fill limit
+ *   cholesky  the same for positive definite matrices; a pivot that isn't positive aborts */
+NORV_API precon* precon_ildlt_stpiv_create(void);
+NORV_API precon* precon_ildlt_colpiv_create(void);
+NORV_API precon* precon_ildlt_wspiv_create(void);
+NORV_API precon* precon_ildlt_bk_create(void);
+NORV_API precon* precon_ildltpm_create(void);
+NORV_API precon* precon_ldlt_create(void);
+NORV_API precon* precon_cholesky_create(void);
+
 /* Incomplete LDL^T with 2x2 pivots of neighbours and without delays; with a permutation and
- * without 2x2 pivots. */
+ * without 2x2 pivots.  fill_strategy 0 limits a row to `fill` entries.  strategy_2x2: 0 none, 2
+ * neighbours.  preordering: 0 none, otherwise as for the levels of the multilevel form, 1 to 4. */
 NORV_API precon* precon_ildlt_bk_create_param(double fill, double drop, double pivot,
                                               int fill_strategy, int drop_style, int strategy_2x2);
 NORV_API precon* precon_ildltpm_create_param(double drop, double fill, int fill_strategy,
@@ -41,14 +58,6 @@ NORV_API precon* precon_ildlt_stpiv_create_param(double drop, double max_fill, d
                                                  double pivot_2x2, double kappa, int fill_strategy,
                                                  int drop_style, int delay_mode, int strategy_2x2,
                                                  int compens, vec* target, int condest_strat);
-
-/* Multilevel form of the same. */
-NORV_API precon* precon_mildlt_create_param(double kappa, double max_fill, double drop,
-                                            double schur_drop, double pivot_1x1, double pivot_2x2,
-                                            int fill_strategy, int level_preordering,
-                                            int max_levels, int min_level_size, int drop_style,
-                                            int compens, vec* target, int condest_strat,
-                                            int delay_mode, int strategy_2x2, int is_complex);
 
 /* ---------------------------------------------------------------------------
  * The incomplete factor itself

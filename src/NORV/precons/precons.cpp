@@ -7,6 +7,8 @@
 
 #include <cstring>
 
+#include "norv/ildlt.h"
+
 namespace {
 
 /// A class by the name under which it is found; create is null for one that this version lacks.
@@ -34,13 +36,13 @@ constexpr Row preconditioners[] = {
     {"AMG", nullptr},
     {"BLOCKLU", nullptr},
     {"BLOCKGS", nullptr},
-    {"ICHOL", nullptr},
+    {"ICHOL", precon_cholesky_create},
     {"PARILDLT", nullptr},
-    {"ILDLT_CP", nullptr},
-    {"ILDLT_SP", nullptr},
-    {"ILDLT_WS", nullptr},
-    {"ILDLT_BK", nullptr},
-    {"ILDLT", nullptr},
+    {"ILDLT_CP", precon_ildlt_colpiv_create},
+    {"ILDLT_SP", precon_ildlt_stpiv_create},
+    {"ILDLT_WS", precon_ildlt_wspiv_create},
+    {"ILDLT_BK", precon_ildlt_bk_create},
+    {"ILDLT", precon_ldlt_create},
     {"MILDLT", nullptr},
     {"SAINV", nullptr},
     {"BAINV", nullptr},

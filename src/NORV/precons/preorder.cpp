@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: BSD-3-Clause
+/// Order and scaling of a level, see preorder.hpp.  They come from the matching and the orderings
+/// of the direct solver, which take 1-based rows with 32-bit positions.
+#include "NORV/precons/preorder.hpp"
+
+#include <algorithm>
+#include <limits>
+
+#include "matching/mpssym.hpp"
+#include "ordering/amd.hpp"
+#include "ordering/gepmetis.hpp"
+
+namespace vlm::norv {
+
+const char* const preordering_names[5] = {"Identity", "Metis + Equilibration",
+                                          "AMD + Equilibration", "Metis + 2x2 Matching + Scaling",
+                                          "AMD + 2x2 Matching + Scaling"};
+
+namespace {
+
+/// Magnitudes in 1-based rows, the diagonal stored in each.
+struct Magnitudes {
+  Vector<int> ia, ja;
+  Vector<double> a;
+  MatchInput input(int n) const { return {n, ia.data(), ja.data(), a.data(), true}; }
+};
+
+template <class T>
+Magnitudes magnitudes(const UpperRows<T>& A) {
+  if (A.entries() + A.n >= std::numeric_limits<int>::max())
+    out_of_memory("ERROR: more entries than 32-bit row starts can count!");
+  Magnitudes m;
+  m.ia.reserve(static_cast<std::size_t>(A.n) + 1);
+  m.ja.reserve(static_cast<std::size_t>(A.entries() + A.n));
+  m.a.reserve(static_cast<std::size_t>(A.entries() + A.n));
+  m.ia.push_back(1);
+  for (int i = 0; i < A.n; ++i) {
+    std::int64_t p = A.start[i];
+    const bool has_diagonal = p < A.start[i + 1] && A.column[p] == i;
+    m.ja.push_back(i + 1);
+    m.a.push_back(has_diagonal ? magnitude(A.value[p++]) : 0.0);
+    for (; p < A.start[i + 1]; ++p) {
+      m.ja.push_back(A.column[p] + 1);
+      m.a.push_back(magnitude(A.value[p]));
+    }
+    m.ia.push_back(static_cast<int>(m.ja.size()) + 1);
+  }
+  return m;
+}
+
+/// Fills the order of a graph.
+int order_by_metis(const Adjacency& graph, Ordering& order) {
+  constexpr int smallest_dissection = 9;  // below it nested dissection leaves the order alone
+  if (graph.n < smallest_dissection)
+    set_identity(order, graph.n);
+  else
+    gepmetis_velmora(graph, DissectionRequest{}, order);
+  return status_ok;
+}
+
+int order_by_amd(const Adjacency& graph, Ordering& order) {
+  Vector<int> sequence;
+  approximate_minimum_degree(weighted_graph(graph), 0, sequence);
+  order.perm.resize(graph.n);
+  std::transform(sequence.begin(), sequence.end(), order.perm.begin(), [](int v) { return v + 1; });
+  set_single_range(order, graph.n);
+  return invert_order(order) ? status_ok : status_structure;
+}
+
+/// Factors under which every row has a largest entry of 1, or nearly (D. Ruiz, "A scaling algorithm
+/// to equilibrate both rows and columns norms in matrices", 2001).
+Vector<double> equilibrate(int n, const Magnitudes& m) {
+  constexpr int most_rounds = 10;
+  constexpr double close_enough = 0.05;
+  Vector<double> scale(n, 1.0), largest(n);
+  for (int round = 0; round < most_rounds; ++round) {
+    std::fill(largest.begin(), largest.end(), 0.0);
+    for (int i = 0; i < n; ++i)
+      for (int p = m.ia[i] - 1; p < m.ia[i + 1] - 1; ++p) {
+        const int j = m.ja[p] - 1;
+        const double size = m.a[p] * scale[i] * scale[j];
+        largest[i] = std::max(largest[i], size);
+        largest[j] = std::max(largest[j], size);
+      }
+    double worst = 0;
+    for (int i = 0; i < n; ++i) {
+      if (!(largest[i] > 0) || !std::isfinite(largest[i])) continue;
+      worst = std::max(worst, std::fabs(1 - largest[i]));
+      scale[i] /= std::sqrt(largest[i]);
+    }
+    if (worst < close_enough) break;
+  }
+  return scale;
+}
+
+/// The geometric mean of row and column factors of the matching, which is symmetric.
+Vector<double> scaling_of(const MatchResult& match) {
+  Vector<double> scale(match.u.size());
+  constexpr double largest = 600;  // exponents beyond it only come from entries that are no numbers
+  for (std::size_t i = 0; i < scale.size(); ++i)
+    scale[i] = std::exp(std::clamp(0.5 * (match.u[i] + match.v[i]), -largest, largest));
+  return scale;
+}
+
+void require_ordered(int status) {
+  if (status != status_ok) out_of_memory("ERROR: the graph does not fit 32-bit positions!");
+}
+
+}  // namespace
+
+template <class T>
+LevelOrder order_level(const UpperRows<T>& A, Preordering preordering) {
+  LevelOrder level;
+  level.place.resize(A.n);
+  if (preordering == Preordering::identity) {
+    for (int i = 0; i < A.n; ++i) level.place[i] = i;
+    level.scale.assign(A.n, 1.0);
+    return level;
+  }
+  const Magnitudes m = magnitudes(A);
+  const MatchInput input = m.input(A.n);
+  const bool by_amd =
+      preordering == Preordering::amd_equilibrated || preordering == Preordering::amd_matched;
+  const bool matched =
+      preordering == Preordering::metis_matched || preordering == Preordering::amd_matched;
+  const GraphOrdering order_graph = by_amd ? order_by_amd : order_by_metis;
+  Ordering order;
+  if (matched) {
+    const MatchResult match = mps_velmora(input);
+    // Without a complete matching there are no scalings.
+    level.scale = match.count == A.n && !match.u.empty() ? scaling_of(match) : equilibrate(A.n, m);
+    PairedOrder candidates;
+    require_ordered(mps_sym_velmora(input, reordering_matching_sym2x2(input, match.perm),
+                                    order_graph, order, candidates));
+  } else {
+    level.scale = equilibrate(A.n, m);
+    Adjacency graph;
+    require_ordered(uncompressed_graph(input, graph));
+    require_ordered(order_graph(graph, order));
+  }
+  for (int k = 0; k < A.n; ++k) level.place[order.perm[k] - 1] = k;
+  return level;
+}
+
+template LevelOrder order_level(const UpperRows<double>&, Preordering);
+template LevelOrder order_level(const UpperRows<zcomplex>&, Preordering);
+
+}  // namespace vlm::norv

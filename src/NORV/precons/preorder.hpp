@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: BSD-3-Clause
+/// Order and scaling of a level, before its incomplete factorization.
+#pragma once
+
+#include "NORV/precons/upper_rows.hpp"
+
+namespace vlm::norv {
+
+/// What is done to a level first.
+enum class Preordering : int {
+  identity = 0,
+  metis_equilibrated = 1,  ///< nested dissection; rows and columns scaled to largest entries of 1
+  amd_equilibrated = 2,    ///< minimum degree with the same scaling
+  metis_matched = 3,       ///< weighted matching with its scaling; partners are kept together in a
+                           ///< nested dissection
+  amd_matched = 4,         ///< the same in a minimum degree order
+};
+
+/// Names as messages have them; [5].
+extern const char* const preordering_names[5];
+
+/// Place of a row in the order, and its scaling factor.
+struct LevelOrder {
+  Vector<int> place;     ///< [n]
+  Vector<double> scale;  ///< [n] positive
+  bool empty() const { return place.empty(); }
+};
+
+/// @param A  upper triangle
+template <class T>
+LevelOrder order_level(const UpperRows<T>& A, Preordering preordering);
+
+}  // namespace vlm::norv
