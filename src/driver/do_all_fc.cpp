@@ -110,11 +110,7 @@ int run_solve(StageArrays& arrays) {
   const Stopwatch watch(control.clocks.timer.solve);
   const double start = timer_velmora();
   const int n = arrays.structure->n, perturbed = control.results.factor.perturbed;
-  const auto step = [&arrays](bool turned) {
-    return solve_step(arrays.control.options, *arrays.structure, arrays.matching, arrays.record->lu,
-                      arrays.work, turned);
-  };
-  const SolveStep solve = step(false), transpose = step(true);
+  const SolveStep solve = solve_step(arrays, false), transpose = solve_step(arrays, true);
 
   const RefineOptions refine = refine_options(control.options, call, perturbed);
   const AccuracyOptions accuracy = accuracy_options(control.options, call);
@@ -169,12 +165,12 @@ int run_stage(Stage stage, StageArrays& arrays) {
 
 }  // namespace
 
-SolveStep solve_step(const Options& options, const Structure& structure, const Matching& matching,
-                     const void* lu, void* work, bool turned) {
-  SolveOptions as = solve_options(options);
-  if (turned) as.transpose = !as.type.symmetric && !as.transpose;
-  return [as, &structure, matching, lu, work](int nrhs, const double* in, double* out) {
-    return solve_velmora(as, structure, matching, lu, nrhs, in, out, work);
+SolveStep solve_step(const StageArrays& arrays, bool turned) {
+  return [&arrays, turned](int nrhs, const double* in, double* out) {
+    SolveOptions as = solve_options(arrays.control.options);
+    if (turned) as.transpose = !as.type.symmetric && !as.transpose;
+    return solve_velmora(as, *arrays.structure, arrays.matching, arrays.record->lu, nrhs, in, out,
+                         arrays.work);
   };
 }
 

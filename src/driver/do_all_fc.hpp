@@ -38,10 +38,9 @@ struct StageArrays {
   MapInput map_input() const { return {order.matrix, order.row_perm, control.options.symmetric}; }
 };
 
-/// One solve with a finished factor as the options say, or with the other of A and its transpose.
-/// @param work  solve_work_bytes() bytes for the columns of every call
-SolveStep solve_step(const Options& options, const Structure& structure, const Matching& matching,
-                     const void* lu, void* work, bool turned);
+/// One solve with the call's factor as the options say, or with the other of A and its transpose;
+/// its work space is that of the call.
+SolveStep solve_step(const StageArrays& arrays, bool turned);
 
 /// Verdict and measurements to the caller, who asked for them.
 void store_accuracy(const Call& call, Control& control, const Accuracy& accuracy);

@@ -81,12 +81,6 @@ void resize_factor_table(void** pt, int maxfct) {
   control_of(pt).nrecords = std::max(maxfct, 0);
 }
 
-Matching matching_of(void** pt) {
-  const Options& options = control_of(pt).options;
-  return {options.symmetric ? nullptr : static_cast<const int*>(slot(pt, slot_match_perm)),
-          options.scaled ? static_cast<const double*>(slot(pt, slot_match_scale)) : nullptr};
-}
-
 void drop_second(FactorRecord& record) {
   delete record.second;
   record.second = nullptr;

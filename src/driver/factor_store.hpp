@@ -93,10 +93,6 @@ void create_handle(void** pt, int maxfct);
 /// Replaces an empty factor table by one of another length.
 void resize_factor_table(void** pt, int maxfct);
 
-/// What the numeric phases read of a matching: scalings where the values are scaled, and the row
-/// permutation of full storage.
-Matching matching_of(void** pt);
-
 /// Frees the factor of another rung, beside the caller's.
 void drop_second(FactorRecord& record);
 /// Frees one factor and forgets its results.

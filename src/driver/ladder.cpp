@@ -183,7 +183,7 @@ class Climb {
 
   /// The caller's factor.  @return whether the solution is good
   bool use_own(Rung rung) {
-    const SolveStep solve = own_step(false), transpose = own_step(true);
+    const SolveStep solve = solve_step(arrays_, false), transpose = solve_step(arrays_, true);
     bool improved = false;
     for (int k = 0; k < call_.nrhs; ++k) {
       ColumnError& error = errors_[static_cast<std::size_t>(k)];
@@ -311,11 +311,6 @@ class Climb {
                                          .work = work.data()},
                                         accuracy_);
     if (status != status_ok) accuracy_ = {};
-  }
-
-  SolveStep own_step(bool turned) const {
-    return solve_step(options_, *arrays_.structure, arrays_.matching, arrays_.record->lu,
-                      arrays_.work, turned);
   }
 
   double* column(int k) const { return x_ + length_ * static_cast<std::size_t>(k); }

@@ -103,9 +103,10 @@ class StabilisedStage {
 
  private:
   SolveStep solve_with(const StabiliseOptions& options) const {
-    SolveOptions solve = solve_options(arrays_.control.options);
-    solve.transpose = options.transpose;
-    return [&arrays = arrays_, solve](int nrhs, const double* in, double* out) {
+    return [&arrays = arrays_, transpose = options.transpose](int nrhs, const double* in,
+                                                              double* out) {
+      SolveOptions solve = solve_options(arrays.control.options);
+      solve.transpose = transpose;
       return solve_velmora(solve, *arrays.structure, arrays.matching, arrays.record->lu, nrhs, in,
                            out, arrays.work);
     };
@@ -143,12 +144,13 @@ class StabilisedStage {
 
   /// A solve for the accuracy.  With a kept factor it is one that iterates, since the figures are
   /// to be those of the matrix of the call.
-  SolveStep solve_for_accuracy(StabiliseOptions options) {
-    SolveStep plain = solve_with(options);
-    if (arrays_.fresh) return plain;
-    options.sufficient = rough_residual;
-    options.tolerance = 0;
-    return [this, plain, options](int nrhs, const double* in, double* out) {
+  SolveStep solve_for_accuracy(bool other) {
+    if (arrays_.fresh) return solve_with(other ? turned(options_) : options_);
+    return [this, other](int nrhs, const double* in, double* out) {
+      StabiliseOptions options = other ? turned(options_) : options_;
+      options.sufficient = rough_residual;
+      options.tolerance = 0;
+      const SolveStep plain = solve_with(options);
       std::copy_n(in, vector_length(arrays_, nrhs), rhs_);
       if (const int status = plain(nrhs, rhs_, out)) return status;
       return stabilise({.options = options,
@@ -167,8 +169,8 @@ class StabilisedStage {
     const AccuracyOptions accuracy = accuracy_of(arrays_);
     if (accuracy.level == 0) return status_ok;
     const AddingStopwatch watch(timer_.solve);
-    const SolveStep solve = solve_for_accuracy(options_);
-    const SolveStep transpose = solve_for_accuracy(turned(options_));
+    const SolveStep solve = solve_for_accuracy(false);
+    const SolveStep transpose = solve_for_accuracy(true);
     Accuracy found;
     const int failed = measure_accuracy({.options = accuracy,
                                          .matrix = arrays_.matrix,

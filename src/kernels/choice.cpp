@@ -19,19 +19,17 @@ VELMORA_DECLARE_KERNELS(avx512)
 
 namespace vlm {
 
-const Caches& this_processors_caches() {
+int first_level_cache() {
   // What the system doesn't tell counts as the least of the processors in use; more than the
-  // limits is no use to the blocks.
-  static const Caches caches = [] {
-    long first = 0, second = 0;
-#if defined(_SC_LEVEL1_DCACHE_SIZE) && defined(_SC_LEVEL2_CACHE_SIZE)
-    first = sysconf(_SC_LEVEL1_DCACHE_SIZE);
-    second = sysconf(_SC_LEVEL2_CACHE_SIZE);
+  // limit is no use to the blocks.
+  static const int bytes = [] {
+    long told = 0;
+#ifdef _SC_LEVEL1_DCACHE_SIZE
+    told = sysconf(_SC_LEVEL1_DCACHE_SIZE);
 #endif
-    return Caches{static_cast<int>(std::clamp(first, 32768L, 65536L)),
-                  static_cast<int>(std::clamp(second, 262144L, 2097152L))};
+    return static_cast<int>(std::clamp(told, 32768L, 65536L));
   }();
-  return caches;
+  return bytes;
 }
 
 namespace {

@@ -9,8 +9,6 @@
 /// BLAS functionality", 2015).  Short last tiles are padded with zeros in the packing.
 #pragma once
 
-#include <stdlib.h>
-
 #include "kernels/scalar.hpp"
 #include "kernels/simd.hpp"
 
@@ -316,38 +314,31 @@ struct Blocking {
   int depth, width;
 };
 
-/// A tile of A and two of B fill the first-level cache, a block of B half of the second.
+/// Values of B that are copied at once.
+template <class T>
+inline constexpr int block_limit = 65536 / static_cast<int>(sizeof(T));
+
+/// A tile of A and two of B fill the first-level cache; a block of B stays in the second.
 template <class T>
 inline Blocking blocking(int q, int k) {
   constexpr int nr = Kind<T>::columns, size = static_cast<int>(sizeof(T));
-  const Caches& caches = this_processors_caches();
-  int limit = caches.first / size / (tile_rows<T> + 2 * nr) / 8 * 8;
+  int limit = first_level_cache() / size / (tile_rows<T> + 2 * nr) / 8 * 8;
   if (limit > depth_limit<T>) limit = depth_limit<T>;
   const int blocks = (k + limit - 1) / limit;
   const int depth = blocks > 1 ? (k + blocks - 1) / blocks : k;
-  const int width = caches.second / 2 / size / depth / nr * nr;
+  const int width = block_limit<T> / depth / nr * nr;
   return {depth, width < q ? width : q};
 }
 
 template <class T>
 void update(const PanelUpdate<T>& u) {
-  constexpr int small = 1024;  // values of B that need no memory from the heap
-  alignas(64) typename Kind<T>::Real tile[tile_rows<T> * Kind<T>::parts * depth_limit<T>];
-  alignas(64) unsigned char stack[small * sizeof(T)];
   if (u.k <= 0) return;
-  T* buffer = reinterpret_cast<T*>(stack);
-  auto [depth, width] = blocking<T>(u.q, u.k);
+  alignas(64) typename Kind<T>::Real tile[tile_rows<T> * Kind<T>::parts * depth_limit<T>];
+  alignas(64) unsigned char columns[block_limit<T> * sizeof(T)];
+  T* const buffer = reinterpret_cast<T*>(columns);
+  const auto [depth, width] = blocking<T>(u.q, u.k);
   // Copying B costs what it saves where few tiles of rows meet it.
   const bool pack = u.m > 2 * tile_rows<T> || (Kind<T>::parts == 2 && u.conjugate);
-  void* heap = nullptr;
-  if (const long values = static_cast<long>(width) * depth; pack && values > small) {
-    if (posix_memalign(&heap, 64, sizeof(T) * static_cast<unsigned long>(values)) == 0) {
-      buffer = static_cast<T*>(heap);
-    } else {  // narrower blocks do as well
-      heap = nullptr;
-      width = small / depth;
-    }
-  }
   for (int k0 = 0; k0 < u.k; k0 += depth) {
     const int k = u.k - k0 < depth ? u.k - k0 : depth;
     const SecondOperand<T> b{u.b + static_cast<long>(k0) * u.b_col, u.b_row, u.b_col};
@@ -362,7 +353,6 @@ void update(const PanelUpdate<T>& u) {
       update_block<T, true>(u, {{buffer}, j, end, k0, k}, tile);
     }
   }
-  free(heap);
 }
 
 }  // namespace vlm::VELMORA_ISA

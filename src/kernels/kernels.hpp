@@ -13,13 +13,8 @@
 
 namespace vlm {
 
-/// Bytes of the data caches of one core.
-struct Caches {
-  int first, second;
-};
-
-/// Of this processor, asked once.
-const Caches& this_processors_caches();
+/// Bytes of the first-level data cache of this processor, asked once.
+int first_level_cache();
 
 /// C(row(i), col(j)) -= sum over k of A(i,k) B(j,k).
 template <class T>

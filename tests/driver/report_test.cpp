@@ -179,7 +179,7 @@ TEST(Report, CleaningAndSilentCalls) {
 }
 
 TEST(Report, CallThatFailedBeforeAnythingWasKnown) {
-  const Control control;
+  const Control control{};
   const std::string text = report(control, {.phase = 11, .mtype = 7});
   EXPECT_TRUE(shows(text, "VELMORA: solving a unknown type system"));
   EXPECT_EQ(figure(text, "#equations:"), 0);

@@ -223,7 +223,7 @@ TEST(Sequence, NewFactorsComeWhenTheyAreDue) {
   EXPECT_FALSE(factors(now, 23) && s.iparm(20) < 0);
   // Nothing is affordable right after a factorization, until a solve has measured.
   s.iparm(4) = 0;
-  EXPECT_TRUE(factors(m, 22));
+  EXPECT_TRUE(factors(far, 22));
   s.iparm(4) = 1;
   EXPECT_TRUE(factors(now, 23));
   pretend_factorization_took(s, 1e6);
