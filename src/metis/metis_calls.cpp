@@ -85,20 +85,4 @@ bool metis_kway_parts(const Adjacency& graph, int parts, Vector<int>& part) {
   return result == METIS_OK;
 }
 
-bool metis_vertex_separator(const WeightedGraph& graph, Vector<int>& side) {
-  MetisArray ptr(graph.ptr), adj(graph.adj), weight(graph.weight);
-  Vector<idx_t> where(graph.n);
-  idx_t words[METIS_NOPTIONS];
-  METIS_SetDefaultOptions(words);
-  words[METIS_OPTION_SEED] = 4321;
-  words[METIS_OPTION_UFACTOR] = 200;
-  idx_t n = graph.n, size = 0;
-  const std::lock_guard hold(metis_latch());
-  const CountedScope counted(metis_bytes(where.size(), graph.adj.size()));
-  const int result = METIS_ComputeVertexSeparator(&n, ptr.data(), adj.data(), weight.data(), words,
-                                                  &size, where.data());
-  copy_out(where, side);
-  return result == METIS_OK;
-}
-
 }  // namespace vlm

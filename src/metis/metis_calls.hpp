@@ -4,7 +4,6 @@
 
 #include "base/memory.hpp"
 #include "graph/adjacency.hpp"
-#include "graph/weighted_graph.hpp"
 
 namespace vlm {
 
@@ -12,11 +11,5 @@ namespace vlm {
 /// @param part  part of each node  [n], out
 /// @return false when METIS reports an error
 bool metis_kway_parts(const Adjacency& graph, int parts, Vector<int>& part);
-
-/// Vertex separator: 0 and 1 for the sides, 2 for the separator; a side may be a fifth heavier
-/// than one half.
-/// @param side  [n], out
-/// @return false when METIS reports an error
-bool metis_vertex_separator(const WeightedGraph& graph, Vector<int>& side);
 
 }  // namespace vlm
