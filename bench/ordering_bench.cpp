@@ -1,22 +1,28 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Measures the figures by which nested dissection decides (src/graph/dissection_tuning.hpp).
 //
-//   ordering_bench --separators     seconds of separators and of minimum degree
-//   ordering_bench --operations     operations a second of the factorization
-//   ordering_bench --savings        operations that a level of separators saves
-//   ordering_bench --pairs          operations that exchanges of matched pairs save
-//   ordering_bench --vary FIGURE    orders with half and with twice a figure
+//   ordering_bench --nodend [PROBLEM...]   orders and analyses beside METIS_NodeND
+//   ordering_bench --separators            seconds of separators and of minimum degree
+//   ordering_bench --operations            operations a second of the factorization
+//   ordering_bench --savings               operations that a level of separators saves
+//   ordering_bench --pairs                 operations that exchanges of matched pairs save
+//   ordering_bench --vary FIGURE           orders with half and with twice a figure
 //
 // Seconds are processor time of one thread, the least of three runs.
+#include <metis.h>
+
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <functional>
 #include <numeric>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "base/clock.hpp"
 #include "gallery/gallery.hpp"
 #include "graph/adjacency.hpp"
 #include "graph/compress.hpp"
@@ -26,6 +32,7 @@
 #include "ordering/amd.hpp"
 #include "ordering/dissect.hpp"
 #include "ordering/gepmetis.hpp"
+#include "problem.hpp"
 #include "velmora.h"
 
 namespace vlm {
@@ -43,6 +50,42 @@ double seconds_of(const std::function<void()>& run) {
   }
   return least;
 }
+
+double once(const std::function<void()>& run) {
+  const std::clock_t start = std::clock();
+  run();
+  return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+}
+
+/// Least wall clock of three runs.
+double wall_seconds_of(const std::function<void()>& run) {
+  double least = 1e300;
+  for (int k = 0; k < 3; ++k) {
+    const double start = timer_velmora();
+    run();
+    least = std::min(least, timer_velmora() - start);
+  }
+  return least;
+}
+
+/// Geometric means of ratios.
+struct Means {
+  double sum[4] = {}, most = 0;
+  int count = 0;
+  void add(double order, double analysis, double flops, double threads) {
+    const double ratios[] = {order, analysis, flops, threads};
+    for (int k = 0; k < 4; ++k) sum[k] += std::log(ratios[k]);
+    most = std::max(most, flops);
+    ++count;
+  }
+  void print() const {
+    const auto mean = [&](int k) { return std::exp(sum[k] / std::max(count, 1)); };
+    std::printf(
+        "geometric means: order %.2f, analysis %.2f, operations %.3f (largest %.3f), two "
+        "threads %.2f\n",
+        mean(0), mean(1), mean(2), most, mean(3));
+  }
+};
 
 Adjacency adjacency_of(const Matrix& m) {
   Adjacency graph;
@@ -83,53 +126,52 @@ struct Fit {
   double b() const { return (y1 * xx - x1 * xy) / (xx * yy - xy * xy); }
 };
 
-/// seconds_per_vertex, seconds_per_neighbour, thin_share, first_cut, thin_factor.
+/// Vertices of the separator that METIS finds.
+int metis_separator(const WeightedGraph& g) {
+  std::vector<idx_t> ptr(g.ptr.begin(), g.ptr.end()), adj(g.adj.begin(), g.adj.end());
+  std::vector<idx_t> weight(g.weight.begin(), g.weight.end()), where(g.n);
+  idx_t options[METIS_NOPTIONS], n = g.n, size = 0;
+  METIS_SetDefaultOptions(options);
+  options[METIS_OPTION_UFACTOR] = 200;
+  METIS_ComputeVertexSeparator(&n, ptr.data(), adj.data(), weight.data(), options, &size,
+                               where.data());
+  return static_cast<int>(std::count(where.begin(), where.end(), 2));
+}
+
+/// seconds_per_vertex, seconds_per_neighbour.
 void measure_separators() {
-  const DissectionTuning tuning;
   Fit fit;
-  double share = 0, rounds = 0;
-  int thin = 0, graphs = 0;
-  std::printf("%-24s %8s %9s %-6s %6s %7s %9s %9s %9s\n", "graph", "vertices", "neighbrs", "kind",
-              "cut", "cut^2/n", "seconds", "METIS s", "mindeg s");
+  std::printf("%-24s %8s %9s %6s %7s %9s | %6s %9s | %9s\n", "graph", "vertices", "neighbrs", "cut",
+              "cut^2/n", "seconds", "METIS", "seconds", "mindeg s");
   for (const NamedGraph& named : meshes()) {
     const WeightedGraph& g = named.graph;
     const double neighbours = static_cast<double>(g.adj.size());
-    MeshKind kind = MeshKind::unknown;
-    Vector<int> side, order;
-    find_separator(g, tuning, kind, side);
-    const double cut = static_cast<double>(std::count(side.begin(), side.end(), 2));
-    const auto find = [&](MeshKind known) {
-      return seconds_of([&] { find_separator(g, tuning, known, side); });
-    };
-    const double metis = find(MeshKind::solid);
-    const double own = kind == MeshKind::thin ? find(kind) : metis;
+    SeparatorWorkspace workspace;
+    Sides side;
+    Vector<int> order;
+    int peer = 0;
+    const double seconds = seconds_of([&] {
+      bool layered = true;
+      side = find_separator(g, {}, layered, workspace);
+    });
+    const double metis = seconds_of([&] { peer = metis_separator(g); });
     const double degree = seconds_of([&] {
       order.clear();
       approximate_minimum_degree(g, 0, order);
     });
-    std::printf("%-24s %8d %9.0f %-6s %6.0f %7.2f %9.4f %9.4f %9.4f\n", named.name.c_str(), g.n,
-                neighbours, kind == MeshKind::thin ? "thin" : "solid", cut, cut * cut / g.n, own,
-                metis, degree);
-    if (kind == MeshKind::thin) {
-      share += own / (tuning.seconds_per_vertex * g.n + tuning.seconds_per_neighbour * neighbours);
-      ++thin;
-    } else {
-      fit.add(g.n, neighbours, metis);
-    }
-    rounds += degree / own;
-    ++graphs;
+    const double cut = static_cast<double>(std::count(side.begin(), side.end(), 2));
+    std::printf("%-24s %8d %9.0f %6.0f %7.2f %9.4f | %6d %9.4f | %9.4f\n", named.name.c_str(), g.n,
+                neighbours, cut, cut * cut / g.n, seconds, peer, metis, degree);
+    fit.add(g.n, neighbours, seconds);
   }
-  std::printf("seconds_per_vertex %.2g, seconds_per_neighbour %.2g (solid)\n", fit.a(), fit.b());
-  std::printf("thin piece: %.2f of the seconds of a solid one (thin_share counts half)\n",
-              share / thin);
-  std::printf("minimum degree: %.2f of the seconds of a separator (first_cut is 1 more)\n",
-              rounds / graphs);
+  std::printf("seconds_per_vertex %.2g, seconds_per_neighbour %.2g\n", fit.a(), fit.b());
 }
 
-/// Operations of the factor for an order of the nodes, 1-based.
-double operations(const Adjacency& graph, const std::vector<int>& perm) {
+/// Operations of the factor for an order of the nodes.
+/// @param base  of the nodes in the order
+double operations(const Adjacency& graph, const std::vector<int>& perm, int base = 1) {
   Vector<int> order(perm.begin(), perm.end());
-  for (int& v : order) --v;
+  for (int& v : order) v -= base;
   return postorder_and_cost(weighted_graph(graph), order).flops;
 }
 
@@ -174,20 +216,19 @@ Dissected dissected(const WeightedGraph& graph, const DissectionTuning& tuning) 
   return out;
 }
 
-/// expected_saving: each level of separators is found in pieces of half the size, whatever it
-/// costs.
+/// saved_cubes: each level of separators is found in pieces of half the size, whatever it costs.
 void measure_savings() {
   std::printf("%-24s %12s   saving of levels 1 to 5, and operations for each second they take\n",
               "graph", "mindeg flops");
   for (const NamedGraph& named : meshes()) {
-    const int n = named.graph.n;
+    const double size = named.graph.n + static_cast<double>(named.graph.adj.size());
     DissectionTuning tuning;
-    tuning.expected_saving = 0;
+    tuning.saved_cubes = 1e30;
+    tuning.least_piece = static_cast<int>(size) + 1;
     Dissected before = dissected(named.graph, tuning);
     std::printf("%-24s %12.4g  ", named.name.c_str(), before.flops);
-    tuning.expected_saving = 1e30;
     for (int level = 1; level <= 5; ++level) {
-      tuning.least_piece = (n >> level) + (n >> (level + 1));  // pieces of level - 1 are larger
+      tuning.least_piece = static_cast<int>(size * 1.5 / (1 << level));  // those before are larger
       const Dissected after = dissected(named.graph, tuning);
       std::printf(" %5.2f (%.0e)", 1 - after.flops / before.flops,
                   (before.flops - after.flops) / std::max(after.seconds - before.seconds, 1e-9));
@@ -229,22 +270,94 @@ void measure_pairs() {
   }
 }
 
+/// One analysis by the library: processor seconds, and the order that it found.
+double analysis_seconds(Matrix& m, int threads, bool wall, std::vector<int>& perm) {
+  void* pt[64] = {};
+  int iparm[64] = {}, one = 1, solver = 0, error = 0, quiet = 0, mtype = m.mtype, n = m.n;
+  double dparm[64] = {};
+  iparm[2] = threads;
+  velmorainit(pt, &mtype, &solver, iparm, dparm, &error);
+  iparm[2] = threads;
+  iparm[4] = -1;  // the order comes back
+  perm.assign(m.n, 0);
+  const auto run = [&](int phase) {
+    velmora(pt, &one, &one, &mtype, &phase, &n, m.a.data(), m.ia.data(), m.ja.data(), perm.data(),
+            &one, iparm, &quiet, nullptr, nullptr, &error, dparm);
+  };
+  const auto analyse = [&] { run(11); };
+  const double seconds = wall ? wall_seconds_of(analyse) : seconds_of(analyse);
+  run(-1);
+  return seconds;
+}
+
+/// Orders and analyses of a matrix beside METIS_NodeND, which gets the adjacency as it is.
+void compare_with_nodend(Matrix m, Means& means) {
+  const Adjacency graph = adjacency_of(m);
+  std::vector<idx_t> ptr(graph.xadj.begin(), graph.xadj.end());
+  std::vector<idx_t> adj(graph.adjncy.begin(), graph.adjncy.end()), perm(m.n), place(m.n);
+  for (idx_t& k : ptr) --k;
+  for (idx_t& v : adj) --v;
+  idx_t n = m.n;
+  std::vector<int> own;
+  double metis = 1e300, order = 1e300, analysis = 1e300;
+  Ordering found;
+  for (int round = 0; round < 3; ++round) {  // in turns: what else runs slows all of them
+    metis = std::min(metis, once([&] {
+                       METIS_NodeND(&n, ptr.data(), adj.data(), nullptr, nullptr, perm.data(),
+                                    place.data());
+                     }));
+    order = std::min(order, once([&] { gepmetis_velmora(graph, {}, found); }));
+    analysis = std::min(analysis, analysis_seconds(m, 1, false, own));
+  }
+  const double one = analysis_seconds(m, 1, true, own);
+  const double two = analysis_seconds(m, 2, true, own);
+  const double peer = operations(graph, {perm.begin(), perm.end()}, 0);
+  const double flops = operations(graph, {found.perm.begin(), found.perm.end()}, 1);
+  std::printf("| %s | %d | %.3g | %.3g | %.2f | %.3g | %.2f | %.3g | %.2f | %.3g | %.3g | %.2f |\n",
+              m.name.c_str(), m.n, metis, order, order / metis, analysis, analysis / metis, peer,
+              flops / peer, one, two, two / one);
+  std::fflush(stdout);
+  means.add(order / metis, analysis / metis, flops / peer, two / one);
+}
+
+int compare_all(int count, char** problems) {
+  std::printf(
+      "| matrix | n | NodeND s | order s | ratio | analysis s | ratio | NodeND operations | "
+      "ratio | analysis wall s | 2 threads | ratio |\n"
+      "|---|---|---|---|---|---|---|---|---|---|---|---|\n");
+  Means means;
+  for (int k = 0; k < count; ++k) {
+    try {
+      compare_with_nodend(bench::load(problems[k], 0).matrix, means);
+    } catch (const std::runtime_error& failure) {
+      return std::fprintf(stderr, "%s\n", failure.what()), 1;
+    }
+  }
+  if (count == 0)
+    for (const bench::ProblemClass& c : bench::problem_classes())
+      for (const char* size : {"small", "medium", "large"})
+        compare_with_nodend(bench::load(std::string(c.name) + ":" + size, 0).matrix, means);
+  means.print();
+  return 0;
+}
+
 /// Scales a figure by its name; false when there is none of that name.
 bool scale(DissectionTuning& tuning, const std::string& name, double by) {
   using T = DissectionTuning;
   const std::pair<const char*, double T::*> reals[] = {
       {"seconds_per_vertex", &T::seconds_per_vertex},
       {"seconds_per_neighbour", &T::seconds_per_neighbour},
-      {"thin_share", &T::thin_share},
       {"seconds_per_flop", &T::seconds_per_flop},
-      {"expected_saving", &T::expected_saving},
-      {"first_cut", &T::first_cut},
-      {"thin_factor", &T::thin_factor}};
-  const std::pair<const char*, int T::*> counts[] = {{"least_piece", &T::least_piece},
-                                                     {"coarse_enough", &T::coarse_enough},
-                                                     {"contractions", &T::contractions},
-                                                     {"cluster_size", &T::cluster_size},
-                                                     {"band_layers", &T::band_layers}};
+      {"saved_cubes", &T::saved_cubes},
+      {"unlike_sides", &T::unlike_sides},
+      {"band_share", &T::band_share},
+      {"promising_layer", &T::promising_layer},
+      {"hopeless_layer", &T::hopeless_layer}};
+  const std::pair<const char*, int T::*> counts[] = {
+      {"least_piece", &T::least_piece},     {"coarse_enough", &T::coarse_enough},
+      {"first_cluster", &T::first_cluster}, {"cluster_size", &T::cluster_size},
+      {"attempts", &T::attempts},           {"passes", &T::passes},
+      {"idle_moves", &T::idle_moves},       {"band_layers", &T::band_layers}};
   for (const auto& [figure, member] : reals)
     if (name == figure) return tuning.*member *= by, true;
   for (const auto& [figure, member] : counts)
@@ -276,12 +389,14 @@ int vary(const std::string& name) {
 
 int main(int argc, char** argv) {
   const std::string what = argc > 1 ? argv[1] : "";
+  if (what == "--nodend") return vlm::compare_all(argc - 2, argv + 2);
   if (what == "--separators") return vlm::measure_separators(), 0;
   if (what == "--operations") return vlm::measure_operations(), 0;
   if (what == "--savings") return vlm::measure_savings(), 0;
   if (what == "--pairs") return vlm::measure_pairs(), 0;
   if (what == "--vary" && argc > 2) return vlm::vary(argv[2]);
-  std::fprintf(
-      stderr, "ordering_bench --separators | --operations | --savings | --pairs | --vary FIGURE\n");
+  std::fprintf(stderr,
+               "ordering_bench --nodend [PROBLEM...] | --separators | --operations | --savings | "
+               "--pairs | --vary FIGURE\n");
   return 1;
 }

@@ -183,8 +183,8 @@
  *               With 8 or more a thread, each thread solves for its own
  *   26  in      [0] 0: complete solve; 1: end after the forward step; above 1: without the
  *               forward step.  Not 0: no refinement
- *   28  in      [0] 1: nested dissection on several threads; one thread in this version, with
- *               the same order
+ *   28  in      [0] 1: nested dissection on several threads.  Since their order is that of one
+ *               thread, 0 takes them as well
  *   29  in      [0] 1: factor and solve in single precision; types 1, -2, 11 only
  *   30  in      [0] > 1: width of the panels.  Not 0: iparm(2) outside 0 to 2 is taken as 2
  *   31  in      [0] not 0: partial solve; perm, read by the analysis, marks with a non-zero the

@@ -5,7 +5,7 @@
 /// by the meter of the calling thread, where it has one.
 #pragma once
 
-#include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -20,18 +20,20 @@ struct AllocationFailure : std::bad_alloc {
 };
 
 /// Bytes in use, and the most that were at a time.  What was taken before the meter counted may be
-/// given back while it does.
+/// given back while it does.  Threads of a team may share one.
 class MemoryMeter {
  public:
   void add(std::int64_t bytes) {
-    now_ += bytes;
-    peak_ = std::max(peak_, now_);
+    const std::int64_t now = now_.fetch_add(bytes, std::memory_order_relaxed) + bytes;
+    std::int64_t peak = peak_.load(std::memory_order_relaxed);
+    while (now > peak && !peak_.compare_exchange_weak(peak, now, std::memory_order_relaxed)) {
+    }
   }
-  std::int64_t now() const { return now_; }
-  std::int64_t peak() const { return peak_; }
+  std::int64_t now() const { return now_.load(std::memory_order_relaxed); }
+  std::int64_t peak() const { return peak_.load(std::memory_order_relaxed); }
 
  private:
-  std::int64_t now_ = 0, peak_ = 0;
+  std::atomic<std::int64_t> now_ = 0, peak_ = 0;
 };
 
 /// The meter of the calling thread; null: nothing is counted.
@@ -45,7 +47,8 @@ inline void count_bytes(std::int64_t bytes) {
 /// Makes a meter that of the calling thread for the time of a scope.
 class MeterScope {
  public:
-  explicit MeterScope(MemoryMeter& meter) : outer_(thread_meter) { thread_meter = &meter; }
+  explicit MeterScope(MemoryMeter& meter) : MeterScope(&meter) {}
+  explicit MeterScope(MemoryMeter* meter) : outer_(thread_meter) { thread_meter = meter; }
   ~MeterScope() { thread_meter = outer_; }
   MeterScope(const MeterScope&) = delete;
   MeterScope& operator=(const MeterScope&) = delete;

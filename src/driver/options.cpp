@@ -134,20 +134,14 @@ Options accept_input(const Call& call, const Options& before) {
 int count_domains(const Options& options) {
   if (options.n < undivided_order) return 1;
   const auto workers = static_cast<std::int64_t>(options.threads) * options.nodes;
-  std::int64_t parts = 1;
-  while (parts < workers && parts < options.n) parts *= 2;
-  return static_cast<int>(std::min<std::int64_t>(parts, options.n));
+  return static_cast<int>(std::min<std::int64_t>(workers, options.n));
 }
 
 OrderOptions order_options(const Options& options) {
-  // Time of an operation of this factor against one of a real symmetric factor on one thread.
-  const double by_kind = options.type->complex ? 3.5 : 1.0;
-  const double by_storage = options.symmetric ? 1.0 : 2.0;
   return {.method = options.order,
           .symmetric = options.symmetric,
           .threads = options.threads,
           .domains = options.partial != 0 ? 1 : count_domains(options),
-          .flop_weight = by_kind * by_storage / std::clamp(options.threads, 1, 8),
           .schur = options.schur};
 }
 

@@ -81,7 +81,7 @@ bool stabilised_asked(const Call& call);
 /// Whether the analysis of this call computes a weighted matching, which reads the values.
 bool matching_asked(const Call& call);
 
-/// Leaf domains to aim at: the least power of two that serves all threads, at most n.
+/// Domains to aim at: one a thread, at most n.
 int count_domains(const Options& options);
 
 OrderOptions order_options(const Options& options);

@@ -2,40 +2,47 @@
 /// The figures by which nested dissection decides: times, savings, sizes.
 #pragma once
 
+#include <cstdint>
+
 namespace vlm {
 
 /// Each figure names the command that measures it.  They are rough, and times count only in
 /// proportion to each other; `ordering_bench --vary FIGURE` shows what half and twice of one would
 /// make of orders and their time.
 struct DissectionTuning {
-  // A separator of a solid piece: ordering_bench --separators
-  double seconds_per_vertex = 2.5e-7;
-  double seconds_per_neighbour = 3e-8;
-  /// That of a thin piece takes a quarter of the time.  It counts as half of that, because the
-  /// last cuts of thin pieces save five times the operations for each second that they take:
-  /// ordering_bench --separators, --savings
-  double thin_share = 1.0 / 8;
+  // A separator: ordering_bench --separators
+  double seconds_per_vertex = 1.2e-7;
+  double seconds_per_neighbour = 2e-8;
   /// Saved operations lie in large fronts, which run at about 45e9 a second; each counts twice,
   /// because a factor is computed and used more than once: ordering_bench --operations
   double seconds_per_flop = 1.0 / 20e9;
-  /// Part of the operations of a piece that one separator is expected to save: ordering_bench
-  /// --savings
-  double expected_saving = 0.25;
-  /// The first cut of a domain has to pay for a second round of minimum degree as well, which
-  /// takes about as long as the separator: ordering_bench --separators
-  double first_cut = 2;
-  /// Pieces of fewer vertices are not cut: ordering_bench --vary least_piece
-  int least_piece = 200;
+  /// Operations that a separator saves, in cubes of its weight: ordering_bench --savings
+  double saved_cubes = 100;
+  /// Vertices and neighbours of a piece that is not cut any more, whatever it would save.
+  int least_piece = 10000;
+  /// Part of the vertices above which the first separator is no better than none: minimum degree
+  /// then orders the whole as well, and the cheaper order counts.
+  double poor_separator = 1.0 / 8;
+  /// Square of a separator against the vertices, up to which a graph counts as flat: the
+  /// separators of its pieces shrink with the square root of their vertices, others with the power
+  /// 2/3.
+  double flat_factor = 9;
 
-  // The search for a separator: ordering_bench --separators, --vary FIGURE
-  int coarse_enough = 1000;  ///< graphs of fewer vertices go to METIS as they are
-  int contractions = 2;      ///< at most, before METIS takes over
-  int cluster_size = 8;      ///< vertices of the level below in a cluster; stragglers may double it
-  int band_layers =
-      1;  ///< of vertices around the clusters of a separator that the cut runs through
-  /// Square of a separator against the vertices, up to which a graph counts as thin: flat meshes
-  /// have 1 to 4, solid ones about the cube root of their vertices.
-  double thin_factor = 9;
+  // The search for a separator: ordering_bench --vary FIGURE
+  int coarse_enough = 120;    ///< vertices of the coarsest graph, at most
+  int first_cluster = 4;      ///< members of a cluster in the first contraction
+  int cluster_size = 3;       ///< and in the later ones
+  int attempts = 4;           ///< separators grown in the coarsest graph
+  int passes = 6;             ///< of moves on each level, at most
+  int idle_moves = 40;        ///< moves without improvement that end a pass
+  double larger_side = 0.6;   ///< most weight of a side, as a part of the whole
+  double unlike_sides = 0.5;  ///< squared difference of the sides against the separator
+  int band_layers = 3;        ///< of vertices on each side of a separator that a cut runs through
+  double band_share = 0.15;   ///< part of all weight that such a band may have
+  /// Cost of a layer against that of the separator found, up to which it is refined ...
+  double promising_layer = 1.3;
+  /// ... and from which on the pieces of the graph are not searched for layers.
+  double hopeless_layer = 1.5;
 
   /// Matrices of fewer nodes keep their matched pairs: ordering_bench --pairs
   int least_exchange = 2000;

@@ -8,7 +8,28 @@
 
 namespace vlm {
 
-FactorCost postorder_and_cost(const WeightedGraph& graph, Vector<int>& order) {
+namespace {
+
+// The tree by the places of its postorder.
+void write_tree(const OrderedPattern& pattern, View<const int> parent, View<const int> count,
+                View<const int> post, EliminationTree& tree) {
+  const int n = pattern.size();
+  Vector<int> place(n);
+  for (int k = 1; k <= n; ++k) place[post(k) - 1] = k - 1;
+  tree.parent.resize(n);
+  tree.work.resize(n);
+  for (int k = 1; k <= n; ++k) {
+    const int j = post(k);
+    const double width = pattern.weight(j);
+    tree.parent[k - 1] = parent(j) == 0 ? -1 : place[parent(j) - 1];
+    tree.work[k - 1] = block_cost(width, count(j) - width).flops;
+  }
+}
+
+}  // namespace
+
+FactorCost postorder_and_cost(const WeightedGraph& graph, Vector<int>& order,
+                              EliminationTree* tree) {
   const int n = graph.n;
   Vector<int> place(n), parent_store(n), count_store(n), post_store(n);
   for (int k = 0; k < n; ++k) place[order[k]] = k + 1;
@@ -23,6 +44,7 @@ FactorCost postorder_and_cost(const WeightedGraph& graph, Vector<int>& order) {
     cost += block_cost(width, count(j) - width);
   }
   postorder(parent, count, post);
+  if (tree != nullptr) write_tree(pattern, parent, count, post, *tree);
   std::transform(post.begin(), post.end(), place.begin(), [&](int j) { return order[j - 1]; });
   order.swap(place);
   return cost;

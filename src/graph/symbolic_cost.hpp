@@ -27,13 +27,21 @@ inline FactorCost block_cost(double width, double below) {
   return {f * r + f * (f + 1) / 2, f * r * r + r * f * (f + 1) + f * (f + 1) * (2 * f + 1) / 6};
 }
 
+/// The elimination tree of an order, by places from 0.
+struct EliminationTree {
+  Vector<int> parent;   ///< [n] -1 for a root
+  Vector<double> work;  ///< [n] operations of the vertex at a place
+};
+
 /// Postorders the elimination tree and counts the factor.
 ///
 /// Among the children of a column the one with the most entries comes last, so that chains of
 /// like columns stay together.
 /// @param graph  weighted graph, in
 /// @param order  vertex at each place; out: the same elimination, postordered  [n]
+/// @param tree   of the order that comes out; null: not wanted, out
 /// @return exact cost of the factor
-FactorCost postorder_and_cost(const WeightedGraph& graph, Vector<int>& order);
+FactorCost postorder_and_cost(const WeightedGraph& graph, Vector<int>& order,
+                              EliminationTree* tree = nullptr);
 
 }  // namespace vlm

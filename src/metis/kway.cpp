@@ -39,10 +39,13 @@ class Partitioner {
 
  private:
   /// Sides 0 and 1, the first of about the weight `wanted`.
-  static Vector<int> bisect(const WeightedGraph& graph, std::int64_t wanted) {
-    Vector<int> side;
-    MeshKind kind = MeshKind::unknown;
-    if (graph.adj.empty() || !find_separator(graph, {}, kind, side)) side.assign(graph.n, 1);
+  Vector<int> bisect(const WeightedGraph& graph, std::int64_t wanted) {
+    Vector<int> side(graph.n, 1);
+    bool layered = false;
+    if (!graph.adj.empty()) {
+      const Sides sides = find_separator(graph, {}, layered, separator_);
+      std::ranges::copy(sides, side.begin());
+    }
     std::int64_t lacking = wanted;  // of side 0
     for (int v = 0; v < graph.n; ++v)
       if (side[v] == 0) lacking -= graph.weight[v];
@@ -76,6 +79,7 @@ class Partitioner {
   }
 
   Vector<int> part_, place_;
+  SeparatorWorkspace separator_;
 };
 
 }  // namespace

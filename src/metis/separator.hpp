@@ -1,30 +1,39 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// Vertex separators: METIS on clusters and network flow for thin graphs, METIS alone for
-/// solid ones.
+/// Vertex separators of a graph.
 ///
-/// A thin graph, such as a shell mesh, is contracted by small clusters before METIS separates
-/// it, so that METIS sees a fraction of the vertices; a minimum vertex cut in the band around
-/// the separator of clusters then gives the separator (C. Ashcraft and J. W. H. Liu,
-/// "Applications of the Dulmage-Mendelsohn decomposition and network flow to graph bisection
-/// improvement", SIAM J. Matrix Anal. Appl. 19 (1998)).  Measured against METIS alone this
-/// takes a third of the time for separators of the same size.  In solid meshes the clusters
-/// spoil the separators; these are told by their size, and METIS gets the graph as it is.
+/// Multilevel: the graph is contracted by clusters until some hundred vertices are left; separators
+/// grown there from several vertices are refined, and the best is carried back level by level and
+/// refined on each (G. Karypis and V. Kumar, "A fast and high quality multilevel scheme for
+/// partitioning irregular graphs", SIAM J. Sci. Comput. 20 (1998); here with vertex separators
+/// throughout instead of edge cuts).  On the graph itself a minimum cut in the band around it has
+/// the last word.
+///
+/// Beside it stands the best layer of equal distance from a vertex at the rim (A. George and J. W.
+/// H. Liu, "An automatic nested dissection algorithm for irregular finite element problems", SIAM
+/// J. Numer. Anal. 15 (1978)), refined in the same way.  In grids of few neighbours layers run
+/// slantwise, where a separator can be a quarter smaller than any along the axes; contraction
+/// does not see that.
+///
+/// Linear in the edges but for the coarsest graph.  The same graph gets the same separator in every
+/// run.
 #pragma once
 
-#include "base/memory.hpp"
 #include "graph/dissection_tuning.hpp"
-#include "graph/weighted_graph.hpp"
+#include "metis/coarsen.hpp"
+#include "metis/refine.hpp"
 
 namespace vlm {
 
-/// What is known about the size of a graph's separators.
-enum class MeshKind { unknown, thin, solid };
+/// Work arrays of find_separator(), for a caller that separates many graphs.
+struct SeparatorWorkspace {
+  Separation separation, layer;
+  CoarsenWorkspace coarsen;
+};
 
 /// Vertex separator of a graph: 0 and 1 for the sides, 2 for the separator.
-/// @param kind  what is known, in; what the search has shown, out
-/// @param side  [n], out
-/// @return false when METIS reports an error
-bool find_separator(const WeightedGraph& graph, const DissectionTuning& tuning, MeshKind& kind,
-                    Vector<int>& side);
+/// @param graph    at least one vertex, in
+/// @param layered  whether layers are looked at, in; whether pieces of the graph should, out
+Sides find_separator(const WeightedGraph& graph, const DissectionTuning& tuning, bool& layered,
+                     SeparatorWorkspace& workspace);
 
 }  // namespace vlm

@@ -1,34 +1,44 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "ordering/dissect.hpp"
 
+#include <omp.h>
+
 #include <algorithm>
+#include <cmath>
+#include <memory>
+#include <mutex>
+#include <new>
 #include <numeric>
 #include <optional>
 #include <utility>
 
 #include "base/memory.hpp"
+#include "base/team.hpp"
 #include "graph/symbolic_cost.hpp"
 #include "metis/separator.hpp"
 #include "ordering/amd.hpp"
+#include "ordering/domains.hpp"
+#include "ordering/pieces.hpp"
 
 namespace vlm {
 namespace {
 
 constexpr int none = -1;
 
-// A piece of the graph, with its own numbering.
-struct Piece {
-  WeightedGraph graph;
-  Vector<int> vertex;  // vertex of the whole graph
-  MeshKind kind = MeshKind::unknown;
+// A piece, and what is known of it before it is cut.
+struct Task {
+  Piece piece;
+  int first = 0;         // its places in the order begin there
+  double separator = 0;  // weight that its separator is expected to have; 0: unknown
+  bool layered = true;   // layers may be good separators
 };
 
-// Seconds that a separator counts for.
-double separator_seconds(const DissectionTuning& tuning, const Piece& piece) {
-  const double solid = tuning.seconds_per_vertex * piece.graph.n +
-                       tuning.seconds_per_neighbour * static_cast<double>(piece.graph.adj.size());
-  return piece.kind == MeshKind::thin ? solid * tuning.thin_share : solid;
-}
+// What a thread works with.
+struct Workspace {
+  Vector<int> local;  // number of a vertex in the piece at hand
+  AmdWorkspace amd;
+  SeparatorWorkspace separator;
+};
 
 class Dissector {
  public:
@@ -38,11 +48,9 @@ class Dissector {
         goal_(goal),
         tuning_(goal.tuning),
         pairs_(pairs),
-        held_(held.begin(), held.end()),
-        local_(graph.n, none),
-        index_(graph.n) {
-    result_.order.reserve(graph.n);
-    result_.domain.assign(graph.n, 0);
+        held_(held),
+        order_(graph.n),
+        workspaces_(std::max(goal.threads, 1)) {
     if (pairs_ == nullptr) return;
     keeper_.emplace(*pairs_);
     keeper_->break_rings();
@@ -51,228 +59,233 @@ class Dissector {
   Dissection run();
 
  private:
-  void cut_into_domains(Piece piece, int domains);
-  void order_domain(Piece piece);
-  void cut_while_it_pays(Piece piece, double flops);
-  bool pays(const Piece& piece, double flops, double cost_factor = 1) const;
-  bool split(Piece& piece, Piece& left, Piece& right, Vector<int>& separator);
-  Piece take_side(const Piece& piece, const Vector<int>& side, int wanted);
-  FactorCost order_leaf(const Piece& piece);
-  Vector<int> partners_within(const Piece& piece, int size);
   Piece whole_graph();
-  FactorCost finish(Vector<int>& order) const;
-  FactorCost postorder(Vector<int>& order) const;
-  WeightedGraph with_halo(const Piece& piece, Vector<int>& vertex);
-  // Adds a vertex with its partner.
-  void append(int v, Vector<int>& order) const {
-    order.push_back(v);
-    if (pairs_ != nullptr && pairs_->partner[v] != none) order.push_back(pairs_->partner[v]);
-  }
-  void append(const Vector<int>& vertices) {
-    result_.order.insert(result_.order.end(), vertices.begin(), vertices.end());
+  void cut_all(Piece whole);
+  void dissect_piece(Task task);
+  void spawn(Task task);
+  bool pays(const Task& task) const;
+  bool split(Task& task, Task& left, Task& right);
+  void order_leaf(const Piece& piece, int first);
+  Vector<int> partners_within(const Piece& piece, int size, Vector<int>& local) const;
+  FactorCost postorder(Vector<int>& order, EliminationTree* tree) const;
+  FactorCost finish(Vector<int>& order, Vector<int>* domain, int& domains) const;
+  Workspace& workspace() {
+    Workspace& own = workspaces_[in_team_ ? omp_get_thread_num() : 0];
+    if (own.local.empty()) own.local.assign(graph_.n, none);
+    return own;
   }
 
   const WeightedGraph& graph_;
   const DissectionGoal& goal_;
   const DissectionTuning& tuning_;
-  Pairing* pairs_;          // null: each vertex stands alone
-  const Vector<int> held_;  // not 0: the vertex comes last; empty: none does
+  Pairing* pairs_;            // null: each vertex stands alone
+  const Vector<char>& held_;  // not 0: the vertex comes last; empty: none does
   std::optional<PairKeeper> keeper_;
-  Vector<int> local_;  // number of a vertex in the piece at hand
-  Vector<int> index_;  // number of a vertex in the part taken from it
-  AmdWorkspace workspace_;
-  Dissection result_;
+  std::mutex latch_pairs_;  // the keeper serves one piece at a time
+  Vector<int> order_;
+  Vector<Workspace> workspaces_;
+  TeamFailure failure_;
+  bool in_team_ = false;
+  bool poor_ = false;  // the first separator was no better than none
 };
 
 // The graph without its held vertices.
 Piece Dissector::whole_graph() {
-  Piece whole{graph_, Vector<int>(graph_.n), MeshKind::unknown};
+  Piece whole{graph_, Vector<int>(graph_.n)};
   std::iota(whole.vertex.begin(), whole.vertex.end(), 0);
-  if (!held_.empty()) whole = take_side(whole, held_, 0);
+  if (!held_.empty()) {
+    Vector<int> index(graph_.n);
+    whole = take_side(whole, held_, 0, index);
+  }
   return whole;
 }
 
 Dissection Dissector::run() {
-  Piece whole = whole_graph();
-  if (goal_.domains > 1) {
-    cut_into_domains(std::move(whole), goal_.domains);
-    finish(result_.order);
-    return std::move(result_);
+  Dissection result;
+  int inner = 0;
+  {
+    Piece whole = whole_graph();
+    inner = whole.graph.n;
+    order_.resize(inner);
+    cut_all(std::move(whole));
   }
-  FactorCost plain = order_leaf(whole);
-  for (const int v : whole.vertex) result_.domain[v] = 1;
-  result_.domains = 1;
-  const bool cuts = pays(whole, plain.flops, tuning_.first_cut);
-  if (!held_.empty()) plain = finish(result_.order);
-  if (!cuts) return std::move(result_);
-  Vector<int> plain_order;
-  plain_order.swap(result_.order);
-  Vector<int> plain_partners;
-  if (pairs_ != nullptr) plain_partners = pairs_->partner;
-  result_.order.reserve(graph_.n);
-  cut_while_it_pays(std::move(whole), plain.flops);
-  if (finish(result_.order).flops > plain.flops) {
-    result_.order.swap(plain_order);
-    if (pairs_ != nullptr) pairs_->partner.swap(plain_partners);
-  }
-  return std::move(result_);
+  result.order = std::move(order_);
+  const FactorCost cost = finish(result.order, &result.domain, result.domains);
+  if (!poor_) return result;
+  // Minimum degree for the whole as well.
+  Vector<int> partners;
+  if (pairs_ != nullptr) partners = pairs_->partner;
+  Dissection plain;
+  order_.resize(inner);
+  order_leaf(whole_graph(), 0);
+  plain.order = std::move(order_);
+  if (finish(plain.order, &plain.domain, plain.domains).flops < cost.flops) return plain;
+  if (pairs_ != nullptr) pairs_->partner.swap(partners);
+  return result;
 }
 
-void Dissector::cut_into_domains(Piece piece, int domains) {
-  Piece left, right;
-  Vector<int> separator;
-  if (domains > 1 && split(piece, left, right, separator)) {
-    piece = {};
-    cut_into_domains(std::move(left), domains / 2);
-    cut_into_domains(std::move(right), domains / 2);
-    append(separator);
+// Cuts and orders the graph; pieces go side by side.
+void Dissector::cut_all(Piece whole) {
+  Task task{.piece = std::move(whole)};
+  const auto size = [](const WeightedGraph& g) { return g.n + static_cast<double>(g.adj.size()); };
+  // A forest has nothing that separators could save.
+  const bool forest =
+      static_cast<std::int64_t>(task.piece.graph.adj.size()) <= 2LL * (graph_.n - 1);
+  if (size(task.piece.graph) <= tuning_.least_piece || forest) {
+    order_leaf(task.piece, 0);
     return;
   }
-  ++result_.domains;
-  for (const int v : piece.vertex) result_.domain[v] = result_.domains;
-  order_domain(std::move(piece));
+  MemoryMeter* const meter = thread_meter;
+  const int threads = std::max(goal_.threads, 1);
+  in_team_ = true;
+#pragma omp parallel num_threads(threads)
+  {
+    const MeterScope metered(meter);
+#pragma omp single
+    failure_.guard([&] { dissect_piece(std::move(task)); });
+  }
+  in_team_ = false;
+  failure_.rethrow();
 }
 
-void Dissector::order_domain(Piece piece) {
-  const std::size_t before = result_.order.size();
-  const FactorCost plain = order_leaf(piece);
-  if (!pays(piece, plain.flops, tuning_.first_cut)) return;
-  result_.order.resize(before);
-  cut_while_it_pays(std::move(piece), plain.flops);
+// Leaves a piece to the team.
+void Dissector::spawn(Task task) {
+  Task* const piece = new (std::nothrow) Task(std::move(task));
+  if (piece == nullptr) throw AllocationFailure(sizeof(Task));
+  Dissector* const self = this;
+#pragma omp task firstprivate(self, piece) default(none)
+  {
+    const std::unique_ptr<Task> own(piece);
+    self->failure_.guard([self, piece] { self->dissect_piece(std::move(*piece)); });
+  }
 }
 
-bool Dissector::pays(const Piece& piece, double flops, double cost_factor) const {
-  return goal_.flop_weight * flops * tuning_.expected_saving * tuning_.seconds_per_flop >
-         cost_factor * separator_seconds(tuning_, piece);
-}
-
-// Cuts a piece that is expected to take that many operations, and orders what is left.
-void Dissector::cut_while_it_pays(Piece piece, double flops) {
-  Piece left, right;
-  Vector<int> separator;
-  if (!pays(piece, flops) || !split(piece, left, right, separator)) {
-    order_leaf(piece);
+void Dissector::dissect_piece(Task task) {
+  Task left, right;
+  if (!pays(task) || !split(task, left, right)) {
+    order_leaf(task.piece, task.first);
     return;
   }
-  // Operations grow like the square of the vertices, or a little less.
-  const auto share = [&, n = piece.graph.n](const Piece& part) {
-    const double ratio = static_cast<double>(part.graph.n) / n;
-    return flops * ratio * ratio;
+  task.piece = {};
+  spawn(std::move(left));
+  dissect_piece(std::move(right));
+}
+
+// Whether a separator is expected to save more time in the factorization than it takes to find.
+bool Dissector::pays(const Task& task) const {
+  const WeightedGraph& g = task.piece.graph;
+  if (g.n + static_cast<double>(g.adj.size()) <= tuning_.least_piece) return false;
+  if (task.separator == 0) return true;
+  const double seconds = tuning_.seconds_per_vertex * g.n +
+                         tuning_.seconds_per_neighbour * static_cast<double>(g.adj.size());
+  return tuning_.saved_cubes * std::pow(task.separator, 3) * tuning_.seconds_per_flop > seconds;
+}
+
+// Puts a separator at the end of the places of a piece, and its sides before it.  False when the
+// piece has no useful separator.
+bool Dissector::split(Task& task, Task& left, Task& right) {
+  const WeightedGraph& g = task.piece.graph;
+  Sides side = find_separator(g, tuning_, task.layered, workspace().separator);
+  if (keeper_) {
+    Vector<int> paired(side.begin(), side.end());
+    const std::lock_guard hold(latch_pairs_);
+    keeper_->keep_together(task.piece.vertex, paired);
+    std::copy(paired.begin(), paired.end(), side.begin());
+  }
+  int count[3] = {0, 0, 0};
+  double weight[3] = {0, 0, 0};
+  for (int i = 0; i < g.n; ++i) {
+    ++count[side[i]];
+    weight[side[i]] += g.weight[i];
+  }
+  const bool first = task.separator == 0;
+  if (first && count[2] > tuning_.poor_separator * g.n) poor_ = true;
+  if (count[0] == 0 || count[1] == 0 || count[2] > g.n / 3) return false;
+  Vector<int> index(g.n);
+  left.piece = take_side(task.piece, side, 0, index);
+  right.piece = take_side(task.piece, side, 1, index);
+  left.layered = right.layered = task.layered;
+  left.first = task.first;
+  right.first = left.first + count[0];
+  int at = right.first + count[1];
+  for (int i = 0; i < g.n; ++i)
+    if (side[i] == 2) order_[at++] = task.piece.vertex[i];
+  const bool flat = static_cast<double>(count[2]) * count[2] <= tuning_.flat_factor * g.n;
+  const auto expected = [&](int s) {
+    return weight[2] * std::pow(static_cast<double>(count[s]) / g.n, flat ? 1.0 / 2 : 2.0 / 3);
   };
-  const double left_flops = share(left), right_flops = share(right);
-  piece = {};
-  cut_while_it_pays(std::move(left), left_flops);
-  cut_while_it_pays(std::move(right), right_flops);
-  append(separator);
-}
-
-// False when the piece is too small, or has no useful separator.
-bool Dissector::split(Piece& piece, Piece& left, Piece& right, Vector<int>& separator) {
-  const int n = piece.graph.n;
-  if (n <= tuning_.least_piece) return false;
-  Vector<int> side;
-  if (!find_separator(piece.graph, tuning_, piece.kind, side)) return false;
-  if (keeper_) keeper_->keep_together(piece.vertex, side);
-  const auto count = [&](int s) { return std::count(side.begin(), side.end(), s); };
-  if (count(0) == 0 || count(1) == 0 || count(2) > n / 3) return false;
-  left = take_side(piece, side, 0);
-  right = take_side(piece, side, 1);
-  for (int i = 0; i < n; ++i)
-    if (side[i] == 2) separator.push_back(piece.vertex[i]);
+  left.separator = expected(0);
+  right.separator = expected(1);
   return true;
 }
 
-Piece Dissector::take_side(const Piece& piece, const Vector<int>& side, int wanted) {
-  Piece part;
-  part.kind = piece.kind;
-  part.graph = induced(piece.graph, side, wanted, index_, part.vertex);
-  for (int& v : part.vertex) v = piece.vertex[v];
-  return part;
-}
-
-// The piece with the separator vertices next to it behind its own vertices.
-WeightedGraph Dissector::with_halo(const Piece& piece, Vector<int>& vertex) {
-  vertex = piece.vertex;
-  const int inner = piece.graph.n;
-  for (int i = 0; i < inner; ++i) local_[vertex[i]] = i;
-  WeightedGraph out;
-  out.ptr.assign(inner + 1, 0);
-  Vector<int> degree;  // of the halo vertices
-  for (int i = 0; i < inner; ++i) {
-    const int v = vertex[i];
-    for (int k = graph_.ptr[v]; k < graph_.ptr[v + 1]; ++k) {
-      const int u = graph_.adj[k];
-      if (local_[u] == none) {
-        local_[u] = static_cast<int>(vertex.size());
-        vertex.push_back(u);
-        degree.push_back(0);
-      }
-      out.adj.push_back(local_[u]);
-      if (local_[u] >= inner) ++degree[local_[u] - inner];
-    }
-    out.ptr[i + 1] = static_cast<int>(out.adj.size());
-  }
-  out.n = static_cast<int>(vertex.size());
-  for (const int d : degree) out.ptr.push_back(out.ptr.back() + d);
-  out.adj.resize(out.ptr.back());
-  Vector<int> next(out.ptr.begin() + inner, out.ptr.end());
-  for (int i = 0; i < inner; ++i)
-    for (int k = out.ptr[i]; k < out.ptr[i + 1]; ++k)
-      if (out.adj[k] >= inner) out.adj[next[out.adj[k] - inner]++] = i;
-  out.weight.resize(out.n);
-  for (int i = 0; i < out.n; ++i) {
-    out.weight[i] = graph_.weight[vertex[i]];
-    local_[vertex[i]] = none;
-  }
-  return out;
-}
-
 // Minimum degree on the piece, with the separators around it as halo.
-FactorCost Dissector::order_leaf(const Piece& piece) {
-  Vector<int> vertex, order;
-  WeightedGraph leaf = with_halo(piece, vertex);
+void Dissector::order_leaf(const Piece& piece, int first) {
+  Workspace& own = workspace();
+  Vector<int> vertex, order, lead;
+  WeightedGraph leaf = with_halo(graph_, piece, own.local, vertex);
   const int halo = leaf.n - piece.graph.n;
-  Vector<int> lead;
-  if (pairs_ != nullptr) leaf = contract_pairs(leaf, partners_within(piece, leaf.n), lead);
-  const FactorCost cost = approximate_minimum_degree(leaf, halo, order, workspace_);
-  for (const int i : order) append(pairs_ == nullptr ? vertex[i] : vertex[lead[i]], result_.order);
-  return cost;
+  if (pairs_ != nullptr)
+    leaf = contract_pairs(leaf, partners_within(piece, leaf.n, own.local), lead);
+  order.reserve(leaf.n);
+  approximate_minimum_degree(leaf, halo, order, own.amd);
+  int at = first;
+  for (const int i : order) {
+    const int v = pairs_ == nullptr ? vertex[i] : vertex[lead[i]];
+    order_[at++] = v;
+    if (pairs_ != nullptr && pairs_->partner[v] != none) order_[at++] = pairs_->partner[v];
+  }
 }
 
 // Partners of the vertices of a piece in its own numbering.
-Vector<int> Dissector::partners_within(const Piece& piece, int size) {
+Vector<int> Dissector::partners_within(const Piece& piece, int size, Vector<int>& local) const {
   Vector<int> partner(size, none);
   const int n = piece.graph.n;
-  for (int i = 0; i < n; ++i) local_[piece.vertex[i]] = i;
+  for (int i = 0; i < n; ++i) local[piece.vertex[i]] = i;
   for (int i = 0; i < n; ++i)
-    if (const int mate = pairs_->partner[piece.vertex[i]]; mate != none) partner[i] = local_[mate];
-  for (const int v : piece.vertex) local_[v] = none;
+    if (const int mate = pairs_->partner[piece.vertex[i]]; mate != none) partner[i] = local[mate];
+  for (const int v : piece.vertex) local[v] = none;
   return partner;
 }
 
-// Completes the order by the held vertices, and postorders the elimination before them.
-FactorCost Dissector::finish(Vector<int>& order) const {
+// Completes the order by the held vertices, postorders the elimination before them, and finds the
+// domains in it.
+FactorCost Dissector::finish(Vector<int>& order, Vector<int>* domain, int& domains) const {
   for (int v = 0; v < graph_.n && !held_.empty(); ++v)
     if (held_[v] != 0) order.push_back(v);
-  const FactorCost cost = postorder(order);
+  EliminationTree tree;
+  Vector<int> lead;
+  WeightedGraph paired;
+  Vector<int> single;  // the order of what is eliminated at once
+  if (pairs_ == nullptr) {
+    single.swap(order);
+  } else {
+    paired = contract_pairs(graph_, pairs_->partner, lead);
+    Vector<int> vertex(graph_.n, none);
+    for (int c = 0; c < paired.n; ++c) vertex[lead[c]] = c;
+    for (const int v : order)
+      if (vertex[v] != none) single.push_back(vertex[v]);
+  }
+  const FactorCost cost = postorder_and_cost(pairs_ == nullptr ? graph_ : paired, single, &tree);
+  Vector<char> held(held_.empty() ? 0 : graph_.n);
+  for (std::size_t k = 0; k < held.size(); ++k) held[k] = held_[single[k]];
+  Vector<int> of_place;
+  domains = deal_out_domains(tree.parent, tree.work, held, goal_.domains, of_place);
+  domain->assign(graph_.n, 0);
+  order.clear();
+  order.reserve(graph_.n);
+  const auto append = [&](int v, int d) {
+    order.push_back(v);
+    (*domain)[v] = d;
+  };
+  for (std::size_t k = 0; k < single.size(); ++k) {
+    const int v = pairs_ == nullptr ? single[k] : lead[single[k]];
+    append(v, of_place[k]);
+    if (pairs_ != nullptr && pairs_->partner[v] != none) append(pairs_->partner[v], of_place[k]);
+  }
   // The ancestors of a held vertex are held: what is left is still a postorder.
   if (!held_.empty())
     std::stable_partition(order.begin(), order.end(), [&](int v) { return held_[v] == 0; });
-  return cost;
-}
-
-// Postorders the elimination; partners stay next to each other.
-FactorCost Dissector::postorder(Vector<int>& order) const {
-  if (pairs_ == nullptr) return postorder_and_cost(graph_, order);
-  Vector<int> lead, contracted;
-  const WeightedGraph paired = contract_pairs(graph_, pairs_->partner, lead);
-  Vector<int> vertex(graph_.n, none);
-  for (int c = 0; c < paired.n; ++c) vertex[lead[c]] = c;
-  for (const int v : order)
-    if (vertex[v] != none) contracted.push_back(vertex[v]);
-  const FactorCost cost = postorder_and_cost(paired, contracted);
-  order.clear();
-  for (const int c : contracted) append(lead[c], order);
   return cost;
 }
 

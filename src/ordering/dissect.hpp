@@ -5,10 +5,10 @@
 /// (1973); leaves by halo approximate minimum degree as in F. Pellegrini, J. Roman and
 /// P. Amestoy (2000); separators from find_separator().
 ///
-/// Minimum degree alone is fast and close to optimal on thin, two-dimensional graphs; solid
-/// ones gain a factor from separators.  So every domain is ordered by minimum degree first,
-/// which tells its operation count, and is cut only while a separator is expected to save more
-/// time in the factorization than it takes to find.
+/// Pieces are cut while a separator is expected to save more time in the factorization than it
+/// takes to find; minimum degree alone orders small graphs and forests.  Pieces go side by side as
+/// tasks of a team.  The order depends on the graph only; the domains are subtrees of its
+/// elimination (domains.hpp).
 #pragma once
 
 #include "base/memory.hpp"
@@ -20,8 +20,8 @@ namespace vlm {
 
 /// What a dissection aims at.
 struct DissectionGoal {
-  int domains = 1;         ///< leaf domains wanted, a power of two
-  double flop_weight = 1;  ///< cost of an operation against one of a real symmetric factor
+  int domains = 1;  ///< domains wanted
+  int threads = 1;  ///< of the team
   DissectionTuning tuning = {};
 };
 

@@ -2,7 +2,6 @@
 #include "ordering/gepmetis.hpp"
 
 #include <algorithm>
-#include <bit>
 
 #include "base/memory.hpp"
 #include "graph/compress.hpp"
@@ -13,10 +12,7 @@ namespace vlm {
 namespace {
 
 DissectionGoal goal_of(const DissectionRequest& request) {
-  DissectionGoal goal;
-  goal.domains = std::bit_ceil(static_cast<unsigned>(std::max(request.nparts, 1)));
-  goal.flop_weight = request.flop_weight;
-  return goal;
+  return {std::max(request.nparts, 1), std::max(request.threads, 1)};
 }
 
 // Group of the nodes of a vertex: its domain, or behind the domains.

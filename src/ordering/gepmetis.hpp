@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// Fill-reducing order by nested dissection, cut short where minimum degree does as well.
+/// Fill-reducing order by nested dissection, with minimum degree for small graphs and leaves.
 ///
 /// The graph is compressed by indistinguishable nodes, its dense rows are put last, and the
-/// rest goes to dissect().  Graphs of a few nodes take microseconds; no METIS call is made for
-/// them.
+/// rest goes to dissect().  Graphs of a few nodes take microseconds.
 #pragma once
 
 #include "graph/ordering.hpp"
@@ -13,14 +12,14 @@ namespace vlm {
 
 /// What the caller of the ordering asks for.
 struct DissectionRequest {
-  int nparts = 1;          ///< leaf domains wanted; rounded up to a power of two
-  double flop_weight = 1;  ///< cost of an operation against one of a real symmetric factor
+  int nparts = 1;   ///< domains wanted, for the threads of the factorization
+  int threads = 1;  ///< of the ordering; the order does not depend on them
 };
 
 /// Orders the graph.
-/// @param order  the interiors of the leaf domains one after another, the separators behind
-///               them; the range table says where.  Fewer domains than wanted come out of a
-///               graph too small for them.
+/// @param order  the interiors of the domains one after another, the separators behind them; the
+///               range table says where.  Fewer domains than wanted come out of a graph too small
+///               for them.
 /// @param held  nodes that come behind all others, by a mark  [n] or empty, in
 void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, Ordering& order,
                       const Vector<char>& held = {});

@@ -27,7 +27,7 @@ int build_adjacency(const OrderInput& input, bool symmetric, Adjacency& graph) {
 }
 
 DissectionRequest dissection_request(const OrderOptions& options) {
-  return {options.domains, options.flop_weight};
+  return {options.domains, options.parallel ? options.threads : 1};
 }
 
 // Row of the matrix in the place of a node.

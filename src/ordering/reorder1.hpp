@@ -18,11 +18,10 @@ enum class OrderMethod : int {
 struct OrderOptions {
   OrderMethod method = OrderMethod::dissection;
   bool symmetric = true;  ///< the rows hold the upper triangle
-  int threads = 1;        ///< parts of the k-way split
+  int threads = 1;        ///< of the team; parts of the k-way split
+  bool parallel = true;   ///< the dissection runs on all threads
   int domains = 1;        ///< leaf domains wanted of a dissection
-  double flop_weight =
-      1;          ///< time of an operation of the factor against one of a real symmetric one
-  int schur = 0;  ///< nodes n - schur + 1 to n stay last
+  int schur = 0;          ///< nodes n - schur + 1 to n stay last
 };
 
 /// The matrix, and what the caller or a matching says of its order.

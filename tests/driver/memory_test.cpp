@@ -77,7 +77,7 @@ TEST(Memory, EveryFailureTellsItsBytes) {
     ASSERT_EQ(first.run(13), 0);  // the BLAS takes its buffers
     const std::size_t start = static_cast<std::size_t>(process_kilobytes("VmSize")) << 10;
     c.error = -2;
-    for (std::size_t room = 0; c.error != 0; room += 512 << 10) {
+    for (std::size_t room = 0; c.error != 0; room += 192 << 10) {
       std::string text;
       {
         const LimitedMemory limited(start + room);
@@ -92,7 +92,7 @@ TEST(Memory, EveryFailureTellsItsBytes) {
       ASSERT_LT(room, std::size_t{400} << 20);
     }
   }
-  EXPECT_GE(locations.size(), 4U);
+  EXPECT_GE(locations.size(), 3U);
   EXPECT_GE(sizes.size(), 8U);
 }
 
@@ -150,7 +150,9 @@ TEST(Memory, PeakOfTheAnalysisIsTheGrowthOfTheProcess) {
     const Peak peak = analysis_peak(c.m, c.matching, c.threads);
     if (peak.measured == 0) GTEST_SKIP() << "the system does not tell the peak of a part";
     EXPECT_GT(peak.measured, 8192) << c.m.name;  // large beside what any call touches
-    EXPECT_NEAR(peak.reported, peak.measured, 0.2 * static_cast<double>(peak.measured))
+    // A further thread has a heap of its own, which keeps what was freed.
+    const double heaps = 2048.0 * (c.threads - 1);
+    EXPECT_NEAR(peak.reported, peak.measured, 0.2 * static_cast<double>(peak.measured) + heaps)
         << c.m.name << " matching " << c.matching << " threads " << c.threads;
   }
 }

@@ -6,14 +6,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <numeric>
 
 #include "gallery.hpp"
 #include "graph/adjacency.hpp"
 #include "graph/compress.hpp"
 #include "graph/symbolic_cost.hpp"
-#include "metis/separator.hpp"
-#include "metis/vertex_cut.hpp"
 #include "ordering/amd.hpp"
 #include "ordering/dissect.hpp"
 #include "ordering/gepcmd.hpp"
@@ -303,89 +302,54 @@ TEST(Ordering, DissectionBeatsMinimumDegreeInThreeDimensions) {
   Dissection found = dissect(whole, {});
   const FactorCost cut = postorder_and_cost(whole, found.order);
   EXPECT_LT(cut.flops, 0.85 * plain.flops);
-  Ordering order;
-  gepmetis_velmora(graph, {8, 1}, order);
-  EXPECT_EQ(order.nparts, 8);
-  expect_ranges(order, graph, "8 domains");
-  for (int k = 0; k < 8; ++k) {
-    const int size = order.ranges[k].last - order.ranges[k].first + 1;
-    EXPECT_GT(size, graph.n / 16) << "domain " << k << " is far from balanced";
+  // The domains of any number of threads leave the order alone, but for its regrouping.
+  for (const int parts : {2, 3, 5, 8}) {
+    Ordering order;
+    gepmetis_velmora(graph, {parts, 1}, order);
+    EXPECT_EQ(order.nparts, parts);
+    expect_ranges(order, graph, std::to_string(parts) + " domains");
+    Vector<int> perm(order.perm);
+    for (int& v : perm) --v;
+    EXPECT_EQ(postorder_and_cost(whole, perm).flops, cut.flops);
   }
 }
 
-// Weight of the separator; 0 sides only when no edge joins them.
-int checked_weight(const WeightedGraph& graph, const Vector<int>& side) {
-  int weight = 0;
-  for (int v = 0; v < graph.n; ++v) {
-    if (side[v] == 2) weight += graph.weight[v];
-    for (int k = graph.ptr[v]; k < graph.ptr[v + 1]; ++k)
-      EXPECT_NE(side[v] + side[graph.adj[k]], 1) << "edge between the sides";
-  }
-  return weight;
-}
-
-TEST(Separator, VertexCutIsMinimum) {
-  for (std::uint64_t seed = 1; seed <= 30; ++seed) {
-    const int n = 11;
-    test::Rng rng(seed);
-    WeightedGraph graph = weighted_graph(adjacency_of(test::random_spd(n, 3, seed)));
-    Vector<char> at_source(n, 0), at_sink(n, 0);
-    for (int v = 0; v < n; ++v) {
-      graph.weight[v] = 1 + rng.below(4);
-      at_source[v] = rng.below(4) == 0;
-      at_sink[v] = rng.below(4) == 0;
-    }
-    // All subsets: those that leave no way from the source to the sink.
-    int least = 1 << 20;
-    for (int removed = 0; removed < 1 << n; ++removed) {
-      Vector<int> stack, seen(n, 0);
-      int weight = 0;
-      bool parted = true;
-      for (int v = 0; v < n; ++v) {
-        if (removed >> v & 1)
-          weight += graph.weight[v];
-        else if (at_source[v])
-          stack.push_back(v);
-      }
-      while (!stack.empty()) {
-        const int v = stack.back();
-        stack.pop_back();
-        if (seen[v]++) continue;
-        parted = parted && !at_sink[v];
-        for (int k = graph.ptr[v]; k < graph.ptr[v + 1]; ++k)
-          if (!(removed >> graph.adj[k] & 1)) stack.push_back(graph.adj[k]);
-      }
-      if (parted) least = std::min(least, weight);
-    }
-    const VertexCut cut = minimum_vertex_cut(graph, at_source, at_sink);
-    for (const Vector<int>& side : {cut.near_source, cut.near_sink}) {
-      EXPECT_EQ(checked_weight(graph, side), least) << "seed " << seed;
-      for (int v = 0; v < n; ++v) {
-        EXPECT_FALSE(at_source[v] && side[v] == 1);
-        EXPECT_FALSE(at_sink[v] && side[v] == 0);
+// Orders do not depend on the threads that work on them, nor on their timing.
+TEST(Ordering, ThreadsGiveTheOrderOfOne) {
+  std::vector<test::Matrix> matrices{
+      test::poisson2d(120),        test::poisson3d(22),
+      blocked_grid(50, 3),         test::interior_point_kkt(50, 3, 13),
+      test::arrow(9000, true, 4),  test::random_spd(3000, 4, 1),
+      test::tridiagonal(30000, 9), test::block_diagonal(4000, 5, 5),
+      test::circuit(9000, 3)};
+  for (const test::Matrix& m : matrices) {
+    const Adjacency graph = adjacency_of(m);
+    for (const int schur : {0, 40}) {
+      Vector<char> held;
+      if (schur > 0) held.assign(m.n, 0), std::fill(held.end() - schur, held.end(), 1);
+      Ordering one;
+      gepmetis_velmora(graph, {3, 1}, one, held);
+      expect_order(one, m.n, m.name);
+      expect_ranges(one, graph, m.name);
+      for (const int threads : {2, 3, 5, 8}) {
+        Ordering order;
+        gepmetis_velmora(graph, {3, threads}, order, held);
+        EXPECT_EQ(order.perm, one.perm) << m.name << ", " << threads << " threads";
       }
     }
   }
-}
-
-TEST(Separator, SeparatesThinAndSolidMeshes) {
-  const struct {
-    test::Matrix matrix;
-    MeshKind kind;
-    int most;
-  } cases[] = {{test::poisson2d(60), MeshKind::thin, 70},
-               {test::poisson2d(20), MeshKind::unknown, 24},
-               {test::poisson3d(18), MeshKind::solid, 360}};
-  for (const auto& c : cases) {
-    const WeightedGraph graph = weighted_graph(adjacency_of(c.matrix));
-    MeshKind kind = MeshKind::unknown;
-    Vector<int> side;
-    ASSERT_TRUE(find_separator(graph, {}, kind, side));
-    EXPECT_EQ(kind, c.kind) << c.matrix.name;
-    EXPECT_LE(checked_weight(graph, side), c.most) << c.matrix.name;
-    for (const int s : {0, 1})
-      EXPECT_GE(std::count(side.begin(), side.end(), s), graph.n / 4) << c.matrix.name;
+  const Adjacency graph = adjacency_of(test::poisson3d(24));
+  Ordering first;
+  gepmetis_velmora(graph, {4, 4}, first);
+  std::srand(5);
+  const int expected = std::rand();
+  std::srand(5);
+  for (int run = 0; run < 10; ++run) {
+    Ordering order;
+    gepmetis_velmora(graph, {4, 4}, order);
+    EXPECT_EQ(order.perm, first.perm) << "run " << run;
   }
+  EXPECT_EQ(std::rand(), expected) << "the caller's random numbers were touched";
 }
 
 // Runs the first stage on a matrix.

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: BSD-3-Clause
+/// Failures of memory in a team of threads.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+
+#include "base/memory.hpp"
+
+namespace vlm {
+
+/// Keeps the first failed allocation of a team: no exception may leave a parallel region.
+class TeamFailure {
+ public:
+  /// Runs a piece of work, unless an allocation has failed.
+  template <class Work>
+  void guard(Work work) {
+    if (failed()) return;
+    try {
+      work();
+    } catch (const AllocationFailure& failure) {
+      record(failure.bytes);
+    } catch (const std::bad_alloc&) {
+      record(0);
+    }
+  }
+  bool failed() const { return failed_.load(std::memory_order_relaxed); }
+  /// Throws what was kept, outside of the region.
+  void rethrow() const {
+    if (failed()) throw AllocationFailure(bytes_);
+  }
+
+ private:
+  void record(std::size_t bytes) {
+    if (!failed_.exchange(true)) bytes_ = bytes;
+  }
+  std::atomic<bool> failed_ = false;
+  std::size_t bytes_ = 0;
+};
+
+}  // namespace vlm
