@@ -128,7 +128,9 @@
  *               iparm(4) 0 with phase 22 or 23 always factors.  Not together with iparm(26),
  *               iparm(31), or a Schur factor of iparm(38): error -1
  *    5  in      [0] > 0: perm holds the elimination order to use, position to node;
- *               < 0: the order that the analysis found is written to perm
+ *               < 0: the order that the analysis found is written to perm; -2: where all entries
+ *               are stored perm has 2n elements, and behind the order the row that the matching
+ *               brings to the place of each column
  *    6  in      [0] 0: the solution goes to x, b is kept; 1: the solution overwrites b, and x
  *               is not used (diagonal systems: x receives it as well)
  *    7  out     steps of iterative refinement in the last solve
@@ -253,7 +255,7 @@
  *   44  out     of iparm(22) and iparm(23), signs that are uncertain: of perturbed pivots, of tiny
  *               ones (no larger than the rounding errors of the terms that they are formed from),
  *               and of those whose updates exceed 1e11 (single precision: 186) times the largest
- *               entry of the matrix.  0 for types without inertia, and for 2 and 4
+ *               entry of the matrix.  0 for types without inertia
  *   45  out     of iparm(44), those that iparm(22) counts
  *   48  in      [0] expected number of negative eigenvalues, iterative solver
  *   50  -       zeroed by every call

@@ -31,8 +31,8 @@ enum Rung : int {
 /// The rungs that a solve took.
 struct Ladder {
   struct Step {
-    Rung rung;
-    double error;  ///< componentwise backward error after it; infinite where it gave none
+    Rung rung = rung_plain;
+    double error = 0;  ///< componentwise backward error after it; infinite where it gave none
   };
   int count = 0;
   Step taken[rung_count + 1];

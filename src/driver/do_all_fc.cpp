@@ -76,7 +76,13 @@ int run_structure(StageArrays& arrays) {
   control.results.ordered_nodes = nodes > 0 ? nodes : structure.n;
   if (iparm(18) < 0) iparm(18) = count_for_iparm(figures.nnz_l + figures.nnz_u);
   iparm(19) = truncated(figures.flops * 1e-9);
-  if (iparm(5) < 0) std::ranges::copy(structure.perm, arrays.call.perm);
+  if (iparm(5) < 0) {
+    int* const behind = std::ranges::copy(structure.perm, arrays.call.perm).out;
+    if (iparm(5) == -2 && !control.options.symmetric) {
+      const int* const match = arrays.order.row_perm;
+      for (int k = 0; k < structure.n; ++k) behind[k] = match != nullptr ? match[k] : k + 1;
+    }
+  }
   return status_ok;
 }
 

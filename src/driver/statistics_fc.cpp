@@ -129,7 +129,8 @@ void print_preprocessing(const Options& options, int trees) {
 
 /// Signs of D where they are counted, and how many of them say nothing.
 void print_inertia(const Options& options, const FactorResult& factor) {
-  if (options.type->family != Family::ldlt || factor.positive + factor.negative == 0) return;
+  const bool definite = options.type->family == Family::cholesky && factor.doubtful == 0;
+  if (definite || factor.positive + factor.negative == 0) return;
   print_integer("number of positive eigenvalues", factor.positive);
   print_integer("number of negative eigenvalues", factor.negative);
   if (factor.doubtful == 0) return;

@@ -68,16 +68,22 @@ double perturbation(const FactorOptions& options, const InputMatrix& matrix) {
   return mx < 1 ? eps * std::sqrt(mx) : eps / std::sqrt(mx);
 }
 
-/// Largest magnitude of an entry, scaled where the factor is.
+/// Largest magnitude of an entry, scaled where the factor is; of complex ones that of a part.  A
+/// positive definite matrix has it on its diagonal, which comes first in each row.
 template <class T>
-double largest_entry(const InputMatrix& m, const FactorFrame<T>& f) {
+double largest_entry(const InputMatrix& m, const FactorFrame<T>& f, bool definite) {
+  constexpr int parts = is_complex_v<T> ? 2 : 1;
   double largest = 0;
-  for (int i = 0; i < m.n; ++i)
-    for (int p = m.ia[i]; p < m.ia[i + 1]; ++p) {
-      double size = std::abs(value_at<Wide<T>>(m.a, p - 1));
-      if (f.scale) size *= f.scale[m.ja[p - 1] - 1] * f.scale[m.n + i];
-      largest = std::max(largest, size);
+  for (int i = 0; i < m.n; ++i) {
+    double most = 0;
+    for (int p = m.ia[i] - 1; p < (definite ? m.ia[i] : m.ia[i + 1] - 1); ++p) {
+      double size = std::abs(m.a[static_cast<std::ptrdiff_t>(p) * parts]);
+      if constexpr (parts == 2)
+        size = std::max(size, std::abs(m.a[static_cast<std::ptrdiff_t>(p) * parts + 1]));
+      most = std::max(most, f.scale ? size * f.scale[m.ja[p] - 1] : size);
     }
+    largest = std::max(largest, f.scale ? most * f.scale[m.n + i] : most);
+  }
   return largest;
 }
 
@@ -122,8 +128,8 @@ int factor_with(FactorCall& call) {
                        .store = factor_store<T>(call.st, call.lu)};
   frame.eps = perturbation(call.options, call.matrix);
   frame.last_eliminated = call.st.n - call.options.schur;
-  const bool cholesky = call.options.type.family == vlm::Family::cholesky;
-  const double largest = cholesky ? 0 : largest_entry(call.matrix, frame);
+  const bool definite = call.options.type.family == vlm::Family::cholesky;
+  const double largest = largest_entry(call.matrix, frame, definite);
   using Real = decltype(std::abs(T()));
   frame.growth_limit = growth_error / std::numeric_limits<Real>::epsilon() * largest;
   const int threads = factor_threads(call.options, call.st);
@@ -147,7 +153,7 @@ int factor_with(FactorCall& call) {
   }
   if (largest > 0) result.growth /= largest;
   if constexpr (Family::counts_signs)
-    if (finished) TinyPivots<T>(frame).count(largest, result);
+    if (finished) TinyPivots<T, !Family::has_d>(frame).count(largest, result);
   result.logdet = std::accumulate(logdet.begin(), logdet.end(), 0.0) - log_of_scaling(frame);
   return finished ? status_ok : status_pivot;
 }

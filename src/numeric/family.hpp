@@ -153,7 +153,7 @@ struct SymmetricBase {
 template <class T, bool hermitian>
 struct CholeskyFamily : SymmetricBase<T, hermitian> {
   using Base = SymmetricBase<T, hermitian>;
-  static constexpr bool counts_signs = false;
+  static constexpr bool counts_signs = true, has_d = false;
 
   static void apply(const FactorFrame<T>& f, const UpdateSource<T>& s, const Panel<T>& target,
                     FactorScratch<T>& scratch) {
@@ -251,6 +251,16 @@ bool note_growth(const FactorFrame<T>& f, double update, BlockPivots<T>& stats) 
   return true;
 }
 
+/// Largest magnitude among a few or many values.
+template <class T>
+double largest_of(const FactorFrame<T>& f, std::ptrdiff_t n, const T* x) {
+  constexpr std::ptrdiff_t few = 16;
+  if (is_complex_v<T> || n > few) return f.kernel.largest(n, x);
+  double most = 0;
+  for (std::ptrdiff_t i = 0; i < n; ++i) most = std::max(most, static_cast<double>(std::abs(x[i])));
+  return most;
+}
+
 /// Growth of a finished panel: l^2 |d| of each pivot, with the largest l of its column.
 template <class T>
 void watch_growth(const FactorFrame<T>& f, const Panel<T>& p, BlockPivots<T>& stats) {
@@ -259,10 +269,10 @@ void watch_growth(const FactorFrame<T>& f, const Panel<T>& p, BlockPivots<T>& st
   for (int k = 0; k < p.width;) {
     const int order = p.pivot[k] > 0 ? 1 : 2;
     const T* const diagonal = p.l + k + k * ld;
-    double d = size(diagonal[0]), l = f.kernel.largest(p.rows - k - order, diagonal + order);
+    double d = size(diagonal[0]), l = largest_of(f, p.rows - k - order, diagonal + order);
     if (order == 2) {
       d = std::max({d, size(diagonal[ld]), size(diagonal[ld + 1])});
-      l = std::max(l, f.kernel.largest(p.rows - k - order, diagonal + ld + order));
+      l = std::max(l, largest_of(f, p.rows - k - order, diagonal + ld + order));
     }
     const bool replaced = order == 1 && d <= f.eps;
     if (note_growth(f, l * l * d, stats) && !replaced && stats.positive + stats.negative > 0) {
@@ -278,7 +288,7 @@ template <class T, bool hermitian>
 struct LdltFamily : SymmetricBase<T, hermitian> {
   using Base = SymmetricBase<T, hermitian>;
   /// D has signs that rounding may change.
-  static constexpr bool counts_signs = hermitian || !is_complex_v<T>;
+  static constexpr bool counts_signs = hermitian || !is_complex_v<T>, has_d = true;
 
   static void apply(const FactorFrame<T>& f, const UpdateSource<T>& s, const Panel<T>& target,
                     FactorScratch<T>& scratch) {

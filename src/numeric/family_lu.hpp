@@ -111,8 +111,8 @@ struct LuFamily {
     const std::ptrdiff_t ld = p.rows, below = p.below();
     for (int k = 0; k < p.width; ++k) {
       const T* const diagonal = p.l + k + k * ld;
-      const double l = f.kernel.largest(ld - k - 1, diagonal + 1);
-      double u = f.kernel.largest(below, p.u + k * below);
+      const double l = largest_of(f, ld - k - 1, diagonal + 1);
+      double u = largest_of(f, below, p.u + k * below);
       for (int j = k; j < p.width; ++j)
         u = std::max(u, static_cast<double>(std::abs(diagonal[(j - k) * ld])));
       note_growth(f, l * u, stats);

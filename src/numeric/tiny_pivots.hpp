@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// Signs of D that are no more than rounding errors.
+/// Signs of D, or of squared Cholesky pivots, that are no more than rounding errors.
 ///
 /// The pivot d(k) is an entry of A less s(k) = sum of |l(k,j)|^2 |d(j)|, and carries an error of
 /// some roundings of s(k).  One that is not larger than that has the sign of its error.  Its size
@@ -18,8 +18,8 @@
 
 namespace vlm {
 
-/// Finds the pivots of a finished LDL^T or LDL^H factor whose signs are doubtful for their size.
-template <class T>
+/// Finds the pivots of a finished symmetric factor whose signs are doubtful for their size.
+template <class T, bool cholesky>
 class TinyPivots {
  public:
   explicit TinyPivots(const FactorFrame<T>& frame) : f_(frame) {}
@@ -27,7 +27,7 @@ class TinyPivots {
   /// Counts them into `result`, beside those that it has.
   /// @param largest  largest entry of the matrix as it was factored
   void count(double largest, FactorResult& result) {
-    find_small(1e4 * tolerance * largest);
+    find_small(1e2 * tolerance * largest);
     if (small_.empty()) return;
     for (int s = 1; s <= f_.st.nsuper; ++s) add_sums(panel_of(f_.st, f_.store, s));
     for (const Small& pivot : small_) {
@@ -42,8 +42,8 @@ class TinyPivots {
 
  private:
   using Real = decltype(std::abs(T()));
-  /// Roundings of the sum that a pivot's error may reach.
-  static constexpr double tolerance = 64 * std::numeric_limits<Real>::epsilon();
+  /// Roundings of the sum that a pivot's error may reach, those of the pivots before it included.
+  static constexpr double tolerance = 4096 * std::numeric_limits<Real>::epsilon();
 
   /// A pivot that may be too small: the smaller eigenvalue of its block.
   struct Small {
@@ -55,7 +55,6 @@ class TinyPivots {
   bool eliminated(const Panel<T>& p) const { return p.first <= f_.last_eliminated; }
 
   void find_small(double limit) {
-    place_.assign(static_cast<std::size_t>(f_.st.n) + 1, -1);
     for (int s = 1; s <= f_.st.nsuper; ++s) {
       const Panel<T> p = panel_of(f_.st, f_.store, s);
       if (!eliminated(p)) continue;
@@ -63,6 +62,7 @@ class TinyPivots {
       for (int k = 0; k < p.width; k += order_of(p, k)) {
         const double d = smaller_eigenvalue(p, k);
         if (std::abs(d) > limit || (order_of(p, k) == 1 && std::abs(d) <= f_.eps)) continue;
+        if (place_.empty()) place_.assign(static_cast<std::size_t>(f_.st.n) + 1, -1);
         if (!any) find_rows(p);
         any = true;
         small_.push_back({static_cast<int>(sum_.size()), order_of(p, k), std::abs(d), d > 0});
@@ -81,6 +81,7 @@ class TinyPivots {
     const std::ptrdiff_t ld = p.rows;
     const T* const d = p.l + k + k * ld;
     const double d11 = std::real(d[0]);
+    if (cholesky) return d11 * d11;
     if (order_of(p, k) == 1) return d11;
     const double d22 = std::real(d[ld + 1]), d21 = std::abs(d[ld]);
     const double mean = (d11 + d22) / 2, spread = std::hypot((d11 - d22) / 2, d21);
@@ -126,7 +127,7 @@ class TinyPivots {
     const auto size = [](const T& v) { return static_cast<double>(std::abs(v)); };
     const T* const d = p.l + k + k * ld;
     const double l0 = size(p.l[i + k * ld]);
-    if (order_of(p, k) == 1) return l0 * l0 * size(d[0]);
+    if (order_of(p, k) == 1) return l0 * l0 * (cholesky ? 1 : size(d[0]));
     if (i == k + 1) return 0;  // the second row of the pivot itself
     const double l1 = size(p.l[i + (k + 1) * ld]);
     return l0 * l0 * size(d[0]) + 2 * l0 * l1 * size(d[ld]) + l1 * l1 * size(d[ld + 1]);

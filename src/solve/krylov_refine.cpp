@@ -20,7 +20,7 @@ namespace {
 constexpr double infinity = std::numeric_limits<double>::infinity();
 /// Steps of the plain loop at most, and the part of the error that a step may leave.  So many steps
 /// may leave more, since the error of a wild iterate stays near 1 for a while.
-constexpr int most_steps = 50, patience = 2;
+constexpr int most_steps = 50, most_failures = 2;
 constexpr double contraction = 0.8;
 /// Dimension of the Krylov space, and the reduction after which rows are weighed anew.
 constexpr int dimension = 30;
@@ -104,19 +104,20 @@ class Refiner final : public ColumnRefiner {
 
   ColumnError refine(const SolveStep& solve, const double* b, double* x, double target) override {
     const auto done = [&](const ColumnError& e) { return e.reaches_all(target); };
-    return improve(b, x, target, most_steps, done, [&](T* iterate, const State& now) {
-      if (now.error.reaches(target)) drop_good_rows();
-      if (!solve_scaled(solve, residual_)) return false;
-      for (std::size_t i = 0; i < n_; ++i) iterate[i] += residual_[i];
-      return true;
-    });
+    return improve(b, x, target, most_steps, most_failures, done,
+                   [&](T* iterate, const State& now) {
+                     if (now.error.reaches(target)) drop_good_rows();
+                     if (!solve_scaled(solve, residual_)) return false;
+                     for (std::size_t i = 0; i < n_; ++i) iterate[i] += residual_[i];
+                     return true;
+                   });
   }
 
   ColumnError refine_by_krylov(const SolveStep& solve, const double* b, double* x, double target,
                                int restarts) override {
     provide_basis();
     const auto done = [&](const ColumnError& e) { return e.reaches(target); };
-    return improve(b, x, target, restarts, done,
+    return improve(b, x, target, restarts, 0, done,
                    [&](T* iterate, const State&) { return run_cycle(solve, iterate, target); });
   }
 
@@ -143,8 +144,8 @@ class Refiner final : public ColumnRefiner {
 
   /// Takes steps while they contract; x becomes the best iterate.  @return its error
   template <class Done, class Step>
-  ColumnError improve(const double* b_in, double* x_in, double target, int steps, const Done& done,
-                      const Step& step) {
+  ColumnError improve(const double* b_in, double* x_in, double target, int steps, int patience,
+                      const Done& done, const Step& step) {
     const T* const b = values_as<T>(b_in);
     T* const x = values_as<T>(x_in);
     State before = measure(b, x, target);

@@ -60,8 +60,11 @@ printf '1 2\n' >short.txt
 solves "a definite matrix" '^type +2 .*Cholesky' spd.mtx
 solves "its inertia" '^inertia +3 positive, 0 negative$' spd.mtx
 solves "a saddle point" '^inertia +2 positive, 1 negative$' saddle.mtx
-solves "the way back from Cholesky" 'not positive definite.*; now as real symmetric indefinite, default settings' trap.mtx
+solves "the way back from Cholesky" 'not positive definite.*; now as real symmetric indefinite$' trap.mtx
 solves "inertia after the way back" '^inertia +2 positive, 1 negative$' trap.mtx
+"$solve" trap.mtx --quiet --json report.json >out 2>err
+grep -q '"reason": "Cholesky found that it is not definite"' report.json ||
+  fail "the reason of another type"
 solves "symmetry in a general file" '^type +2 ' mirrored.mtx
 solves "a diagonal matrix" '^status +solved' diagonal.mtx
 solves "a diagonal matrix by force" '^inertia +1 positive, 1 negative$' diagonal.mtx --type sym
@@ -121,6 +124,29 @@ for row in 1 2 4; do
   refuses "a diagonal matrix with a zero in row $row" 1 \
     "diagonal matrix row $row; that row holds a zero" zero_$row.mtx
 done
+# Consistent or not, a singular matrix is not solved, nor is its zero eigenvalue a certain sign.
+{ market "real symmetric"; printf '4 4 8\n1 1 2\n2 2 2\n3 3 2\n4 4 2\n2 1 -1\n3 2 -1\n4 3 -1\n4 1 -1\n'; } >ring.mtx
+{ market "real symmetric"; printf '4 4 8\n1 1 2\n2 2 2\n3 3 3\n4 4 2\n2 1 -1\n3 2 -1\n4 3 -1\n4 1 -1\n'; } >no_ring.mtx
+for kind in row-sums ones; do
+  refuses "a ring, $kind" 1 'singular to working precision' ring.mtx --rhs-kind $kind
+  grep -qE '^inertia .*, of which 1 uncertain' out || fail "a ring, $kind: its zero eigenvalue"
+  grep -qE '^near-singular +at least 1 eigenvalue' out || fail "a ring, $kind: near-singular"
+  grep -qE ' zero' out && fail "a ring, $kind: zero eigenvalues are not known"
+done
+solves "no ring" '^inertia +4 positive, 0 negative$' no_ring.mtx
+"$solve" ring.mtx --rhs-kind ones --quiet --json report.json >out 2>err
+grep -q '"zero": null' report.json && grep -q '"uncertain": 1' report.json || fail "JSON of a ring"
+figure=$(grep -oE 'residual [0-9.e+-]+' err | head -1)
+"$solve" ring.mtx --rhs-kind ones >out 2>err
+grep -E '^residual' out | grep -qF "${figure#residual }" || fail "a failure quotes another residual"
+# Rows of several sizes: what defaults get wrong is solved, with every choice of a first attempt.
+"$gallery" kkt --size 6 --seed 4 --output kkt.mtx >out 2>err
+"$gallery" stokes --size 12 --output stokes.mtx >out 2>err
+for matrix in kkt stokes; do
+  for option in "" --robust --single "--pivoting diagonal"; do
+    solves "$matrix $option" '^accuracy .*verdict [01]' $matrix.mtx $option --rhs-kind random
+  done
+done
 refuses "a type that does not fit" 1 'complex values' hermitian.mtx --type spd
 refuses "Cholesky by force" 1 'not positive definite' trap.mtx --type spd
 refuses "a short right-hand side" 1 'short.txt has 2 rows, the matrix 3' spd.mtx --rhs short.txt
@@ -157,10 +183,15 @@ if command -v gnuplot >/dev/null; then
   for picture in s.png r.png; do
     [[ $(head -c 4 $picture | tail -c 3) == PNG ]] || fail "$picture is no picture"
   done
+  solves "a picture with matched rows" '^drawn +u.png' unsym.mtx --type unsym --spy u.png
+  for kind in spy plot-convergence; do
+    refuses "no place for a picture, $kind" 1 'cannot write' grid.mtx --$kind /nowhere/s.png
+    grep -q '^factorization' out && fail "the place for a picture is looked at too late"
+  done
   refuses "no place for a picture" 1 'cannot write /nowhere/s.png' grid.mtx --spy /nowhere/s.png
 fi
 
-for kind in grid2d grid3d elasticity saddle shifted convection helmholtz magnetic; do
+for kind in grid2d grid3d elasticity saddle stokes kkt shifted convection helmholtz magnetic; do
   "$gallery" "$kind" --size 5 --output "$kind.mtx" >out 2>err || fail "gallery $kind"
   solves "gallery $kind" '^status +solved' "$kind.mtx"
 done

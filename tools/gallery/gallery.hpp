@@ -101,6 +101,9 @@ Matrix shifted_laplacian(int g, double shift, bool flat, std::uint64_t seed);
 /// Mixed flow problem [M B^T; B 0] on g^3 cells: fluxes on faces, then pressures with an explicit
 /// zero diagonal; permeability random over two decades.
 Matrix saddle_point(int g, std::uint64_t seed);
+/// Stokes flow [V B^T; B -C] on g by g cells: velocities on the inner faces, pressures in the cells,
+/// whose diagonal is zero but for one cell, where the pressure is given.
+Matrix stokes(int g);
 /// Interior-point step [Q+D A^T; A 0] over g*g cells: barrier diagonal D over `decades` decades,
 /// two variables and one constraint a cell, and g/4 constraints that couple far cells.
 Matrix interior_point_kkt(int g, int decades, std::uint64_t seed);

@@ -33,6 +33,10 @@ const Kind kinds[] = {
      [](int size, std::uint64_t seed) { return gallery::elasticity3d(size, seed); }},
     {"saddle", "mixed flow problem on size^3 cells, indefinite with zero diagonal",
      [](int size, std::uint64_t seed) { return gallery::saddle_point(size, seed); }},
+    {"stokes", "Stokes flow on size x size cells, indefinite with zero diagonal",
+     [](int size, std::uint64_t) { return gallery::stokes(size); }},
+    {"kkt", "interior-point step over size x size cells, indefinite over 14 decades",
+     [](int size, std::uint64_t seed) { return gallery::interior_point_kkt(size, 14, seed); }},
     {"shifted", "3D Laplacian with a shift, indefinite",
      [](int size, std::uint64_t seed) {
        return gallery::shifted_laplacian(size, 1.0, false, seed);

@@ -138,6 +138,36 @@ Matrix saddle_point(int g, std::uint64_t seed) {
   return m;
 }
 
+Matrix stokes(int g) {
+  // Velocities on the inner faces of a g by g grid of cells, pressures in the cells.
+  const int across = g * (g - 1), n = 2 * across + g * g;
+  Builder builder("stokes_" + std::to_string(g), -2, n);
+  const double h = 1.0 / g;
+  const auto u = [g](int i, int j) { return j * (g - 1) + i; };
+  const auto v = [g, across](int i, int j) { return across + j * g + i; };
+  const auto p = [g, across](int i, int j) { return 2 * across + j * g + i; };
+  const auto viscosity = [&](int width, int height, const auto& at) {
+    for (int j = 0; j < height; ++j)
+      for (int i = 0; i < width; ++i) {
+        builder.add(at(i, j), at(i, j), 4);
+        if (i + 1 < width) builder.add(at(i, j), at(i + 1, j), -1);
+        if (j + 1 < height) builder.add(at(i, j), at(i, j + 1), -1);
+      }
+  };
+  viscosity(g - 1, g, u);
+  viscosity(g, g - 1, v);
+  for (int j = 0; j < g; ++j)
+    for (int i = 0; i + 1 < g; ++i) {
+      builder.add(u(i, j), p(i, j), -h);
+      builder.add(u(i, j), p(i + 1, j), h);
+      builder.add(v(j, i), p(j, i), -h);
+      builder.add(v(j, i), p(j, i + 1), h);
+    }
+  builder.add(p(0, 0), p(0, 0),
+              -h * h);  // the pressure is given there: else it has a free constant
+  return builder.finish();
+}
+
 Matrix interior_point_kkt(int g, int decades, std::uint64_t seed) {
   Rng rng(seed);
   const Grid grid = Grid::square(g);

@@ -21,7 +21,8 @@ struct Range {
 
 class Elimination {
  public:
-  /// @param order  node, from 1, at each position; a matrix with unsymmetric pattern is taken with
+  /// @param order  node, from 1, at each position, n of them or more; a matrix with unsymmetric
+  /// pattern is taken with
   ///               its mirror
   Elimination(const SparseMatrix& matrix, const std::vector<int>& order);
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <exception>
 #include <new>
 
 #include "options.hpp"
@@ -40,9 +41,8 @@ class JsonOutput {
   int saved_ = -1;
 };
 
-}  // namespace
-
-int main(int argc, char** argv) {
+/// Everything but a failure to tell of one.
+int run(int argc, char** argv) {
   const tool::Parsed parsed = tool::parse_options(argc, argv);
   if (parsed.exit_status) return *parsed.exit_status;
   const tool::Options& options = parsed.options;
@@ -63,5 +63,18 @@ int main(int argc, char** argv) {
   if (report.failure.empty()) return 0;
   std::fflush(stdout);
   fmt::print(stderr, "velmora-solve: {}\n", report.failure);
+  return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::bad_alloc&) {
+    std::fputs("velmora-solve: not enough memory\n", stderr);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "velmora-solve: %s\n", error.what());
+  }
   return 1;
 }

@@ -208,7 +208,7 @@ void add_run_options(CLI::App& app, Options& options) {
       ->group(group);
   app.add_option("--tolerance", options.tolerance,
                  "Largest scaled residual max|r| / (|A| max|x| + max|b|) that counts as "
-                 "solved; componentwise its square root")
+                 "solved, beside the library's own verdict")
       ->capture_default_str()
       ->check(in_range(0.0, 1.0))
       ->type_name("T")

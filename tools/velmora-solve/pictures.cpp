@@ -15,18 +15,25 @@
 namespace tool {
 namespace {
 
+/// The matrix with each row in the place that the matching gave it.
+SparseMatrix matched_rows(const SparseMatrix& matrix, const std::vector<int>& order) {
+  const auto n = static_cast<std::size_t>(matrix.n);
+  if (order.size() < 2 * n) return matrix;
+  SparseMatrix out{matrix.n, false, matrix.form, {1}, {}, {}};
+  for (std::size_t j = 0; j < n; ++j) {
+    const auto row = static_cast<std::size_t>(order[n + j] - 1);
+    out.ja.insert(out.ja.end(), matrix.ja.begin() + matrix.ia[row] - 1,
+                  matrix.ja.begin() + matrix.ia[row + 1] - 1);
+    out.ia.push_back(static_cast<int>(out.ja.size()) + 1);
+  }
+  return out;
+}
+
 /// A gnuplot process that reads its script from here.
 class Gnuplot {
  public:
   explicit Gnuplot(const std::string& path) : path_(path) {
-    if (std::system("command -v gnuplot >/dev/null 2>&1") != 0) {  // NOLINT(cert-env33-c)
-      throw InputError(
-          "pictures are drawn by gnuplot, which is not installed "
-          "(apt-get install gnuplot-nox)");
-    }
-    std::FILE* probe = std::fopen(path.c_str(), "wb");
-    if (probe == nullptr) throw InputError(fmt::format("cannot write {}", path));
-    std::fclose(probe);
+    check_picture(path);
     std::signal(SIGPIPE, SIG_IGN);  // a gnuplot that gives up shows in its status
     pipe_ = popen("gnuplot 2>/dev/null", "w");
     if (pipe_ == nullptr) throw InputError("cannot start gnuplot");
@@ -131,6 +138,19 @@ void draw_square(Gnuplot& plot, const Range& range, const char* style) {
 
 }  // namespace
 
+void check_picture(const std::string& path) {
+  if (std::system("command -v gnuplot >/dev/null 2>&1") != 0) {  // NOLINT(cert-env33-c)
+    throw InputError(
+        "pictures are drawn by gnuplot, which is not installed (apt-get install gnuplot-nox)");
+  }
+  std::error_code ignored;
+  const bool was_there = std::filesystem::exists(path, ignored);
+  std::FILE* probe = std::fopen(path.c_str(), "ab");
+  if (probe == nullptr) throw InputError(fmt::format("cannot write {}", path));
+  std::fclose(probe);
+  if (!was_there) std::filesystem::remove(path, ignored);
+}
+
 void draw_spy(const std::string& path, const std::string& title, const SparseMatrix& matrix,
               const std::vector<int>& order, int domains) {
   Raster before(matrix.n), after(matrix.n);
@@ -142,7 +162,7 @@ void draw_spy(const std::string& path, const std::string& title, const SparseMat
       if (i != j && matrix.form != Form::full) before.add(j, i, 0);
     }
   }
-  const Elimination elimination(matrix, order);
+  const Elimination elimination(matched_rows(matrix, order), order);
   elimination.for_factor(
       [&](int row, int column, bool original) { after.add(row, column, original ? 0 : 1); });
   for (int i = 0; i < matrix.n; ++i) after.add(i, i, 0);

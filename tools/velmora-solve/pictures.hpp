@@ -10,9 +10,14 @@
 
 namespace tool {
 
+/// Tests that a picture can be drawn there.  @throws InputError as below
+void check_picture(const std::string& path);
+
 /// The pattern of the matrix beside that of the factor in elimination order: entries of the matrix
 /// dark, fill orange, supernodes and domains as squares on the diagonal.
-/// @param order    node, from 1, at each position
+/// @param order    node, from 1, at each position; behind these n, where there are more, the row
+/// that
+///                 takes the place of each column
 /// @param domains  independent subtrees to mark
 /// @throws InputError without gnuplot, or when the file cannot be written
 void draw_spy(const std::string& path, const std::string& title, const SparseMatrix& matrix,

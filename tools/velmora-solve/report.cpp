@@ -37,7 +37,15 @@ nlohmann::ordered_json factor_to_json(const Factor& factor, int n) {
   if (has_inertia(factor.mtype)) {
     out["inertia"] = {{"positive", factor.positive},
                       {"negative", factor.negative},
-                      {"zero", n - factor.positive - factor.negative}};
+                      {"uncertain", factor.doubtful},
+                      {"uncertain_positive", factor.doubtful_positive},
+                      {"near_singular", factor.near_singular}};
+    // A zero eigenvalue gets a sign like any other, which is then uncertain.
+    if (factor.doubtful == 0 && factor.verdict >= 0 && factor.verdict < 2) {
+      out["inertia"]["zero"] = n - factor.positive - factor.negative;
+    } else {
+      out["inertia"]["zero"] = nullptr;
+    }
   }
   if (factor.log_determinant) out["log_determinant"] = number(*factor.log_determinant);
   out["refinement_steps"] = factor.refinement_steps;
@@ -46,13 +54,20 @@ nlohmann::ordered_json factor_to_json(const Factor& factor, int n) {
                       {"factor", factor.memory_factor}};
   out["seconds"] = {{"analysis", factor.analysis_seconds},
                     {"factorization", factor.factorization_seconds},
-                    {"solution", factor.solution_seconds}};
+                    {"solution", factor.solution_seconds},
+                    {"accuracy", factor.accuracy_seconds}};
   if (!factor.refactor_seconds.empty()) out["seconds"]["refactor"] = factor.refactor_seconds;
   if (!factor.resolve_seconds.empty()) out["seconds"]["resolve"] = factor.resolve_seconds;
   if (factor.inversion_seconds) out["seconds"]["inversion"] = *factor.inversion_seconds;
   out["residual"] = {{"componentwise", number(factor.residual.componentwise)},
                      {"normwise", number(factor.residual.normwise)},
                      {"two_norm", number(factor.residual.two_norm)}};
+  if (factor.verdict >= 0) {
+    out["accuracy"] = {{"verdict", factor.verdict},
+                       {"rung", factor.rung},
+                       {"condition", number(factor.condition)},
+                       {"error_bound", number(factor.error_bound)}};
+  }
   if (!factor.warning.empty()) out["warning"] = factor.warning;
   return out;
 }
@@ -72,10 +87,17 @@ std::string seconds(double value) {
 void print_factor(const Printer& printer, const Report& report) {
   const Factor& factor = *report.factor;
   if (has_inertia(factor.mtype)) {
-    const int zero = report.n - factor.positive - factor.negative;
-    printer.line("inertia",
-                 fmt::format("{} positive, {} negative{}", factor.positive, factor.negative,
-                             zero != 0 ? fmt::format(", {} zero", zero) : ""));
+    const auto signs = [](int count, const char* kind, int uncertain) {
+      std::string text = fmt::format("{} {}", count, kind);
+      if (uncertain > 0) text += fmt::format(", of which {} uncertain", uncertain);
+      return text;
+    };
+    printer.line("inertia", signs(factor.positive, "positive", factor.doubtful_positive) + ", " +
+                                signs(factor.negative, "negative",
+                                      factor.doubtful - factor.doubtful_positive));
+    if (factor.near_singular) {
+      printer.line("near-singular", "at least 1 eigenvalue below 1e-14 of the largest");
+    }
   }
   if (factor.log_determinant) {
     printer.line("determinant", fmt::format("log |det A| = {:.10g}", *factor.log_determinant));

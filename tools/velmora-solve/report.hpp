@@ -21,10 +21,16 @@ struct Factor {
   int gflop = 0;  ///< truncated
   int perturbed = 0;
   int positive = 0, negative = 0;
+  int doubtful = 0, doubtful_positive = 0;  ///< of these, signs that rounding decided
+  bool near_singular = false;               ///< an eigenvalue is below 1e-14 of the largest
+  int verdict = -1;                         ///< the library's, iparm(41)
+  int rung = 0;                             ///< what the library did for it, iparm(43)
+  double condition = 0, error_bound = 0;    ///< 0: not measured
   int refinement_steps = 0;
   int memory_analysis_peak = 0, memory_analysis = 0, memory_factor = 0;  ///< KB
   std::optional<double> log_determinant;
   double analysis_seconds = 0, factorization_seconds = 0, solution_seconds = 0;
+  double accuracy_seconds = 0;  ///< of the solve that is measured
   std::vector<double> refactor_seconds, resolve_seconds;
   std::optional<double> inversion_seconds;
   Residual residual;

@@ -95,12 +95,12 @@ Session::Session(const SparseMatrix& matrix, int mtype, const Settings& settings
     throw InputError(fmt::format("the iterative solver does not cover type {}", mtype_));
   }
   apply(settings);
-  perm_.assign(static_cast<std::size_t>(matrix.n), 0);
+  perm_.assign(static_cast<std::size_t>(matrix.n) * (triangular(mtype) ? 1 : 2), 0);
 }
 
 void Session::apply(const Settings& settings) {
   option(3) = settings.threads;
-  option(5) = -1;  // the order comes back
+  option(5) = triangular(mtype_) ? -1 : -2;  // the order comes back, and the matching
   // Where pivots may be perturbed, accuracy comes from refinement; it stops by itself as soon as
   // it no longer contracts.
   if (mtype_ != 2 && mtype_ != 4) option(8) = 10;
@@ -126,6 +126,19 @@ void Session::apply(const Settings& settings) {
   for (const auto& [number, value] : settings.iparm) option(number) = value;
   for (const auto& [number, value] : settings.dparm)
     dparm_[static_cast<std::size_t>(number - 1)] = value;
+  const auto asked = [&](int number, int otherwise) {
+    for (const auto& [entry, value] : settings.iparm)
+      if (entry == number) otherwise = value;
+    return otherwise;
+  };
+  accuracy_ = asked(40, 2);
+  ladder_ = asked(42, 1);
+  judge(false);
+}
+
+void Session::judge(bool wanted) {
+  option(40) = wanted ? accuracy_ : 0;
+  option(42) = wanted ? ladder_ : 0;
 }
 
 Session::~Session() {

@@ -43,11 +43,15 @@ class Session {
   void set_rhs(const std::vector<double>& b, int nrhs);
   const std::vector<double>& x() const { return x_; }
 
-  /// Elimination order that the analysis found: node, from 1, at each position.
+  /// Elimination order that the analysis found: node, from 1, at each position; with full storage
+  /// the row that the matching gives each column, behind it.
   const std::vector<int>& order() const { return perm_; }
 
   /// Most steps of refinement in later solves.
   void limit_refinement(int steps) { option(8) = steps; }
+
+  /// Whether later solves are measured, and go on until the solution is good.
+  void judge(bool wanted);
 
   /// iparm and dparm by the numbers of the header, from 1.
   int iparm(int number) const { return iparm_[static_cast<std::size_t>(number - 1)]; }
@@ -63,6 +67,7 @@ class Session {
   bool show_messages_;
   /// The transpose of a Hermitian matrix is its conjugate: A conj(x) = conj(b) is solved for it.
   bool conjugated_ = false;
+  int accuracy_ = 0, ladder_ = 0;  ///< iparm(40) and (42) of a solve that is judged
   int nrhs_ = 1;
   std::array<void*, 64> handle_{};
   std::array<int, 64> iparm_{};

@@ -7,8 +7,10 @@
 #include <cmath>
 #include <limits>
 #include <map>
+#include <memory>
 #include <random>
 
+#include "near_singular.hpp"
 #include "pictures.hpp"
 #include "replay.hpp"
 #include "session.hpp"
@@ -131,33 +133,19 @@ double distance_from_ones(const std::vector<double>& x, bool complex) {
 /// The number of nonzeros as iparm(18) tells it: thousands, negative, where it is too large.
 std::int64_t nonzeros_of(int told) { return told < 0 ? std::int64_t{-1000} * told : told; }
 
-/// How hard a symmetric indefinite or unsymmetric matrix is taken.
-enum class Effort {
-  defaults,       ///< of the library, with the user's settings
-  bunch_kaufman,  ///< 2x2 pivots
-  robust,         ///< matching and scaling as well
-  unmatched,      ///< neither matching nor scaling
-  lenient         ///< larger perturbations, which refinement undoes
-};
-
-/// What is tried.
-struct Attempt {
-  int mtype = 0;
-  Effort effort = Effort::defaults;
-};
-
-enum class Outcome {
-  solved,
-  inaccurate,
-  no_factor,  ///< this factorization does not suit the matrix; another may
-  error       ///< nothing else will do better
-};
-
-const char* describe(Effort effort) {
-  constexpr const char* words[] = {
-      "default settings", "Bunch-Kaufman pivoting", "matching, scaling and Bunch-Kaufman pivoting",
-      "neither matching nor scaling", "larger perturbations and more refinement"};
-  return words[static_cast<int>(effort)];
+/// What the library did for the solution, by the rung that it tells.
+const char* describe_rung(int rung) {
+  constexpr const char* words[] = {"",
+                                   "refinement of every row",
+                                   "Krylov refinement",
+                                   "a factor in double precision",
+                                   "a factor with matching, scaling and a small perturbation",
+                                   "a factor without matching",
+                                   "a factor in another order",
+                                   "a factor as an unsymmetric matrix",
+                                   "a factor with free pivots",
+                                   "a factor with a large perturbation, and many Krylov steps"};
+  return rung >= 0 && rung < static_cast<int>(std::size(words)) ? words[rung] : "";
 }
 
 /// True when the user leaves pivoting and matching to the program.
@@ -166,95 +154,49 @@ bool free_to_choose(const Settings& settings) {
          !settings.iterative;
 }
 
-/// What follows an attempt that did not solve the system.
-std::optional<Attempt> next_attempt(const Options& options, const Attempt& failed,
-                                    Outcome outcome) {
-  if (outcome == Outcome::error) return std::nullopt;
-  if (!options.type) {
-    // A Cholesky factor that exists is as good as any other of the same matrix.
-    const bool cholesky = failed.mtype == 2 || failed.mtype == 4;
-    if (cholesky && outcome == Outcome::no_factor) return Attempt{-failed.mtype};
-    if (failed.mtype == 1 || failed.mtype == 3) return Attempt{failed.mtype + 10};
-  }
-  if (!free_to_choose(options.settings)) return std::nullopt;
-  const bool indefinite = failed.mtype == -2;
-  const bool unsymmetric = failed.mtype == 11 || failed.mtype == 13;
-  if (!indefinite && !unsymmetric) return std::nullopt;
-  const auto with = [&](Effort effort) { return Attempt{failed.mtype, effort}; };
-  switch (failed.effort) {
-    case Effort::defaults:
-      // On a matrix close to singular the matching may lead to more zero pivots than it avoids.
-      return with(indefinite ? Effort::bunch_kaufman : Effort::unmatched);
-    case Effort::bunch_kaufman:
-      return with(Effort::robust);
-    case Effort::robust:
-    case Effort::unmatched:
-      return with(Effort::lenient);
-    case Effort::lenient:
-      return std::nullopt;
-  }
-  return std::nullopt;
-}
-
-/// The user's settings, with what an attempt changes in them.
-Settings settings_of(const Attempt& attempt, Settings settings) {
-  switch (attempt.effort) {
-    case Effort::defaults:
-      break;
-    case Effort::bunch_kaufman:
-      settings.pivoting = 1;
-      break;
-    case Effort::robust:
-      settings.robust = true;
-      break;
-    case Effort::unmatched:
-      settings.matching = settings.scaling = 0;
-      break;
-    case Effort::lenient:
-      settings.robust = true;
-      if (!settings.perturbation) settings.perturbation = 6;
-      if (!settings.refinement) settings.refinement = 50;
-      break;
-  }
-  return settings;
-}
-
 class Solver {
  public:
   Solver(const Options& options, const Printer& printer, Report& report, SparseMatrix& matrix,
-         const Rhs& rhs)
-      : options_(options), printer_(printer), report_(report), matrix_(matrix), rhs_(rhs) {}
+         const Rhs& rhs, const Settings& settings)
+      : options_(options),
+        printer_(printer),
+        report_(report),
+        matrix_(matrix),
+        rhs_(rhs),
+        settings_(settings) {}
 
-  /// Runs one attempt; `failure` receives why it did not solve the system.
-  Outcome run(const Attempt& attempt, std::string& failure) {
-    const Settings settings = settings_of(attempt, options_.settings);
-    Session session(matrix_, attempt.mtype, settings, options_.msglvl > 0 && !options_.quiet);
+  /// A Cholesky factorization found that the matrix is not definite.
+  struct NotDefinite : std::runtime_error {
+    using std::runtime_error::runtime_error;
+  };
+
+  /// Solves the system as the type of the report.  @return empty, or why it is not solved
+  std::string run() {
+    const int mtype = report_.type.mtype;
+    Session session(matrix_, mtype, settings_, options_.msglvl > 0 && !options_.quiet);
     session.set_rhs(rhs_.b, report_.nrhs);
     Factor factor;
-    factor.mtype = attempt.mtype;
-    factor.robust = settings.robust;
+    factor.mtype = mtype;
+    factor.robust = settings_.robust;
     try {
       factor_and_solve(session, factor);
     } catch (const PhaseFailed& failed) {
-      failure = failed.what();
-      return failed.other_factor_may_do ? Outcome::no_factor : Outcome::error;
+      return failed.what();
     }
     judge(session, factor);
-    failure = verdict(factor);
-    const Outcome outcome = failure.empty() ? Outcome::solved : Outcome::inaccurate;
-    // A later attempt replaces an earlier one only when it is better.
-    if (report_.factor && !(shortfall(factor.residual) < shortfall(report_.factor->residual))) {
-      return outcome;
-    }
     report_.factor = std::move(factor);
-    if (rhs_.solution_is_ones) {
+    const std::string failure = verdict(*report_.factor);
+    report_.factor->near_singular = has_inertia(mtype) &&
+                                    (report_.factor->doubtful > 0 || !failure.empty()) &&
+                                    is_near_singular(matrix_, mtype, settings_.threads);
+    if (rhs_.solution_is_ones && failure.empty()) {
       report_.solution_error = distance_from_ones(session.x(), matrix_.complex);
     }
     solution_ = session.x();
     order_ = session.order();
     if (!options_.convergence.empty()) trace_refinement(session);
-    if (outcome == Outcome::solved) invert(session);
-    return outcome;
+    if (failure.empty()) invert(session);
+    return failure;
   }
 
   const std::vector<double>& solution() const { return solution_; }
@@ -266,30 +208,34 @@ class Solver {
  private:
   /// A call of the library that ended with an error, explained.
   struct PhaseFailed : std::runtime_error {
-    PhaseFailed(const std::string& what, bool hope)
-        : std::runtime_error(what), other_factor_may_do(hope) {}
-    bool other_factor_may_do;
+    using std::runtime_error::runtime_error;
   };
 
   static Call step(Session& session, Phase phase, int mtype) {
     Call call = session.run(phase);
-    const bool numeric = call.error == -4 || call.error == -6;
-    if (call.error != 0) throw PhaseFailed(explain(call, phase, mtype), numeric && !call.diagonal);
-    return call;
+    if (call.error == 0) return call;
+    const bool cholesky = mtype == 2 || mtype == 4;
+    if (cholesky && call.error == -4 && phase == Phase::factorization && !call.diagonal)
+      throw NotDefinite(explain(call, phase, mtype));
+    throw PhaseFailed(explain(call, phase, mtype));
   }
 
-  void factor_and_solve(Session& session, Factor& factor) {
-    Call call = step(session, Phase::analysis, factor.mtype);
-    factor.analysis_seconds = call.seconds;
-    factor.threads = session.iparm(3);
-    factor.nonzeros = nonzeros_of(session.iparm(18));
-    factor.gflop = session.iparm(19);
-    printer_.line("analysis", fmt::format("{}   {} nonzeros in the factor, {}",
-                                          seconds(call.seconds), factor.nonzeros,
-                                          factor.gflop > 0 ? fmt::format("{} Gflop", factor.gflop)
-                                                           : std::string("below 1 Gflop")));
-    call = step(session, Phase::factorization, factor.mtype);
+  /// Factors; false where a pivot was zero, with which the solve can deal.
+  bool factorize(Session& session, Factor& factor) {
+    const bool cholesky = factor.mtype == 2 || factor.mtype == 4;
+    Call call = session.run(Phase::factorization);
     factor.factorization_seconds = call.seconds;
+    if (call.error == -4 && !cholesky && !call.diagonal) {
+      const std::string note = explain(call, Phase::factorization, factor.mtype);
+      report_.notes.push_back(note);
+      printer_.line("note", note);
+      return false;
+    }
+    if (call.error != 0) {
+      if (cholesky && call.error == -4 && !call.diagonal)
+        throw NotDefinite(explain(call, Phase::factorization, factor.mtype));
+      throw PhaseFailed(explain(call, Phase::factorization, factor.mtype));
+    }
     factor.perturbed = session.iparm(14);
     printer_.line("factorization",
                   fmt::format("{}   {} perturbed pivots, {} threads", seconds(call.seconds),
@@ -298,20 +244,65 @@ class Solver {
       call = step(session, Phase::factorization, factor.mtype);
       factor.refactor_seconds.push_back(call.seconds);
     }
+    return true;
+  }
+
+  void factor_and_solve(Session& session, Factor& factor) {
+    const Call call = step(session, Phase::analysis, factor.mtype);
+    factor.analysis_seconds = call.seconds;
+    factor.threads = session.iparm(3);
+    factor.nonzeros = nonzeros_of(session.iparm(18));
+    factor.gflop = session.iparm(19);
+    printer_.line("analysis", fmt::format("{}   {} nonzeros in the factor, {}",
+                                          seconds(call.seconds), factor.nonzeros,
+                                          factor.gflop > 0 ? fmt::format("{} Gflop", factor.gflop)
+                                                           : std::string("below 1 Gflop")));
+    if (factorize(session, factor)) time_solves(session, factor);
+    solve_well(session, factor);
+  }
+
+  /// Solves as a program does that asks for nothing but the solution.
+  void time_solves(Session& session, Factor& factor) {
+    session.judge(false);
     for (int k = 0; k <= options_.resolve; ++k) {
-      call = step(session, Phase::solution, factor.mtype);
+      const Call call = step(session, Phase::solution, factor.mtype);
       if (k == 0) {
         factor.solution_seconds = call.seconds;
       } else {
         factor.resolve_seconds.push_back(call.seconds);
       }
     }
-    factor.warning = call.complaint;  // a solve reports success whatever its refinement did
     factor.refinement_steps = session.iparm(7);
     printer_.line("solution", fmt::format("{}   {} right-hand side{}, {} refinement step{}",
                                           seconds(factor.solution_seconds), report_.nrhs,
                                           report_.nrhs == 1 ? "" : "s", factor.refinement_steps,
                                           factor.refinement_steps == 1 ? "" : "s"));
+  }
+
+  /// Solves again, measured, and as far as the library can go.
+  void solve_well(Session& session, Factor& factor) {
+    session.judge(true);
+    const Call call = session.run(Phase::solution);
+    session.judge(false);
+    factor.accuracy_seconds = call.seconds;
+    factor.verdict = call.diagonal ? -1 : session.iparm(41);
+    factor.rung = call.diagonal ? 0 : session.iparm(43);
+    if (call.error != 0 && factor.verdict != 2)
+      throw PhaseFailed(explain(call, Phase::solution, factor.mtype));
+    factor.warning = call.error != 0 ? std::string() : call.complaint;
+    factor.condition = session.dparm(42);
+    factor.error_bound = session.dparm(43);
+    if (factor.verdict < 0) return;
+    printer_.line("accuracy", fmt::format("{}   {}", seconds(call.seconds), in_words(factor)));
+  }
+
+  static std::string in_words(const Factor& factor) {
+    constexpr const char* verdicts[] = {"good", "solution of a nearby system", "useless"};
+    std::string text = fmt::format("verdict {}: {}", factor.verdict, verdicts[factor.verdict]);
+    if (factor.error_bound > 0) text += fmt::format(", error at most {:.1e}", factor.error_bound);
+    if (factor.condition > 0) text += fmt::format(", condition {:.1e}", factor.condition);
+    if (factor.rung > 0) text += fmt::format("; by {}", describe_rung(factor.rung));
+    return text;
   }
 
   /// Solves with more and more steps allowed.  A solve may take fewer, and where pivots were
@@ -332,6 +323,11 @@ class Solver {
   /// Where entries of the inverse are wanted.
   void invert(Session& session) {
     if (options_.inverse.empty() && options_.inverse_diagonal.empty()) return;
+    if (report_.factor->rung > 0) {
+      throw InputError(
+          "the inverse needs a factor that solves the system by itself: --robust, --perturb or "
+          "another --type may give one");
+    }
     const Call call = session.invert(inverse_);
     if (call.error != 0) {
       throw InputError(explain(call, Phase::inversion, report_.factor->mtype));
@@ -344,6 +340,8 @@ class Solver {
   void judge(const Session& session, Factor& factor) {
     factor.positive = session.iparm(22);
     factor.negative = session.iparm(23);
+    factor.doubtful = session.iparm(44);
+    factor.doubtful_positive = session.iparm(45);
     factor.memory_analysis_peak = session.iparm(15);
     factor.memory_analysis = session.iparm(16);
     factor.memory_factor = session.iparm(17);
@@ -352,29 +350,29 @@ class Solver {
         residual(matrix_, options_.settings.transposed, report_.nrhs, rhs_.b, session.x());
   }
 
-  /// How many times too large a residual is; at most 1 is good.  The componentwise measure must
-  /// reach the square root of the tolerance only, but some such bound is needed: where a matrix is
-  /// singular, x is so large that the normwise one is small whatever is left of an equation.
-  double shortfall(const Residual& left) const {
-    if (std::isnan(left.normwise) || std::isnan(left.componentwise) || options_.tolerance == 0) {
-      return std::numeric_limits<double>::infinity();
-    }
-    return std::max(left.normwise / options_.tolerance,
-                    left.componentwise / std::sqrt(options_.tolerance));
-  }
-
-  /// Why the residual is not acceptable, empty when it is.
+  /// Why the solution is not acceptable, empty when it is.  The library's verdict counts, beside
+  /// the residual that this program forms itself.
   std::string verdict(const Factor& factor) const {
-    if (shortfall(factor.residual) <= 1) return {};
+    constexpr double usable = 1e-10;  // componentwise, as the verdict 2 has it, and its rounding
+    const Residual& left = factor.residual;
     const std::string why = factor.warning.empty() ? "" : " (" + factor.warning + ")";
-    if (factor.residual.normwise <= options_.tolerance) {
+    if (!(left.normwise <= options_.tolerance) || options_.tolerance == 0) {
+      return fmt::format("residual {:.2e} is above the tolerance {:.0e}{}", left.normwise,
+                         options_.tolerance, why);
+    }
+    if (!(left.componentwise <= 1.1 * usable)) {
       return fmt::format(
           "componentwise residual {:.2e} is above {:.0e}: the matrix is singular to "
           "working precision, or badly scaled{}",
-          factor.residual.componentwise, std::sqrt(options_.tolerance), why);
+          left.componentwise, usable, why);
     }
-    return fmt::format("residual {:.2e} is above the tolerance {:.0e}{}", factor.residual.normwise,
-                       options_.tolerance, why);
+    if (factor.verdict == 2 || std::isinf(factor.condition)) {
+      return fmt::format(
+          "the matrix is singular to working precision: x satisfies the equations "
+          "(componentwise residual {:.2e}), but so do others{}",
+          left.componentwise, why);
+    }
+    return {};
   }
 
   const Options& options_;
@@ -382,6 +380,7 @@ class Solver {
   Report& report_;
   SparseMatrix& matrix_;
   const Rhs& rhs_;
+  const Settings settings_;
   std::vector<double> solution_, inverse_;
   std::vector<int> order_;
   std::vector<RefinementPoint> refinement_;
@@ -394,36 +393,15 @@ void decide_type(const Options& options, const SparseMatrix& matrix, const Trait
       options.type ? TypeChoice{*options.type, "as asked for"} : choose_type(matrix, traits);
 }
 
-/// Runs attempts until one solves the system or none is left.
-///  empty, or why the best of them failed
-std::string solve(const Options& options, const Traits& traits, const Printer& printer,
-                  SparseMatrix& matrix, Solver& solver, Report& report) {
-  Attempt attempt{report.type.mtype};
-  // Diagonal pivots are hopeless where the diagonal has zeros.
-  if (attempt.mtype == -2 && traits.zero_diagonal > 0 && free_to_choose(options.settings)) {
-    attempt.effort = Effort::bunch_kaufman;
-    printer.line("settings",
-                 fmt::format("{}, for the zeros on the diagonal", describe(attempt.effort)));
+/// The user's settings, and pivots of a symmetric matrix that suit its diagonal.
+Settings choose_settings(const Options& options, const Traits& traits, int mtype,
+                         const Printer& printer) {
+  Settings settings = options.settings;
+  if (mtype == -2 && traits.zero_diagonal > 0 && free_to_choose(settings)) {
+    settings.pivoting = 1;
+    printer.line("settings", "Bunch-Kaufman pivoting, for the zeros on the diagonal");
   }
-  std::string best;
-  for (;;) {
-    std::string failure;
-    const Outcome outcome = solver.run(attempt, failure);
-    if (outcome == Outcome::solved) return {};
-    if (best.empty() || outcome == Outcome::inaccurate) best = failure;
-    const auto next = next_attempt(options, attempt, outcome);
-    if (next) {
-      failure += fmt::format("; now as {}, {}", label(next->mtype), describe(next->effort));
-    } else if (failure == best) {
-      return best;
-    }
-    report.notes.push_back(failure);
-    printer.line("note", failure);
-    if (!next) return best;
-    attempt = *next;
-    report.type.mtype = attempt.mtype;
-    convert(matrix, traits, attempt.mtype);
-  }
+  return settings;
 }
 
 }  // namespace
@@ -456,15 +434,32 @@ void run(const Options& options, const Printer& printer, Report& report) {
   printer.line("check", seconds(report.check_seconds) + "   passed");
   printer.line("right side", report.rhs);
   if (options.check_only) return;
+  for (const std::string& picture : {options.spy, options.convergence})
+    if (!picture.empty()) check_picture(picture);
 
-  const bool unsymmetric = report.type.mtype == 11 || report.type.mtype == 13;
-  if (!options.spy.empty() && unsymmetric && options.settings.matching.value_or(1) != 0) {
-    throw InputError(
-        "--spy of an unsymmetric matrix needs --matching 0: the rows that the matching exchanges "
-        "are not known outside of the library");
+  const auto make_solver = [&] {
+    return std::make_unique<Solver>(options, printer, report, matrix, rhs,
+                                    choose_settings(options, traits, report.type.mtype, printer));
+  };
+  auto held = make_solver();
+  try {
+    report.failure = held->run();
+  } catch (const Solver::NotDefinite& indefinite) {
+    if (options.type) {
+      report.failure = indefinite.what();
+      return;
+    }
+    report.type = {-report.type.mtype, "Cholesky found that it is not definite"};
+    convert(matrix, traits, report.type.mtype);
+    const std::string note =
+        fmt::format("{}; now as {}", indefinite.what(), label(report.type.mtype));
+    report.notes.push_back(note);
+    printer.line("note", note);
+    held = make_solver();
+    report.failure = held->run();
   }
-  Solver solver(options, printer, report, matrix, rhs);
-  report.failure = solve(options, traits, printer, matrix, solver, report);
+  Solver& solver = *held;
+
   if (!report.factor) return;
   print_factor(printer, report);
   print_outcome(printer, report);

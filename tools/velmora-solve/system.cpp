@@ -207,24 +207,29 @@ Residual residual_of_column(const SparseMatrix& matrix, bool transposed, const S
     sums[i].size += magnitude * static_cast<long double>(std::abs(x[j]));
   });
   long double largest_r = 0, norm_a = 0, largest_x = 0, largest_b = 0, square_r = 0, square_b = 0;
-  long double worst = 0;
+  long double worst = 0, worst_by_norm = 0;
   const auto raise = [](long double& most, long double value) {
     if (!std::isnan(most) && !(value <= most)) most = value;  // a NaN stays
   };
+  for (std::size_t i = 0; i < sums.size(); ++i) raise(largest_x, std::abs(x[i]));
+  const long double vanishing = 1000.0L * static_cast<long double>(matrix.n) * 0x1p-53L;
   for (std::size_t i = 0; i < sums.size(); ++i) {
     const long double size_b = std::abs(b[i]);
     const long double r = std::abs(sums[i].residual + Wide(b[i]));
-    const long double size = sums[i].size + size_b;
-    raise(worst, r == 0 ? 0 : r / size);
+    const long double size = sums[i].size + size_b, by_norm = sums[i].row * largest_x;
+    if (size > vanishing * (by_norm + size_b)) {
+      raise(worst, r == 0 ? 0 : r / size);
+    } else {
+      raise(worst_by_norm, r == 0 ? 0 : r / (sums[i].size + by_norm));
+    }
     raise(largest_r, r);
     raise(norm_a, sums[i].row);
-    raise(largest_x, std::abs(x[i]));
     raise(largest_b, size_b);
     square_r += r * r;
     square_b += size_b * size_b;
   }
   Residual out;
-  out.componentwise = static_cast<double>(worst);
+  out.componentwise = static_cast<double>(worst + worst_by_norm);
   out.normwise =
       largest_r == 0 ? 0 : static_cast<double>(largest_r / (norm_a * largest_x + largest_b));
   out.two_norm = static_cast<double>(std::sqrt(square_b > 0 ? square_r / square_b : square_r));

@@ -80,9 +80,11 @@ Traits examine(const SparseMatrix& matrix);
 
 /// r = b - A x and what it is measured by, for one column.
 struct Residual {
-  double componentwise = 0;  ///< largest |r|_i / (|A||x| + |b|)_i
-  double normwise = 0;       ///< max|r| / (norm(A) max|x| + max|b|), norm: largest row sum
-  double two_norm = 0;       ///< |r|_2 / |b|_2, or |r|_2 when b is zero
+  /// Largest |r|_i / (|A||x| + |b|)_i; a row where that nearly vanishes is judged by
+  /// (|A||x|)_i + (sum of |a(i,j)|) max|x| instead, and the two kinds are added.
+  double componentwise = 0;
+  double normwise = 0;  ///< max|r| / (norm(A) max|x| + max|b|), norm: largest row sum
+  double two_norm = 0;  ///< |r|_2 / |b|_2, or |r|_2 when b is zero
 };
 
 /// Residuals of `nrhs` columns, the worst of each measure.  Sums run in extended precision.
