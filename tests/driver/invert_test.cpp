@@ -197,6 +197,27 @@ TEST(Inversion, WrongCallsChangeNothing) {
   EXPECT_EQ(schur.a, m.a);
 }
 
+// Each matrix number has its own factor, and its own say in what became of it.
+TEST(Inversion, OfOneOfSeveralFactors) {
+  const Matrix first = poisson2d(10), second = with_new_values(first, 3);
+  Caller c = caller_of(first);
+  c.maxfct = 2;
+  ASSERT_EQ(c.run(12), 0);
+  c.mnum = 2;
+  c.a = second.a;
+  ASSERT_EQ(c.run(22), 0);
+  ASSERT_EQ(c.run(-22), 0);
+  EXPECT_EQ(c.run(33), -7);
+  c.mnum = 1;
+  EXPECT_LE(residual(c, first), 1e-13);
+  c.mnum = 2;
+  c.a = second.a;
+  ASSERT_EQ(c.run(22), 0);
+  EXPECT_LE(residual(c, second), 1e-13);
+  EXPECT_EQ(c.run(0), 0);
+  EXPECT_EQ(c.run(-22), -7);
+}
+
 // The factor of a partial solve is a whole one.
 TEST(Inversion, OfTheFactorOfAPartialSolve) {
   const Matrix m = poisson2d(15);
