@@ -97,6 +97,13 @@ TEST(Inversion, KeepsTheFactorWhereAskedTo) {
         EXPECT_TRUE(contains(c.run_and_read(33), "a is the inverse of matrix number 1"));
         EXPECT_EQ(c.error, -1);
         EXPECT_EQ(c.x.front(), -77.0);
+        // So would one that iterates with an old factor, or climbs to a better one.
+        c.iparm(4) = 61;
+        EXPECT_EQ(c.run(33), -7);
+        c.iparm(4) = 0;
+        c.iparm(40) = c.iparm(42) = 1;
+        EXPECT_EQ(c.run(33), -7);
+        c.iparm(40) = c.iparm(42) = 0;
         // So would a solve that factors, here for want of the right precision.
         if (m.mtype == -2) {
           c.iparm(29) = 1;
