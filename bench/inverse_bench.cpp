@@ -5,9 +5,8 @@
 //
 // Factorization (phase 22) and inversion (phase -22, which overwrites the factor) take turns on
 // one analysis, first on one thread and then on THREADS; the table shows the shortest time of each
-// in seconds.  "memory" is what the process holds at the most during the inversion on one thread,
-// over the factor, which it holds before.  "trace" is |sum a(i,j) inv(j,i) / n - 1|, for patterns
-// that are symmetric.
+// in seconds.  "memory" is what the process grows by at the most during an inversion, over the
+// factor, plus 1.  "trace" is |sum a(i,j) inv(j,i) / n - 1|, for patterns that are symmetric.
 #include <fmt/core.h>
 #include <omp.h>
 
@@ -147,20 +146,21 @@ int main(int argc, char** argv) {
   app.add_flag("--cpu", cpu, "processor seconds instead of wall clock; for one thread");
   CLI11_PARSE(app, argc, argv);
   fmt::print("| problem | type | n | factor 1 | inverse 1 | inverse / factor | memory | trace |");
-  if (threads > 1) fmt::print(" factor {0} | inverse {0} | inverse, speed-up |", threads);
+  if (threads > 1)
+    fmt::print(" factor {0} | inverse {0} | inverse, speed-up | memory {0} |", threads);
   fmt::print("\n|---|---:|---:|---:|---:|---:|---:|---:|{}\n",
-             threads > 1 ? "---:|---:|---:|" : "");
+             threads > 1 ? "---:|---:|---:|---:|" : "");
   for (const std::string& name : problems) try {
       const bench::Problem problem = bench::load(name, 0);
       const bench::Times one = bench::measure(problem, 1, repeats, cpu);
-      fmt::print("| {} | {} | {} | {:.4g} | {:.4g} | {:.2f} | {:.2f} | {:.0e}{} |", name,
+      fmt::print("| {} | {} | {} | {:.4g} | {:.4g} | {:.2f} | {:.3f} | {:.0e}{} |", name,
                  problem.matrix.mtype, problem.matrix.n, one.factor, one.inverse,
                  one.inverse / one.factor, one.memory, one.trace,
                  one.perturbed > 0 ? fmt::format(", {} perturbed", one.perturbed) : "");
       if (threads > 1) {
         const bench::Times more = bench::measure(problem, threads, repeats, cpu);
-        fmt::print(" {:.4g} | {:.4g} | {:.2f} |", more.factor, more.inverse,
-                   one.inverse / more.inverse);
+        fmt::print(" {:.4g} | {:.4g} | {:.2f} | {:.3f} |", more.factor, more.inverse,
+                   one.inverse / more.inverse, more.memory);
       }
       fmt::print("\n");
       std::fflush(stdout);

@@ -377,7 +377,7 @@ VELMORA_API const char* velmora_error_text(int error);
  *   mtype   matrix type                                                        in
  *   phase   what to do                                                         in
  *   n       number of equations                                                in
- *   a       values                                                             in
+ *   a       values; phase -22 writes the inverse there                        in, out
  *   ia, ja  row starts [n+1] and columns                                       in
  *   perm    elimination order or marks [n], see iparm(5), iparm(31)            in or out
  *   nrhs    number of right-hand sides                                         in

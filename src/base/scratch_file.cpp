@@ -8,7 +8,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <string>
+#include <string_view>
+
+#include "base/memory.hpp"
 
 namespace vlm {
 namespace {
@@ -36,11 +38,14 @@ ScratchFile::~ScratchFile() {
 
 int ScratchFile::write(const void* block, std::size_t bytes) {
   const char* const folder = std::getenv("TMPDIR");
-  std::string path = folder != nullptr && *folder != '\0' ? folder : "/tmp";
-  path += "/velmora_inverse_XXXXXX";
+  const std::string_view root = folder != nullptr && *folder != '\0' ? folder : "/tmp";
+  const std::string_view name = "/velmora_inverse_XXXXXX";
+  Vector<char> path(root.begin(), root.end());
+  path.insert(path.end(), name.begin(), name.end());
+  path.push_back('\0');
   file_ = ::mkostemp(path.data(), O_CLOEXEC);
   if (file_ < 0) return errno;
-  ::unlink(path.c_str());
+  ::unlink(path.data());
   // Not every file system can reserve; those tell when they are written to.
   const int reserved = ::posix_fallocate(file_, 0, static_cast<off_t>(bytes));
   if (reserved != 0 && reserved != EINVAL && reserved != EOPNOTSUPP) return reserved;

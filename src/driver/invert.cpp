@@ -72,15 +72,19 @@ Outcome test_inversion(const Call& call) {
   return {};
 }
 
-/// Entries of the inverse that its selected part does not hold.
+/// Which column of the inverse belongs to each row, and the entries that its selected part does
+/// not hold.
 struct OutsideValues {
+  Vector<int> columns;
   Vector<OutsideEntry> entries;
   Vector<double> values;
 };
 
 OutsideValues solve_outside(const InverseOptions& options, const Structure& st, const Call& call,
                             const void* lu) {
-  OutsideValues out{outside_entries(st, pattern_of(call), matching_of(call.pt)), {}};
+  const Matching matching = matching_of(call.pt);
+  OutsideValues out{inverse_columns(st, matching), {}, {}};
+  out.entries = outside_entries(st, pattern_of(call), matching, out.columns);
   out.values.resize(out.entries.size() * static_cast<std::size_t>(options.type.nvals()));
   solve_for_entries(options, st, out.entries, lu, out.values.data());
   return out;
@@ -144,7 +148,7 @@ Outcome invert_record(const Call& call, FactorRecord& record, InverseTimes& time
   times.preparation += before;
 
   const Matching matching = matching_of(pt);
-  read_inverse(options, st, pattern_of(call), matching, lu, values_of(call));
+  read_inverse(options, st, pattern_of(call), matching, outside.columns, lu, values_of(call));
   put_outside_entries(options, st, pattern_of(call), matching, outside.entries,
                       outside.values.data(), values_of(call));
   record.inverse_values = values_checksum(pattern_of(call), options.type.nvals());

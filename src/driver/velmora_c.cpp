@@ -301,7 +301,8 @@ Outcome work_numerically(const Call& call) {
       factor_serves(record, options) && !record.inverted &&
       (call.phase == 33 || keeps_factor(record.history, options.stabilised.k, call.iparm(20)));
   if (call.phase == 33 && record.inverted) return test_for_inverse(call, false);
-  if (call.phase == 33 && !kept) {
+  const bool climbs = solves && ladder_asked(options, call);
+  if (call.phase == 33 && (!kept || climbs)) {
     if (Outcome failed = test_whole_matrix(call, options)) return failed;
     if (Outcome failed = test_pattern_kept(call, control)) return failed;
     if (Outcome failed = test_for_inverse(call, true)) return failed;
@@ -323,7 +324,6 @@ Outcome work_numerically(const Call& call) {
   arrays.matching = matching_of(pt);
   arrays.structure = static_cast<const Structure*>(slot(pt, slot_structure));
   arrays.record = &record;
-  const bool climbs = solves && ladder_asked(options, call);
   provide_work(pt, numeric_work_bytes(arrays, solves, climbs));
   arrays.work = slot(pt, slot_work);
   control.cgs_bytes = 0;

@@ -16,23 +16,6 @@ namespace {
 /// Fewer entries than these are not worth a thread.
 constexpr int worth_a_thread = 20000;
 
-/// Position, in elimination order, of the column of Z that belongs to each row of A.
-class RowPlaces {
- public:
-  RowPlaces(const Structure& st, const Matching& matching) : invp_(st.invp) {
-    if (matching.perm == nullptr) return;
-    store_.resize(static_cast<std::size_t>(st.n));
-    for (int node = 1; node <= st.n; ++node)
-      store_[static_cast<std::size_t>(matching.perm[node - 1] - 1)] = st.invp(node);
-    invp_ = View<const int>(store_);
-  }
-  int operator()(int row) const { return invp_(row); }
-
- private:
-  Vector<int> store_;
-  View<const int> invp_;
-};
-
 /// Place of row i in the list of the panel that column j belongs to, i >= j, from 0; -1: none.
 int place_in_panel(const Structure& st, int i, int j) {
   const int s = st.snode(j);
@@ -68,14 +51,14 @@ struct Scaling {
 
 template <class T, bool symmetric, bool hermitian>
 void read_with(const InverseOptions& options, const Structure& st, const InputMatrix& pattern,
-               const Matching& matching, const void* lu, double* a) {
+               const Matching& matching, const Vector<int>& columns, const void* lu, double* a) {
   const FactorStore<T> store = factor_store<T>(st, const_cast<void*>(lu));
-  const RowPlaces places(st, matching);
+  const View<const int> column(columns);
   const Scaling scaling{st.n, matching.scale};
   const auto read_row = [&](int i) {
     const int x = st.invp(i);
     for (int p = pattern.ia[i - 1]; p < pattern.ia[i]; ++p) {
-      const int j = pattern.ja[p - 1], y = places(j);
+      const int j = pattern.ja[p - 1], y = column(j);
       const int place = place_in_panel(st, std::max(x, y), std::min(x, y));
       if (place < 0) continue;
       const T z = entry_of<T, symmetric, hermitian>(st, store, x, y, place);
@@ -93,15 +76,23 @@ void read_with(const InverseOptions& options, const Structure& st, const InputMa
 
 }  // namespace
 
+Vector<int> inverse_columns(const Structure& st, const Matching& matching) {
+  Vector<int> out(st.invp.begin(), st.invp.end());
+  if (matching.perm == nullptr) return out;
+  for (int node = 1; node <= st.n; ++node)
+    out[static_cast<std::size_t>(matching.perm[node - 1] - 1)] = st.invp(node);
+  return out;
+}
+
 Vector<OutsideEntry> outside_entries(const Structure& st, const InputMatrix& pattern,
-                                     const Matching& matching) {
+                                     const Matching& matching, const Vector<int>& columns) {
   Vector<OutsideEntry> out;
   if (matching.perm == nullptr) return out;
-  const RowPlaces places(st, matching);
+  const View<const int> column(columns);
   for (int i = 1; i <= st.n; ++i) {
     const int x = st.invp(i);
     for (int p = pattern.ia[i - 1]; p < pattern.ia[i]; ++p) {
-      const int y = places(pattern.ja[p - 1]);
+      const int y = column(pattern.ja[p - 1]);
       if (place_in_panel(st, std::max(x, y), std::min(x, y)) < 0) out.push_back({x, y, p});
     }
   }
@@ -112,7 +103,8 @@ Vector<OutsideEntry> outside_entries(const Structure& st, const InputMatrix& pat
 }
 
 void read_inverse(const InverseOptions& options, const Structure& structure,
-                  const InputMatrix& pattern, const Matching& matching, const void* lu, double* a) {
+                  const InputMatrix& pattern, const Matching& matching, const Vector<int>& columns,
+                  const void* lu, double* a) {
   const MatrixType& type = options.type;
   auto* read = &read_with<double, false, false>;
   if (type.complex)
@@ -123,7 +115,7 @@ void read_inverse(const InverseOptions& options, const Structure& structure,
     read = options.single ? &read_with<float, true, false> : &read_with<double, true, false>;
   else if (options.single)
     read = &read_with<float, false, false>;
-  read(options, structure, pattern, matching, lu, a);
+  read(options, structure, pattern, matching, columns, lu, a);
 }
 
 void put_outside_entries(const InverseOptions& options, const Structure& structure,

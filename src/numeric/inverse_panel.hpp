@@ -16,12 +16,13 @@
 /// Y and V are formed in place and then kept in scratch, transposed: the tall dimension is then the
 /// long one of the update kernel's second operand, which is the store of the ancestors itself
 /// wherever rows follow each other.  The transposed panels have their columns padded to whole
-/// vectors.  A panel that needs no padding takes the products in its own store, so that scratch is
-/// one panel a thread, two of full storage.
+/// vectors.  A panel takes the products in its own store where the padding leaves room for them, so
+/// that scratch is little more than one panel a thread, two of full storage.
 #pragma once
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <utility>
 
@@ -50,32 +51,42 @@ int padded_width(int width) {
   return (width + lanes - 1) / lanes * lanes;
 }
 
+/// Whether the store of a panel's side, L with the diagonal block or U, has room for `below`
+/// columns of the padded width.
+inline bool has_room(int side, int width, int padded, int below) {
+  const std::int64_t room = std::int64_t{width} * (side == 0 ? below + width : below);
+  return std::int64_t{padded} * below <= room;
+}
+
 /// Scratch of one thread.
 template <class T>
 struct InverseScratch {
-  Vector<T> block;        ///< inverse of a diagonal block, twice: its transpose on the way
+  Vector<T> block;        ///< inverse of a diagonal block
   Vector<T> operand[2];   ///< Y and V, transposed
-  Vector<T> result[2];    ///< products of panels whose own store has no room for the padding
-  Vector<T> gathered;     ///< part of Z(K,K)
+  Vector<T> result[2];    ///< products of panels whose own store has no room for them
+  Vector<T> gathered;     ///< part of Z(K,K); before that, work of a block's inversion
   Vector<int> place;      ///< of K's rows in an ancestor's list, from 0
   Vector<int> labels[2];  ///< columns and rows of a block in their order before the pivoting
 
   InverseScratch(const Structure& st, bool two_sided) {
-    std::size_t most = 0, most_padded = 0;
+    const int sides = two_sided ? 2 : 1;
+    std::size_t most = 0, most_apart[2] = {};
     for (int s = 1; s <= st.nsuper; ++s) {
       const int width = st.xsuper(s + 1) - st.xsuper(s), padded = padded_width<T>(width);
-      const std::size_t size =
-          static_cast<std::size_t>(padded) * (st.xlindx(s + 1) - st.xlindx(s) - width);
+      const int below = st.xlindx(s + 1) - st.xlindx(s) - width;
+      const std::size_t size = static_cast<std::size_t>(padded) * static_cast<std::size_t>(below);
       most = std::max(most, size);
-      if (padded != width) most_padded = std::max(most_padded, size);
+      for (int side = 0; side < sides; ++side)
+        if (!has_room(side, width, padded, below))
+          most_apart[side] = std::max(most_apart[side], size);
     }
     const auto width = static_cast<std::size_t>(st.max_width);
-    block.resize((padded_width<T>(st.max_width) + width) * width);
-    for (int side = 0; side <= (two_sided ? 1 : 0); ++side) {
+    block.resize(static_cast<std::size_t>(padded_width<T>(st.max_width)) * width);
+    for (int side = 0; side < sides; ++side) {
       operand[side].resize(most);
-      result[side].resize(most_padded);
+      result[side].resize(most_apart[side]);
     }
-    gathered.resize(width * inverse_rows);
+    gathered.resize(width * std::max<std::size_t>(inverse_rows, width));
     place.resize(static_cast<std::size_t>(st.max_rows));
     for (auto& list : labels) list.resize(width);
   }
@@ -220,12 +231,16 @@ template <class Family, class T>
 class PanelInversion {
  public:
   PanelInversion(const InverseFrame<T>& frame, InverseScratch<T>& scratch, int s)
-      : f_(frame), scratch_(scratch), panel_(panel_of(frame.st, frame.store, s)), padded_(padded_width<T>(panel_.width)), s_(s) {}
+      : f_(frame),
+        scratch_(scratch),
+        panel_(panel_of(frame.st, frame.store, s)),
+        padded_(padded_width<T>(panel_.width)),
+        s_(s) {}
 
   void run() {
     const Panel<T>& p = panel_;
     T* const block = scratch_.block.data();
-    Family::invert_block(f_.kernel, p, block, padded_, block + size_of(padded_, p.width));
+    Family::invert_block(f_.kernel, p, block, padded_, scratch_.gathered.data());
     if (p.below() > 0) {
       start_sides();
       multiply_by_ancestors();
@@ -238,6 +253,7 @@ class PanelInversion {
 
  private:
   static constexpr int sides = Family::two_sided ? 2 : 1;
+  bool in_store(int side) const { return has_room(side, panel_.width, padded_, panel_.below()); }
   static std::size_t size_of(int m, int n) { return static_cast<std::size_t>(m) * n; }
 
   /// Turns the panel into the operands, and clears the results.
@@ -254,7 +270,7 @@ class PanelInversion {
     const int w = panel_.width, below = panel_.below();
     T* const operand = scratch_.operand[side].data();
     transpose<conjugate>(below, w, from, ld, operand, padded_);
-    T* const result = padded_ == w ? store : scratch_.result[side].data();
+    T* const result = in_store(side) ? store : scratch_.result[side].data();
     for (int i = 0; padded_ != w && i < below; ++i)
       std::fill_n(operand + static_cast<std::ptrdiff_t>(i) * padded_ + w, padded_ - w, T(0));
     std::fill_n(result, size_of(padded_, below), T(0));
@@ -411,11 +427,12 @@ class PanelInversion {
     }
     // A result in the panel's own store moves to where its operand was.
     const T* result[] = {side_[0].result, side_[1].result};
-    for (int side = 0; padded_ == w && side < sides; ++side) {
-      T* const moved = scratch_.operand[side].data();
-      std::copy_n(result[side], below > 0 ? size_of(w, below) : 0, moved);
-      result[side] = moved;
-    }
+    for (int side = 0; below > 0 && side < sides; ++side)
+      if (in_store(side)) {
+        T* const moved = scratch_.operand[side].data();
+        std::copy_n(result[side], size_of(padded_, below), moved);
+        result[side] = moved;
+      }
     for (int j = 0; j < w; ++j) {
       T* const to = p.l + static_cast<std::ptrdiff_t>(j) * p.rows;
       const T* const from = block + static_cast<std::ptrdiff_t>(column[j]) * padded_;

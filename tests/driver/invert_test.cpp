@@ -97,6 +97,13 @@ TEST(Inversion, KeepsTheFactorWhereAskedTo) {
         EXPECT_TRUE(contains(c.run_and_read(33), "a is the inverse of matrix number 1"));
         EXPECT_EQ(c.error, -1);
         EXPECT_EQ(c.x.front(), -77.0);
+        // So would one that iterates with an old factor, or climbs to a better one.
+        c.iparm(4) = 61;
+        EXPECT_EQ(c.run(33), -7);
+        c.iparm(4) = 0;
+        c.iparm(40) = c.iparm(42) = 1;
+        EXPECT_EQ(c.run(33), -7);
+        c.iparm(40) = c.iparm(42) = 0;
         // So would a solve that factors, here for want of the right precision.
         if (m.mtype == -2) {
           c.iparm(29) = 1;
@@ -195,6 +202,27 @@ TEST(Inversion, WrongCallsChangeNothing) {
   ASSERT_EQ(schur.run(12), 0);
   EXPECT_TRUE(contains(schur.run_and_read(-22), "Schur complement has no inverse"));
   EXPECT_EQ(schur.a, m.a);
+}
+
+// Each matrix number has its own factor, and its own say in what became of it.
+TEST(Inversion, OfOneOfSeveralFactors) {
+  const Matrix first = poisson2d(10), second = with_new_values(first, 3);
+  Caller c = caller_of(first);
+  c.maxfct = 2;
+  ASSERT_EQ(c.run(12), 0);
+  c.mnum = 2;
+  c.a = second.a;
+  ASSERT_EQ(c.run(22), 0);
+  ASSERT_EQ(c.run(-22), 0);
+  EXPECT_EQ(c.run(33), -7);
+  c.mnum = 1;
+  EXPECT_LE(residual(c, first), 1e-13);
+  c.mnum = 2;
+  c.a = second.a;
+  ASSERT_EQ(c.run(22), 0);
+  EXPECT_LE(residual(c, second), 1e-13);
+  EXPECT_EQ(c.run(0), 0);
+  EXPECT_EQ(c.run(-22), -7);
 }
 
 // The factor of a partial solve is a whole one.

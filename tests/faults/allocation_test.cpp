@@ -178,6 +178,55 @@ Caller make_exchange(int n) {
                 std::vector<double>(static_cast<std::size_t>(n), 2));
 }
 
+/// Each allocation of an inversion fails once: factor and matrix stay as they were, and the next
+/// inversion gives what the first one would have.  @return allocations that could fail
+int sweep_inversion(const Case& as) {
+  std::vector<double> good;
+  for (int k = 0;; ++k) {  // none fails at first
+    Caller c(as.matrix.mtype, as.matrix.ia, as.matrix.ja, as.matrix.a);
+    c.ja.resize(2 * c.ja.size());  // room for the full form
+    c.a.resize(2 * c.a.size());
+    c.ja_ptr = c.ja.data();
+    c.a_ptr = c.a.data();
+    prepare(c, as);
+    EXPECT_EQ(c.run(12), 0);
+    const std::vector<double> matrix = c.a;
+    const long long before = allocations::live();
+    allocations::arm(k);
+    c.run(-22);
+    const allocations::Fault fault = allocations::disarm();
+    EXPECT_EQ(allocations::live(), before) << "allocation " << k;
+    if (fault.happened) {
+      EXPECT_EQ(c.error, -2) << "allocation " << k;
+      EXPECT_EQ(told_bytes(), static_cast<long long>(fault.bytes)) << "allocation " << k;
+      EXPECT_EQ(c.a, matrix) << "allocation " << k;
+      EXPECT_EQ(c.run(33), 0) << "allocation " << k;
+      EXPECT_EQ(c.run(-22), 0) << "allocation " << k;
+    }
+    if (k == 0) good = c.a;
+    EXPECT_EQ(c.error, 0);
+    double error = 0;
+    for (std::size_t i = 0; i < good.size(); ++i)
+      error = std::max(error, std::abs(c.a[i] - good[i]));
+    EXPECT_LE(error, as.threads == 1 ? 0 : 1e-8) << "allocation " << k;
+    if (::testing::Test::HasFailure() || (k > 0 && !fault.happened)) return k - 1;
+  }
+}
+
+TEST(Allocation, SelectedInversion) {
+  // A row permutation takes entries out of the factor's pattern, which are then solved for.
+  for (const Matrix& m : {poisson2d(12), structurally_symmetric(4, 5, 3), badly_scaled(80, 1, 2),
+                          magnetic_laplacian(5, 1.3, 9)})
+    for (const int keeping : {0, 1, 2}) {
+      const Case c{m, {{36, keeping}, {37, 1}}, 1};
+      SCOPED_TRACE(name_of(c));
+      EXPECT_GT(sweep_inversion(c), 8);
+    }
+  const Case threads{shifted_laplacian(12, 1.1, false, 3), {}, 3};
+  SCOPED_TRACE(name_of(threads));
+  EXPECT_GT(sweep_inversion(threads), 20);
+}
+
 TEST(Allocation, PermutedDiagonal) {
   Caller c = make_exchange(1000);
   allocations::arm(1);
