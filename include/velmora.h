@@ -81,6 +81,7 @@
  *    -4   the factorization or the solve failed: zero pivot, matrix not positive definite, NaN
  *         or infinity in a, refinement or an iteration of iparm(4) that does not converge, or the
  *         verdict 2 of iparm(41).  A failed iteration leaves its last iterate in x, and b as it was
+ *    -5   something failed that no other class describes; none is known
  *    -6   weighted matching: the matrix is structurally singular; so is a diagonal system in
  *         which two rows share a column
  *    -7   as -1 when msglvl is 0; also: wrong row of a diagonal system (phases 23, 33)

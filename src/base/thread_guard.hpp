@@ -10,6 +10,11 @@ namespace vlm {
 /// Threads that a parallel region opened here would get.
 int count_threads();
 
+/// Threads of those wanted for which there is room where the address space is limited (RLIMIT_AS):
+/// at least one.  Beyond, OpenMP ends the process when it can't start a thread, and OpenBLAS waits
+/// for ever for a thread's buffer.
+int affordable_threads(int wanted);
+
 /// OpenMP settings of the calling thread, and of it alone, while numeric phases run: teams are as
 /// large as asked for, and a BLAS on OpenMP opens none of its own.
 class ThreadGuard {

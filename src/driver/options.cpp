@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <limits>
 
+#include "base/thread_guard.hpp"
+
 namespace vlm {
 namespace {
 
@@ -118,7 +120,7 @@ Options accept_input(const Call& call, const Options& before) {
   if (call.first_digit() < 3) options.nnz = call.ia[call.n] - 1;
   options.nrhs = call.nrhs;
   options.maxfct = call.maxfct;
-  options.threads = call.iparm(3);
+  options.threads = affordable_threads(call.iparm(3));
   // With iparm(1) 0 the options stay those of the analysis, which set the defaults.
   if (analyses || call.iparm(1) != 0) accept_options(call, options);
   if (analyses) accept_analysis_options(call, options);

@@ -115,7 +115,8 @@ bool eliminate(const FactorFrame<T>& frame, Team<T>& team) {
       break;
   }
   PanelLists lists(frame.st.nsuper);
-  return run_sequential<Family>(frame, team.front(), lists, 1, frame.st.nsuper, [](int) {});
+  return run_sequential<Family>(frame, team.front(), lists, 1, frame.st.nsuper,
+                                [](int) { return true; });
 }
 
 template <class Family, class T>

@@ -45,8 +45,8 @@ struct PanelLists {
 ///
 /// A finished panel waits in the list of the panel that its next unconsumed row belongs to;
 /// `consumed` says how much of its row list has been used.  Panels are finished in order.
-/// @param finished  called with the number of each panel that is done
-/// @return false when a panel failed
+/// @param finished  called with the number of each panel that is done; false: no more of them
+/// @return false when a panel failed, or was not wanted any more
 template <class Family, class T, class Finished>
 bool run_sequential(const FactorFrame<T>& f, FactorScratch<T>& scratch, PanelLists& lists,
                     int first, int last, Finished finished) {
@@ -77,7 +77,7 @@ bool run_sequential(const FactorFrame<T>& f, FactorScratch<T>& scratch, PanelLis
     }
     const Step step = complete_panel<Family>(f, j, target, scratch);
     if (step == Step::failed) return false;
-    finished(j);
+    if (!finished(j)) return false;
     if (step == Step::finished) enlist(j, target, target.width);
   }
   return true;

@@ -38,7 +38,8 @@ class TwoLevel {
     {
       FactorScratch<T>& scratch = team[static_cast<std::size_t>(number.fetch_add(1))];
 #pragma omp for schedule(dynamic, 1) nowait
-      for (int d = 1; d <= domains_; ++d) eliminate_domain(d, scratch);
+      for (int d = 1; d <= domains_; ++d)
+        if (!failed()) eliminate_domain(d, scratch);
       eliminate_separators(scratch);
     }
     return !failed();
@@ -53,9 +54,11 @@ class TwoLevel {
 
   void eliminate_domain(int d, FactorScratch<T>& scratch) {
     std::atomic<int>& progress = progress_[static_cast<std::size_t>(d - 1)];
-    const bool good =
-        run_sequential<Family>(f_, scratch, lists_, f_.st.range(2 * d - 1), f_.st.range(2 * d),
-                               [&](int s) { progress.store(s, std::memory_order_release); });
+    const bool good = run_sequential<Family>(f_, scratch, lists_, f_.st.range(2 * d - 1),
+                                             f_.st.range(2 * d), [&](int s) {
+                                               progress.store(s, std::memory_order_release);
+                                               return !failed();
+                                             });
     if (!good) failed_.store(true, std::memory_order_release);
   }
 

@@ -150,7 +150,11 @@ done
 refuses "a type that does not fit" 1 'complex values' hermitian.mtx --type spd
 refuses "Cholesky by force" 1 'not positive definite' trap.mtx --type spd
 refuses "a short right-hand side" 1 'short.txt has 2 rows, the matrix 3' spd.mtx --rhs short.txt
-refuses "no place for the solution" 1 'cannot write /nowhere/x' spd.mtx --output /nowhere/x
+for option in --output --spy --plot-convergence --json; do
+  refuses "no place for a file" 1 'cannot write /nowhere/x: No such file' spd.mtx $option /nowhere/x
+  [[ -s out ]] && fail "no place for $option: found after the work had begun"
+done
+refuses "a folder in the place of a file" 1 'cannot write .: Is a directory' spd.mtx --output .
 refuses "an impossible tolerance" 1 'above the tolerance' "$examples/bracket.mtx.gz" --tolerance 0 \
   --rhs-kind random
 refuses "no input" 2 'give a Matrix Market file'

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <new>
 
@@ -41,13 +42,32 @@ class JsonOutput {
   int saved_ = -1;
 };
 
-/// Everything but a failure to tell of one.
-int run(int argc, char** argv) {
+int end_without_memory() {
+  std::fflush(stdout);
+  std::fputs("velmora-solve: not enough memory\n", stderr);
+  return 1;
+}
+
+/// While the report becomes JSON, whose values take memory even to be destroyed.
+class EndOnFullMemory {
+ public:
+  EndOnFullMemory() {
+    std::set_new_handler([] { std::_Exit(end_without_memory()); });
+  }
+  ~EndOnFullMemory() { std::set_new_handler(nullptr); }
+  EndOnFullMemory(const EndOnFullMemory&) = delete;
+  EndOnFullMemory& operator=(const EndOnFullMemory&) = delete;
+};
+
+/// Runs the program; @return its exit status.
+int run_program(int argc, char** argv) {
   const tool::Parsed parsed = tool::parse_options(argc, argv);
   if (parsed.exit_status) return *parsed.exit_status;
   const tool::Options& options = parsed.options;
   tool::Report report;
   try {
+    for (const std::string& path : {options.output, options.spy, options.convergence, options.json})
+      if (!path.empty() && path != "-") tool::require_writable(path);
     JsonOutput json(options.json);
     try {
       tool::run(options, tool::Printer(options.quiet), report);
@@ -56,23 +76,25 @@ int run(int argc, char** argv) {
     } catch (const std::bad_alloc&) {
       report.failure = "not enough memory";
     }
+    const EndOnFullMemory scope;
     json.write(tool::to_json(report));
   } catch (const tool::InputError& error) {
     report.failure = error.what();
   }
   if (report.failure.empty()) return 0;
   std::fflush(stdout);
-  fmt::print(stderr, "velmora-solve: {}\n", report.failure);
+  std::fprintf(stderr, "velmora-solve: %s\n", report.failure.c_str());
   return 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Memory may run out anywhere, also where options are read or a failure is told.
   try {
-    return run(argc, argv);
+    return run_program(argc, argv);
   } catch (const std::bad_alloc&) {
-    std::fputs("velmora-solve: not enough memory\n", stderr);
+    return end_without_memory();
   } catch (const std::exception& error) {
     std::fprintf(stderr, "velmora-solve: %s\n", error.what());
   }

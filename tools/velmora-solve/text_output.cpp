@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "text_output.hpp"
 
+#include <sys/stat.h>
+#include <unistd.h>
 #include <zlib.h>
 
 #include <cerrno>
@@ -16,6 +18,19 @@ namespace {
 }  // namespace
 
 void TextOutput::Close::operator()(gzFile_s* file) const { gzclose_w(file); }
+
+void require_writable(const std::string& path) {
+  errno = 0;
+  struct stat info {};
+  if (stat(path.c_str(), &info) == 0) {
+    if (S_ISDIR(info.st_mode)) errno = EISDIR;
+    if (S_ISDIR(info.st_mode) || access(path.c_str(), W_OK) != 0) fail(path);
+    return;
+  }
+  const std::size_t slash = path.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  if (access(folder.c_str(), W_OK | X_OK) != 0) fail(path);
+}
 
 TextOutput::TextOutput(const std::string& path) : path_(path) {
   errno = 0;

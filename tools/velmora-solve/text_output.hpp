@@ -12,6 +12,10 @@
 
 namespace tool {
 
+/// Finds out before hours of work that a file cannot be written.
+/// @throws InputError
+void require_writable(const std::string& path);
+
 class TextOutput {
  public:
   /// @throws InputError when the file cannot be written
