@@ -80,6 +80,7 @@ class StabilisedStage {
         timer_(arrays.control.clocks.timer),
         options_(stabilise_options(arrays.control.options)),
         length_(vector_length(arrays, call_.nrhs)) {
+    options_.corrected = arrays.fresh;
     if (arrays.fresh) options_.sufficient = options_.tolerance;
     const Parts parts = parts_of(arrays);
     double* const start = arrays.cgs_arr;
