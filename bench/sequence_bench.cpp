@@ -75,7 +75,7 @@ Matrix time_step(const Matrix& m, int step) {
 Matrix path_step(const Matrix& m, int step) {
   Matrix out = m;
   if (m.mtype != 2 && m.mtype != 4) {
-    add_to_diagonal(out, 1e-4 * step * mean_diagonal(m));
+    add_to_diagonal(out, 1e-5 * step * mean_diagonal(m));
     return out;
   }
   const auto stiffness = [&](int i) { return 1 + 0.002 * step * std::sin(3.14159265 * i / m.n); };

@@ -182,8 +182,8 @@
  *   24  in      [1] scheme of the factorization on several threads, read by the analysis: 1
  *               two-level (domains of the nested dissection side by side, then the separators),
  *               0 fine-grain (panel by panel); also fine-grain where the order has no domains
- *   25  in      [1] the same for the solve of few right-hand sides: 1 two-level, 0 sequential.
- *               With 8 or more a thread, each thread solves for its own
+ *   25  in      [1] the solve of few right-hand sides, whatever iparm(24) is: 1 two-level, 0
+ *               sequential.  With 8 or more a thread, each thread solves for its own
  *   26  in      [0] 0: complete solve; 1: end after the forward step; above 1: without the
  *               forward step.  Not 0: no refinement
  *   28  in      [0] 1: nested dissection on several threads.  Since their order is that of one
@@ -261,7 +261,8 @@
  *   48  in      [0] expected number of negative eigenvalues, iterative solver
  *   50  -       zeroed by every call
  *   51, 52      [0, 0] distribution over nodes; 1 in iparm(51) becomes 2, and iparm(52) is
- *               the number of nodes.  The computation stays in the calling process; what they
+ *               the number of nodes, which the report shows.  There is no distributed memory: the
+ *               computation stays in the calling process, with its order and its memory; what they
  *               change is that options 28, 29, 31 are off and 24, 25 are 1
  *
  * The inverse

@@ -14,8 +14,8 @@ namespace {
 
 /// Orders below which an analysis is not worth dividing among threads.
 constexpr int undivided_order = 200;
-/// Wider panels and more nodes than there is memory for, within what arithmetic on them can hold.
-constexpr int widest_panel = 1 << 20, most_nodes = 1 << 16;
+/// Wider panels than there is memory for, within what arithmetic on them can hold.
+constexpr int widest_panel = 1 << 20;
 constexpr int most = std::numeric_limits<int>::max();
 
 void set_by_type(const TypeDefaults& defaults, View<int> iparm) {
@@ -37,7 +37,7 @@ void accept_options(const Call& call, Options& options) {
   if (iparm(51) == 0) iparm(52) = 1;
   if (iparm(51) == 1) iparm(51) = 2;
   if (options.threads == 1 && iparm(52) == 1) iparm(51) = 0;
-  options.nodes = std::clamp(iparm(52), 1, most_nodes);
+  options.nodes = std::max(iparm(52), 1);
   if (iparm(51) == 1 || iparm(51) == 2) {
     options.factor_domains = options.solve_domains = true;
     options.partial = 0;
@@ -135,8 +135,7 @@ Options accept_input(const Call& call, const Options& before) {
 
 int count_domains(const Options& options) {
   if (options.n < undivided_order) return 1;
-  const auto workers = static_cast<std::int64_t>(options.threads) * options.nodes;
-  return static_cast<int>(std::min<std::int64_t>(workers, options.n));
+  return std::min(options.threads, options.n);
 }
 
 OrderOptions order_options(const Options& options) {
@@ -151,7 +150,7 @@ SymbolicOptions symbolic_options(const Options& options) {
   return {.symmetric = options.symmetric,
           .complex = options.type->complex,
           .panel = options.panel,
-          .threads = options.threads * options.nodes,
+          .threads = options.threads,
           .use_domains = options.factor_domains};
 }
 

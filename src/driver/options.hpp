@@ -24,7 +24,7 @@ struct Options {
   int nrhs = 0;
   int maxfct = 0;  ///< may be lowered below the length of the factor table
   int threads = 1;
-  int nodes = 1;  ///< iparm(52)
+  int nodes = 1;  ///< iparm(52); shown in the report
 
   // read by the analysis, and valid until the next one
   bool symmetric = false;  ///< storage of the analysed type

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <iterator>
 
 #include "base/status.hpp"
@@ -109,6 +110,33 @@ std::string_view analysis_remedy(const Outcome& outcome, const Call& call) {
   return "test the matrix with velmora_chkmatrix";
 }
 
+std::string_view lu_remedy(const MatrixType& type) {
+  return type.complex ? "solve it with mtype 13, which matches large entries first"
+                      : "solve it with mtype 11, which matches large entries first";
+}
+
+/// After a solve whose refinement failed, or whose result is useless: the settings, of those that
+/// the call has not, which change most.
+std::string_view accuracy_remedy(const Call& call) {
+  constexpr int fine = 12;  // exponent of a perturbation that refinement undoes more easily
+  const MatrixType& type = matrix_type(call.mtype);
+  const View<int>& iparm = call.iparm;
+  if (type.single && iparm(29) != 0) return "set iparm(29) to 0 and repeat phase 13, in doubles";
+  if (type.family == Family::lu) return lu_remedy(type);
+  if (type.matched) {
+    const bool matched = iparm(11) != 0 && iparm(13) > 0;
+    if (type.symmetric && !(matched && iparm(21) != 0))
+      return "set iparm(11), iparm(13) and iparm(21) to 1 and repeat phase 13";
+    if (!matched) return "set iparm(11) and iparm(13) to 1 and repeat phase 13";
+    if (iparm(14) > 0 && iparm(10) > -fine && iparm(10) < fine)
+      return "set iparm(10) to 12 and iparm(8) to 10 and repeat phase 13";
+  }
+  if (iparm(14) > 0 && iparm(4) == 0) return "set iparm(4) to -1 and repeat phase 13: it iterates";
+  if (std::llabs(iparm(8)) < 10)
+    return "set iparm(8) to 10; if that is not enough, A may be singular";
+  return "see dparm(42), with iparm(40) = 2: A may be singular";
+}
+
 std::string_view stabilised_remedy(const Call& call) {
   if (call.phase == 33 || call.iparm(4) < 0)
     return "call phase 23: after this failure it factors the new matrix";
@@ -120,16 +148,12 @@ std::string_view numeric_remedy(const Outcome& outcome, const Call& call) {
   if (outcome.code == status_type_change) return "analyse again with this mtype (phase 11)";
   if (outcome.code == status_stabilised) return stabilised_remedy(call);
   if (outcome.code == status_work) return "solve fewer right-hand sides at a time";
-  if (outcome.code == status_inaccurate)
-    return matrix_type(call.mtype).matched && call.iparm(13) == 0
-               ? "set iparm(11), iparm(13) and iparm(21) to 1 and repeat phase 13"
-               : "set iparm(8) to 10; if that is not enough, A may be singular";
-  if (outcome.code == status_contraction || outcome.code == status_steps)
-    return "set iparm(11), iparm(13) and iparm(21) to 1 and repeat phase 13";
+  if (outcome.code == status_inaccurate || outcome.code == status_contraction ||
+      outcome.code == status_steps)
+    return accuracy_remedy(call);
   if (call.mtype == 2) return "if A is only symmetric, solve it with mtype -2 (phase 13)";
   if (call.mtype == 4) return "if A is only Hermitian, solve it with mtype -4 (phase 13)";
-  if (call.mtype == 1) return "solve it with mtype 11, which matches large entries first";
-  if (call.mtype == 3) return "solve it with mtype 13, which matches large entries first";
+  if (matrix_type(call.mtype).family == Family::lu) return lu_remedy(matrix_type(call.mtype));
   return "test the values with velmora_chkmatrix: NaN or infinity in A";
 }
 

@@ -10,6 +10,8 @@
 namespace vlm {
 namespace {
 
+/// Residual, as a part of b, with which a solve by the matrix's own, unperturbed factor is content.
+constexpr double fresh_residual = 1e-12;
 /// Solves for the accuracy figures with a kept factor: residual that is enough, and steps.
 constexpr double rough_residual = 1e-6;
 constexpr IterationLimits rough_limits{.most = 50, .judged_from = 51};
@@ -71,7 +73,11 @@ Parts parts_of(const StageArrays& arrays) {
   return parts;
 }
 
-/// One run of the stage.
+/// The system that is solved, or the one with the transposed matrix.
+enum class Side { as_asked, turned };
+
+/// One run of the stage.  The steps that it hands on capture no more than a std::function takes
+/// without an allocation.
 class StabilisedStage {
  public:
   explicit StabilisedStage(StageArrays& arrays)
@@ -80,7 +86,9 @@ class StabilisedStage {
         timer_(arrays.control.clocks.timer),
         options_(stabilise_options(arrays.control.options)),
         length_(vector_length(arrays, call_.nrhs)) {
-    if (arrays.fresh) options_.sufficient = options_.tolerance;
+    options_.corrected = arrays.fresh;
+    if (arrays.fresh && arrays.control.results.factor.perturbed == 0)
+      options_.sufficient = fresh_residual;
     const Parts parts = parts_of(arrays);
     double* const start = arrays.cgs_arr;
     x_ = parts.solution > 0 ? start : call_.x;
@@ -91,7 +99,7 @@ class StabilisedStage {
 
   int run() {
     const double start = timer_velmora();
-    if (const int status = solve_with(options_)(call_.nrhs, call_.b, x_)) return status;
+    if (const int status = solve(Side::as_asked, call_.nrhs, call_.b, x_)) return status;
     const double seconds = timer_velmora() - start;
     timer_.solve = std::max(timer_.solve, 0.0) + seconds;
     if (const int status = iterate(seconds)) return status;
@@ -102,13 +110,21 @@ class StabilisedStage {
   }
 
  private:
-  SolveStep solve_with(const StabiliseOptions& options) const {
-    return [&arrays = arrays_, transpose = options.transpose](int nrhs, const double* in,
-                                                              double* out) {
-      SolveOptions solve = solve_options(arrays.control.options);
-      solve.transpose = transpose;
-      return solve_velmora(solve, *arrays.structure, arrays.matching, arrays.record->lu, nrhs, in,
-                           out, arrays.work);
+  StabiliseOptions options_of(Side side) const {
+    return side == Side::as_asked ? options_ : turned(options_);
+  }
+
+  /// One solve with the factor.
+  int solve(Side side, int nrhs, const double* in, double* out) const {
+    SolveOptions options = solve_options(arrays_.control.options);
+    options.transpose = options_of(side).transpose;
+    return solve_velmora(options, *arrays_.structure, arrays_.matching, arrays_.record->lu, nrhs,
+                         in, out, arrays_.work);
+  }
+
+  SolveStep solve_with(Side side) const {
+    return [this, side](int nrhs, const double* in, double* out) {
+      return solve(side, nrhs, in, out);
     };
   }
 
@@ -124,13 +140,13 @@ class StabilisedStage {
     IterationResult result;
     if (affordable.most >= 1) {
       const AddingStopwatch watch(timer_.cgs);
-      const SolveStep solve = solve_with(options_);
+      const SolveStep step = solve_with(Side::as_asked);
       result = stabilise({.options = options_,
                           .matrix = arrays_.matrix,
                           .nrhs = call_.nrhs,
                           .b = call_.b,
                           .x = x_,
-                          .solve = solve,
+                          .solve = step,
                           .work = iteration_},
                          limits);
       call_.iparm(20) = result.figure();
@@ -144,33 +160,37 @@ class StabilisedStage {
 
   /// A solve for the accuracy.  With a kept factor it is one that iterates, since the figures are
   /// to be those of the matrix of the call.
-  SolveStep solve_for_accuracy(bool other) {
-    if (arrays_.fresh) return solve_with(other ? turned(options_) : options_);
-    return [this, other](int nrhs, const double* in, double* out) {
-      StabiliseOptions options = other ? turned(options_) : options_;
-      options.sufficient = rough_residual;
-      options.tolerance = 0;
-      const SolveStep plain = solve_with(options);
-      std::copy_n(in, vector_length(arrays_, nrhs), rhs_);
-      if (const int status = plain(nrhs, rhs_, out)) return status;
-      return stabilise({.options = options,
-                        .matrix = arrays_.matrix,
-                        .nrhs = nrhs,
-                        .b = rhs_,
-                        .x = out,
-                        .solve = plain,
-                        .work = iteration_},
-                       rough_limits)
-          .status;
+  SolveStep solve_for_accuracy(Side side) const {
+    if (arrays_.fresh) return solve_with(side);
+    return [this, side](int nrhs, const double* in, double* out) {
+      return solve_roughly(side, nrhs, in, out);
     };
+  }
+
+  int solve_roughly(Side side, int nrhs, const double* in, double* out) const {
+    std::copy_n(in, vector_length(arrays_, nrhs), rhs_);
+    if (const int status = solve(side, nrhs, rhs_, out)) return status;
+    StabiliseOptions options = options_of(side);
+    options.sufficient = rough_residual;
+    options.tolerance = 0;
+    const SolveStep step = solve_with(side);
+    return stabilise({.options = options,
+                      .matrix = arrays_.matrix,
+                      .nrhs = nrhs,
+                      .b = rhs_,
+                      .x = out,
+                      .solve = step,
+                      .work = iteration_},
+                     rough_limits)
+        .status;
   }
 
   int measure() {
     const AccuracyOptions accuracy = accuracy_of(arrays_);
     if (accuracy.level == 0) return status_ok;
     const AddingStopwatch watch(timer_.solve);
-    const SolveStep solve = solve_for_accuracy(false);
-    const SolveStep transpose = solve_for_accuracy(true);
+    const SolveStep solve = solve_for_accuracy(Side::as_asked);
+    const SolveStep transpose = solve_for_accuracy(Side::turned);
     Accuracy found;
     const int failed = measure_accuracy({.options = accuracy,
                                          .matrix = arrays_.matrix,

@@ -266,8 +266,7 @@ Division divide(const SolveOptions& options, const Structure& st, int nrhs) {
       partial ? st.path_entries : static_cast<double>(st.figures.nnz_l + st.figures.nnz_u);
   const double work = entries * nrhs;
   const int threads = work < worthwhile_entries ? 1 : std::max(1, options.threads);
-  const bool domains =
-      threads > 1 && st.schedule.scheme == Scheme::two_level && options.use_domains && !partial;
+  const bool domains = threads > 1 && st.divided && options.use_domains && !partial;
   const int share = (nrhs + threads - 1) / threads;
   Division out;
   if (threads > 1 && (share >= worthwhile_rhs || (!domains && nrhs > 1))) {

@@ -58,6 +58,7 @@ class Iteration {
   IterationResult run() {
     result_.count = 1;
     settle(0, 0);
+    if (result_.status != status_ok) return failed(iteration_solve_failed);
     if (active() == 0) return result_;
     if (!std::isfinite(largest_ratio())) return failed(iteration_diverged);
     double best = 1e30;
@@ -152,9 +153,34 @@ class Iteration {
     for (std::size_t k = from; k < active(); ++k) measure(k);
     dismiss(from, 0);
     if (from == active()) return;
+    if (call_.options.corrected && result_.count == 1) {
+      if (!correct()) return;
+      dismiss(0, 0);
+      if (active() == 0) return;
+    }
     measure_levels(from);
     dismiss(from, drift);
     for (std::size_t k = from; k < active(); ++k) begin(k);
+  }
+
+  /// A step of refinement, for the columns whose residual it makes smaller.
+  bool correct() {
+    if (!solve(v_residual, v_product)) return false;
+    multiply(v_product, v_direction);
+    ++result_.count;
+    for (std::size_t k = 0; k < active(); ++k) {
+      Column& c = columns_[k];
+      T *const r = vector(v_residual, k), *const x = solution(c);
+      const T *const z = vector(v_product, k), *const image = vector(v_direction, k);
+      const double left = norm([=](std::size_t i) { return r[i] - image[i]; });
+      if (!(left < c.norm)) continue;
+      c.norm = left;
+      each([=, unit = c.unit](std::size_t i) {
+        x[i] += unit * z[i];
+        r[i] -= image[i];
+      });
+    }
+    return true;
   }
 
   int count_from(std::size_t from) const { return static_cast<int>(active() - from); }

@@ -30,7 +30,8 @@ struct StabiliseOptions {
   bool transpose = false;            ///< the system, and what the solve solves
   bool conjugate_gradients = false;  ///< CG, for positive definite types; else CGS
   double tolerance = 1e-12;          ///< residual that is sought, as a part of the first solution's
-  double sufficient = 0;     ///< a residual of this part of b is good enough
+  bool corrected = false;  ///< a step of refinement goes first: the factor is that of the matrix
+  double sufficient = 0;   ///< a residual of this part of b is good enough
   int threads = 1;
 
   int solves_per_step() const { return conjugate_gradients ? 1 : 2; }
@@ -82,8 +83,8 @@ struct IterationResult {
 std::size_t stabilised_bytes(const StabiliseOptions& options, int n, int nrhs);
 
 /// Improves x until the residual of every column is the tolerance times that of its first value,
-/// or it is sufficient, or one of rounding: 128 unit roundoffs of |A||x| + |b|, in Euclidean norms.  After a failure x
-/// is the last iterate.  b is not changed.
+/// or it is sufficient, or one of rounding: 128 unit roundoffs of |A||x| + |b|, in Euclidean norms.
+/// After a failure x is the last iterate.  b is not changed.
 IterationResult stabilise(const StabiliseCall& call, const IterationLimits& limits);
 
 }  // namespace vlm

@@ -69,6 +69,7 @@ struct Analysis : OrderedGraph {
   Vector<int> sparent;         ///< [nsuper] panel tree, 0 for a root
   Vector<int> nmod;            ///< [nsuper] number of distinct panels that update s
   Vector<Range> super_ranges;  ///< ranges in panels; the tail pair is last
+  bool divided = false;        ///< the panels of a range update only that range and the tail
   Vector<int> path;   ///< partial solve: panels from the marked columns to the roots, ascending
   Vector<int> queue;  ///< [nsuper] order of the panels for threads; may be empty
   UpdateLists updates;

@@ -92,9 +92,8 @@ void sched_velmora(View<const int> sparent, View<int> queue) {
 }
 
 int blkpre_velmora(bool use_domains, Analysis& analysis) {
-  const bool divided = analysis.super_ranges.size() > 2 && use_domains;
-  if (divided && domains_are_independent(analysis)) return two_level_lists(analysis);
-  return fine_grain_lists(analysis);
+  analysis.divided = analysis.super_ranges.size() > 2 && domains_are_independent(analysis);
+  return analysis.divided && use_domains ? two_level_lists(analysis) : fine_grain_lists(analysis);
 }
 
 int reorder3_velmora(const SymbolicOptions& options, Analysis& analysis) {

@@ -13,7 +13,8 @@ namespace vlm {
 /// @param queue    [nsuper] out
 void sched_velmora(View<const int> sparent, View<int> queue);
 
-/// Writes the update lists: by domains where they are wanted and the order has some.
+/// Finds out whether the order has domains that are independent of each other, and writes the
+/// update lists: by domains where they are wanted and there are some.
 ///
 /// Fine-grain lists go by source: for each panel that s updates, in ascending order, its first
 /// column and the number of rows of s from there on.  Two-level lists go by target, a separator

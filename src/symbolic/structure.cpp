@@ -194,6 +194,7 @@ Structure* build_structure(void* block, const MapInput& input, const StructurePl
   out->n = analysis.graph.n;
   out->nsuper = analysis.nsuper;
   out->nparts = static_cast<int>(analysis.super_ranges.size()) - 1;
+  out->divided = analysis.divided;
   out->max_scaled = analysis.max_scaled;
   out->figures = analysis.figures;
   out->xlnz = keep(analysis.xlnz, a.xlnz);

@@ -38,6 +38,7 @@ struct Structure {
   int n = 0;
   int nsuper = 0;
   int nparts = 1;               ///< leaf domains
+  bool divided = false;         ///< there are several, which threads may take side by side
   int max_rows = 0;             ///< rows of the tallest panel
   int max_width = 0;            ///< columns of the widest panel
   std::int64_t len_lnz = 0;     ///< values in the L store

@@ -412,5 +412,30 @@ TEST(Schur, TrailingBlockOfATridiagonalMatrix) {
   }
 }
 
+// Nodes are counted and shown; the work is that of one process.
+TEST(Driver, NodesChangeNeitherOrderNorMemory) {
+  const Matrix m = elasticity3d(6, 3);
+  for (const int threads : {1, 2}) {
+    std::vector<std::vector<int>> outcomes;
+    for (const int nodes : {0, 3, 100000}) {
+      Caller c(m.mtype, m.ia, m.ja, m.a);
+      c.iparm(3) = threads;
+      c.iparm(5) = -1;
+      c.iparm(51) = nodes > 0 ? 1 : 0;
+      c.iparm(52) = nodes;
+      const std::string text = c.run_and_read(12);
+      ASSERT_EQ(c.error, 0);
+      EXPECT_EQ(c.iparm(51), nodes > 0 ? 2 : 0);
+      EXPECT_EQ(c.iparm(52), std::max(nodes, 1));
+      EXPECT_TRUE(contains(text, " " + std::to_string(std::max(nodes, 1)) + "\n")) << text;
+      std::vector<int> outcome(c.perm.begin(), c.perm.begin() + c.n);
+      for (const int k : {15, 16, 17, 18, 19}) outcome.push_back(c.iparm(k));
+      outcomes.push_back(outcome);
+    }
+    EXPECT_EQ(outcomes[1], outcomes[0]);
+    EXPECT_EQ(outcomes[2], outcomes[0]);
+  }
+}
+
 }  // namespace
 }  // namespace vlm::test

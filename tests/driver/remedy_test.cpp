@@ -1,14 +1,20 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The last line of a failed call's messages says what to do; whoever does it gets a solution.
+#include "driver/remedy.hpp"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <regex>
 #include <utility>
 
+#include "base/status.hpp"
 #include "caller.hpp"
+#include "driver/options.hpp"
 #include "gallery.hpp"
 
 namespace vlm::test {
@@ -201,11 +207,58 @@ TEST(Remedy, Factorization) {
                       c.iparm(11) = c.iparm(13) = c.iparm(21) = 1;
                       c.iparm(10) = 8, c.iparm(5) = 0;
                     })});
+  // The same with all that pairs and scales: the perturbation itself is too large.
+  Caller coarse(-2, m.ia, m.ja, m.a);
+  fail_and_recover(coarse, {"perturbations that refinement can't undo",
+                            [](Caller& c) {
+                              c.iparm(11) = c.iparm(13) = c.iparm(21) = c.iparm(10) = c.iparm(5) =
+                                  1;
+                              c.iparm(8) = 10;
+                              for (int i = 0; i < c.n; ++i) c.perm[i] = c.n - i;
+                            },
+                            13, "set iparm(10) to 12 and iparm(8) to 10 and repeat phase 13",
+                            solved_by(13, [](Caller& c) { c.iparm(10) = 12; })});
   Caller changed = make_tridiagonal(10, 2);
   ASSERT_EQ(changed.run(12), 0);
   fail_and_recover(changed, {"other storage", [](Caller& c) { c.mtype = 3; }, 22,
                              "analyse again with this mtype (phase 11)",
                              solved_by(13, [](Caller& c) { c.mtype = 2; })});
+}
+
+// Whoever follows the advice again and again changes a setting each time, until there is none left,
+// and is never told of one that the type does not have.
+TEST(Remedy, AdviceOnSettingsComesToAnEnd) {
+  const std::regex entry("iparm\\((\\d+)\\)"), value(" to (-?\\d+)");
+  for (const int mtype : {2, -2, 4, -4, 6, 11, 13})
+    for (const int perturbed : {0, 5})
+      for (const int status : {status_contraction, status_inaccurate}) {
+        std::array<int, 64> iparm{};
+        Call call;
+        call.mtype = mtype;
+        call.iparm = {iparm.data(), 64};
+        initial_settings(mtype, 0, call.iparm, nullptr);
+        call.iparm(8) = 4;
+        call.iparm(14) = perturbed;
+        call.iparm(29) = 1;
+        std::string text;
+        int rounds = 0;
+        for (; rounds < 8; ++rounds) {
+          text = remedy({error_numeric, status, 0, 0}, call);
+          if (!text.starts_with("set ")) break;
+          const std::array<int, 64> before = iparm;
+          for (std::sregex_iterator set(text.begin(), text.end(), entry), end; set != end; ++set) {
+            const int k = std::stoi((*set)[1]);
+            EXPECT_TRUE(matrix_type(mtype).matched || (k != 11 && k != 13 && k != 21)) << text;
+            const std::string behind = set->suffix();
+            std::smatch to;
+            ASSERT_TRUE(std::regex_search(behind, to, value)) << text;
+            call.iparm(k) = std::stoi(to[1]);
+          }
+          EXPECT_NE(iparm, before) << mtype << ": " << text;
+        }
+        EXPECT_LT(rounds, 8) << text;
+        EXPECT_GT(rounds, 0);
+      }
 }
 
 TEST(Remedy, DiagonalRow) {

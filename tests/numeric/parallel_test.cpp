@@ -6,9 +6,11 @@
 #include <numeric>
 #include <set>
 
+#include "driver/factor_store.hpp"
 #include "gallery.hpp"
 #include "reference.hpp"
 #include "session.hpp"
+#include "solve/solve.hpp"
 #include "symbolic/sched.hpp"
 
 namespace vlm::test {
@@ -213,6 +215,29 @@ TEST(Threads, PartsOfASolve) {
   s.iparm(26) = 0;
   s.iparm(25) = 0;
   EXPECT_LE(relative_difference(s.solve(b), whole), 1e-12);
+}
+
+// The scheme of the solve is chosen by itself.  Its work tells: each domain has a vector of its
+// own.
+TEST(Threads, SolveTakesDomainsWhateverTheFactorizationDid) {
+  const Matrix m = elasticity3d(12, 3);
+  const std::vector<double> b = random_vector(m, 1, 16);
+  std::vector<std::size_t> bytes;
+  for (const int factorization : {0, 1})
+    for (const int solve : {0, 1}) {
+      Session s(m, 2);
+      s.iparm(24) = factorization;
+      s.iparm(25) = solve;
+      ASSERT_EQ(s.run(12), 0);
+      EXPECT_LE(normwise_error(m, s.solve(b), b), 1e-14);
+      const SolveOptions options = solve_options(control_of(s.handle()).options);
+      const auto* structure = static_cast<const Structure*>(slot(s.handle(), slot_structure));
+      EXPECT_EQ(structure->schedule.scheme == Scheme::two_level, factorization == 1);
+      bytes.push_back(solve_work_bytes(options, *structure, 1));
+    }
+  EXPECT_EQ(bytes[0], bytes[2]);
+  EXPECT_EQ(bytes[1], bytes[3]);
+  EXPECT_GT(bytes[1], bytes[0]);
 }
 
 }  // namespace

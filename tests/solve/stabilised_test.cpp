@@ -182,6 +182,19 @@ TEST(Stabilised, GoodFirstSolutionsAreKept) {
     sufficient.options.sufficient = 0.1;
     EXPECT_EQ(sufficient.run().figure(), 1) << mtype;
 
+    // A step of refinement goes first where it is asked for, and often is enough; one that makes
+    // things worse is not taken.
+    Trial corrected(moved(m, 1e-10), m, false, 2);
+    corrected.options.corrected = true;
+    EXPECT_EQ(corrected.run().figure(), 2) << mtype;
+    EXPECT_EQ(corrected.solves, 1);
+    EXPECT_LE(corrected.error(), 1e-10);
+    Trial worse(m, m, false);
+    for (cplx& v : worse.old.a) v *= 0.3;
+    worse.options.corrected = true;
+    EXPECT_EQ(worse.run().code, 0);
+    EXPECT_LE(worse.error(), 1e-10);
+
     // A zero column stays out of it.
     Trial zero(moved(m, 0.01), m, false, 2);
     std::fill_n(zero.b.begin(), zero.b.size() / 2, 0.0);
@@ -234,6 +247,14 @@ TEST(Stabilised, WaysToFail) {
       {"the most steps", {other, spd, true}, limited({4, 5}), iteration_exhausted, 4},
       {"one step at least", {other, spd, false}, limited({1, 3}), iteration_exhausted, 2},
       {"failed solve", {other, spd, true}, failing(2), iteration_solve_failed, 2},
+      {"failed correction",
+       {other, spd, true},
+       [](Trial& t) {
+         t.options.corrected = true;
+         t.status = [](int k) { return k == 1 ? -190 : 0; };
+       },
+       iteration_solve_failed,
+       1},
       {"failed second solve of a step", {other, spd, false}, failing(4), iteration_solve_failed, 2},
       // The image of the first residual is orthogonal to it.
       {"breakdown", {two_by_two(11, 0, -1, 1, 0), unit, false}, rhs(1, 0), cgs_breakdown, 1},

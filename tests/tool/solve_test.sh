@@ -188,11 +188,6 @@ if command -v gnuplot >/dev/null; then
     [[ $(head -c 4 $picture | tail -c 3) == PNG ]] || fail "$picture is no picture"
   done
   solves "a picture with matched rows" '^drawn +u.png' unsym.mtx --type unsym --spy u.png
-  for kind in spy plot-convergence; do
-    refuses "no place for a picture, $kind" 1 'cannot write' grid.mtx --$kind /nowhere/s.png
-    grep -q '^factorization' out && fail "the place for a picture is looked at too late"
-  done
-  refuses "no place for a picture" 1 'cannot write /nowhere/s.png' grid.mtx --spy /nowhere/s.png
 fi
 
 for kind in grid2d grid3d elasticity saddle stokes kkt shifted convection helmholtz magnetic; do
