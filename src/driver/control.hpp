@@ -79,6 +79,7 @@ struct Control {
   int nrecords = 0;            ///< length of the factor table
   std::size_t work_bytes = 0;  ///< of WORK_R0
   std::size_t cgs_bytes = 0;   ///< of CGS_ARR in the last solve that took it
+  std::size_t cgs_held = 0;    ///< of CGS_ARR as it stays between solves
   Clocks clocks;
 };
 

@@ -101,7 +101,7 @@ int release_analysis(void** pt) {
   }
   if (auto* padded = static_cast<PaddedMatrix*>(slot(pt, slot_padded))) padded->~PaddedMatrix();
   for (int number = slot_last; number > slot_table; --number) release(pt, Slot(number));
-  control_of(pt).work_bytes = 0;
+  control_of(pt).work_bytes = control_of(pt).cgs_held = 0;
   return deleted;
 }
 
@@ -125,6 +125,22 @@ void provide_work(void** pt, std::size_t bytes) {
   control.work_bytes = 0;
   slot(pt, slot_work) = allocate(bytes, at_work);
   control.work_bytes = bytes;
+}
+
+void provide_cgs(void** pt, std::size_t bytes) {
+  Control& control = control_of(pt);
+  if (slot(pt, slot_cgs) != nullptr && control.cgs_held >= bytes) return;
+  release(pt, slot_cgs);
+  control.cgs_held = 0;
+  slot(pt, slot_cgs) = allocate(bytes, at_cgs);
+  control.cgs_held = bytes;
+}
+
+void release_large_cgs(void** pt) {
+  constexpr std::size_t small = std::size_t{1} << 20;
+  if (control_of(pt).cgs_held <= small) return;
+  release(pt, slot_cgs);
+  control_of(pt).cgs_held = 0;
 }
 
 std::int64_t numeric_kilobytes(void** pt) {

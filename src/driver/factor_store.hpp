@@ -22,7 +22,7 @@ enum Slot : int {
   slot_table = 4,         ///< FactorRecord [nrecords]
   slot_structure = 8,     ///< Structure
   slot_work = 10,         ///< work of factorization and solve
-  slot_cgs = 11,          ///< vectors of refinement, within one solve
+  slot_cgs = 11,          ///< vectors of refinement; large ones within one solve only
   slot_match_perm = 13,   ///< permutation of the matching [n]
   slot_match_scale = 14,  ///< scalings of the matching [2n]
   slot_padded = 16,       ///< PaddedMatrix; the one slot whose content has a destructor
@@ -106,6 +106,11 @@ void release_handle(void** pt);
 void provide_factor(FactorRecord& record, std::size_t bytes);
 /// At least that much WORK_R0.
 void provide_work(void** pt, std::size_t bytes);
+/// At least that much CGS_ARR for one solve.
+void provide_cgs(void** pt, std::size_t bytes);
+/// After the solve: frees CGS_ARR, unless it is so small that its allocation would cost a loop of
+/// solves more than its memory.
+void release_large_cgs(void** pt);
 
 /// KB that one allocation counts for.
 inline std::int64_t kilobytes(std::size_t bytes) {

@@ -220,13 +220,13 @@ Outcome solve(StageArrays& arrays) {
       if (Outcome failed = test_whole_matrix(call, control.options)) return failed;
       if (Outcome failed = test_for_inverse(call, true)) return failed;
     }
-    slot(pt, slot_cgs) = allocate(bytes, at_cgs);
+    provide_cgs(pt, bytes);
     arrays.cgs_arr = static_cast<double*>(slot(pt, slot_cgs));
     control.cgs_bytes = bytes;
   }
   struct Release {
     void** pt;
-    ~Release() { release(pt, slot_cgs); }
+    ~Release() { release_large_cgs(pt); }
   } const release_cgs{pt};
   const int status = with_location(at_cgs, [&] { return do_all_velmora_fc(Stage::solve, arrays); });
   call.iparm(7) = control.results.refinement_steps;

@@ -10,7 +10,7 @@
 #include <numeric>
 #include <utility>
 
-#include "base/memory.hpp"
+#include "base/carver.hpp"
 #include "base/status.hpp"
 #include "numeric/family.hpp"
 #include "numeric/family_lu.hpp"
@@ -101,22 +101,65 @@ double log_of_scaling(const FactorFrame<T>& f) {
   return sum;
 }
 
+Scheme scheme_of(const FactorOptions& options, const Structure& st) {
+  return factor_threads(options, st) > 1 ? st.schedule.scheme : Scheme::sequential;
+}
+
+/// What all schedules use, at the head of the work.
+template <class T>
+struct FactorWork {
+  View<double> logdet;  ///< [nsuper]
+  Team<T> team;         ///< [threads]
+
+  FactorWork(const FactorOptions& options, const Structure& st, Carver& carver)
+      : logdet(carver.make<double>(static_cast<std::size_t>(st.nsuper))) {
+    const int threads = factor_threads(options, st);
+    team = carver.make<FactorScratch<T>>(static_cast<std::size_t>(threads));
+    carver.leave_line();
+    for (int k = 1; k <= threads; ++k) {
+      const FactorScratch<T> scratch(st, carver);
+      if (!team.empty()) team(k) = scratch;
+    }
+  }
+};
+
+template <class T>
+std::size_t work_bytes(const FactorOptions& options, const Structure& st) {
+  Carver carver(nullptr);
+  const FactorWork<T> work(options, st, carver);
+  switch (scheme_of(options, st)) {
+    case Scheme::fine_grain:
+      FineGrainWork(st, carver);
+      break;
+    case Scheme::two_level:
+      TwoLevelWork(st, carver);
+      break;
+    case Scheme::sequential:
+      PanelLists(st, carver);
+      break;
+  }
+  return carver.used();
+}
+
 /// Runs the schedule that the analysis prepared, on the threads that the call asks for.
 template <class Family, class T>
-bool eliminate(const FactorFrame<T>& frame, Team<T>& team) {
-  const Scheme scheme = team.size() > 1 ? frame.st.schedule.scheme : Scheme::sequential;
+bool eliminate(const FactorFrame<T>& frame, const Team<T>& team, Carver& carver) {
+  const Structure& st = frame.st;
   const bool fixed_order = frame.options.fixed_order;
-  switch (scheme) {
-    case Scheme::fine_grain:
-      return FineGrain<Family, T>(frame, fixed_order).run(team);
-    case Scheme::two_level:
-      return TwoLevel<Family, T>(frame, fixed_order).run(team);
+  switch (scheme_of(frame.options, st)) {
+    case Scheme::fine_grain: {
+      const FineGrainWork work(st, carver);
+      return FineGrain<Family, T>(frame, fixed_order, work).run(team);
+    }
+    case Scheme::two_level: {
+      const TwoLevelWork work(st, carver);
+      return TwoLevel<Family, T>(frame, fixed_order, work).run(team);
+    }
     case Scheme::sequential:
       break;
   }
-  PanelLists lists(frame.st.nsuper);
-  return run_sequential<Family>(frame, team.front(), lists, 1, frame.st.nsuper,
-                                [](int) { return true; });
+  const PanelLists lists(st, carver);
+  return run_sequential<Family>(frame, team(1), lists, 1, st.nsuper, [](int) { return true; });
 }
 
 template <class Family, class T>
@@ -133,17 +176,16 @@ int factor_with(FactorCall& call) {
   const double largest = largest_entry(call.matrix, frame, definite);
   using Real = decltype(std::abs(T()));
   frame.growth_limit = growth_error / std::numeric_limits<Real>::epsilon() * largest;
-  const int threads = factor_threads(call.options, call.st);
-  Team<T> team;
-  team.reserve(static_cast<std::size_t>(threads));
-  for (int k = 0; k < threads; ++k)
-    team.emplace_back(frame,
-                      static_cast<int*>(call.work) + static_cast<std::ptrdiff_t>(k) * call.st.n);
-  Vector<double> logdet(static_cast<std::size_t>(call.st.nsuper), 0);
-  frame.logdet = logdet.data();
-  const bool finished = eliminate<Family>(frame, team);
+  Carver carver(call.work);
+  const FactorWork<T> work(call.options, call.st, carver);
+  for (FactorScratch<T>& scratch : work.team) {
+    scratch.stats.eps = frame.eps;
+    scratch.stats.want_logdet = call.options.logdet;
+  }
+  frame.logdet = work.logdet.data();
+  const bool finished = eliminate<Family>(frame, work.team, carver);
   FactorResult& result = call.result;
-  for (const FactorScratch<T>& scratch : team) {
+  for (const FactorScratch<T>& scratch : work.team) {
     result.perturbed += scratch.stats.perturbed;
     result.positive += scratch.stats.positive;
     result.negative += scratch.stats.negative;
@@ -155,7 +197,8 @@ int factor_with(FactorCall& call) {
   if (largest > 0) result.growth /= largest;
   if constexpr (Family::counts_signs)
     if (finished) TinyPivots<T, !Family::has_d>(frame).count(largest, result);
-  result.logdet = std::accumulate(logdet.begin(), logdet.end(), 0.0) - log_of_scaling(frame);
+  result.logdet =
+      std::accumulate(work.logdet.begin(), work.logdet.end(), 0.0) - log_of_scaling(frame);
   return finished ? status_ok : status_pivot;
 }
 
@@ -208,10 +251,9 @@ std::size_t factor_bytes(const FactorOptions& options, const Structure& structur
                               : factor_store_bytes<double>(structure);
 }
 
-/// One row index a thread.
 std::size_t factor_work_bytes(const FactorOptions& options, const Structure& st) {
-  return static_cast<std::size_t>(st.n) * static_cast<std::size_t>(factor_threads(options, st)) *
-         sizeof(int);
+  if (options.single) return work_bytes<float>(options, st);
+  return options.type.complex ? work_bytes<zcomplex>(options, st) : work_bytes<double>(options, st);
 }
 
 int factorize_velmora(const FactorOptions& options, const Structure& structure,

@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "base/memory.hpp"
+#include "base/carver.hpp"
 #include "numeric/factor.hpp"
 #include "numeric/factorize.hpp"
 
@@ -34,17 +34,20 @@ struct FactorFrame {
 /// Scratch and counters of one thread.
 template <class T>
 struct FactorScratch {
-  View<int> indmap;      ///< [n] place of a row in the target's list, from 0
-  Vector<int> relative;  ///< places of one source's rows
-  Vector<T> scaled;      ///< second operand of an update, or a diagonal block's work
+  View<int> indmap;         ///< [n] place of a row in the target's list, from 0
+  int* relative = nullptr;  ///< [max_rows] places of one source's rows
+  T* scaled = nullptr;      ///< second operand of an update, or a diagonal block's work
   BlockPivots<T> stats;
 
-  FactorScratch(const FactorFrame<T>& frame, int* map) : indmap(map, frame.st.n) {
-    relative.resize(frame.st.max_rows);
-    scaled.resize(
-        static_cast<std::size_t>(std::max<std::int64_t>(frame.st.max_scaled, frame.st.max_width)));
-    stats.eps = frame.eps;
-    stats.want_logdet = frame.options.logdet;
+  FactorScratch() = default;
+  FactorScratch(const Structure& st, Carver& carver)
+      : indmap(carver.take<int>(static_cast<std::size_t>(st.n))),
+        relative(carver.take<int>(static_cast<std::size_t>(st.max_rows)).data()),
+        scaled(carver
+                   .take<T>(static_cast<std::size_t>(
+                       std::max<std::int64_t>(st.max_scaled, st.max_width)))
+                   .data()) {
+    carver.leave_line();
   }
 };
 
@@ -86,7 +89,7 @@ const int* relative_rows(const UpdateSource<T>& s, const Panel<T>& target,
     return nullptr;
   }
   for (int i = 0; i < s.m; ++i) scratch.relative[i] = scratch.indmap(row[i]);
-  return scratch.relative.data();
+  return scratch.relative;
 }
 
 /// Value times scale, formed in double also when the factor is float.
@@ -292,8 +295,8 @@ struct LdltFamily : SymmetricBase<T, hermitian> {
 
   static void apply(const FactorFrame<T>& f, const UpdateSource<T>& s, const Panel<T>& target,
                     FactorScratch<T>& scratch) {
-    scale_by_d<T, hermitian>(s, scratch.scaled.data());
-    Base::update(f, s, target, scratch.scaled.data(), s.q, false, scratch);
+    scale_by_d<T, hermitian>(s, scratch.scaled);
+    Base::update(f, s, target, scratch.scaled, s.q, false, scratch);
   }
 
   static bool finish(const FactorFrame<T>& f, const Panel<T>& panel, FactorScratch<T>& scratch) {

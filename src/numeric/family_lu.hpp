@@ -132,7 +132,7 @@ struct LuFamily {
                            FactorScratch<T>& scratch) {
     if constexpr (complete_pivoting) {
       f.kernel.lu_complete(panel.width, panel.l, panel.rows, panel.pivot, panel.column_pivot,
-                           scratch.scaled.data(), scratch.stats);
+                           scratch.scaled, scratch.stats);
       return true;
     } else {
       for (int k = 0; k < panel.width; ++k) panel.column_pivot[k] = k + 1;

@@ -4,7 +4,6 @@
 
 #include <utility>
 
-#include "base/memory.hpp"
 #include "numeric/family.hpp"
 
 namespace vlm {
@@ -32,11 +31,15 @@ Step complete_panel(const FactorFrame<T>& f, int s, const Panel<T>& target,
   return Step::finished;
 }
 
-/// Lists of the left-looking schedule, one place a panel; domains use disjoint parts.
+/// Lists of the left-looking schedule, [nsuper] each; domains use disjoint parts.
 struct PanelLists {
-  Vector<int> head, next, consumed;
-  explicit PanelLists(int nsuper)
-      : head(static_cast<std::size_t>(nsuper), 0), next(head), consumed(head) {}
+  View<int> head;      ///< first panel waiting for a target, 0: none
+  View<int> next;      ///< next one in the same list
+  View<int> consumed;  ///< rows of its list that are used
+  PanelLists(const Structure& st, Carver& carver)
+      : head(carver.make<int>(static_cast<std::size_t>(st.nsuper))),
+        next(carver.take<int>(static_cast<std::size_t>(st.nsuper))),
+        consumed(carver.take<int>(static_cast<std::size_t>(st.nsuper))) {}
 };
 
 /// Sequential left-looking schedule (Ng and Peyton, "Block sparse Cholesky algorithms on
@@ -48,12 +51,10 @@ struct PanelLists {
 /// @param finished  called with the number of each panel that is done; false: no more of them
 /// @return false when a panel failed, or was not wanted any more
 template <class Family, class T, class Finished>
-bool run_sequential(const FactorFrame<T>& f, FactorScratch<T>& scratch, PanelLists& lists,
+bool run_sequential(const FactorFrame<T>& f, FactorScratch<T>& scratch, const PanelLists& lists,
                     int first, int last, Finished finished) {
   const Structure& st = f.st;
-  const View<int> head(lists.head);  // first panel waiting for a target, 0: none
-  const View<int> next(lists.next);  // next one in the same list
-  const View<int> consumed(lists.consumed);
+  const View<int> head = lists.head, next = lists.next, consumed = lists.consumed;
   const auto enlist = [&](int s, const Panel<T>& panel, int used) {
     if (used == panel.rows) return;
     const int target = st.snode(panel.row[used]);

@@ -2,15 +2,33 @@
 /// Two-level schedule of the supernodal factorization: domains, then separators.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <utility>
 
 #include "base/backoff.hpp"
-#include "base/memory.hpp"
 #include "numeric/fine_grain.hpp"
 
 namespace vlm {
+
+/// Arrays of the two-level schedule.
+struct TwoLevelWork {
+  PanelLists lists;
+  View<std::atomic<int>> progress;  ///< [domains] last finished panel
+  View<std::atomic<char>> state;    ///< [separators]
+  View<char> loaded;                ///< [separators] touched by the holder of the claim
+  View<int> next;                   ///< first update of a target and source not applied, from 1
+  TwoLevelWork(const Structure& st, Carver& carver)
+      : lists(st, carver),
+        progress(carver.make<std::atomic<int>>(static_cast<std::size_t>(st.nparts))),
+        state(carver.make<std::atomic<char>>(separators(st))),
+        loaded(carver.make<char>(separators(st))),
+        next(carver.take<int>(st.schedule.start.size())) {}
+  static std::size_t separators(const Structure& st) {
+    return static_cast<std::size_t>(st.nsuper - st.range(2 * st.nparts + 1) + 1);
+  }
+};
 
 /// Two-level schedule: one thread a domain, without a word to others; then all threads share the
 /// separators.  A separator panel takes the updates that are ready and is put back if others are
@@ -18,25 +36,23 @@ namespace vlm {
 template <class Family, class T>
 class TwoLevel {
  public:
-  TwoLevel(const FactorFrame<T>& frame, bool fixed_order)
+  TwoLevel(const FactorFrame<T>& frame, bool fixed_order, const TwoLevelWork& work)
       : f_(frame),
         plan_(frame.st.schedule),
         fixed_order_(fixed_order),
         domains_(frame.st.nparts),
         first_(frame.st.range(2 * domains_ + 1)),
         separators_(frame.st.nsuper - first_ + 1),
-        lists_(frame.st.nsuper),
-        progress_(static_cast<std::size_t>(domains_)),
-        state_(static_cast<std::size_t>(separators_)),
-        loaded_(static_cast<std::size_t>(separators_), false),
-        next_(plan_.start.begin(), plan_.start.end()) {}
+        work_(work) {
+    std::copy(plan_.start.begin(), plan_.start.end(), work_.next.begin());
+  }
 
-  bool run(Team<T>& team) {
+  bool run(const Team<T>& team) {
     const int threads = static_cast<int>(team.size());
     std::atomic<int> number{0};
 #pragma omp parallel num_threads(threads)
     {
-      FactorScratch<T>& scratch = team[static_cast<std::size_t>(number.fetch_add(1))];
+      FactorScratch<T>& scratch = team(number.fetch_add(1) + 1);
 #pragma omp for schedule(dynamic, 1) nowait
       for (int d = 1; d <= domains_; ++d)
         if (!failed()) eliminate_domain(d, scratch);
@@ -50,11 +66,11 @@ class TwoLevel {
   static constexpr int none_left = 0, none_open = -1;
 
   bool failed() const { return failed_.load(std::memory_order_acquire); }
-  std::atomic<char>& state(int c) { return state_[static_cast<std::size_t>(c - 1)]; }
+  std::atomic<char>& state(int c) { return work_.state(c); }
 
   void eliminate_domain(int d, FactorScratch<T>& scratch) {
-    std::atomic<int>& progress = progress_[static_cast<std::size_t>(d - 1)];
-    const bool good = run_sequential<Family>(f_, scratch, lists_, f_.st.range(2 * d - 1),
+    std::atomic<int>& progress = work_.progress(d);
+    const bool good = run_sequential<Family>(f_, scratch, work_.lists, f_.st.range(2 * d - 1),
                                              f_.st.range(2 * d), [&](int s) {
                                                progress.store(s, std::memory_order_release);
                                                return !failed();
@@ -71,7 +87,7 @@ class TwoLevel {
       }
       const int s = first_ + c - 1;
       const Panel<T> target = panel_of(f_.st, f_.store, s);
-      if (!std::exchange(loaded_[static_cast<std::size_t>(c - 1)], true)) Family::load(f_, s);
+      if (!std::exchange(work_.loaded(c), char{1})) Family::load(f_, s);
       index_rows(target, scratch.indmap);
       bool moved = false;
       if (!take_updates(c, target, scratch, moved)) {
@@ -112,8 +128,7 @@ class TwoLevel {
 
   /// Whether source panel s of a domain, or of the separators as the last one, is finished.
   bool is_ready(int d, int s) {
-    if (d <= domains_)
-      return s <= progress_[static_cast<std::size_t>(d - 1)].load(std::memory_order_acquire);
+    if (d <= domains_) return s <= work_.progress(d).load(std::memory_order_acquire);
     return state(s - first_ + 1).load(std::memory_order_acquire) == done;
   }
 
@@ -122,10 +137,10 @@ class TwoLevel {
   /// @return true when none is missing any more
   bool take_updates(int c, const Panel<T>& target, FactorScratch<T>& scratch, bool& moved) {
     bool complete = true;
-    const std::size_t row = static_cast<std::size_t>(c - 1) * (domains_ + 1);
+    const int row = (c - 1) * (domains_ + 1);
     for (int d = 1; d <= domains_ + 1; ++d) {
-      int& next = next_[row + static_cast<std::size_t>(d - 1)];
-      for (const int end = plan_.start(static_cast<int>(row) + d + 1); next < end; ++next) {
+      int& next = work_.next(row + d);
+      for (const int end = plan_.start(row + d + 1); next < end; ++next) {
         const int s = plan_.up(next);
         for (Backoff backoff; fixed_order_ && !is_ready(d, s) && !failed();) backoff.wait();
         if (!is_ready(d, s)) {
@@ -144,11 +159,7 @@ class TwoLevel {
   const bool fixed_order_;
   const int domains_, first_;  ///< first separator panel
   const int separators_;
-  PanelLists lists_;
-  Vector<std::atomic<int>> progress_;  ///< [domains] last finished panel
-  Vector<std::atomic<char>> state_;    ///< [separators]
-  Vector<char> loaded_;                ///< [separators] touched by the holder of the claim
-  Vector<int> next_;                   ///< first update of a target and source not applied
+  const TwoLevelWork& work_;
   std::atomic<bool> failed_{false};
   std::mutex latch_blklu_separator_;
   int cursor_ = 1, lowest_ = 1;  ///< under the latch

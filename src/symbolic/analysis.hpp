@@ -50,12 +50,23 @@ struct UpdateLists {
   Vector<int> up, uplen;  ///< panel or column at the other end; rows of the source from there
 };
 
+/// A run of columns that share one row structure.
+struct Block {
+  int first = 0;  ///< first column
+  int width = 0;
+  int height = 0;        ///< rows, own columns included
+  std::int64_t nnz = 0;  ///< entries of the exact columns
+};
+
 /// Working set of one analysis.
 struct Analysis : OrderedGraph {
   // exact factor (sfinit)
-  Vector<int> parent;  ///< [n] elimination tree by position, 0 for a root
-  Vector<int> colcnt;  ///< [n] entries of a column of L, diagonal included
+  Vector<int> parent;  ///< [n] elimination tree by position, 0 for a root; a chain at the end for
+                       ///< the trailing columns
+  Vector<int> colcnt;  ///< [n] entries of a column of L or, below the diagonal, of the complement
   FactorFigures figures;
+  Vector<Block> trailing_blocks;  ///< of the Schur complement
+  Vector<int> trailing_rows;      ///< their rows below, one block's behind the other's, ascending
 
   // panels of the numeric phases (symfct)
   int nsuper = 0;

@@ -10,6 +10,7 @@
 
 #include "base/memory.hpp"
 #include "graph/etree.hpp"
+#include "symbolic/trailing.hpp"
 
 namespace vlm {
 
@@ -45,11 +46,16 @@ Partition fndspa_velmora(View<const int> parent, View<const int> colcnt, int pan
 
 namespace {
 
-/// Entries of the L panels and of the U rectangles of the exact partition.
+/// Entries of the L panels and of the U rectangles of the exact partition, and of the columns of a
+/// Schur complement behind them.
 void count_panels(const Partition& part, View<const int> colcnt, bool symmetric,
                   FactorFigures& figures) {
   const View<const int> xsuper(part.xsuper);
   std::int64_t nnzl = 0, nnzu = 0;
+  for (const int* count = colcnt.begin() + part.snode.size(); count != colcnt.end(); ++count) {
+    nnzl += *count;
+    nnzu += *count - 1;
+  }
   for (int s = 1; s < static_cast<int>(xsuper.size()); ++s) {
     const std::int64_t width = xsuper(s + 1) - xsuper(s);
     nnzl += width * colcnt(xsuper(s));
@@ -61,10 +67,10 @@ void count_panels(const Partition& part, View<const int> colcnt, bool symmetric,
 
 /// Real operations of an elimination column by column: with r rows below the diagonal, r
 /// divisions, and r (r+1) for the lower triangle of the update or 2 r^2 for all of it.
-double count_operations(View<const int> colcnt, const SymbolicOptions& options) {
+double count_operations(View<const int> colcnt, int eliminated, const SymbolicOptions& options) {
   double sum = 0;
-  for (const int count : colcnt) {
-    const double r = count - 1;
+  for (int j = 1; j <= eliminated; ++j) {
+    const double r = colcnt(j) - 1;
     sum += options.symmetric ? r * (r + 2) : r * (2 * r + 1);
   }
   return options.complex ? 4 * sum : sum;
@@ -85,12 +91,16 @@ void sfinit_velmora(const SymbolicOptions& options, Analysis& analysis) {
     postorder(parent, {}, View<int>(post));
     lnnt_velmora(pattern, parent, View<const int>(post), colcnt);
   }
-  const Partition part = fndspa_velmora(parent, colcnt, options.panel, analysis.trailing);
+  find_trailing_blocks(pattern, analysis);
+  const int eliminated = n - analysis.trailing;
+  const auto first = static_cast<std::size_t>(eliminated);
+  const Partition part = fndspa_velmora(View<const int>(parent.data(), first),
+                                        View<const int>(colcnt.data(), first), options.panel, 0);
   FactorFigures& figures = analysis.figures;
-  figures.supernodes = static_cast<int>(part.xsuper.size()) - 1;
+  figures.supernodes = static_cast<int>(part.xsuper.size() - 1 + analysis.trailing_blocks.size());
   figures.largest_supernode = part.maxsup;
   figures.trees = static_cast<int>(std::ranges::count(parent, 0));
-  figures.flops = count_operations(colcnt, options);
+  figures.flops = count_operations(colcnt, eliminated, options);
   count_panels(part, colcnt, options.symmetric, figures);
 }
 

@@ -9,29 +9,13 @@
 #include <algorithm>
 #include <new>
 
+#include "base/carver.hpp"
 #include "base/memory.hpp"
 #include "graph/starts.hpp"
 
 namespace vlm {
 
 namespace {
-
-/// Carves the arrays of a Structure from its block, or only measures them.
-class Carver {
- public:
-  explicit Carver(void* block) : base_(static_cast<char*>(block)), used_(sizeof(Structure)) {}
-  template <class T>
-  View<T> take(std::size_t length) {
-    T* p = base_ ? reinterpret_cast<T*>(base_ + used_) : nullptr;
-    used_ += length * sizeof(T);
-    return {p, length};
-  }
-  std::size_t used() const { return used_; }
-
- private:
-  char* base_;
-  std::size_t used_;
-};
 
 /// The writable arrays of a Structure.
 struct Arrays {
@@ -180,7 +164,7 @@ StructurePlan plan_structure(const MapInput& input, const Analysis& analysis) {
                  [&](const Place& at, int) { ++(at.in_u ? plan.upper : plan.lower)[at.column]; });
   counts_to_starts(View<int>(plan.lower));
   counts_to_starts(View<int>(plan.upper));
-  Carver carver(nullptr);
+  Carver carver(nullptr, sizeof(Structure));
   carve(carver, analysis, plan);
   plan.bytes = carver.used();
   return plan;
@@ -188,7 +172,7 @@ StructurePlan plan_structure(const MapInput& input, const Analysis& analysis) {
 
 Structure* build_structure(void* block, const MapInput& input, const StructurePlan& plan,
                            const Analysis& analysis) {
-  Carver carver(block);
+  Carver carver(block, sizeof(Structure));
   const Arrays a = carve(carver, analysis, plan);
   auto* out = new (block) Structure;
   out->n = analysis.graph.n;

@@ -3,29 +3,12 @@
 
 #include <algorithm>
 #include <limits>
+#include <numeric>
 
 #include "base/memory.hpp"
 
 namespace vlm {
 
-namespace {
-
-/// A run of columns that will share one row structure.
-struct Block {
-  int first = 0;  ///< first column
-  int width = 0;
-  int height = 0;        ///< rows, own columns included
-  std::int64_t nnz = 0;  ///< entries of the exact columns
-};
-
-std::int64_t trapezoid(std::int64_t width, std::int64_t height) {
-  return width * height - width * (width - 1) / 2;
-}
-
-/// Whether merging into `width` columns with the given share of explicit zeros pays.
-///
-/// Narrow panels cost more by their handling than by their arithmetic; the wider the panel
-/// grows, the fewer zeros it may carry.
 bool merge_pays(std::int64_t width, std::int64_t size, std::int64_t zeros) {
   const double share = static_cast<double>(zeros) / static_cast<double>(size);
   if (width <= 16) return share < 0.4;
@@ -33,21 +16,22 @@ bool merge_pays(std::int64_t width, std::int64_t size, std::int64_t zeros) {
   return share < 0.05;
 }
 
-/// Columns at which a new panel must begin: trailing block and, with several ranges, every
-/// range start.
+namespace {
+
+/// Columns at which a new panel must begin: with several ranges, every range start.
 Vector<char> forced_starts(const Analysis& analysis) {
   const int n = analysis.graph.n;
   Vector<char> forced(n + 2, 0);
-  if (analysis.trailing > 0) forced[n - analysis.trailing + 1] = 1;
   if (analysis.order.nparts > 1)
     for (const Range& range : analysis.order.ranges)
       if (range.first <= n) forced[range.first] = 1;
   return forced;
 }
 
-/// Maximal supernodes, merged bottom-up with the ancestor block that follows them.
+/// Maximal supernodes, merged bottom-up with the ancestor block that follows them; then the blocks
+/// of the Schur complement.
 Vector<Block> merge_blocks(const Analysis& analysis) {
-  const int n = analysis.graph.n;
+  const int n = analysis.graph.n - analysis.trailing;
   const View<const int> parent(analysis.parent), colcnt(analysis.colcnt);
   const Vector<char> forced = forced_starts(analysis);
   Vector<Block> blocks;
@@ -69,6 +53,7 @@ Vector<Block> merge_blocks(const Analysis& analysis) {
     }
     blocks.push_back(block);
   }
+  blocks.insert(blocks.end(), analysis.trailing_blocks.begin(), analysis.trailing_blocks.end());
   return blocks;
 }
 
@@ -114,6 +99,18 @@ void relax_panels(int panel, Analysis& analysis) {
 
 namespace {
 
+/// The lists of the Schur complement's blocks, from their columns and what the analysis found.
+void list_trailing_rows(const Analysis& analysis, View<const int> xlindx, View<int> lindx) {
+  const View<const int> snode(analysis.snode);
+  const int* row = analysis.trailing_rows.data();
+  for (const Block& block : analysis.trailing_blocks) {
+    int* const list = lindx.at(xlindx(snode(block.first)));
+    std::iota(list, list + block.width, block.first);
+    std::copy_n(row, block.height - block.width, list + block.width);
+    row += block.height - block.width;
+  }
+}
+
 /// First panel of the block that follows block b in the tree, 0 for a root.
 Vector<int> block_parents(const Analysis& analysis) {
   const View<const int> sparent(analysis.sparent), lead(analysis.lead);
@@ -149,23 +146,26 @@ int symfct_velmora(Analysis& analysis) {
   Vector<int> next_store(nsuper), mark_store(nsuper, 0);
   const View<int> next(next_store), mark(mark_store);
   for (int s = 1; s <= nsuper; ++s) next(s) = xlindx(s);
+  // Nothing is eliminated in the trailing columns, where the walks end.
+  const int eliminated = n - analysis.trailing;
   for (int i = 1; i <= n; ++i) {
     const int node = perm(i), own = lead(snode(i));
-    lindx(next(own)++) = i;
+    if (i <= eliminated) lindx(next(own)++) = i;
     mark(own) = i;
     for (int k = xadj(node); k < xadj(node + 1); ++k) {
       const int j = invp(adjncy(k));
-      if (j >= i) continue;
-      for (int s = lead(snode(j)); mark(s) != i; s = up(s)) {
+      if (j >= i || j > eliminated) continue;
+      for (int s = lead(snode(j)); mark(s) != i && xsuper(s) <= eliminated; s = up(s)) {
         if (next(s) == xlindx(s + 1) || up(s) == 0) return status_structure;
         lindx(next(s)++) = i;
         mark(s) = i;
       }
     }
   }
+  list_trailing_rows(analysis, xlindx, lindx);
   for (int s = 1; s <= nsuper; ++s) {
     if (lead(s) == s) {
-      if (next(s) != xlindx(s + 1)) return status_structure;
+      if (xsuper(s) <= eliminated && next(s) != xlindx(s + 1)) return status_structure;
     } else {  // a later piece has the end of its block's list
       std::copy(lindx.at(xlindx(s) - height(s)), lindx.at(xlindx(s)), lindx.at(xlindx(s)));
     }

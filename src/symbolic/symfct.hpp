@@ -8,6 +8,17 @@
 
 namespace vlm {
 
+/// Entries of `width` columns with `height` rows, from the diagonal down.
+inline std::int64_t trapezoid(std::int64_t width, std::int64_t height) {
+  return width * height - width * (width - 1) / 2;
+}
+
+/// Whether merging into `width` columns with the given share of explicit zeros pays.
+///
+/// Narrow panels cost more by their handling than by their arithmetic; the wider the panel
+/// grows, the fewer zeros it may carry.
+bool merge_pays(std::int64_t width, std::int64_t size, std::int64_t zeros);
+
 /// Cuts the columns into the panels that the numeric phases run on.
 ///
 /// The maximal supernodes of the exact factor are merged with a following ancestor while few

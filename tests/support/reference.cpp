@@ -261,7 +261,7 @@ bool are_inverse(std::span<const int> perm, std::span<const int> invp) {
   return true;
 }
 
-SymbolicReference eliminate(const Matrix& m, std::span<const int> perm) {
+SymbolicReference eliminate(const Matrix& m, std::span<const int> perm, int kept) {
   SymbolicReference s;
   s.n = m.n;
   s.column.resize(static_cast<std::size_t>(m.n) + 1);
@@ -282,10 +282,18 @@ SymbolicReference eliminate(const Matrix& m, std::span<const int> perm) {
     auto& rows = s.column[j];
     s.colcnt[j] = static_cast<int>(rows.size());
     s.nnz_l += s.colcnt[j];
+    const int eliminated = m.n - kept;
+    if (j > eliminated) {
+      s.parent[j] = j < m.n ? j + 1 : 0;
+      continue;
+    }
     const auto first = rows.upper_bound(j);
     if (first == rows.end()) continue;
     s.parent[j] = *first;
     s.column[*first].insert(first, rows.end());
+    // Columns that stay tell nobody.
+    for (auto row = first; row != rows.end() && *first > eliminated; ++row)
+      s.column[*row].insert(row, rows.end());
   }
   return s;
 }

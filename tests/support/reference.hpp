@@ -92,7 +92,10 @@ struct SymbolicReference {
 
 /// Eliminates position after position on sets of neighbours.
 /// @param perm  position to node, 1-based [n]
-SymbolicReference eliminate(const Matrix& m, std::span<const int> perm);
+/// @param kept  last positions that are not eliminated: their columns hold the Schur complement,
+/// and
+///              their parents are a chain
+SymbolicReference eliminate(const Matrix& m, std::span<const int> perm, int kept = 0);
 
 /// Partition of the columns into supernodes.
 struct SupernodeReference {
