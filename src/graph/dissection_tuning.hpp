@@ -17,9 +17,9 @@ struct DissectionTuning {
   /// because a factor is computed and used more than once: ordering_bench --operations
   double seconds_per_flop = 1.0 / 20e9;
   /// Operations that a separator saves, in cubes of its weight: ordering_bench --savings
-  double saved_cubes = 100;
+  double saved_cubes = 130;
   /// Vertices and neighbours of a piece that is not cut any more, whatever it would save.
-  int least_piece = 10000;
+  int least_piece = 4000;
   /// Part of the vertices above which the first separator is no better than none: minimum degree
   /// then orders the whole as well, and the cheaper order counts.
   double poor_separator = 1.0 / 8;
