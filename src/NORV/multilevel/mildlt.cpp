@@ -142,7 +142,13 @@ UpperRows<T> Mildlt<T>::add_level(UpperRows<T>&& A, LevelOrder&& order,
   level.work.resize(m);
   level.scale = std::move(order.scale);
   level.place.resize(m);
-  for (int i = 0; i < m; ++i) level.place[i] = result.place[order.place[i]];
+  level.row.resize(m);
+  level.scale_at.resize(m);
+  for (int i = 0; i < m; ++i) {
+    const int k = level.place[i] = result.place[order.place[i]];
+    level.row[k] = i;
+    level.scale_at[k] = level.scale[i];
+  }
   level.factor = std::move(result.factor);
   totals_.entries += level.factor.entries() + level.factor.pivots;
   totals_.positive += level.factor.npos;
@@ -211,7 +217,7 @@ void Mildlt<T>::solve_level(std::size_t l, const T* x, T* y) {
   }
   Level& level = levels_[l];
   T* const w = level.work.data();
-  for (int i = 0; i < level.m; ++i) w[level.place[i]] = product(x[i], level.scale[i]);
+  for (int k = 0; k < level.m; ++k) w[k] = product(x[level.row[k]], level.scale_at[k]);
   solve_forward(level.factor, w);
   T* const rest = w + level.factor.pivots;
   if (level.factor.pivots < level.m) solve_level(l + 1, rest, rest);

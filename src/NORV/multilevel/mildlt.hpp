@@ -85,9 +85,11 @@ class Mildlt {
   struct Level {
     int m = 0;  ///< rows
     LdltFactor<T> factor;
-    Vector<int> place;     ///< [m] place of a row, delays included
-    Vector<double> scale;  ///< [m]
-    Vector<T> work;        ///< [m]
+    Vector<int> place;        ///< [m] position of a row, delays included
+    Vector<int> row;          ///< [m] its inverse: both ends of an application gather
+    Vector<double> scale;     ///< [m] by row
+    Vector<double> scale_at;  ///< [m] by position
+    Vector<T> work;           ///< [m]
   };
 
   UpperRows<T> add_level(UpperRows<T>&& A, LevelOrder&& order, const MildltOptions& options,
