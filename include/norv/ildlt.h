@@ -59,6 +59,15 @@ NORV_API precon* precon_ildlt_stpiv_create_param(double drop, double max_fill, d
                                                  int drop_style, int delay_mode, int strategy_2x2,
                                                  int compens, vec* target, int condest_strat);
 
+/* Multilevel form of the same; the first with the parameters of the class. */
+NORV_API precon* precon_mildlt_create(void);
+NORV_API precon* precon_mildlt_create_param(double kappa, double max_fill, double drop,
+                                            double schur_drop, double pivot_1x1, double pivot_2x2,
+                                            int fill_strategy, int level_preordering,
+                                            int max_levels, int min_level_size, int drop_style,
+                                            int compens, vec* target, int condest_strat,
+                                            int delay_mode, int strategy_2x2, int is_complex);
+
 /* ---------------------------------------------------------------------------
  * The incomplete factor itself
  *

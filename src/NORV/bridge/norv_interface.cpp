@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "NORV/corelib/vec_common.hpp"
+#include "norv/ildlt.h"
 #include "norv/solver.h"
 
 namespace vlm {
@@ -51,18 +52,28 @@ int refuse(const char* text) {
   return 0;
 }
 
+precon* make_mildlt(const NorvPars& p, int is_complex) {
+  constexpr int matched_order = 3, no_compensation = 0;
+  return precon_mildlt_create_param(p.kappa, p.max_fill, p.drop_tol, p.schur_drop, p.pivot_1x1,
+                                    p.pivot_2x2, NORV_FILL_MAX_AVERAGE, matched_order, p.max_levels,
+                                    p.min_level_size, NORV_DROP_INVERSE, no_compensation, nullptr,
+                                    p.condest_strat, NORV_DELAY_SCHUR, NORV_2X2_TRIDIAGONAL,
+                                    is_complex);
+}
+
 /// A new instance for the parameters; null, after an error message, for a class that this version
 /// lacks.
-precon* make_precon(const NorvPars& p, int) {
+precon* make_precon(const NorvPars& p, int is_complex) {
   switch (p.precon) {
     case code_diag:
       return precon_diag_create();
     case code_ildlt_bk:
-      return precon_new_by_name("ILDLT_BK");
+      return precon_ildlt_bk_create_param(p.max_fill, p.drop_tol, 0, static_cast<int>(p.bk_fill),
+                                          NORV_DROP_DIAG, 2);
     case code_ildlt_pm:
-      return precon_new_by_name("ILDLT_PM");
+      return precon_ildltpm_create_param(p.drop_tol, p.max_fill, 0, NORV_DROP_DIAG, 0);
     case code_mildlt:
-      return precon_new_by_name("MILDLT");
+      return make_mildlt(p, is_complex);
     case code_augblock:
       return precon_new_by_name("AUGBLOCK");
     case code_ilut:

@@ -43,7 +43,7 @@ constexpr Row preconditioners[] = {
     {"ILDLT_WS", precon_ildlt_wspiv_create},
     {"ILDLT_BK", precon_ildlt_bk_create},
     {"ILDLT", precon_ldlt_create},
-    {"MILDLT", nullptr},
+    {"MILDLT", precon_mildlt_create},
     {"SAINV", nullptr},
     {"BAINV", nullptr},
     {"SCHILDERS", nullptr},
