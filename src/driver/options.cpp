@@ -224,13 +224,4 @@ void forget_accuracy(const Call& call) {
   if (call.dparm.data() != nullptr) std::fill_n(call.dparm.at(40), 4, 0.0);
 }
 
-void store_accuracy(const Call& call, const Accuracy& accuracy) {
-  call.iparm(41) = accuracy.verdict;
-  if (call.dparm.data() == nullptr) return;
-  call.dparm(40) = accuracy.normwise;
-  call.dparm(41) = accuracy.componentwise;
-  call.dparm(42) = accuracy.condition;
-  call.dparm(43) = accuracy.bound;
-}
-
 }  // namespace vlm

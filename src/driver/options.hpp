@@ -98,7 +98,5 @@ AccuracyOptions accuracy_options(const Options& options, const Call& call);
 bool accuracy_asked(const Call& call);
 /// Where a measurement is asked for: until it has been made nothing is known.
 void forget_accuracy(const Call& call);
-/// What the measurement found, in iparm(41) and dparm(40) to dparm(43).
-void store_accuracy(const Call& call, const Accuracy& accuracy);
 
 }  // namespace vlm

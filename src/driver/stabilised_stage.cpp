@@ -202,7 +202,7 @@ class StabilisedStage {
                                          .transpose = transpose,
                                          .work = accuracy_},
                                         found);
-    store_accuracy(call_, found);
+    store_accuracy(call_, arrays_.control, found);
     if (failed != status_ok) return failed;
     return found.verdict == verdict_useless ? status_inaccurate : status_ok;
   }
