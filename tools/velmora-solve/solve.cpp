@@ -10,6 +10,7 @@
 #include <memory>
 #include <random>
 
+#include "iterate.hpp"
 #include "near_singular.hpp"
 #include "pictures.hpp"
 #include "replay.hpp"
@@ -194,7 +195,7 @@ class Solver {
     }
     solution_ = session.x();
     order_ = session.order();
-    if (!options_.convergence.empty()) trace_refinement(session);
+    if (!options_.convergence.empty() && !options_.settings.iterative) trace_refinement(session);
     if (failure.empty()) invert(session);
     return failure;
   }
@@ -248,6 +249,11 @@ class Solver {
   }
 
   void factor_and_solve(Session& session, Factor& factor) {
+    if (options_.settings.iterative) {
+      const auto why =
+          set_up_and_iterate(session, options_, printer_, rhs_.b, report_.nrhs, factor);
+      return why.empty() ? void() : throw PhaseFailed(why);
+    }
     const Call call = step(session, Phase::analysis, factor.mtype);
     factor.analysis_seconds = call.seconds;
     factor.threads = session.iparm(3);
@@ -391,6 +397,8 @@ void decide_type(const Options& options, const SparseMatrix& matrix, const Trait
                  Report& report) {
   report.type =
       options.type ? TypeChoice{*options.type, "as asked for"} : choose_type(matrix, traits);
+  if (options.settings.iterative && !options.type && report.type.mtype == 2)
+    report.type = {-2, "symmetric, for the iterative solver"};
 }
 
 /// The user's settings, and pivots of a symmetric matrix that suit its diagonal.
@@ -483,7 +491,8 @@ void run(const Options& options, const Printer& printer, Report& report) {
     printer.line("drawn", options.spy);
   }
   if (!options.convergence.empty()) {
-    draw_convergence(options.convergence, title, solver.refinement());
+    options.settings.iterative ? draw_iterations(options.convergence, title, report.factor->history)
+                               : draw_convergence(options.convergence, title, solver.refinement());
     printer.line("drawn", options.convergence);
   }
 }
