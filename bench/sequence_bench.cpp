@@ -99,7 +99,7 @@ constexpr Sequence sequences[] = {{"time", time_step}, {"path", path_step}, {"ju
 
 struct Outcome {
   double seconds = 0;   ///< all steps but the first
-  double residual = 0;  ///< largest of |b - Ax| / |b| by velmora's own measure, dparm(40)
+  double residual = 0;  ///< largest of max|b - Ax| / max|b|
   int factors = 0;      ///< made after the first step
   int iterations = 0;   ///< most of a step that needed no factor
 };

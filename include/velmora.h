@@ -118,7 +118,8 @@
  *                K  |K| 2: conjugate gradients for types 2 and 4; else, and for all other types,
  *                   conjugate gradients squared.  0: off
  *                L  the residual is to fall to 10^-L of that of the factor's own solution, in
- *                   Euclidean norms; 0: 10^-12.  Rounding may end it above that
+ *                   Euclidean norms; 0: 10^-12.  One of 1.4e-14 of
+ *                   |A||x| + |b| is taken for one of rounding, and ends it as well
  *                K > 0: at most 1.35 |K| t + 1 iterations, and 100, t being the time of the
  *                   factorization over that of a solve.  Phases 22 and 23 factor after a failure;
  *                   where fewer than five iterations were affordable in the last solve, as before
