@@ -93,6 +93,16 @@ struct Allocator {
   bool operator==(const Allocator&) const = default;
 };
 
+/// Base of objects that are made one by one: a failed `new` tells their size.
+struct TellsItsSize {
+  static void* operator new(std::size_t bytes) {
+    void* block = ::operator new(bytes, std::nothrow);
+    if (block == nullptr) throw AllocationFailure(bytes);
+    return block;
+  }
+  static void operator delete(void* block) { ::operator delete(block); }
+};
+
 /// Gives freed blocks of the heap back to the system.  Between two stages: else the scratch of
 /// one stays in the process beside the arrays of the next, up to half as much again as both need.
 void trim_heap();

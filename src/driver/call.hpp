@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -33,6 +34,8 @@ struct Call {
 
   bool insists = false;  ///< out: the error is told in phase 33 too
   std::string message;   ///< out: what went wrong and what to do, at any message level
+
+  std::size_t wanted = 0;  ///< out: bytes that an error_memory was short of
 
   int first_digit() const { return phase / 10; }
   int last_digit() const { return phase % 10; }

@@ -130,7 +130,7 @@ class Climb {
     store_accuracy(call_, control_, accuracy_);
     call_.iparm(43) = ladder().kept;
     if (accuracy_.verdict == verdict_good || accuracy_.verdict == verdict_nearby) return {};
-    if (short_of_memory_) return {error_memory, at_factor, 0, 0};
+    if (short_of_ > 0) return {error_memory, at_factor, 0, short_of_};
     if (accuracy_.verdict == verdict_none) return outcome;
     return {error_numeric, status_inaccurate, 0, 0};
   }
@@ -228,7 +228,7 @@ class Climb {
     tried_[rung] = true;
     auto second = std::make_unique<SecondFactor>();
     const int error = second->factor(call_, options_, settings);
-    short_of_memory_ = short_of_memory_ || error == error_memory;
+    if (error == error_memory) short_of_ = second->wanted();
     if (error != error_none) {
       tell(rung, infinity);
       return false;
@@ -238,8 +238,8 @@ class Climb {
     record.second = second.release();
     record.rung = rung;
     return true;
-  } catch (const std::bad_alloc&) {
-    short_of_memory_ = true;
+  } catch (const AllocationFailure& failure) {
+    short_of_ = failure.bytes;
     return false;
   }
 
@@ -331,7 +331,7 @@ class Climb {
   std::unique_ptr<ColumnRefiner> refiner_;
   Accuracy accuracy_;
   bool tried_[rung_count] = {};
-  bool short_of_memory_ = false;
+  std::size_t short_of_ = 0;  ///< bytes that a rung lacked
 };
 
 }  // namespace

@@ -115,7 +115,9 @@ int SecondFactor::run(const Call& call, int phase) {
   own.iparm = {iparm_.data(), 64};
   own.dparm = {dparm_.data(), 64};
   own.default_threads = call.default_threads;
-  return velmora_c(own);
+  const int error = velmora_c(own);
+  wanted_ = own.wanted;
+  return error;
 }
 
 int SecondFactor::factor_freely(const Call& call) {
@@ -153,7 +155,8 @@ int SecondFactor::factor(const Call& call, const Options& options,
   const int error = run(call, 12);
   if (error == error_none) result_ = control_of(handle_.data()).results.factor;
   return error;
-} catch (const std::bad_alloc&) {
+} catch (const AllocationFailure& failure) {
+  wanted_ = failure.bytes;
   release();
   return error_memory;
 } catch (const std::length_error&) {

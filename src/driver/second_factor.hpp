@@ -30,7 +30,7 @@ struct FactorSettings {
   bool operator==(const FactorSettings&) const = default;
 };
 
-class SecondFactor {
+class SecondFactor : public TellsItsSize {
  public:
   SecondFactor() = default;
   ~SecondFactor() { release(); }
@@ -46,6 +46,8 @@ class SecondFactor {
 
   /// Signs and replaced pivots.
   const FactorResult& result() const { return result_; }
+  /// Bytes that a factorization was short of, where its error is error_memory.
+  std::size_t wanted() const { return wanted_; }
   bool has_signs() const;
   std::size_t bytes() const;
 
@@ -66,6 +68,7 @@ class SecondFactor {
   bool free_ = false;
   FreeLu lu_;
   FactorResult result_;
+  std::size_t wanted_ = 0;
 };
 
 }  // namespace vlm

@@ -488,6 +488,7 @@ int velmora_c(Call& call) {
   if (control != nullptr) store_memory_figures(control->memory, call.iparm);
   call.insists = outcome.error == error_input &&
                  (outcome.code == code_inverted || outcome.code == code_inverse_values);
+  call.wanted = outcome.bytes;
   if (outcome) report_failure(call, outcome, control);
   if (control != nullptr && call.iparm(32) != 1) report(call, outcome, *control, deleted);
   if (call.phase == -1 && control != nullptr) release_handle(call.pt);

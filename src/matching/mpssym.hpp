@@ -12,8 +12,7 @@
 /// their 1-based contents.  All steps but the ordering take O(n + nnz).
 #pragma once
 
-#include <functional>
-
+#include "base/function.hpp"
 #include "base/input_matrix.hpp"
 #include "base/memory.hpp"
 #include "graph/ordering.hpp"
@@ -37,7 +36,7 @@ struct PairGraph {
 };
 
 /// Orders a graph; returns a Status.
-using GraphOrdering = std::function<int(const Adjacency& graph, Ordering& order)>;
+using GraphOrdering = Function<int(const Adjacency& graph, Ordering& order)>;
 
 /// Matrix with the full pattern of every 2x2 candidate, in the caller's numbering.
 struct PaddedMatrix {

@@ -16,6 +16,7 @@
 
 #include "base/input_matrix.hpp"
 #include "base/matrix_types.hpp"
+#include "base/memory.hpp"
 #include "solve/refine.hpp"
 
 namespace vlm {
@@ -35,7 +36,7 @@ struct ColumnError {
 };
 
 /// A matrix whose systems are refined column by column; x and b are one column each.
-class ColumnRefiner {
+class ColumnRefiner : public TellsItsSize {
  public:
   virtual ~ColumnRefiner() = default;
 

@@ -138,10 +138,15 @@ double measure_iterate(const RefineCall& call, const Vectors& v, bool first) {
     const double norm =
         summed ? total : sum_of_absolutes(leading_length(call), residual, options.threads);
     if (options.schur > 0) total += norm;
+    if (first) {
+      v.behind[k] = 0;
+      v.best[k] = norm;
+      continue;
+    }
     const double factor = v.best[k] <= v.rounding[k] ? rounding_noise : 1.0;
     const bool worse = norm > factor * v.best[k] || (std::isnan(norm) && std::isfinite(v.best[k]));
-    v.behind[k] = !first && worse ? 1.0 : 0.0;
-    if (v.behind[k] == 0) v.best[k] = first ? norm : std::fmin(norm, v.best[k]);
+    v.behind[k] = worse ? 1.0 : 0.0;
+    if (v.behind[k] == 0) v.best[k] = std::fmin(norm, v.best[k]);
   }
   return total;
 }

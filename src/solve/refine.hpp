@@ -11,8 +11,8 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 
+#include "base/function.hpp"
 #include "base/input_matrix.hpp"
 #include "base/matrix_types.hpp"
 
@@ -45,7 +45,7 @@ struct RefineResult {
 
 /// One solve with the factor: out = A^-1 in for nrhs columns; in and out may be the same array.
 /// Returns a Status.
-using SolveStep = std::function<int(int nrhs, const double* in, double* out)>;
+using SolveStep = Function<int(int nrhs, const double* in, double* out)>;
 
 /// Bytes of CGS_ARR.
 std::size_t refine_bytes(const RefineOptions& options, int n, int nrhs);

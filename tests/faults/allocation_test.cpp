@@ -38,6 +38,7 @@ struct Case {
   Matrix matrix;
   std::vector<Setting> iparm;
   int threads = 1, nrhs = 1;
+  bool may_recover = false;  ///< a call may reach its answer in another way
 };
 
 std::string name_of(const Case& c) {
@@ -66,13 +67,14 @@ void prepare(Caller& c, const Case& as) {
 /// Runs the phases one after the other; each allocation of phase number `tested` fails once
 /// before.  @return allocations that could fail
 int sweep(const Case& as, const std::vector<int>& phases, std::size_t tested) {
-  int k = 1;
-  std::vector<double> good;
+  int k = 1, spared = 0;
+  std::vector<double> good, good_a;
   {
     Caller c(as.matrix.mtype, as.matrix.ia, as.matrix.ja, as.matrix.a);
     prepare(c, as);
     for (const int phase : phases) EXPECT_EQ(c.run(phase), 0);
     good = c.x;
+    good_a = c.a;
   }
   for (bool more = true; more; ++k) {
     Caller c(as.matrix.mtype, as.matrix.ia, as.matrix.ja, as.matrix.a);
@@ -84,17 +86,19 @@ int sweep(const Case& as, const std::vector<int>& phases, std::size_t tested) {
         c.run(phases[p]);
         const allocations::Fault fault = allocations::disarm();
         more = fault.happened;
-        if (more) {
-          EXPECT_EQ(c.error, -2) << "allocation " << k;
-          EXPECT_EQ(told_bytes(), static_cast<long long>(fault.bytes)) << "allocation " << k;
-        }
+        // Work space of a sort, say, may be done without.
+        if (c.error == 0 && (!more || as.may_recover || ++spared <= 8)) continue;
+        EXPECT_EQ(c.error, -2) << "allocation " << k;
+        EXPECT_EQ(told_bytes(), static_cast<long long>(fault.bytes)) << "allocation " << k;
       }
       EXPECT_EQ(c.run(phases[p]), 0) << "after the failure of allocation " << k;
     }
     double error = 0;
     for (std::size_t i = 0; i < good.size(); ++i)
       error = std::max(error, std::abs(c.x[i] - good[i]));
-    EXPECT_LE(error, as.threads == 1 ? 0 : 1e-8) << "allocation " << k;
+    for (std::size_t i = 0; i < good_a.size(); ++i)
+      error = std::max(error, std::abs(c.a[i] - good_a[i]));
+    EXPECT_LE(error, as.threads == 1 && !as.may_recover ? 0 : 1e-8) << "allocation " << k;
     c.run(-1);
     EXPECT_EQ(allocations::live(), before) << "allocation " << k;
     if (::testing::Test::HasFailure()) return k;
@@ -150,6 +154,31 @@ TEST(Allocation, Options) {
     sweep_phases(c);
     sweep(c, {13}, 0);
     if (HasFailure()) return;
+  }
+}
+
+// Phases and options that go on from a factor.
+TEST(Allocation, WhatFollowsAFactor) {
+  const Matrix grid = poisson2d(6), kkt = saddle_point(2, 1), wind = convection_diffusion(6, 5, 2);
+  for (const Matrix& m : {grid, kkt, wind, helmholtz(5, 0.7, true, 7)})
+    for (const int store : {0, 1, 2}) sweep({m, {{36, store}}}, {12, -22}, 1);
+  for (const Matrix& m : {grid, kkt, wind}) sweep({m, {{4, -102}}}, {13, 23}, 1);
+}
+
+// A solve that goes on until it is good finds its way around what fails, or says what it lacked.
+TEST(Allocation, SolvesThatGoOn) {
+  const Case krylov{random_indefinite(60, 0.2, 1.0, 1), {{10, 1}, {21, 0}, {42, 1}}, 1, 1, true};
+  Case anew{expanded(tridiagonal(40, 1)), {{42, 1}}, 1, 1, true};
+  for (int i = 0; i < anew.matrix.n; ++i)  // no pivots on the diagonal: another factor
+    for (int p = anew.matrix.ia[i] - 1; p < anew.matrix.ia[i + 1] - 1; ++p)
+      if (anew.matrix.ja[p] == i + 1) anew.matrix.a[p] = 0;
+  for (const Case& c : {krylov, anew}) {
+    SCOPED_TRACE(name_of(c));
+    Caller plain(c.matrix.mtype, c.matrix.ia, c.matrix.ja, c.matrix.a);
+    prepare(plain, c);
+    EXPECT_EQ(plain.run(13), 0);
+    EXPECT_GE(plain.iparm(43), c.matrix.mtype == 1 ? 3 : 2);
+    sweep(c, {13}, 0);
   }
 }
 

@@ -24,7 +24,7 @@ namespace {
 template <class Body>
 void for_all_ways(Body body) {
   for (const Matrix& m : {saddle_point(5, 1), random_unsymmetric(400, 4, 1, 2), poisson2d(40)})
-    for (const int ordering : {0})
+    for (const int ordering : {0, 1, 2})
       for (const int matching : {0, 2})
         for (const int threads : {1, 2}) {
           SCOPED_TRACE(m.name + ", iparm(2) " + std::to_string(ordering) + ", iparm(13) " +
