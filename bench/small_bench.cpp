@@ -125,6 +125,7 @@ int main(int argc, char** argv) {
   for (const int n : {10, 100})
     for (const gallery::Matrix& m :
          {gallery::random_spd(n, 4, 1), gallery::tridiagonal(n, 2), gallery::dense(n, 3),
+          gallery::random_indefinite(n, 0.1, 0.2, 7, 6),
           gallery::random_structurally_symmetric(n, 4, 4),
           gallery::random_unsymmetric(n, 4, 0.3, 5), gallery::random_unsymmetric(n, 4, 0.3, 6, 13)})
       run(m, threads);

@@ -35,6 +35,7 @@
 #include "driver/shortcut.hpp"
 #include "driver/stabilised_stage.hpp"
 #include "driver/statistics_fc.hpp"
+#include "numeric/factor.hpp"
 #include "solve/refine.hpp"
 
 namespace vlm {
@@ -235,15 +236,20 @@ Outcome solve(StageArrays& arrays) {
   return {};
 }
 
+/// Where the values of a padded matrix lie: behind the work of the factorization.
+std::size_t padded_values_at(const StageArrays& arrays) {
+  return align_up(factor_work_bytes(factor_options(arrays.control.options), *arrays.structure));
+}
+
 /// Factors the caller's matrix, or the padded one that stands for it.
 int factorize(StageArrays& arrays) {
   const Call& call = arrays.call;
   const PaddedMatrix* padded = padded_of(call.pt);
   if (padded == nullptr) return do_all_velmora_fc(Stage::factorize, arrays);
-  const int nvals = arrays.control.options.type->nvals();
-  Vector<double> values(padded->ja.size() * static_cast<std::size_t>(nvals));
-  scatter_padded_values(*padded, nvals, call.a, values.data());
-  arrays.matrix = {call.n, padded->ia.data(), padded->ja.data(), values.data()};
+  void* const place = static_cast<char*>(arrays.work) + padded_values_at(arrays);
+  auto* const values = static_cast<double*>(place);
+  scatter_padded_values(*padded, arrays.control.options.type->nvals(), call.a, values);
+  arrays.matrix = {call.n, padded->ia.data(), padded->ja.data(), values};
   const int status = do_all_velmora_fc(Stage::factorize, arrays);
   arrays.matrix = matrix_of(call);
   return status;
@@ -279,8 +285,11 @@ std::size_t numeric_work_bytes(const StageArrays& arrays, bool solves, bool clim
   const auto solve_bytes = [&](int nrhs) {
     return solve_work_bytes(solve_options(options), *arrays.structure, nrhs);
   };
-  std::size_t bytes = std::max(factor_work_bytes(factor_options(options), *arrays.structure),
-                               solve_bytes(solves ? call.nrhs : 1));
+  std::size_t bytes = factor_work_bytes(factor_options(options), *arrays.structure);
+  if (const PaddedMatrix* padded = padded_of(call.pt))
+    bytes = padded_values_at(arrays) +
+            padded->ja.size() * static_cast<std::size_t>(options.type->nvals()) * sizeof(double);
+  bytes = std::max(bytes, solve_bytes(solves ? call.nrhs : 1));
   if (!solves) return bytes;
   // Solves of fewer columns divide the work otherwise.
   int columns = 0;

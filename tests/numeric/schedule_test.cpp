@@ -97,11 +97,12 @@ class Schedules {
     caller_.iparm(24) = by_domains ? 1 : 0;
     EXPECT_EQ(caller_.run(11), 0);
     lu_.resize(factor_store_bytes<double>(st()) / sizeof(double) + 1);
-    Carver carver(nullptr);
-    make_team(carver);
-    FineGrainWork(st(), carver);
-    TwoLevelWork(st(), carver);
-    work_.resize(carver.used() / sizeof(double) + 1);
+    Carver measure(nullptr);
+    lay_out(measure);
+    PanelLists(st(), measure);
+    FineGrainWork(st(), measure);
+    TwoLevelWork(st(), measure);
+    work_.resize(measure.used());
     logdet_.resize(st().nsuper);
   }
   const Structure& st() { return *static_cast<const Structure*>(slot(caller_.pt, slot_structure)); }
@@ -116,15 +117,13 @@ class Schedules {
     frame.last_eliminated = st().n;
     frame.logdet = logdet_.data();
     Carver carver(work_.data());
-    const Team<double> team = make_team(carver);
+    const Team<double> team = lay_out(carver);
     return schedule(frame, team, carver);
   }
 
  private:
-  Team<double> make_team(Carver& carver) {
-    const Team<double> team =
-        carver.make<FactorScratch<double>>(static_cast<std::size_t>(threads_));
-    carver.leave_line();
+  Team<double> lay_out(Carver& carver) {
+    const Team<double> team = carver.make<FactorScratch<double>>(threads_);
     for (int k = 1; k <= threads_; ++k) {
       const FactorScratch<double> scratch(st(), carver);
       if (!team.empty()) team(k) = scratch;
@@ -134,7 +133,8 @@ class Schedules {
 
   Caller caller_;
   int threads_;
-  std::vector<double> lu_, logdet_, work_;
+  std::vector<double> lu_, logdet_;
+  std::vector<char> work_;
 };
 
 using Frame = FactorFrame<double>;
