@@ -32,7 +32,7 @@
 #include <vector>
 
 #include "NORV/multilevel/mildlt.hpp"
-#include "gallery.hpp"
+#include "gallery/gallery.hpp"
 #include "velmora.h"
 
 namespace {

@@ -9,6 +9,17 @@
 
 namespace vlm {
 
+void move_held_behind(Vector<int>& order, const Vector<char>& held, int base) {
+  Vector<int> behind;
+  auto at = order.begin();
+  for (const int node : order)
+    if (held[node - base] != 0)
+      behind.push_back(node);
+    else
+      *at++ = node;
+  std::copy(behind.begin(), behind.end(), at);
+}
+
 void set_single_range(Ordering& order, int n) {
   order.nparts = 1;
   order.ranges = {{1, n - 1}, {n, n}};

@@ -32,6 +32,10 @@ struct OrderedGraph {
   Vector<int> marked_rows, marked_columns;
 };
 
+/// Moves the held nodes behind the others; both keep their order.
+/// @param held  by node, from `base`
+void move_held_behind(Vector<int>& order, const Vector<char>& held, int base);
+
 /// One range over the whole order: (1, n-1), (n, n).
 void set_single_range(Ordering& order, int n);
 

@@ -97,7 +97,11 @@ class Schedules {
     caller_.iparm(24) = by_domains ? 1 : 0;
     EXPECT_EQ(caller_.run(11), 0);
     lu_.resize(factor_store_bytes<double>(st()) / sizeof(double) + 1);
-    work_.resize(static_cast<std::size_t>(threads) * st().n);
+    Carver carver(nullptr);
+    make_team(carver);
+    FineGrainWork(st(), carver);
+    TwoLevelWork(st(), carver);
+    work_.resize(carver.used() / sizeof(double) + 1);
     logdet_.resize(st().nsuper);
   }
   const Structure& st() { return *static_cast<const Structure*>(slot(caller_.pt, slot_structure)); }
@@ -111,41 +115,50 @@ class Schedules {
                               .store = factor_store<double>(st(), lu_.data())};
     frame.last_eliminated = st().n;
     frame.logdet = logdet_.data();
-    Team<double> team;
-    team.reserve(threads_);
-    for (int k = 0; k < threads_; ++k)
-      team.emplace_back(frame, work_.data() + static_cast<std::ptrdiff_t>(k) * st().n);
-    return schedule(frame, team);
+    Carver carver(work_.data());
+    const Team<double> team = make_team(carver);
+    return schedule(frame, team, carver);
   }
 
  private:
+  Team<double> make_team(Carver& carver) {
+    const Team<double> team =
+        carver.make<FactorScratch<double>>(static_cast<std::size_t>(threads_));
+    carver.leave_line();
+    for (int k = 1; k <= threads_; ++k) {
+      const FactorScratch<double> scratch(st(), carver);
+      if (!team.empty()) team(k) = scratch;
+    }
+    return team;
+  }
+
   Caller caller_;
   int threads_;
-  std::vector<double> lu_, logdet_;
-  std::vector<int> work_;
+  std::vector<double> lu_, logdet_, work_;
 };
 
 using Frame = FactorFrame<double>;
 
-bool run_alone(const Frame& f, Team<double>& team) {
-  PanelLists lists(f.st.nsuper);
-  return run_sequential<SleepyFamily>(f, team.front(), lists, 1, f.st.nsuper,
-                                      [](int) { return true; });
+bool run_alone(const Frame& f, const Team<double>& team, Carver& carver) {
+  const PanelLists lists(f.st, carver);
+  return run_sequential<SleepyFamily>(f, team(1), lists, 1, f.st.nsuper, [](int) { return true; });
 }
 
 template <bool fixed>
-bool run_fine_grain(const Frame& f, Team<double>& team) {
-  return FineGrain<SleepyFamily, double>(f, fixed).run(team);
+bool run_fine_grain(const Frame& f, const Team<double>& team, Carver& carver) {
+  const FineGrainWork work(f.st, carver);
+  return FineGrain<SleepyFamily, double>(f, fixed, work).run(team);
 }
 
 template <bool fixed>
-bool run_two_level(const Frame& f, Team<double>& team) {
-  return TwoLevel<SleepyFamily, double>(f, fixed).run(team);
+bool run_two_level(const Frame& f, const Team<double>& team, Carver& carver) {
+  const TwoLevelWork work(f.st, carver);
+  return TwoLevel<SleepyFamily, double>(f, fixed, work).run(team);
 }
 
 struct Way {
   const char* name;
-  bool (*run)(const Frame&, Team<double>&);
+  bool (*run)(const Frame&, const Team<double>&, Carver&);
   bool by_domains, fixed;
 };
 constexpr Way ways[] = {{"sequential", run_alone, false, true},
