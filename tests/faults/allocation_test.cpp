@@ -279,6 +279,36 @@ TEST(Allocation, WordsAreNotWorthAFailure) {
   unsetenv("VELMORA_WRITE_PREFIX");
 }
 
+// Loops of factorizations and solves, for several matrices in turns and on several threads, live on
+// what the handle keeps: the first allocation would fail.
+TEST(Allocation, LoopsMakeNone) {
+  for (const Matrix& m :
+       {random_spd(60, 4, 1), random_indefinite(60, 0.1, 0.2, 2, 6), structurally_symmetric(4, 3),
+        random_unsymmetric(60, 4, 0.3, 4), shifted_laplacian(12, 1.1, false, 5)})
+    for (const int threads : {1, 2})
+      for (const int domains : {0, 1}) {
+        SCOPED_TRACE(m.name + " threads " + std::to_string(threads) + " domains " +
+                     std::to_string(domains));
+        Caller c(m.mtype, m.ia, m.ja, m.a);
+        c.iparm(3) = threads;
+        c.iparm(24) = c.iparm(25) = domains;
+        c.maxfct = 2;
+        const auto turn = [&] {
+          for (const int phase : {22, 33, 23}) {
+            c.mnum = 3 - c.mnum;
+            EXPECT_EQ(c.run(phase), 0);
+          }
+        };
+        ASSERT_EQ(c.run(11), 0);
+        turn();
+        turn();
+        allocations::arm(1);
+        turn();
+        turn();
+        EXPECT_FALSE(allocations::disarm().happened);
+      }
+}
+
 /// What body returns in a process of its own; 99 when that ends in another way.
 template <class Body>
 int in_child(Body body) {
