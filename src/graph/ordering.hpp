@@ -32,6 +32,20 @@ struct OrderedGraph {
   Vector<int> marked_rows, marked_columns;
 };
 
+/// Moves the members for which the test holds behind the others; both keep their order.
+template <class Test>
+void move_behind(Vector<int>& order, Test test) {
+  Vector<int> behind;
+  std::size_t kept = 0;
+  for (const int v : Vector<int>(order)) {
+    if (test(v))
+      behind.push_back(v);
+    else
+      order[kept++] = v;
+  }
+  for (const int v : behind) order[kept++] = v;
+}
+
 /// One range over the whole order: (1, n-1), (n, n).
 void set_single_range(Ordering& order, int n);
 

@@ -14,6 +14,7 @@
 
 #include "base/memory.hpp"
 #include "base/team.hpp"
+#include "graph/ordering.hpp"
 #include "graph/symbolic_cost.hpp"
 #include "metis/separator.hpp"
 #include "ordering/amd.hpp"
@@ -284,8 +285,7 @@ FactorCost Dissector::finish(Vector<int>& order, Vector<int>* domain, int& domai
     if (pairs_ != nullptr && pairs_->partner[v] != none) append(pairs_->partner[v], of_place[k]);
   }
   // The ancestors of a held vertex are held: what is left is still a postorder.
-  if (!held_.empty())
-    std::stable_partition(order.begin(), order.end(), [&](int v) { return held_[v] == 0; });
+  if (!held_.empty()) move_behind(order, [&](int v) { return held_[v] != 0; });
   return cost;
 }
 

@@ -72,8 +72,7 @@ void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, 
     }
   order.perm.insert(order.perm.end(), compressed.dense.begin(), compressed.dense.end());
   if (!held.empty())  // dense rows may be of either kind
-    std::stable_partition(order.perm.begin(), order.perm.end(),
-                          [&](int node) { return held[node - 1] == 0; });
+    move_behind(order.perm, [&](int node) { return held[node - 1] != 0; });
   write_ranges(found, group, order);
   order.nodes = compressed.graph.n + static_cast<int>(compressed.dense.size());
 }
