@@ -28,6 +28,7 @@ namespace {
 /// What a handle in iterative mode holds.
 struct IterativeState {
   Ledger ledger;
+  MemoryMeter meter;  ///< of the arrays that are no blocks of the ledger
   precon* M = nullptr;
 };
 
@@ -170,6 +171,7 @@ struct Run {
   Outcome step(int phase, double* b, double* x) {
     int status = 0;
     try {
+      const MeterScope metered(state.meter);
       const CallScope scope(state.ledger, call.msg != 0 ? 2 : 0, call.iparm(3));
       const ShiftedMatrix A(call);
       status =
@@ -300,9 +302,13 @@ Outcome run_iterative(const Call& call) {
   call.iparm(23) = run.negative;
   call.iparm(18) = run.nnz;
   const Ledger& ledger = run.state.ledger;
-  control.memory = {.peak = kilobytes(ledger.peak_bytes()),
+  const MemoryMeter& meter = run.state.meter;
+  const auto held = [](std::int64_t bytes) {
+    return kilobytes(static_cast<std::size_t>(std::max<std::int64_t>(bytes, 0)));
+  };
+  control.memory = {.peak = held(ledger.peak_bytes() + meter.peak()),
                     .permanent = kilobytes(sizeof(IterativeState)),
-                    .numeric = kilobytes(ledger.bytes())};
+                    .numeric = held(ledger.bytes() + meter.now())};
   publish_records(run.pars, run.info);
   return outcome;
 }

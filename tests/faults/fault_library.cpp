@@ -131,8 +131,9 @@ void* realloc(void* block, std::size_t bytes) {
 }
 
 // The way into every program of the C library.
-int __libc_start_main(Main main, int argc, char** argv, void (*init)(), void (*fini)(),
-                      void (*loader)(), void* stack) {
+__attribute__((visibility("default"))) int __libc_start_main(Main main, int argc, char** argv,
+                                                             void (*init)(), void (*fini)(),
+                                                             void (*loader)(), void* stack) {
   using Start = int (*)(Main, int, char**, void (*)(), void (*)(), void (*)(), void*);
   const auto next = reinterpret_cast<Start>(dlsym(RTLD_NEXT, "__libc_start_main"));
   program = main;

@@ -359,7 +359,7 @@ class Solver {
   /// Why the solution is not acceptable, empty when it is.  The library's verdict counts, beside
   /// the residual that this program forms itself.
   std::string verdict(const Factor& factor) const {
-    constexpr double usable = 1e-10;  // componentwise, as the verdict 2 has it, and its rounding
+    const double usable = options_.settings.iterative ? std::sqrt(options_.tolerance) : 1e-10;
     const Residual& left = factor.residual;
     const std::string why = factor.warning.empty() ? "" : " (" + factor.warning + ")";
     if (!(left.normwise <= options_.tolerance) || options_.tolerance == 0) {
