@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// Callables of any kind behind one type, like std::function, but with the memory of a Vector: a
-/// failed allocation tells its bytes.  Copies share the callable.
+/// Callables of any kind behind one type, like std::function.  Small plain ones take no memory;
+/// others that of a Vector: a failed allocation tells its bytes.  Copies share such a callable.
 #pragma once
 
 #include <concepts>
+#include <cstddef>
 #include <memory>
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -18,35 +20,26 @@ class Function;
 template <class Result, class... Arguments>
 class Function<Result(Arguments...)> {
  public:
-  template <class Callable>
-  requires(!std::same_as<std::decay_t<Callable>, Function> &&
-           std::is_invocable_r_v<Result, const std::decay_t<Callable>&, Arguments...>)
-      Function(Callable&& callable)
-      : held_(std::allocate_shared<Holder<std::decay_t<Callable>>>(
-            Allocator<Holder<std::decay_t<Callable>>>(), std::forward<Callable>(callable))) {}
+  template <class Given, class Callable = std::decay_t<Given>>
+  requires(!std::same_as<Callable, Function> &&
+           std::is_invocable_r_v<Result, const Callable&, Arguments...>) Function(Given&& callable)
+      : invoke_([](const void* self, Arguments... arguments) -> Result {
+          return (*static_cast<const Callable*>(self))(std::forward<Arguments>(arguments)...);
+        }) {
+    if constexpr (sizeof(Callable) <= sizeof small_ && std::is_trivially_copyable_v<Callable>)
+      new (small_) Callable(std::forward<Given>(callable));
+    else
+      held_ = std::allocate_shared<Callable>(Allocator<Callable>(), std::forward<Given>(callable));
+  }
 
   Result operator()(Arguments... arguments) const {
-    return held_->call(std::forward<Arguments>(arguments)...);
+    return invoke_(held_ != nullptr ? held_.get() : small_, std::forward<Arguments>(arguments)...);
   }
 
  private:
-  struct Base {
-    Base() = default;
-    Base(const Base&) = delete;
-    Base& operator=(const Base&) = delete;
-    virtual ~Base() = default;
-    virtual Result call(Arguments... arguments) const = 0;
-  };
-  template <class Callable>
-  struct Holder final : Base {
-    explicit Holder(Callable given) : callable(std::move(given)) {}
-    Result call(Arguments... arguments) const override {
-      return callable(std::forward<Arguments>(arguments)...);
-    }
-    Callable callable;
-  };
-
-  std::shared_ptr<const Base> held_;
+  Result (*invoke_)(const void* self, Arguments... arguments);
+  alignas(std::max_align_t) std::byte small_[32] = {};
+  std::shared_ptr<const void> held_;
 };
 
 }  // namespace vlm
