@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "driver/factor_store.hpp"
+#include "driver/input_scan.hpp"
 
 namespace vlm {
 namespace {
@@ -148,6 +149,26 @@ Outcome check_input_fc(Call& call, const Options& stored) {
   const int nnz = call.first_digit() > 2 ? stored.nnz : call.ia[call.n] - 1;
   if (const int argument = missing_array(call, nnz)) return fault(code_null, argument);
   return call.first_digit() > 2 ? Outcome{} : test_columns(call);
+}
+
+Outcome test_values(const Call& call) {
+  const InputMatrix matrix{call.n, call.ia, call.ja, call.a};
+  const std::ptrdiff_t place = first_not_finite(matrix, matrix_type(call.mtype).nvals());
+  if (place == 0) return {};
+  return {error_numeric, status_not_finite, static_cast<int>(place), 0};
+}
+
+Outcome test_whole_matrix(const Call& call, const Options& options) {
+  if (call.a == nullptr) return {error_input, code_null, 7, 0};
+  if (call.ia == nullptr) return {error_input, code_null, 8, 0};
+  if (call.ja == nullptr) return {error_input, code_null, 9, 0};
+  return test_pattern(call, options.nnz);
+}
+
+Outcome test_pattern_kept(const Call& call, const Control& control) {
+  const InputMatrix matrix{call.n, call.ia, call.ja, call.a};
+  if (pattern_checksum(matrix) == control.pattern) return {};
+  return {error_input, code_pattern, 0, 0};
 }
 
 }  // namespace vlm

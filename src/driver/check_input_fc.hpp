@@ -3,6 +3,7 @@
 #pragma once
 
 #include "driver/call.hpp"
+#include "driver/control.hpp"
 #include "driver/options.hpp"
 
 namespace vlm {
@@ -72,5 +73,14 @@ Outcome test_pattern(const Call& call, int stored_nnz);
 /// iparm(3) when it is below 1; changes nothing else.
 /// @return success, or class error_input with the code of the first test that failed
 Outcome check_input_fc(Call& call, const Options& stored);
+
+/// A factorization takes finite values only.
+Outcome test_values(const Call& call);
+
+/// A solve that factors or refines needs the whole matrix.
+Outcome test_whole_matrix(const Call& call, const Options& options);
+
+/// The values are those of the analysed pattern.
+Outcome test_pattern_kept(const Call& call, const Control& control);
 
 }  // namespace vlm

@@ -47,13 +47,6 @@ Outcome failed_analysis(int status) {
   return {status == status_overflow ? error_overflow : error_analysis, status, 0, 0};
 }
 
-/// A factorization takes finite values only.
-Outcome test_values(const Call& call) {
-  const std::ptrdiff_t place = first_not_finite(matrix_of(call), matrix_type(call.mtype).nvals());
-  if (place == 0) return {};
-  return {error_numeric, status_not_finite, static_cast<int>(place), 0};
-}
-
 /// The matching's results, in their slots and in `matched`.
 Outcome match(const Call& call, MatchedOrder& matched) {
   Control& control = control_of(call.pt);
@@ -170,20 +163,6 @@ Outcome analyse(const Call& call) {
 /// A factor that serves this call: finished, and of the type and precision asked for.
 bool factor_serves(const FactorRecord& record, const Options& options) {
   return record.finished && record.mtype == options.mtype && record.single == options.single;
-}
-
-/// A solve that factors or refines needs the whole matrix.
-Outcome test_whole_matrix(const Call& call, const Options& options) {
-  if (call.a == nullptr) return {error_input, code_null, 7, 0};
-  if (call.ia == nullptr) return {error_input, code_null, 8, 0};
-  if (call.ja == nullptr) return {error_input, code_null, 9, 0};
-  return test_pattern(call, options.nnz);
-}
-
-/// The values are those of the analysed pattern.
-Outcome test_pattern_kept(const Call& call, const Control& control) {
-  if (pattern_checksum(matrix_of(call)) == control.pattern) return {};
-  return {error_input, code_pattern, 0, 0};
 }
 
 /// The results of the factor in use; a positive iparm(14) of a solve replaces its count of
