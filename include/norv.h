@@ -40,10 +40,12 @@
  * Messages and what the *_print routines print go to the file
  * "./velmora-ml.out", see the section on logging.
  *
- * The library is not reentrant: one thread runs it at a time.  Products of a
- * large smat and a vector use as many threads as OpenMP offers at the call,
- * omp_get_max_threads(), and one inside a parallel region; with a given number
- * of threads a result is the same each time.
+ * One thread works on an object at a time; the level of messages, the termination
+ * hook and what IterativeNorvScalar() keeps are of the process.  Products of a
+ * large smat and a vector, and sums, products and norms of long vectors, use as
+ * many threads as OpenMP offers at the call, omp_get_max_threads(), and one
+ * inside a parallel region; with a given number of threads a result is the same
+ * each time.
  *
  * Headers: each kind has its own, and this one includes all of them.
  *   norv/base.h   memory, the log, the operator record

@@ -196,8 +196,8 @@
  *               visits the paths from the marked nodes to the roots of the elimination tree and
  *               nothing else; it isn't refined.  No mark: a whole solve.  With iparm(38) the last
  *               n - iparm(38) count as marked.  Together with iparm(5) > 0 it is error -1
- *   32  in      [1 if velmorainit() was asked for the iterative solver] 1: iterative solver.
- *               Not in this version: ends with error -1
+ *   32  in      [1 if velmorainit() was asked for the iterative solver] 1: iterative solver,
+ *               types -2, 2 and 6; others are error -1.  See "Iterative solver" below
  *   33  in      [0] 1: dparm(33) receives the logarithm of |det A|
  *   34  in      [0] not 0: fixed order of updates, so that results do not vary from run to run
  *               with several threads; no refinement.  Only with iparm(2), (24), (25) at 2, 1, 1
@@ -297,12 +297,11 @@
  *
  * dparm, 64 doubles
  * -----------------
- *  1 - 9        limits of the iterative solver, set by velmorainit() for it: iterations 300,
- *               tolerance 1e-6, smallest level 5000, levels 10, dropping 1e-2, Schur dropping
- *               5e-3, fill 10, bound on inverses 500, stagnation 25
+ *  1 - 9        limits of the iterative solver, see there
  *   33  out     log |det A| when iparm(33) is 1
- *   34  out     iterative solver: relative residual
- *   35  out     iterative solver: iterations
+ *   34  out     iterative solver: relative residual, the largest of the right-hand sides.  At
+ *               message level 1 only: it costs a product with A
+ *   35  out     iterative solver: iterations, of all right-hand sides together
  *
  * With iparm(40) above 0, the largest over the right-hand sides; r = b - A x, or with the
  * transposed matrix where that is solved:
@@ -317,6 +316,29 @@
  *               Else 0.  A solution 0 is judged like one whose entries are 1
  *   44  in      [0] componentwise backward error that iparm(42) goes on for; not between 0 and 1:
  *               1e-12
+ *
+ *
+ * Iterative solver, iparm(32) 1
+ * -----------------------------
+ * A multilevel incomplete LDL^T factorization preconditions SQMR (norv/ildlt.h, norv/solver.h).
+ * Phases 11 and 12 set it up; 22 again for new values of the pattern, with the order and scaling
+ * that there are; 33 solves with it, a may have changed a little.  0 does nothing.  All read a, ia,
+ * ja, dparm, and iparm(3), (6), (48).  x is the starting guess, or 0 where that is better.  Written:
+ * iparm(14), (22), (23), of the preconditioner, (18) its nonzeros, (15) and (17) its memory.  From
+ * 0.1 % below to 0.05 % above iparm(48), (23) is told as iparm(48) where n is above dparm(3).
+ *
+ *   dparm(1)  [300]   iterations, at most; reaching that number is error -100
+ *   dparm(2)  [1e-6]  a solve ends when |b - A x| / |b| falls below it (Euclidean norms)
+ *   dparm(3)  [5000]  a level of at most that many rows goes to the direct solver
+ *   dparm(4)  [10]    levels, from 1 to 32
+ *   dparm(5)  [0.01]  dropping of entries of the factor
+ *   dparm(6)  [0.005] dropping in the Schur complement of a level, at most dparm(5)
+ *   dparm(7)  [10]    most entries of a factor's row in average rows of A, an integer; <= 0: any
+ *   dparm(8)  [500]   bound on the growth of the inverse factor; <= 0: none
+ *   dparm(9)  [25]    steps of the last 25 without change that end a solve with error -101
+ *
+ * error -100, -101, also -102 and -103, breakdowns: x is the last iterate, and the preconditioner
+ * stays.  -4: its setup failed, and it is gone.  docs/iterative.md says which settings to try.
  */
 #ifndef VELMORA_H
 #define VELMORA_H

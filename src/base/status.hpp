@@ -18,6 +18,7 @@ enum Status : int {
   status_unsupported = -190,  ///< matrix type without kernels
   status_type_change = -191,  ///< matrix type that does not fit the analysis
   status_not_finite = -193,   ///< NaN or infinity among the values
+  status_iterative = -194,    ///< the iterative solver failed; the outcome has the detail
   status_no_matching = -192,  ///< matching mode that does not exist for the matrix type
 };
 

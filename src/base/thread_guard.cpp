@@ -55,13 +55,14 @@ int count_threads() {
   return affordable_threads(std::max(1, std::min(omp_get_max_threads(), omp_get_thread_limit())));
 }
 
-ThreadGuard::ThreadGuard() : threads_(omp_get_max_threads()), dynamic_(omp_get_dynamic()) {
+ThreadGuard::ThreadGuard(int threads)
+    : before_(omp_get_max_threads()), changed_(before_ != threads), dynamic_(omp_get_dynamic()) {
   if (dynamic_ != 0) omp_set_dynamic(0);
-  if (threads_ != 1) omp_set_num_threads(1);
+  if (changed_) omp_set_num_threads(threads);
 }
 
 ThreadGuard::~ThreadGuard() {
-  if (threads_ != 1) omp_set_num_threads(threads_);
+  if (changed_) omp_set_num_threads(before_);
   if (dynamic_ != 0) omp_set_dynamic(dynamic_);
 }
 

@@ -19,13 +19,15 @@ int affordable_threads(int wanted);
 /// large as asked for, and a BLAS on OpenMP opens none of its own.
 class ThreadGuard {
  public:
-  ThreadGuard();
+  /// @param threads  of parallel regions that don't name their number
+  explicit ThreadGuard(int threads = 1);
   ~ThreadGuard();
   ThreadGuard(const ThreadGuard&) = delete;
   ThreadGuard& operator=(const ThreadGuard&) = delete;
 
  private:
-  int threads_;
+  int before_;
+  bool changed_;
   int dynamic_;
 };
 

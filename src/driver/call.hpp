@@ -49,6 +49,11 @@ enum ErrorClass : int {
   error_matching = -6,
   error_internal = -7,
   error_overflow = -8,
+  // of the iterative solver, see norv/solver.h
+  error_sqmr_limit = -100,
+  error_sqmr_stagnation = -101,
+  error_sqmr_sigma = -102,
+  error_sqmr_rho = -103,
 };
 
 /// Class, and what selects and fills the message.
@@ -58,6 +63,8 @@ struct Outcome {
   int argument = 0;       ///< position of a null argument; order of a matching
   std::size_t bytes = 0;  ///< memory error: size that was asked for, 0 when not known
   bool diagonal = false;  ///< code: minus the row of a diagonal system; argument: its RowFault
+
+  std::string detail = {};  ///< lines of a message that no code selects
 
   explicit operator bool() const { return error != error_none; }
 };

@@ -40,6 +40,8 @@ enum InputCode : int {
   code_inverted = 44,        ///< the inverse stands where the factor was
   code_inverse_values = 45,  ///< the inverse is passed for the matrix
   code_not_upper = 46,       ///< iparm(37) 1 with an entry below the diagonal
+  code_dparm = 47,           ///< dparm(1) to dparm(9), iterative solver
+  code_refused = 48,         ///< by the iterative solver; the outcome has the detail
   code_clean_mnum = 100,
   code_diagonal_symbolic = 999,
   code_empty_handle = 1000,

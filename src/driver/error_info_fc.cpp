@@ -38,9 +38,32 @@ constexpr const char* class_names[] = {
 
 /// Names of the arrays, by the location code divided by -100.
 constexpr const char* array_names[] = {
-    "",         "BASIC   ", "FACT_ADR", "LOC_INT1", "STRUC_S0", "WORK_I0 ", "STRUC_S1", "STRUC_S2",
-    "STRUC_FI", "LOC_INT2", "UP_UPLEN", "FACT_L&U", "WORK_R0 ", "CGS_ARR ", "INVERSE ",
+    "",         "BASIC   ", "FACT_ADR", "LOC_INT1", "STRUC_S0", "WORK_I0 ",
+    "STRUC_S1", "STRUC_S2", "STRUC_FI", "LOC_INT2", "UP_UPLEN", "FACT_L&U",
+    "WORK_R0 ", "CGS_ARR ", "INVERSE ", "INVERSE ", "NORV    ",
 };
+
+/// What the solve of the iterative solver ended with, from -100 down.
+constexpr const char* solve_texts[] = {
+    "no convergence within dparam(1) iterations",
+    "no progress any more in the iterations",
+    "breakdown of the iteration: a search direction is orthogonal to its image",
+    "breakdown of the iteration: a residual is orthogonal to its preconditioned one",
+};
+constexpr int last_solve_error = -103;
+
+bool is_solve_error(std::int64_t error) {
+  return error <= error_sqmr_limit && error >= last_solve_error;
+}
+/// The same for a caller who doesn't say which solver it was.
+constexpr const char* solve_error_texts[] = {
+    "iterative solver: no convergence within dparm(1) iterations (diagonal system: row 100 is "
+    "zero)",
+    "iterative solver: no progress any more (diagonal system: row 101 is zero)",
+    "iterative solver: breakdown, q'Aq is zero (diagonal system: row 102 is zero)",
+    "iterative solver: breakdown, r'z is zero (diagonal system: row 103 is zero)",
+};
+const char* solve_text(std::int64_t error) { return solve_texts[error_sqmr_limit - error]; }
 
 /// What `error` says to the caller, from 0 down.
 constexpr const char* error_texts[] = {
@@ -61,6 +84,11 @@ class Lines {
   void add(std::string_view format, std::initializer_list<long long> values = {}) {
     if (!text_.empty()) text_ += '\n';
     text_ += substitute(format, values);
+  }
+  /// Lines as they are, the first behind a mark.
+  void add_as_it_is(const std::string& text) {
+    if (!text_.empty()) text_ += '\n';
+    text_ += text;
   }
   const std::string& text() const { return text_; }
 
@@ -130,8 +158,11 @@ constexpr InputMessage input_messages[] = {
      Value::phase},
     {code_stabilised, "*** Input check: iparam(4) %d, but the solve or the factor is a partial one",
      Value::stabilise},
-    {code_no_iterative, "*** Input check: iparam(32) %d, the iterative solver is not available",
-     Value::iterative},
+    {code_no_iterative,
+     "*** Input check: iparam(32) %d, the iterative solver does not cover matrix type %d",
+     Value::iterative, Value::mtype},
+    {code_dparm, "*** Input check: dparam(%d) is out of bounds", Value::argument},
+    {code_refused, "*** Input check: the iterative solver refuses the call"},
     {code_no_factor, "*** Input check: matrix number %d has no factor, ido %d", Value::mnum,
      Value::phase},
     {code_phase, "*** wrong controlstep parameter ido %d", Value::phase},
@@ -276,6 +307,10 @@ void add_numeric_message(Lines& lines, const Outcome& outcome, const Call& call)
     lines.add("*** error velmora: matrix type %d does not fit the analysis", {call.mtype});
     return;
   }
+  if (!outcome.detail.empty()) {
+    lines.add("*** error velmora: the iterative solver failed");
+    return;
+  }
   if (status == status_inaccurate) {
     lines.add("*** error velmora: the solution is useless, see dparam(40) to dparam(43)");
     return;
@@ -301,6 +336,11 @@ void add_class_message(Lines& lines, const Outcome& outcome, const Call& call,
   if (outcome.code == code_empty_handle && outcome.error == error_input) {
     lines.add("*** error VELMORA  (contradictory input, initialization failed)");
     lines.add("handle=0 ?? ido= %d", {call.phase});
+    return;
+  }
+  if (is_solve_error(outcome.error)) {
+    lines.add("*** error VELMORA  (iterative_solver        ) error_num= %d", {outcome.code});
+    lines.add(std::string("*** error velmora: ") + solve_text(outcome.error));
     return;
   }
   lines.add(std::string("*** error VELMORA  (") + class_names[-outcome.error] + ") error_num= %d",
@@ -343,6 +383,7 @@ void error_info_fc(const Outcome& outcome, Call& call, const Options& stored,
     const bool works = call.phase >= 0 || call.phase == phase_inversion;
     if (!works) lines.add("*** error velmora: internal error ");
     if (works) add_class_message(lines, outcome, call, stored, wanted);
+    if (!outcome.detail.empty()) lines.add_as_it_is("*** " + outcome.detail);
     lines.add("*** what to do: " + std::string(remedy(outcome, call)));
     call.message = lines.text();
   } catch (const std::bad_alloc&) {
@@ -352,6 +393,7 @@ void error_info_fc(const Outcome& outcome, Call& call, const Options& stored,
 }
 
 const char* error_text(int error) {
+  if (is_solve_error(error)) return solve_error_texts[error_sqmr_limit - error];
   const auto k = -static_cast<std::int64_t>(error);
   if (k < 0) return "diagonal system: the row of this number does not hold exactly one entry";
   return k < std::ssize(error_texts)

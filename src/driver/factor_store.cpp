@@ -9,6 +9,7 @@
 #include <limits>
 #include <utility>
 
+#include "driver/iterative.hpp"
 #include "driver/second_factor.hpp"
 
 namespace vlm {
@@ -100,6 +101,7 @@ int release_analysis(void** pt) {
     clean_fact_fc(record);
   }
   if (auto* padded = static_cast<PaddedMatrix*>(slot(pt, slot_padded))) padded->~PaddedMatrix();
+  destroy_iterative(slot(pt, slot_iterative));
   for (int number = slot_last; number > slot_table; --number) release(pt, Slot(number));
   control_of(pt).work_bytes = control_of(pt).cgs_held = 0;
   return deleted;

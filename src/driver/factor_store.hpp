@@ -25,7 +25,8 @@ enum Slot : int {
   slot_cgs = 11,          ///< vectors of refinement; large ones within one solve only
   slot_match_perm = 13,   ///< permutation of the matching [n]
   slot_match_scale = 14,  ///< scalings of the matching [2n]
-  slot_padded = 16,       ///< PaddedMatrix; the one slot whose content has a destructor
+  slot_padded = 16,       ///< PaddedMatrix; its content has a destructor, as that of the next
+  slot_iterative = 17,    ///< preconditioner and blocks of the iterative solver, see iterative.hpp
   slot_last = 20,
 };
 
@@ -42,6 +43,7 @@ enum Location : int {
   at_cgs = -1300,
   at_inverse = -1400,
   at_file = -1500,  ///< on disk
+  at_iterative = -1600,
 };
 
 /// A failed allocation; the driver turns it into the memory error.

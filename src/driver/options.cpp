@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "NORV/corelib/base.hpp"
 #include "base/thread_guard.hpp"
 
 namespace vlm {
@@ -80,6 +81,7 @@ void initial_settings(int mtype, int solver, View<int> iparm, double* dparm) {
   if (iterative && (mtype == -2 || mtype == 6 || mtype == 11)) {
     constexpr double limits[] = {300, 1e-6, 5000, 10, 0.01, 0.005, 10, 500, 25};
     iparm(32) = 1;
+    empty_log();  // where it can't be made, standard error takes over when there is a message
     std::fill_n(dparm, 64, 0.0);
     std::ranges::copy(limits, dparm);
   }

@@ -38,6 +38,8 @@ constexpr InputRemedy input_remedies[] = {
     {code_stabilised, "set iparm(4) to 0, or iparm(26), (31) and (38) to 0"},
     {code_no_iterative, "set iparm(32) and solver to 0 for the direct solver"},
     {code_no_factor, "factor first: phase 12 or 22, with the same pt and mnum"},
+    {code_dparm, "take dparm(1) to dparm(9) from velmorainit with solver 1"},
+    {code_refused, "test the matrix with velmora_chkmatrix: each row has a diagonal entry"},
     {code_phase, "set phase to 11, 12, 13, 22, 23 or 33, or to 0 or -1 to release"},
     {code_row_starts, "number rows and columns from 1: see velmora_chkmatrix"},
     {code_columns, "number rows and columns from 1: see velmora_chkmatrix"},
@@ -144,6 +146,7 @@ std::string_view stabilised_remedy(const Call& call) {
 }
 
 std::string_view numeric_remedy(const Outcome& outcome, const Call& call) {
+  if (!outcome.detail.empty()) return "lower dparm(5) and dparm(6), or set iparm(32) to 0";
   if (outcome.code == status_not_finite) return "look for it where the matrix is assembled";
   if (outcome.code == status_type_change) return "analyse again with this mtype (phase 11)";
   if (outcome.code == status_stabilised) return stabilised_remedy(call);
@@ -172,6 +175,11 @@ std::string_view remedy(const Outcome& outcome, const Call& call) {
       return numeric_remedy(outcome, call);
     case error_matching:
       return "look for a free unknown or a repeated equation in the model";
+    case error_sqmr_limit:
+    case error_sqmr_stagnation:
+    case error_sqmr_sigma:
+    case error_sqmr_rho:
+      return "lower dparm(5) and dparm(6), raise dparm(7) or dparm(1), or set iparm(32) to 0";
     case error_unclassified:
       return "report it, with the files that VELMORA_WRITE_MAT=1 makes";
     default:

@@ -28,6 +28,7 @@
 #include "driver/factor_store.hpp"
 #include "driver/input_scan.hpp"
 #include "driver/invert.hpp"
+#include "driver/iterative.hpp"
 #include "driver/ladder.hpp"
 #include "driver/match_driver.hpp"
 #include "driver/options.hpp"
@@ -386,6 +387,19 @@ Outcome run_work_phase(Call& call) {
   return {};
 }
 
+/// Phases that work on a matrix with the iterative solver, likewise.
+Outcome run_iterative_phase(Call& call) {
+  Control& control = control_of(call.pt);
+  const bool analyses = call.first_digit() == 1;
+  if (analyses) load_defaults(call.mtype, call.iparm);
+  count_call(call.pt);
+  if (Outcome failed = check_input_fc(call, analyses ? Options{} : control.options)) return failed;
+  if (Outcome failed = check_iterative(call)) return failed;
+  if (analyses) begin_analysis(call);
+  control.options = accept_input(call, control.options);
+  return run_iterative(call);
+}
+
 /// Phase 0.  @param deleted  1 when there was a factor, out
 Outcome release_factor(const Call& call, int& deleted) {
   Control& control = control_of(call.pt);
@@ -402,10 +416,8 @@ Outcome run_phase(Call& call, double start, int& deleted) {
   if (call.pt == nullptr) return {error_input, code_null, 1, 0};
   if (call.phase == phase_inversion) return invert_velmora(call);
   const bool empty = handle_is_empty(call.pt);
-  if (call.iparm(32) == 1) {
-    if (is_work_phase(call.phase)) return {error_input, code_no_iterative, 0, 0};
-    if (empty) return {};
-  }
+  const bool iterative = call.iparm(32) == 1;
+  if (iterative && passes_by(call, empty)) return {};
   if (empty) {
     // A diagonal system, which leaves this mark, held nothing.
     const int mark = call.iparm(12);
@@ -421,7 +433,7 @@ Outcome run_phase(Call& call, double start, int& deleted) {
     deleted = -release_analysis(call.pt);
     return {};
   }
-  return run_work_phase(call);
+  return iterative && is_work_phase(call.phase) ? run_iterative_phase(call) : run_work_phase(call);
 }
 
 Outcome run_phase_without_exceptions(Call& call, double start, int& deleted) {
@@ -477,7 +489,7 @@ int velmora_c(Call& call) {
   call.insists = outcome.error == error_input &&
                  (outcome.code == code_inverted || outcome.code == code_inverse_values);
   if (outcome) report_failure(call, outcome, control);
-  if (control != nullptr) report(call, outcome, *control, deleted);
+  if (control != nullptr && call.iparm(32) != 1) report(call, outcome, *control, deleted);
   if (call.phase == -1 && control != nullptr) release_handle(call.pt);
   if (call.dumps != nullptr && !outcome && call.last_digit() == 3)
     dump_solution(*call.dumps, call.phase, call.mtype, call.n, call.b, call.x);

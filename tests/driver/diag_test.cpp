@@ -249,8 +249,9 @@ TEST(Diagonal, WrongCallsGoToTheDriver) {
   // The iterative road is taken even by a diagonal matrix.
   c.mtype = -2;
   c.iparm(32) = 1;
-  EXPECT_NE(c.run_and_read(13).find("iparam(32)"), std::string::npos);
+  EXPECT_NE(c.run_and_read(13).find("dparam(4)"), std::string::npos);  // which it reads
   EXPECT_EQ(c.error, -1);
+  c.iparm(32) = 0;
 }
 
 TEST(Diagonal, LargeSystemsOnSeveralThreads) {

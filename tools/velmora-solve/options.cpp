@@ -167,7 +167,9 @@ void add_solver_options(CLI::App& app, Settings& settings) {
       ->group(group);
   app.add_flag("--single", settings.single_precision, "Factor in single precision")->group(group);
   app.add_flag("--determinant", settings.determinant, "Also give log |det A|")->group(group);
-  app.add_flag("--iterative", settings.iterative, "Use the multilevel iterative solver")
+  app.add_flag("--iterative", settings.iterative,
+               "Use the multilevel iterative solver, to a tenth of --tolerance; its limits "
+               "are dparm(1) to dparm(9)")
       ->group(group);
   app.add_option_function<std::vector<std::string>>(
          "--iparm",
@@ -221,9 +223,11 @@ void add_run_options(CLI::App& app, Options& options) {
   app.add_option("--spy", options.spy,
                  "Draw the patterns of matrix and factor as PNG (needs gnuplot)")
       ->type_name("FILE")
+      ->excludes("--iterative")
       ->group(group);
   app.add_option("--plot-convergence", options.convergence,
-                 "Draw the residual over the steps of refinement as PNG (needs gnuplot)")
+                 "Draw the residual over the steps of refinement, or over the iterations of "
+                 "--iterative, as PNG (needs gnuplot)")
       ->type_name("FILE")
       ->group(group);
   app.add_flag("-q,--quiet", options.quiet, "Print nothing but errors")->group(group);

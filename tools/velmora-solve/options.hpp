@@ -54,7 +54,7 @@ struct Options {
   int msglvl = 0;
   std::string json;         ///< file, or "-" for standard output
   std::string spy;          ///< picture of the patterns
-  std::string convergence;  ///< picture of the refinement
+  std::string convergence;  ///< picture of the refinement, or of the iterations
 };
 
 /// Reads the command line.

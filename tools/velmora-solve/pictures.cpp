@@ -213,4 +213,20 @@ void draw_convergence(const std::string& path, const std::string& title,
   plot.finish();
 }
 
+void draw_iterations(const std::string& path, const std::string& title,
+                     const std::vector<double>& history) {
+  Gnuplot plot(path);
+  plot.say("set terminal pngcairo size 900,600 font 'sans,11'\nset output {}\n", quoted(path));
+  plot.say(
+      "set title {} noenhanced\nset xlabel 'iterations'\nset ylabel 'relative residual'\n"
+      "set logscale y\nset format y '10^{{%L}}'\nset grid\nset xrange [0:{}]\n",
+      quoted(title), std::max<std::size_t>(history.size() - 1, 1));
+  plot.say("plot '-' using 1:2 with lines linewidth 2 notitle\n");
+  constexpr double least = 1e-20;  // zero has no place on a logarithmic axis
+  for (std::size_t k = 0; k < history.size(); ++k)
+    plot.say("{} {:e}\n", k, std::max(least, history[k]));
+  plot.say("e\nunset output\n");
+  plot.finish();
+}
+
 }  // namespace tool

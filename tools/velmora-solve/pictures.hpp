@@ -34,4 +34,9 @@ struct RefinementPoint {
 void draw_convergence(const std::string& path, const std::string& title,
                       const std::vector<RefinementPoint>& points);
 
+/// Relative residual over the iterations of the iterative solver.
+/// @throws InputError as above
+void draw_iterations(const std::string& path, const std::string& title,
+                     const std::vector<double>& history);
+
 }  // namespace tool

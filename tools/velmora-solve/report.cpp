@@ -68,6 +68,11 @@ nlohmann::ordered_json factor_to_json(const Factor& factor, int n) {
                        {"condition", number(factor.condition)},
                        {"error_bound", number(factor.error_bound)}};
   }
+  if (!factor.history.empty()) {
+    out["iterations"] = factor.history.size() - 1;
+    out["history"] = nlohmann::ordered_json::array();
+    for (const double each : factor.history) out["history"].push_back(number(each));
+  }
   if (!factor.warning.empty()) out["warning"] = factor.warning;
   return out;
 }

@@ -34,7 +34,8 @@ struct Factor {
   std::vector<double> refactor_seconds, resolve_seconds;
   std::optional<double> inversion_seconds;
   Residual residual;
-  std::string warning;  ///< what the library complained about although it went on
+  std::vector<double> history;  ///< iterative: relative residual before and after each iteration
+  std::string warning;          ///< what the library complained about although it went on
 };
 
 /// Everything a run knows; filled as it goes on.

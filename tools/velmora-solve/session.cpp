@@ -124,8 +124,10 @@ void Session::apply(const Settings& settings) {
   option(12) = settings.transposed ? 1 : 0;
   conjugated_ = settings.transposed && (mtype_ == 4 || mtype_ == -4);
   for (const auto& [number, value] : settings.iparm) option(number) = value;
-  for (const auto& [number, value] : settings.dparm)
+  for (const auto& [number, value] : settings.dparm) {
     dparm_[static_cast<std::size_t>(number - 1)] = value;
+    own_tolerance_ = own_tolerance_ || number == 2;
+  }
   const auto asked = [&](int number, int otherwise) {
     for (const auto& [entry, value] : settings.iparm)
       if (entry == number) otherwise = value;
@@ -139,6 +141,10 @@ void Session::apply(const Settings& settings) {
 void Session::judge(bool wanted) {
   option(40) = wanted ? accuracy_ : 0;
   option(42) = wanted ? ladder_ : 0;
+}
+
+void Session::set_iterative_tolerance(double tolerance) {
+  if (!own_tolerance_) dparm_[1] = tolerance;
 }
 
 Session::~Session() {
@@ -201,6 +207,7 @@ std::string check(const SparseMatrix& matrix, int mtype, const std::vector<doubl
 
 std::string explain(const Call& call, Phase phase, int mtype) {
   const char* step = phase == Phase::analysis        ? "analysis"
+                     : phase == Phase::setup         ? "setup of the preconditioner"
                      : phase == Phase::factorization ? "factorization"
                      : phase == Phase::inversion     ? "inversion"
                                                      : "solution";

@@ -22,7 +22,7 @@ struct Call {
 };
 
 /// Phases of the library, by number.
-enum class Phase { analysis = 11, factorization = 22, solution = 33, inversion = -22 };
+enum class Phase { analysis = 11, setup = 12, factorization = 22, solution = 33, inversion = -22 };
 
 class Session {
  public:
@@ -47,6 +47,9 @@ class Session {
   /// the row that the matching gives each column, behind it.
   const std::vector<int>& order() const { return perm_; }
 
+  /// Sets dparm(2), the tolerance of the iterative solver, unless the user did.
+  void set_iterative_tolerance(double tolerance);
+
   /// Most steps of refinement in later solves.
   void limit_refinement(int steps) { option(8) = steps; }
 
@@ -65,6 +68,7 @@ class Session {
   const SparseMatrix& matrix_;
   int mtype_;
   bool show_messages_;
+  bool own_tolerance_ = false;  ///< the user set dparm(2)
   /// The transpose of a Hermitian matrix is its conjugate: A conj(x) = conj(b) is solved for it.
   bool conjugated_ = false;
   int accuracy_ = 0, ladder_ = 0;  ///< iparm(40) and (42) of a solve that is judged

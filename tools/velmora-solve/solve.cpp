@@ -10,6 +10,7 @@
 #include <memory>
 #include <random>
 
+#include "iterate.hpp"
 #include "near_singular.hpp"
 #include "pictures.hpp"
 #include "replay.hpp"
@@ -194,7 +195,7 @@ class Solver {
     }
     solution_ = session.x();
     order_ = session.order();
-    if (!options_.convergence.empty()) trace_refinement(session);
+    if (!options_.convergence.empty() && !options_.settings.iterative) trace_refinement(session);
     if (failure.empty()) invert(session);
     return failure;
   }
@@ -248,6 +249,11 @@ class Solver {
   }
 
   void factor_and_solve(Session& session, Factor& factor) {
+    if (options_.settings.iterative) {
+      const auto why =
+          set_up_and_iterate(session, options_, printer_, rhs_.b, report_.nrhs, factor);
+      return why.empty() ? void() : throw PhaseFailed(why);
+    }
     const Call call = step(session, Phase::analysis, factor.mtype);
     factor.analysis_seconds = call.seconds;
     factor.threads = session.iparm(3);
@@ -353,7 +359,7 @@ class Solver {
   /// Why the solution is not acceptable, empty when it is.  The library's verdict counts, beside
   /// the residual that this program forms itself.
   std::string verdict(const Factor& factor) const {
-    constexpr double usable = 1e-10;  // componentwise, as the verdict 2 has it, and its rounding
+    const double usable = options_.settings.iterative ? std::sqrt(options_.tolerance) : 1e-10;
     const Residual& left = factor.residual;
     const std::string why = factor.warning.empty() ? "" : " (" + factor.warning + ")";
     if (!(left.normwise <= options_.tolerance) || options_.tolerance == 0) {
@@ -391,6 +397,8 @@ void decide_type(const Options& options, const SparseMatrix& matrix, const Trait
                  Report& report) {
   report.type =
       options.type ? TypeChoice{*options.type, "as asked for"} : choose_type(matrix, traits);
+  if (options.settings.iterative && !options.type && report.type.mtype == 2)
+    report.type = {-2, "symmetric, for the iterative solver"};
 }
 
 /// The user's settings, and pivots of a symmetric matrix that suit its diagonal.
@@ -483,7 +491,8 @@ void run(const Options& options, const Printer& printer, Report& report) {
     printer.line("drawn", options.spy);
   }
   if (!options.convergence.empty()) {
-    draw_convergence(options.convergence, title, solver.refinement());
+    options.settings.iterative ? draw_iterations(options.convergence, title, report.factor->history)
+                               : draw_convergence(options.convergence, title, solver.refinement());
     printer.line("drawn", options.convergence);
   }
 }

@@ -87,6 +87,9 @@ using Buffer = std::vector<T, CheckedAllocator<T>>;
 /// @return  number of entries
 unsigned counts_to_starts(int* start, unsigned n);
 
+/// Empties the log without a word.  @return false when it cannot be made
+bool empty_log();
+
 /// Text put together piece by piece, so that a table or a row is one message of the log.
 class MessageText {
  public:

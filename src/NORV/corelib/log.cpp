@@ -58,12 +58,14 @@ void _norv_print_debug_msg(const char* format, ...) { NORV_APPEND(2, "", ""); }
 
 #undef NORV_APPEND
 
-void norv_log_init(void) {
+bool vlm::empty_log() {
   std::remove(log_path);
-  if (std::FILE* file = std::fopen(log_path, "w"))
-    std::fclose(file);
-  else
-    std::fprintf(stderr, "Error while opening file %s\n", log_path);
+  std::FILE* const file = std::fopen(log_path, "w");
+  return file != nullptr && std::fclose(file) == 0;
+}
+
+void norv_log_init(void) {
+  if (!vlm::empty_log()) std::fprintf(stderr, "Error while opening file %s\n", log_path);
 }
 
 void norv_debug_set_level(int level) { debug_level() = level; }

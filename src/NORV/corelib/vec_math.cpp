@@ -24,8 +24,10 @@ vec* combine(vec* dst, const vec* x, F&& f) {
   const std::size_t count = vlm::doubles(x);
   const double* const a = x->v;
   double* const d = dst->v;
+  vlm::for_parts(count, [&](std::size_t first, std::size_t last) {
 #pragma omp simd
-  for (std::size_t k = 0; k < count; ++k) d[k] = f(a[k]);
+    for (std::size_t k = first; k < last; ++k) d[k] = f(a[k]);
+  });
   return dst;
 }
 
@@ -40,8 +42,10 @@ vec* combine(vec* dst, const vec* x, const vec* y, F&& f) {
   const std::size_t count = vlm::doubles(x);
   const double *const a = x->v, *const b = y->v;
   double* const d = dst->v;
+  vlm::for_parts(count, [&](std::size_t first, std::size_t last) {
 #pragma omp simd
-  for (std::size_t k = 0; k < count; ++k) d[k] = f(a[k], b[k]);
+    for (std::size_t k = first; k < last; ++k) d[k] = f(a[k], b[k]);
+  });
   return dst;
 }
 
@@ -54,7 +58,9 @@ vec* scale_by(vec* dst, const vec* src, const vec* s, F&& f) {
   NORV_ASSERT(src->is_complex || !s->is_complex);
   dst = vlm::destination(dst, src->n, src->is_complex);
   const auto loop = [&](auto* to, const auto* from, const auto* factor) {
-    for (std::size_t i = 0; i < src->n; ++i) to[i] = f(from[i], factor[i]);
+    vlm::for_parts(src->n, [&](std::size_t first, std::size_t last) {
+      for (std::size_t i = first; i < last; ++i) to[i] = f(from[i], factor[i]);
+    });
   };
   if (!src->is_complex)
     loop(dst->v, src->v, s->v);
@@ -118,9 +124,12 @@ double scaled_norm(const double* a, std::size_t count, double scale) {
 double euclid_norm(const vec* x) {
   const std::size_t count = vlm::doubles(x);
   const double* const a = x->v;
-  double sum = 0.0;
-#pragma omp simd reduction(+ : sum)
-  for (std::size_t k = 0; k < count; ++k) sum += a[k] * a[k];
+  const double sum = vlm::sum_of_parts(count, [=](std::size_t first, std::size_t last) {
+    double part = 0.0;
+#pragma omp simd reduction(+ : part)
+    for (std::size_t k = first; k < last; ++k) part += a[k] * a[k];
+    return part;
+  });
   // Between these bounds no square that matters has left the range of doubles.
   if (sum > 1e-280 && std::isfinite(sum)) return std::sqrt(sum);
   const double largest = vec_inf_norm(x);
@@ -184,10 +193,12 @@ double vec_dot(const vec* x, const vec* y) {
   NORV_ASSERT(!x->is_complex && !y->is_complex);
   const double *const a = x->v, *const b = y->v;
   const std::size_t count = x->n;
-  double sum = 0.0;
-#pragma omp simd reduction(+ : sum)
-  for (std::size_t k = 0; k < count; ++k) sum += a[k] * b[k];
-  return sum;
+  return vlm::sum_of_parts(count, [=](std::size_t first, std::size_t last) {
+    double part = 0.0;
+#pragma omp simd reduction(+ : part)
+    for (std::size_t k = first; k < last; ++k) part += a[k] * b[k];
+    return part;
+  });
 }
 
 void vec_dot_cpx(const vec* x, const vec* y, double* re, double* im) {
@@ -198,14 +209,17 @@ void vec_dot_cpx(const vec* x, const vec* y, double* re, double* im) {
   NORV_ASSERT(x->is_complex && y->is_complex);
   const double *const a = x->v, *const b = y->v;
   const std::size_t count = x->n;
-  double sum_re = 0.0, sum_im = 0.0;
+  const zcomplex sum = vlm::sum_of_parts(count, [=](std::size_t first, std::size_t last) {
+    double sum_re = 0.0, sum_im = 0.0;
 #pragma omp simd reduction(+ : sum_re, sum_im)
-  for (std::size_t k = 0; k < count; ++k) {
-    sum_re += a[2 * k] * b[2 * k] - a[2 * k + 1] * b[2 * k + 1];
-    sum_im += a[2 * k] * b[2 * k + 1] + a[2 * k + 1] * b[2 * k];
-  }
-  *re = sum_re;
-  *im = sum_im;
+    for (std::size_t k = first; k < last; ++k) {
+      sum_re += a[2 * k] * b[2 * k] - a[2 * k + 1] * b[2 * k + 1];
+      sum_im += a[2 * k] * b[2 * k + 1] + a[2 * k + 1] * b[2 * k];
+    }
+    return zcomplex(sum_re, sum_im);
+  });
+  *re = sum.real();
+  *im = sum.imag();
 }
 
 double vec_1_norm(const vec* x) {

@@ -10,13 +10,9 @@
 #include <complex>
 
 #include "NORV/solvers/solvers.hpp"
-#include "base/sparse_product.hpp"
 #include "base/vector_primitives.hpp"
 
 namespace vlm {
-
-/// Threads for loops over a vector; short ones stay on the calling thread, see parallel_sum().
-inline int vector_threads() { return sparse::threads_offered(); }
 
 enum class SqmrEnd { none, rho_zero, sigma_zero };
 
@@ -92,7 +88,7 @@ class SqmrRecursion {
     rho = rho_new;
     const T* const from = values<T>(t.get());
     T* const to = values<T>(q.get());
-    parallel_sum(t->n, vector_threads(), [=](std::size_t i) {
+    parallel_sum(t->n, loop_threads(t->n), [=](std::size_t i) {
       to[i] = from[i] + product(beta, to[i]);
       return 0.0;
     });
@@ -106,7 +102,7 @@ class SqmrRecursion {
   double leave_direction(T alpha) {
     T* const residual = values<T>(r.get());
     const T* const product_of_q = values<T>(v.get());
-    return parallel_sum(r->n, vector_threads(), [=](std::size_t i) {
+    return parallel_sum(r->n, loop_threads(r->n), [=](std::size_t i) {
       residual[i] -= product(alpha, product_of_q[i]);
       return square(residual[i]);
     });
@@ -118,7 +114,7 @@ class SqmrRecursion {
     T *const change = values<T>(d.get()), *const solution = values<T>(x);
     T* const moved = kind_.smoothed ? values<T>(s.get()) : nullptr;
     T* const residual = kind_.smoothed ? values<T>(rs.get()) : nullptr;
-    return parallel_sum(x->n, vector_threads(), [=](std::size_t i) {
+    return parallel_sum(x->n, loop_threads(x->n), [=](std::size_t i) {
       const T by = product(step, direction[i]);
       solution[i] += change[i] = first ? by : by + product(keep, change[i]);
       if (moved == nullptr) return 0.0;

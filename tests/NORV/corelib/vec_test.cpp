@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // vec against std::vector<std::complex<double>>, real and complex cases by the same text.
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <algorithm>
 #include <cmath>
@@ -288,6 +289,41 @@ TEST(Vec, PrintsShortVectorsInFull) {
   EXPECT_EQ(log.take(), "[VELMORA/ML]>> x:\n" + head + "5.000000e+00" + next +
                             "     3.00000000-4.00000000i \n");
   free(x);
+}
+
+// Long vectors are worked on by several threads; the sums then depend on their number alone.
+TEST(Vec, LongOnesBySeveralThreads) {
+  std::mt19937 random(9);
+  const unsigned n = 300001;
+  for (const bool cpx : {false, true}) {
+    vec *x = random_vec(n, cpx, random), *y = random_vec(n, cpx, random);
+    const Values a = values(x), b = values(y);
+    Complex dot = 0;
+    double square = 0;
+    for (unsigned i = 0; i < n; ++i) dot += a[i] * b[i], square += std::norm(a[i]);
+    for (const int threads : {1, 2, 3}) {
+      omp_set_num_threads(threads);
+      double re[2] = {}, im[2] = {}, norm[2] = {};
+      for (const int run : {0, 1}) {
+        if (cpx)
+          vec_dot_cpx(x, y, &re[run], &im[run]);
+        else
+          re[run] = vec_dot(x, y);
+        norm[run] = vec_euclid_norm(x);
+      }
+      EXPECT_TRUE(re[0] == re[1] && im[0] == im[1] && norm[0] == norm[1]);
+      EXPECT_LE(std::abs(Complex(re[0], im[0]) - dot), 1e-9);
+      EXPECT_NEAR(norm[0], std::sqrt(square), 1e-9);
+      vec* const sum = vec_axpby(2.0, -3.0, nullptr, x, y);
+      const Values of_sum = values(sum);
+      for (unsigned i = 0; i < n; i += 997)
+        EXPECT_LE(std::abs(of_sum[i] - (2.0 * a[i] - 3.0 * b[i])), 1e-13);
+      vec_release(sum);
+    }
+    omp_set_num_threads(1);
+    vec_release(x);
+    vec_release(y);
+  }
 }
 
 TEST(VecDeathTest, TrapsFaultsOfTheCaller) {

@@ -1,0 +1,237 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The iterative solver beside the direct one, on the same matrices: time and memory to the same
+// residual.
+//
+//   iterative_bench [-r repeats] [-t threads] [--tolerance T] [--dparm N=V]... CLASS:SIZE...
+//
+// Classes: those of velmora_bench with symmetric real or complex symmetric matrices, and
+// anderson:EDGE, the tight-binding model of a disordered crystal at the middle of its spectrum.
+// Without problems a fixed list runs.  Each solver runs in a process of its own; seconds are
+// processor time with one thread, wall clock with more, the least of the repeats; memory is the
+// growth of the peak of the resident set.  The residual is recomputed here.
+#include <fmt/format.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <ctime>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "problem.hpp"
+#include "velmora.h"
+
+namespace {
+
+using gallery::Matrix;
+
+struct Settings {
+  int threads = 1, repeats = 1;
+  double tolerance = 1e-8;
+  std::vector<std::pair<int, double>> dparm;
+};
+
+/// What one solver needed, as it comes through the pipe of its process.
+struct Figures {
+  int error = -1, iterations = 0;
+  double setup = 0, resetup = 0, solve = 0, residual = 0, entries = 0, megabytes = 0;
+};
+
+double seconds(int threads) {
+  timespec t;
+  clock_gettime(threads == 1 ? CLOCK_PROCESS_CPUTIME_ID : CLOCK_MONOTONIC, &t);
+  return double(t.tv_sec) + 1e-9 * double(t.tv_nsec);
+}
+
+double peak_megabytes() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);)
+    if (line.starts_with("VmHWM:")) return std::stod(line.substr(6)) / 1024;
+  return 0;
+}
+
+/// Hopping -1 between neighbours of a periodic cube, energies at random within the width 16.5.
+Matrix anderson(int edge) {
+  std::mt19937_64 random(1);
+  std::uniform_real_distribution<double> energy(-8.25, 8.25);
+  Matrix m;
+  m.mtype = -2;
+  m.n = edge * edge * edge;
+  m.ia.push_back(1);
+  const auto node = [edge](int x, int y, int z) {
+    return ((z % edge) * edge + y % edge) * edge + x % edge;
+  };
+  for (int i = 0; i < m.n; ++i) {
+    const int x = i % edge, y = i / edge % edge, z = i / edge / edge;
+    std::vector<int> columns = {node(x + 1, y, z), node(x + edge - 1, y, z),
+                                node(x, y + 1, z), node(x, y + edge - 1, z),
+                                node(x, y, z + 1), node(x, y, z + edge - 1)};
+    std::sort(columns.begin(), columns.end());
+    m.ja.push_back(i + 1);
+    m.a.push_back(energy(random));
+    for (const int j : columns)
+      if (j > i) m.ja.push_back(j + 1), m.a.push_back(-1);
+    m.ia.push_back(int(m.ja.size()) + 1);
+  }
+  return m;
+}
+
+bool is_complex(const Matrix& m) { return m.mtype == 6; }
+
+/// y = A x for the stored triangle.
+std::vector<double> product(const Matrix& m, const std::vector<double>& x) {
+  std::vector<double> y(x.size(), 0.0);
+  const int w = is_complex(m) ? 2 : 1;
+  const auto add = [&](int i, int j, int k) {
+    if (w == 1) {
+      y[i] += m.a[k] * x[j];
+    } else {
+      y[2 * i] += m.a[2 * k] * x[2 * j] - m.a[2 * k + 1] * x[2 * j + 1];
+      y[2 * i + 1] += m.a[2 * k] * x[2 * j + 1] + m.a[2 * k + 1] * x[2 * j];
+    }
+  };
+  for (int i = 0; i < m.n; ++i)
+    for (int k = m.ia[i] - 1; k < m.ia[i + 1] - 1; ++k) {
+      add(i, m.ja[k] - 1, k);
+      if (m.ja[k] - 1 != i) add(m.ja[k] - 1, i, k);
+    }
+  return y;
+}
+
+double norm(const std::vector<double>& v) {
+  double sum = 0;
+  for (const double x : v) sum += x * x;
+  return std::sqrt(sum);
+}
+
+Figures measure(const Matrix& m, bool iterative, const Settings& settings) {
+  Figures best;
+  const double before = peak_megabytes();
+  for (int repeat = 0; repeat < settings.repeats; ++repeat) {
+    std::array<void*, 64> pt{};
+    std::array<int, 64> iparm{};
+    std::array<double, 64> dparm{};
+    int error = 0;
+    const int solver = iterative ? 1 : 0, one = 1, quiet = 0;
+    iparm[2] = settings.threads;
+    velmorainit(pt.data(), &m.mtype, &solver, iparm.data(), dparm.data(), &error);
+    dparm[1] = settings.tolerance;
+    if (iterative)
+      for (const auto& [number, value] : settings.dparm) dparm[std::size_t(number - 1)] = value;
+    if (!iterative && m.mtype == -2) iparm[10] = iparm[20] = 1, iparm[12] = 2;
+    std::vector<double> b(std::size_t(m.n) * (is_complex(m) ? 2 : 1)), x(b.size(), 0.0);
+    std::mt19937_64 random(2);
+    for (double& value : b) value = std::uniform_real_distribution<double>(-1, 1)(random);
+    const auto run = [&](int phase) {
+      const double start = seconds(settings.threads);
+      velmora(pt.data(), &one, &one, &m.mtype, &phase, &m.n, m.a.data(), m.ia.data(), m.ja.data(),
+              nullptr, &one, iparm.data(), &quiet, b.data(), x.data(), &error, dparm.data());
+      return seconds(settings.threads) - start;
+    };
+    Figures f;
+    f.setup = run(12);
+    f.entries = iparm[17];
+    if (error == 0) f.resetup = run(22);
+    if (error == 0) f.solve = run(33);
+    f.error = error;
+    f.iterations = iterative ? int(dparm[34]) : 0;
+    std::vector<double> r = product(m, x);
+    for (std::size_t k = 0; k < r.size(); ++k) r[k] = b[k] - r[k];
+    f.residual = norm(r) / norm(b);
+    run(-1);
+    if (repeat == 0) best = f;
+    best.setup = std::min(best.setup, f.setup);
+    best.resetup = std::min(best.resetup, f.resetup);
+    best.solve = std::min(best.solve, f.solve);
+  }
+  best.megabytes = peak_megabytes() - before;
+  return best;
+}
+
+/// The same in a process of its own.
+Figures measure_apart(const Matrix& m, bool iterative, const Settings& settings) {
+  int ends[2];
+  Figures figures;
+  if (pipe(ends) != 0) return figures;
+  const pid_t child = fork();
+  if (child == 0) {
+    const Figures f = measure(m, iterative, settings);
+    const bool written = write(ends[1], &f, sizeof f) == sizeof f;
+    _exit(written ? 0 : 1);
+  }
+  close(ends[1]);
+  if (read(ends[0], &figures, sizeof figures) != sizeof figures) figures.error = -5;
+  close(ends[0]);
+  waitpid(child, nullptr, 0);
+  return figures;
+}
+
+Matrix load(const std::string& spec) {
+  if (spec.starts_with("anderson:")) return anderson(std::stoi(spec.substr(9)));
+  Matrix m = bench::load(spec, 0).matrix;
+  if (m.mtype == 2) m.mtype = -2;
+  if (m.mtype != -2 && m.mtype != 6)
+    throw std::runtime_error(spec + ": the matrix is not symmetric");
+  return m;
+}
+
+void print_row(const char* solver, const Matrix& m, const Figures& f) {
+  if (f.error != 0 && f.error > -100) {
+    fmt::print("| | {} | | error {} | | | | | |\n", solver, f.error);
+    return;
+  }
+  fmt::print("| | {} | {:.1f} | {:.2f} | {:.2f} | {:.2f} | {:.2f} | {} | {:.0f} | {:.1e}{} |\n",
+             solver, f.entries / double(m.ja.size()), f.setup + f.solve, f.setup, f.resetup,
+             f.solve, f.iterations, f.megabytes, f.residual,
+             f.error != 0 ? fmt::format(" error {}", f.error) : "");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Iterative and direct solver on the same matrices");
+  Settings settings;
+  std::vector<std::string> problems, dparm;
+  app.add_option("problems", problems, "CLASS:SIZE or file");
+  app.add_option("-t,--threads", settings.threads, "Threads")->check(CLI::Range(1, 64));
+  app.add_option("-r,--repeats", settings.repeats, "Runs, of which the least counts")
+      ->check(CLI::Range(1, 100));
+  app.add_option("--tolerance", settings.tolerance, "dparm(2)");
+  app.add_option("--dparm", dparm, "N=V, for the iterative solver")->take_all()->expected(1);
+  CLI11_PARSE(app, argc, argv);
+  for (const std::string& text : dparm)
+    settings.dparm.emplace_back(std::stoi(text), std::stod(text.substr(text.find('=') + 1)));
+  if (problems.empty())
+    problems = {"anderson:30",   "shifted:40", "poisson3d:50",
+                "elasticity:20", "kkt:150",    "helmholtz:30"};
+  fmt::print(
+      "{} thread{}, tolerance {:.0e}, seconds of {}\n\n"
+      "| problem | solver | nnz(L)/nnz(A) | total s | setup | setup again | solve | iterations | "
+      "MB | residual |\n|---|---|---|---|---|---|---|---|---|---|\n",
+      settings.threads, settings.threads == 1 ? "" : "s", settings.tolerance,
+      settings.threads == 1 ? "processor time" : "wall clock");
+  try {
+    for (const std::string& spec : problems) {
+      const Matrix m = load(spec);
+      fmt::print("| {}, n {}, nnz {} | | | | | | | | | |\n", spec, m.n, m.ja.size());
+      const Figures direct = measure_apart(m, false, settings);
+      print_row("direct", m, direct);
+      const Figures iterative = measure_apart(m, true, settings);
+      print_row("iterative", m, iterative);
+      fmt::print("| | iterative / direct | | {:.2f} | {:.2f} | {:.2f} | {:.2f} | | {:.2f} | |\n",
+                 (iterative.setup + iterative.solve) / (direct.setup + direct.solve),
+                 iterative.setup / direct.setup, iterative.resetup / direct.resetup,
+                 iterative.solve / direct.solve, iterative.megabytes / direct.megabytes);
+      std::fflush(stdout);
+    }
+  } catch (const std::exception& failure) {
+    fmt::print(stderr, "iterative_bench: {}\n", failure.what());
+    return 1;
+  }
+  return 0;
+}
