@@ -48,7 +48,8 @@ int end_without_memory() {
   return 1;
 }
 
-/// While the report becomes JSON, whose values take memory even to be destroyed.
+/// While options are read, by a parser that takes memory where it must not throw, and while the
+/// report becomes JSON, whose values take memory even to be destroyed.
 class EndOnFullMemory {
  public:
   EndOnFullMemory() {
@@ -61,7 +62,10 @@ class EndOnFullMemory {
 
 /// Runs the program; @return its exit status.
 int run_program(int argc, char** argv) {
-  const tool::Parsed parsed = tool::parse_options(argc, argv);
+  const tool::Parsed parsed = [&] {
+    const EndOnFullMemory guard;
+    return tool::parse_options(argc, argv);
+  }();
   if (parsed.exit_status) return *parsed.exit_status;
   const tool::Options& options = parsed.options;
   tool::Report report;
