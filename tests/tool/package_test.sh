@@ -22,7 +22,7 @@ case $kind in
       depends=$(dpkg-deb -f "$source/$package" Depends)
       version=$(dpkg-deb -f "$source/$package" Version)
       case $name in
-        libvelmora4) wanted='libc6 .*libmetis5 .*libopenblas0' ;;
+        libvelmora4) wanted='libc6 .*libopenblas0' ;;
         libvelmora-dev) wanted="^libvelmora4 \\(= $version\\)" ;;
         velmora-tools) wanted="^libvelmora4 \\(= $version\\), libc6" ;;
         velmora-doc) wanted= ;;
