@@ -223,7 +223,6 @@ void add_run_options(CLI::App& app, Options& options) {
   app.add_option("--spy", options.spy,
                  "Draw the patterns of matrix and factor as PNG (needs gnuplot)")
       ->type_name("FILE")
-      ->excludes("--iterative")
       ->group(group);
   app.add_option("--plot-convergence", options.convergence,
                  "Draw the residual over the steps of refinement, or over the iterations of "
@@ -255,6 +254,8 @@ Parsed parse_options(int argc, char** argv) {
                                                ? "give a Matrix Market file, or --replay FILE"
                                                : "give either a matrix or --replay, not both");
     }
+    if (options.settings.iterative && !options.spy.empty())
+      throw CLI::ValidationError("--spy", "draws a factor that --iterative doesn't make");
   } catch (const CLI::Success& done) {
     parsed.exit_status = app.exit(done);
   } catch (const CLI::ParseError& error) {
