@@ -12,6 +12,7 @@
 #include <optional>
 #include <utility>
 
+#include "base/backoff.hpp"
 #include "base/memory.hpp"
 #include "base/team.hpp"
 #include "graph/ordering.hpp"
@@ -63,7 +64,9 @@ class Dissector {
   Piece whole_graph();
   void cut_all(Piece whole);
   void dissect_piece(Task task);
-  void spawn(Task task);
+  void leave(Task task);
+  std::unique_ptr<Task> largest_waiting(bool& finished);
+  void work();
   bool pays(const Task& task) const;
   bool split(Task& task, Task& left, Task& right);
   void order_leaf(const Piece& piece, int first);
@@ -86,6 +89,9 @@ class Dissector {
   Vector<int> order_;
   Vector<Workspace> workspaces_;
   TeamFailure failure_;
+  std::mutex latch_waiting_;
+  Vector<Task*> waiting_;  // pieces that a thread of the team may take; owned
+  int unfinished_ = 0;     // pieces that wait or are worked on
   bool in_team_ = false;
   bool poor_ = false;  // the first separator was no better than none
 };
@@ -138,26 +144,53 @@ void Dissector::cut_all(Piece whole) {
   }
   MemoryMeter* const meter = thread_meter;
   const int threads = std::max(goal_.threads, 1);
+  leave(std::move(task));
   in_team_ = true;
 #pragma omp parallel num_threads(threads)
   {
     const MeterScope metered(meter);
-#pragma omp single
-    failure_.guard([&] { dissect_piece(std::move(task)); });
+    work();
   }
   in_team_ = false;
   failure_.rethrow();
 }
 
 // Leaves a piece to the team.
-void Dissector::spawn(Task task) {
-  Task* const piece = new (std::nothrow) Task(std::move(task));
+void Dissector::leave(Task task) {
+  std::unique_ptr<Task> piece(new (std::nothrow) Task(std::move(task)));
   if (piece == nullptr) throw AllocationFailure(sizeof(Task));
-  Dissector* const self = this;
-#pragma omp task firstprivate(self, piece) default(none)
-  {
-    const std::unique_ptr<Task> own(piece);
-    self->failure_.guard([self, piece] { self->dissect_piece(std::move(*piece)); });
+  const std::lock_guard hold(latch_waiting_);
+  waiting_.push_back(piece.get());
+  piece.release();
+  ++unfinished_;
+}
+
+// The largest of the pieces, which has most below it; none while all are being worked on.
+std::unique_ptr<Task> Dissector::largest_waiting(bool& finished) {
+  const std::lock_guard hold(latch_waiting_);
+  finished = unfinished_ == 0;
+  if (waiting_.empty()) return nullptr;
+  const auto largest = std::ranges::max_element(
+      waiting_, {}, [](const Task* task) { return task->piece.graph.adj.size(); });
+  std::unique_ptr<Task> taken(*largest);
+  *largest = waiting_.back();
+  waiting_.pop_back();
+  return taken;
+}
+
+// One thread of the team: until no piece is left.
+void Dissector::work() {
+  Backoff backoff;
+  for (bool finished = false; !finished;) {
+    const std::unique_ptr<Task> piece = largest_waiting(finished);
+    if (piece == nullptr) {
+      backoff.wait();
+      continue;
+    }
+    backoff.reset();
+    failure_.guard([&] { dissect_piece(std::move(*piece)); });
+    const std::lock_guard hold(latch_waiting_);
+    --unfinished_;
   }
 }
 
@@ -168,7 +201,7 @@ void Dissector::dissect_piece(Task task) {
     return;
   }
   task.piece = {};
-  spawn(std::move(left));
+  leave(std::move(left));
   dissect_piece(std::move(right));
 }
 
