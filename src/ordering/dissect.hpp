@@ -6,7 +6,7 @@
 /// P. Amestoy (2000); separators from find_separator().
 ///
 /// Pieces are cut while a separator is expected to save more time in the factorization than it
-/// takes to find; minimum degree alone orders small graphs and forests.  Pieces go side by side as
+/// takes to find; minimum degree alone orders small graphs and forests.  Pieces go side by side, from
 /// a queue of the team.  The order depends on the graph only; the domains are subtrees of its
 /// elimination (domains.hpp).
 #pragma once
