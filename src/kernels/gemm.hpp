@@ -316,7 +316,7 @@ struct Blocking {
 
 /// Values of B that are copied at once.
 template <class T>
-inline constexpr int block_limit = 65536 / static_cast<int>(sizeof(T));
+inline constexpr int block_limit = 131072 / static_cast<int>(sizeof(T));
 
 /// A tile of A and two of B fill the first-level cache; a block of B stays in the second.
 template <class T>
@@ -324,6 +324,8 @@ inline Blocking blocking(int q, int k) {
   constexpr int nr = Kind<T>::columns, size = static_cast<int>(sizeof(T));
   int limit = first_level_cache() / size / (tile_rows<T> + 2 * nr) / 8 * 8;
   if (limit > depth_limit<T>) limit = depth_limit<T>;
+  // Deeper blocks would be too narrow, and each tile of A copied once for every few columns.
+  if (limit > 160) limit = 160;
   const int blocks = (k + limit - 1) / limit;
   const int depth = blocks > 1 ? (k + blocks - 1) / blocks : k;
   const int width = block_limit<T> / depth / nr * nr;
