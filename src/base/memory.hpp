@@ -57,18 +57,6 @@ class MeterScope {
   MemoryMeter* outer_;
 };
 
-/// Counts memory that others take for the time of a scope.
-class CountedScope {
- public:
-  explicit CountedScope(std::int64_t bytes) : bytes_(bytes) { count_bytes(bytes_); }
-  ~CountedScope() { count_bytes(-bytes_); }
-  CountedScope(const CountedScope&) = delete;
-  CountedScope& operator=(const CountedScope&) = delete;
-
- private:
-  std::int64_t bytes_;
-};
-
 /// Allocator of a Vector.
 template <class T>
 struct Allocator {
