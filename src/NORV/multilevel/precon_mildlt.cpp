@@ -143,26 +143,23 @@ void mildlt_free(precon* M, int phase) {
   vlm::release_precon(M);
 }
 
-const precon mildlt_class = {.name = "MILDLT",
-                             .apply = mildlt_apply,
-                             .apply_trans = mildlt_apply,
-                             .create = precon_mildlt_create,
-                             .setup = mildlt_setup,
-                             .free = mildlt_free,
-                             .data = nullptr,
-                             .dparam = {1e-4, 1e-4, 10.0, 0.0, 1e-8, 0.1},
-                             .iparam = {1, 3, 10, 5000, 1, 0, 3, 2, 1},
-                             .nnz = 0,
-                             .npos = 0,
-                             .nneg = 0,
-                             .nperturbed = 0,
-                             .phase = 0,
-                             .is_complex = 0};
+precon mildlt_class() {
+  precon M = vlm::class_record("MILDLT", {.create = precon_mildlt_create,
+                                          .setup = mildlt_setup,
+                                          .apply = mildlt_apply,
+                                          .apply_trans = mildlt_apply,
+                                          .free = mildlt_free});
+  constexpr double reals[] = {1e-4, 1e-4, 10.0, 0.0, 1e-8, 0.1};
+  constexpr int integers[] = {1, 3, 10, 5000, 1, 0, 3, 2, 1};
+  std::ranges::copy(reals, M.dparam);
+  std::ranges::copy(integers, M.iparam);
+  return M;
+}
 
 }  // namespace
 
 precon* precon_mildlt_create(void) {
-  precon* const M = vlm::new_precon(mildlt_class);
+  precon* const M = vlm::new_precon(mildlt_class());
   M->data = new (std::nothrow) MildltData;
   if (M->data == nullptr) vlm::out_of_memory("ERROR during memory allocation!", sizeof(MildltData));
   vlm::enter_finalizer(M->data, delete_data);

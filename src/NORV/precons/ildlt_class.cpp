@@ -202,14 +202,11 @@ int family_setup(precon* M, smat* A) {
 }
 
 constexpr precon class_record(const char* name, precon* (*create)(), int (*setup)(precon*, smat*)) {
-  precon M{};
-  for (int k = 0; name[k] != '\0'; ++k) M.name[k] = name[k];
-  M.apply = stand_alone_apply;
-  M.apply_trans = stand_alone_apply;
-  M.create = create;
-  M.setup = setup;
-  M.free = stand_alone_free;
-  return M;
+  return vlm::class_record(name, {.create = create,
+                                  .setup = setup,
+                                  .apply = stand_alone_apply,
+                                  .apply_trans = stand_alone_apply,
+                                  .free = stand_alone_free});
 }
 
 /// The parameters that the pivoting members start with.

@@ -36,21 +36,11 @@ void lu_free(precon* M, int) {
   vlm::release_precon(M);
 }
 
-const precon lu_class = {.name = "LU",
-                         .apply = lu_apply,
-                         .apply_trans = nullptr,
-                         .create = precon_lu_create,
-                         .setup = lu_setup,
-                         .free = lu_free,
-                         .data = nullptr,
-                         .dparam = {},
-                         .iparam = {},
-                         .nnz = 0,
-                         .npos = 0,
-                         .nneg = 0,
-                         .nperturbed = 0,
-                         .phase = 0,
-                         .is_complex = 0};
+constexpr precon lu_class = vlm::class_record("LU", {.create = precon_lu_create,
+                                                     .setup = lu_setup,
+                                                     .apply = lu_apply,
+                                                     .apply_trans = nullptr,
+                                                     .free = lu_free});
 
 }  // namespace
 

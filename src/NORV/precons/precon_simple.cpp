@@ -50,41 +50,26 @@ void diag_free(precon* M, int) {
   vlm::release_precon(M);
 }
 
-const precon dummy_class = {.name = "DUMMY",
-                            .apply = copy_apply,
-                            .apply_trans = copy_apply,
-                            .create = precon_dummy_create,
-                            .setup = nullptr,
-                            .free = free_record,
-                            .data = nullptr,
-                            .dparam = {1e-3},
-                            .iparam = {20},
-                            .nnz = 0,
-                            .npos = 0,
-                            .nneg = 0,
-                            .nperturbed = 0,
-                            .phase = 0,
-                            .is_complex = 0};
+precon dummy_class() {
+  precon M = vlm::class_record("DUMMY", {.create = precon_dummy_create,
+                                         .setup = nullptr,
+                                         .apply = copy_apply,
+                                         .apply_trans = copy_apply,
+                                         .free = free_record});
+  M.dparam[0] = 1e-3;
+  M.iparam[0] = 20;
+  return M;
+}
 
-const precon diag_class = {.name = "DIAG",
-                           .apply = diag_apply,
-                           .apply_trans = diag_apply,
-                           .create = precon_diag_create,
-                           .setup = diag_setup,
-                           .free = diag_free,
-                           .data = nullptr,
-                           .dparam = {},
-                           .iparam = {},
-                           .nnz = 0,
-                           .npos = 0,
-                           .nneg = 0,
-                           .nperturbed = 0,
-                           .phase = 0,
-                           .is_complex = 0};
+constexpr precon diag_class = vlm::class_record("DIAG", {.create = precon_diag_create,
+                                                         .setup = diag_setup,
+                                                         .apply = diag_apply,
+                                                         .apply_trans = diag_apply,
+                                                         .free = diag_free});
 
 }  // namespace
 
-precon* precon_dummy_create(void) { return vlm::new_precon(dummy_class); }
+precon* precon_dummy_create(void) { return vlm::new_precon(dummy_class()); }
 
 precon* precon_diag_create(void) {
   NORV_DEBUG("precon_diag", "diag preconditioner created..");

@@ -10,6 +10,27 @@
 
 namespace vlm {
 
+/// The routines of a class.
+struct PreconRoutines {
+  using Apply = vec* (*)(vec* result, precon* M, const vec* x);
+  precon* (*create)();
+  int (*setup)(precon*, smat*);  ///< null: nothing to set up
+  Apply apply, apply_trans;      ///< the latter null: none
+  void (*free)(precon*, int);
+};
+
+/// A class whose parameters are 0.
+constexpr precon class_record(const char* name, const PreconRoutines& routines) {
+  precon M{};
+  for (int k = 0; name[k] != '\0'; ++k) M.name[k] = name[k];
+  M.create = routines.create;
+  M.setup = routines.setup;
+  M.apply = routines.apply;
+  M.apply_trans = routines.apply_trans;
+  M.free = routines.free;
+  return M;
+}
+
 /// A copy of the class record.
 precon* new_precon(const precon& class_record);
 
