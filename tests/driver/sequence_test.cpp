@@ -201,6 +201,40 @@ TEST(Sequence, KeptFactorsSolveTheNewSystems) {
       }
 }
 
+// Where a solve with a kept factor goes on, the figures are still those of the matrix of the call.
+TEST(Sequence, LadderMeasuresTheMatrixOfTheCall) {
+  const auto asks = [](Session& s, int option) {
+    s.iparm(4) = option;
+    s.iparm(40) = 2;
+    s.iparm(42) = 1;
+    s.dparm(44) = 1e-11;
+  };
+  for (const Matrix& m : one_of_each()) {
+    SCOPED_TRACE(m.name);
+    Session s(m);
+    s.iparm(4) = -31;  // iterations end with three digits
+    prepare(s, m);
+    asks(s, -31);
+    double scale = 1;
+    for (int step = 1; step <= 2; ++step) {
+      scale *= 0.7;
+      Matrix now = moved(m, 0.01 * step);
+      for (double& v : now.a) v *= scale;
+      const std::vector<double> b = random_vector(m, 1, 20 + static_cast<unsigned>(step));
+      Session reference(now);
+      ASSERT_EQ(reference.run(12), 0);
+      asks(reference, 0);
+      reference.solve(b);
+      s.use(now);
+      const std::vector<double> x = s.solve(b);
+      ASSERT_EQ(s.error, 0);
+      EXPECT_LE(normwise_error(now, x, b, 1), 1e-11);
+      EXPECT_LE(s.dparm(41), 1e-11);
+      EXPECT_NEAR(s.dparm(42), reference.dparm(42), 1e-3 * reference.dparm(42)) << step;
+    }
+  }
+}
+
 TEST(Sequence, NewFactorsComeWhenTheyAreDue) {
   const Matrix m = one_of_each()[7], now = moved(m, 0.01), far = unrelated(m);
   const std::vector<double> b = random_vector(m, 2, 4);
