@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The iterative road with one allocation after the other failing: an error, nothing lost, and the
+// next call solves.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "allocations.hpp"
+#include "caller.hpp"
+#include "gallery.hpp"
+#include "norv_log.hpp"
+#include "reference.hpp"
+
+namespace vlm::test {
+namespace {
+
+void prepare(Caller& c, const Matrix& m) {
+  c.init(1);
+  c.dparm[1] = 1e-9;
+  c.dparm[2] = 60;
+  c.dparm[4] = c.dparm[5] = 1e-3;
+  c.b = random_vector(m, 1, 7);
+  c.x.assign(c.b.size(), 0.0);
+  c.b_ptr = c.b.data();
+  c.x_ptr = c.x.data();
+}
+
+TEST(IterativeFailure, EveryAllocationFailsOnce) {
+  NorvLog log(0);
+  for (const Matrix& m : {shifted_laplacian(14, 1.3, true, 3), helmholtz(14, 4.0, true, 6)}) {
+    SCOPED_TRACE(m.name);
+    {
+      Caller c(m.mtype, m.ia, m.ja, m.a);
+      prepare(c, m);
+      ASSERT_EQ(c.run(13), 0);  // what is made once is there
+      c.run(-1);
+    }
+    int failures = 0;
+    for (const int phase : {13, 23, 33}) {
+      SCOPED_TRACE(phase);
+      bool more = true;
+      for (int k = 1; more; ++k) {
+        Caller c(m.mtype, m.ia, m.ja, m.a);
+        prepare(c, m);
+        const long long before = allocations::live();
+        if (phase != 13) {
+          ASSERT_EQ(c.run(12), 0);
+        }
+        allocations::arm(k);
+        const int error = c.run(phase);
+        more = allocations::disarm().happened;
+        if (error != 0) {
+          ++failures;
+          ASSERT_EQ(error, -2) << "allocation " << k;
+          // The handle takes a new analysis; a solve that failed can just be repeated.
+          ASSERT_EQ(c.run(phase == 33 ? 33 : 13), 0) << "after the failure of allocation " << k;
+        }
+        ASSERT_LT(normwise_error(m, c.x, c.b), 1e-8) << "allocation " << k;
+        c.run(-1);
+        ASSERT_EQ(allocations::live(), before) << "allocation " << k;
+      }
+    }
+    EXPECT_GT(failures, 100);
+  }
+}
+
+}  // namespace
+}  // namespace vlm::test
