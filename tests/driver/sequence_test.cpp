@@ -11,6 +11,7 @@
 #include "caller.hpp"
 #include "driver/factor_store.hpp"
 #include "gallery.hpp"
+#include "matrices.hpp"
 #include "reference.hpp"
 #include "session.hpp"
 
@@ -121,18 +122,6 @@ TEST(SequenceDecision, FactorsAreKeptWhileTheyPay) {
 }
 
 // --- the operation ---
-
-/// Every entry moves by its own part of `change`, the two of a pair alike.
-Matrix moved(const Matrix& m, double change) {
-  Matrix out = m;
-  for (int i = 1; i <= m.n; ++i)
-    for (int p = m.ia[i - 1]; p < m.ia[i]; ++p) {
-      const double factor = 1 + change * std::sin(1.0 + 3 * i * m.ja[p - 1] + i + m.ja[p - 1]);
-      for (int part = 0; part < m.nvals(); ++part)
-        out.a[static_cast<std::size_t>((p - 1) * m.nvals() + part)] *= factor;
-    }
-  return out;
-}
 
 /// The same pattern with values of either sign that have nothing to do with it.
 Matrix unrelated(const Matrix& m) {

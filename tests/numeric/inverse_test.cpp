@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "gallery.hpp"
+#include "matrices.hpp"
 #include "reference.hpp"
 #include "session.hpp"
 
@@ -130,17 +131,11 @@ cplx trace_of_product(const Matrix& m, const Matrix& inverse) {
 
 /// Large enough for separators and domains on several threads; all families.
 std::vector<Matrix> divisible() {
-  return {poisson3d(13),
-          elasticity3d(7, 1),
-          saddle_point(8, 2),
-          shifted_laplacian(13, 1.1, false, 3),
-          structurally_symmetric(9, 5),
-          structurally_symmetric(8, 6, 3),
-          helmholtz(12, 0.5, false, 7),
-          magnetic_laplacian(12, 0, 8),
-          magnetic_laplacian(12, 1.3, 9),
-          expanded(shifted_laplacian(12, 0.3, false, 4), 11),
-          expanded(helmholtz(11, 0.5, false, 5), 13)};
+  std::vector<Matrix> all = divisible_by_pattern();
+  for (const Matrix& m : {expanded(shifted_laplacian(12, 0.3, false, 4), 11),
+                          expanded(helmholtz(11, 0.5, false, 5), 13)})
+    all.push_back(m);
+  return all;
 }
 
 TEST(SelectedInverse, IsTheSameOnAnyNumberOfThreadsAndTimesAIsTheUnitMatrix) {

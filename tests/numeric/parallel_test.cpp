@@ -8,6 +8,7 @@
 
 #include "driver/factor_store.hpp"
 #include "gallery.hpp"
+#include "matrices.hpp"
 #include "reference.hpp"
 #include "session.hpp"
 #include "solve/solve.hpp"
@@ -94,18 +95,11 @@ TEST(TaskSchedule, UpdateLists) {
 
 /// Large enough for threads to share the work, and for several domains; all families.
 std::vector<Matrix> divisible() {
-  return {poisson3d(13),
-          elasticity3d(7, 1),
-          saddle_point(8, 2),
-          shifted_laplacian(13, 1.1, false, 3),
-          structurally_symmetric(9, 5),
-          structurally_symmetric(8, 6, 3),
-          helmholtz(12, 0.5, false, 7),
-          magnetic_laplacian(12, 0, 8),
-          magnetic_laplacian(12, 1.3, 9),
-          convection_diffusion(13, 2.0, 10),
-          convection_diffusion(12, 2.0, 10, 13),
-          badly_scaled(700, 3, 11)};
+  std::vector<Matrix> all = divisible_by_pattern();
+  for (const Matrix& m : {convection_diffusion(13, 2.0, 10), convection_diffusion(12, 2.0, 10, 13),
+                          badly_scaled(700, 3, 11)})
+    all.push_back(m);
+  return all;
 }
 
 struct Scheduling {

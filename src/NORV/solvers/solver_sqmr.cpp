@@ -199,13 +199,7 @@ class Sqmr {
 
 int solve_sqmr_param(double epsilon, smat* A, vec* x, vec* xbest, const vec* b, precon* M,
                      int maxiter, int non_improvement, int* status, int stop_crit, solver* s) {
-  NORV_ASSERT(A != 0);
-  NORV_ASSERT(x != 0);
-  NORV_ASSERT(b != 0);
-  NORV_ASSERT(A->m == x->n);
-  NORV_ASSERT(A->m == b->n);
-  NORV_ASSERT(A->is_complex == x->is_complex);
-  NORV_ASSERT(A->is_complex == b->is_complex);
+  vlm::check_system(A, x, b);
   const vlm::Problem problem{epsilon, A, x, xbest, b, M, maxiter, non_improvement, stop_crit, s};
   int unwanted = 0;
   return vlm::by_kind(A->is_complex, [&](auto kind) {

@@ -149,13 +149,7 @@ int run(const Problem& problem, int is_complex, int* status) {
 
 int run(Form form, double epsilon, const smat* A, vec* x, vec* xbest, const vec* b, precon* M,
         int maxiter, int non_improvement, int* status, int stop_crit, solver* s) {
-  NORV_ASSERT(A != 0);
-  NORV_ASSERT(x != 0);
-  NORV_ASSERT(b != 0);
-  NORV_ASSERT(A->m == x->n);
-  NORV_ASSERT(A->m == b->n);
-  NORV_ASSERT(A->is_complex == x->is_complex);
-  NORV_ASSERT(A->is_complex == b->is_complex);
+  check_system(A, x, b);
   return run({form, epsilon, &A->op, x, xbest, b, M, maxiter, non_improvement, stop_crit, s},
              A->is_complex, status);
 }

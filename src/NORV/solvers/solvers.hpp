@@ -18,6 +18,17 @@ using ScratchVec = std::unique_ptr<vec, ReleaseVec>;
 /// A vector of the shape of x, contents undefined.
 ScratchVec scratch_like(const vec* x);
 
+/// What every solver demands of its system.
+inline void check_system(const smat* A, const vec* x, const vec* b) {
+  NORV_ASSERT(A != 0);
+  NORV_ASSERT(x != 0);
+  NORV_ASSERT(b != 0);
+  NORV_ASSERT(A->m == x->n);
+  NORV_ASSERT(A->m == b->n);
+  NORV_ASSERT(A->is_complex == x->is_complex);
+  NORV_ASSERT(A->is_complex == b->is_complex);
+}
+
 /// When a solve is done.  Comparisons are strict; a criterion that isn't known never holds.
 struct StoppingTest {
   int criterion;
