@@ -200,6 +200,7 @@ TEST(Sequence, LadderMeasuresTheMatrixOfTheCall) {
   };
   for (const Matrix& m : one_of_each()) {
     SCOPED_TRACE(m.name);
+    Matrix now = m;  // the session's at its end
     Session s(m);
     s.iparm(4) = -31;  // iterations end with three digits
     prepare(s, m);
@@ -207,7 +208,7 @@ TEST(Sequence, LadderMeasuresTheMatrixOfTheCall) {
     double scale = 1;
     for (int step = 1; step <= 2; ++step) {
       scale *= 0.7;
-      Matrix now = moved(m, 0.01 * step);
+      now = moved(m, 0.01 * step);
       for (double& v : now.a) v *= scale;
       const std::vector<double> b = random_vector(m, 1, 20 + static_cast<unsigned>(step));
       Session reference(now);
