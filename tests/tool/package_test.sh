@@ -64,6 +64,7 @@ cmake -S "$source/tests/tool/consumer" -B "$scratch/consumer" -DCMAKE_PREFIX_PAT
 cmake --build "$scratch/consumer" >"$scratch/build.log"
 "$scratch/consumer/consumer_c" >/dev/null
 "$scratch/consumer/consumer_cpp" >/dev/null
+"$scratch/consumer/consumer_newton" >/dev/null
 
 export PKG_CONFIG_PATH=$lib/pkgconfig
 # shellcheck disable=SC2046  # the flags are words
