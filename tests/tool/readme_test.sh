@@ -123,6 +123,10 @@ for file in "$source"/README.md "$source"/docs/*.md "$source"/docs/man/*; do
   try_blocks
   follow_links "$file"
 done
+for file in "$source"/bench/README.md "$source"/bench/results/*.md; do
+  page=${file#"$source"/}
+  follow_links "$file"
+done
 
 ((programs > 0 && commands > 0)) || fail "nothing was found to try"
 echo "$programs programs, $commands commands, $failures failures"
