@@ -248,8 +248,8 @@
  *                0  the solve as asked for          5  rung 4 without matching and scaling
  *                1  refinement judged by rows       6  rung 4 with another order
  *                2  Krylov refinement (FGMRES)      7  as type 11 or 13, with matching
- *                3  factor in double precision,     8  as type 11 or 13, with pivots from whole
- *                   where iparm(29) was 1              columns (threshold 0.1), one thread
+ *                3  the same anew: in double, or    8  as type 11 or 13, with pivots from whole
+ *                   where the factor is of others      columns (threshold 0.1), one thread
  *                4  matching, scaling, 2x2 pivots   9  rung 4 with perturbation 10^-6, and many
  *                   and perturbation 10^-13; types     Krylov steps
  *                   1, 3 as 11, 13; 2, 4 as -2, -4
