@@ -10,6 +10,7 @@
 
 #include "driver/options.hpp"
 #include "driver/sequence.hpp"
+#include "solve/first_guess.hpp"
 
 namespace vlm {
 
@@ -95,6 +96,7 @@ struct FactorRecord {
   FactorResult result;
   double seconds = 0;  ///< time of the factorization
   ReuseHistory history;
+  EarlierSolutions* earlier = nullptr;  ///< of stabilised solves; owned
   bool inverted = false;             ///< lu holds the selected inverse, and no factor
   std::uint64_t inverse_values = 0;  ///< checksum of the inverse in the caller's a; 0: none
   SecondFactor* second = nullptr;    ///< the factor of a rung that helped where lu did not; owned

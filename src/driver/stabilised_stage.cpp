@@ -8,6 +8,8 @@
 #include "base/clock.hpp"
 #include "base/memory.hpp"
 #include "base/status.hpp"
+#include "base/vector_primitives.hpp"
+#include "solve/first_guess.hpp"
 
 namespace vlm {
 namespace {
@@ -17,6 +19,8 @@ constexpr double fresh_residual = 1e-12;
 /// Solves for the accuracy figures with a kept factor: residual that is enough, and steps.
 constexpr double rough_residual = 1e-6;
 constexpr IterationLimits rough_limits{.most = 150, .judged_from = 151};
+/// Earlier solutions take at most one part in so many of the factor's memory.
+constexpr std::size_t least_factors = 4;
 
 std::size_t vector_length(const StageArrays& arrays, int nrhs) {
   return static_cast<std::size_t>(arrays.call.n) * static_cast<std::size_t>(nrhs) *
@@ -54,8 +58,24 @@ struct Parts {
   std::size_t solution = 0;   ///< doubles of x, where it is to overwrite b
   std::size_t rhs = 0;        ///< right-hand sides of the solves for the accuracy
   std::size_t iteration = 0;  ///< vectors of the iteration
+  std::size_t gain = 0;       ///< of the first guess, a column each
+  std::size_t guess = 0;      ///< its work
   std::size_t accuracy = 0;
+
+  std::size_t all() const { return solution + rhs + iteration + gain + guess + accuracy; }
 };
+
+SparseProduct product_of(const StageArrays& arrays) {
+  const Options& options = arrays.control.options;
+  return {arrays.matrix, options.type->mtype, options.transpose, options.threads};
+}
+
+/// The solutions from which the first guess is made; null where the factor is that of the matrix,
+/// or none are there.
+const EarlierSolutions* solutions_for_guess(const StageArrays& arrays) {
+  const EarlierSolutions* const earlier = arrays.record->earlier;
+  return arrays.fresh || earlier == nullptr || earlier->count() == 0 ? nullptr : earlier;
+}
 
 Parts parts_of(const StageArrays& arrays) {
   const Call& call = arrays.call;
@@ -68,6 +88,10 @@ Parts parts_of(const StageArrays& arrays) {
   if (arrays.control.options.solution_in_b) parts.solution = vector_length(arrays, call.nrhs);
   parts.iteration = iteration(options);
   parts.accuracy = accuracy_bytes(accuracy, call.n, call.nrhs) / sizeof(double);
+  if (const EarlierSolutions* const earlier = solutions_for_guess(arrays)) {
+    parts.gain = static_cast<std::size_t>(call.nrhs);
+    parts.guess = guess_bytes(product_of(arrays), *earlier) / sizeof(double);
+  }
   if (accuracy.level == 2 && !arrays.fresh) {
     parts.rhs = vector_length(arrays, std::min(call.nrhs, accuracy_block));
     parts.iteration = std::max(parts.iteration, iteration(turned(options)));
@@ -177,15 +201,16 @@ class StabilisedStage {
       options_.sufficient = fresh_residual;
     x_ = parts_.solution > 0 ? arrays.cgs_arr : call_.x;
     iteration_ = arrays.cgs_arr + parts_.solution + parts_.rhs;
-    accuracy_ = iteration_ + parts_.iteration;
+    gain_ = iteration_ + parts_.iteration;
+    guess_ = gain_ + parts_.gain;
+    accuracy_ = guess_ + parts_.guess;
   }
 
   int run() {
-    const double start = timer_velmora();
-    if (const int status = solves_.solve(Side::as_asked, call_.nrhs, call_.b, x_)) return status;
-    const double seconds = timer_velmora() - start;
-    timer_.solve = std::max(timer_.solve, 0.0) + seconds;
+    double seconds = 0;
+    if (const int status = solve_first(seconds)) return status;
     if (const int status = iterate(seconds)) return status;
+    if (arrays_.record->earlier != nullptr) arrays_.record->earlier->keep(x_);
     const int status = measure();
     if (x_ != call_.x && !(status != status_ok && arrays_.may_factor))
       std::copy_n(x_, length_, call_.b);
@@ -193,6 +218,30 @@ class StabilisedStage {
   }
 
  private:
+  /// The first solutions: those that the factor gives, or a guess with what the factor gives for
+  /// its residual.
+  /// @param seconds  out: time of the solve
+  int solve_first(double& seconds) {
+    const AddingStopwatch watch(timer_.solve);
+    const EarlierSolutions* const earlier = solutions_for_guess(arrays_);
+    double *const residual = iteration_, *const correction = iteration_ + length_;
+    const SparseProduct product = product_of(arrays_);
+    guessed_ = earlier != nullptr && guess({.earlier = *earlier,
+                                            .product = product,
+                                            .nrhs = call_.nrhs,
+                                            .b = call_.b,
+                                            .x = x_,
+                                            .residual = residual,
+                                            .gain = gain_,
+                                            .work = guess_});
+    const double start = timer_velmora();
+    const int status = guessed_ ? solves_.solve(Side::as_asked, call_.nrhs, residual, correction)
+                                : solves_.solve(Side::as_asked, call_.nrhs, call_.b, x_);
+    seconds = timer_velmora() - start;
+    if (status == status_ok && guessed_) sum8_16(length_, correction, x_, options_.threads);
+    return status;
+  }
+
   /// The iteration, within what the first solve's time makes worth it.
   int iterate(double solve_seconds) {
     const int k = arrays_.control.options.stabilised.k;
@@ -211,6 +260,7 @@ class StabilisedStage {
                           .nrhs = call_.nrhs,
                           .b = call_.b,
                           .x = x_,
+                          .gain = guessed_ ? gain_ : nullptr,
                           .solve = step,
                           .work = iteration_},
                          limits);
@@ -241,14 +291,21 @@ class StabilisedStage {
   const std::size_t length_;
   const Parts parts_;
   const FactorSolves solves_;
-  double *x_, *iteration_, *accuracy_;
+  double *x_, *iteration_, *gain_, *guess_, *accuracy_;
+  bool guessed_ = false;
 };
 
 }  // namespace
 
+void provide_earlier(const StageArrays& arrays) {
+  EarlierSolutions*& earlier = arrays.record->earlier;
+  if (earlier == nullptr) earlier = new EarlierSolutions;
+  earlier->provide(vector_length(arrays, 1), arrays.call.nrhs, arrays.control.options.transpose,
+                   arrays.record->bytes / least_factors);
+}
+
 std::size_t stabilised_stage_bytes(const StageArrays& arrays) {
-  const Parts parts = parts_of(arrays);
-  return (parts.solution + parts.rhs + parts.iteration + parts.accuracy) * sizeof(double);
+  return parts_of(arrays).all() * sizeof(double);
 }
 
 int run_stabilised(StageArrays& arrays) { return StabilisedStage(arrays).run(); }
