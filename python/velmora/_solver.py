@@ -68,7 +68,7 @@ def _configure(handle, matrix, settings):
     if s.robust:
         if not s.keep:
             i[40] = max(1, s.accuracy or 0)
-            i[42] = 1
+            i[42] = int(s.old_factor == 0)  # a new factor is what helps an old one
         if mtype not in (2, 4):
             i[8] = 10
         if indefinite:

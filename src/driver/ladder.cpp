@@ -115,6 +115,7 @@ class Climb {
     const bool has_factor = static_cast<bool>(plain_solve);
     Outcome outcome{error_numeric, status_pivot, 0, 0};
     if (has_factor) {
+      control_.results.accuracy = {};  // a solve that fails before it is measured has none
       outcome = plain_solve();
       if (outcome && outcome.error != error_numeric) return outcome;
       accuracy_ = control_.results.accuracy;
