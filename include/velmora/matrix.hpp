@@ -83,7 +83,11 @@ auto make_view(std::size_t n, const Start* start, const Index* index, const Valu
 }
 
 template <class...>
-using void_of = void;
+struct Void {
+  using type = void;
+};
+template <class... Types>
+using void_of = typename Void<Types...>::type;
 
 /// The arrays of a class, by the names under which it offers them; one form a specialisation.
 template <class Matrix, class = void>

@@ -62,7 +62,8 @@ struct Options {
   bool single_precision = false;
   /// The last unknowns, so many, are kept: their Schur complement is formed instead [iparm(38)].
   int keep = 0;
-  /// Keep an old factor for new values: 10 L + K as docs/sequences.md has it [iparm(4)].
+  /// Keep an old factor for new values: 10 L + K as docs/sequences.md has it [iparm(4)].  A solve
+  /// that it does not serve factors anew if it is positive; robust then means that, and measuring.
   int old_factor = 0;
   /// A result that does not vary from run to run on several threads; no refinement [iparm(34)].
   bool fixed_order = false;

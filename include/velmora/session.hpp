@@ -139,6 +139,11 @@ class Session {
     // The library keeps b: iparm(6) is 0.
     S* const rhs = copy.empty() ? const_cast<S*>(b.data()) : copy.data();
     int error = try_call(33, storage.a(), rhs, x.data(), nrhs);
+    if (error == -4 && options_.old_factor > 0) {  // the kept factor did not serve
+      entry(20) = -1;
+      call(22);
+      error = try_call(33, storage.a(), rhs, x.data(), nrhs);
+    }
     if (error == 0 && suspicious()) {
       condition_known_ = true;
       const int level = std::exchange(entry(40), 2);
@@ -274,7 +279,7 @@ class Session {
     if (o.robust) {
       if (whole && !o.fixed_order) {
         entry(40) = std::max(1, o.accuracy);
-        entry(42) = 1;
+        entry(42) = o.old_factor == 0 ? 1 : 0;  // a new factor is what helps an old one
       }
       if (!definite) entry(8) = 10;
       if (indefinite) entry(21) = 1;

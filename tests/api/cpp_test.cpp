@@ -365,6 +365,31 @@ TEST(Cpp, NewValuesKeepTheAnalysisOrAreRefused) {
   EXPECT_EQ(solver.solve(b).size(), 50u);
 }
 
+TEST(Cpp, AnOldFactorThatDoesNotServeIsNoSolution) {
+  const Matrix m = gallery::poisson2d(20);
+  Matrix far = m;
+  gallery::Rng rng(3);
+  for (double& value : far.a) value *= rng.log10_uniform(-6, 0);
+  for (int i = 0; i < far.n; ++i) far.a[far.ia[i] - 1] += 4e-3 * (i % 2);
+  const auto b = numbers<double>(static_cast<std::size_t>(m.n), 2);
+  velm::Options options = on_one_thread();
+  options.kind = Kind::symmetric;
+  for (const int old_factor : {1, -1})
+    for (const bool ladder : {false, true}) {
+      options.old_factor = old_factor;
+      options.iparm = {{42, ladder ? 1 : 0}};
+      velm::Solver solver(velm::rows(m.ia, m.ja, m.a), options);
+      solver.solve(b);
+      try {
+        solver.refactor(velm::rows(far.ia, far.ja, far.a));
+        EXPECT_LT(backward_error(to_dense(far), solver.solve(b), b, Operation::plain), 1e-9);
+      } catch (const velm::Error& error) {
+        EXPECT_TRUE(old_factor < 0 && !ladder) << error.what();
+        EXPECT_EQ(error.code(), -4);
+      }
+    }
+}
+
 TEST(Cpp, FailuresTellCodeReasonAndAdvice) {
   const std::vector<int> start = {0, 2, 4}, index = {0, 1, 0, 1};
   const std::vector<double> singular = {1, 1, 1, 1}, indefinite = {1, 2, 2, 1};
