@@ -318,7 +318,6 @@
  *   44  in      [0] componentwise backward error that iparm(42) goes on for; not between 0 and 1:
  *               1e-12
  *
- *
  * Iterative solver, iparm(32) 1
  * -----------------------------
  * A multilevel incomplete LDL^T factorization preconditions SQMR (norv/ildlt.h, norv/solver.h).
@@ -337,6 +336,7 @@
  *   dparm(7)  [10]    most entries of a factor's row in average rows of A, an integer; <= 0: any
  *   dparm(8)  [500]   bound on the growth of the inverse factor; <= 0: none
  *   dparm(9)  [25]    steps of the last 25 without change that end a solve with error -101
+ *   dparm(10) [0]     dropped entries down to so many times the threshold still take part in updates
  *
  * error -100, -101, also -102 and -103, breakdowns: x is the last iterate, and the preconditioner
  * stays.  -4: its setup failed, and it is gone.  docs/iterative.md says which settings to try.
