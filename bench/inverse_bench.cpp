@@ -5,8 +5,8 @@
 //
 // Factorization (phase 22) and inversion (phase -22, which overwrites the factor) take turns on
 // one analysis, first on one thread and then on THREADS; the table shows the shortest time of each
-// in seconds.  "memory" is the most that an inversion holds at a time, the factor included, over the
-// factor.  "trace" is |sum a(i,j) inv(j,i) / n - 1|, for patterns that are symmetric.
+// in seconds.  "memory" is the most that an inversion holds at a time, the factor included, over
+// the factor.  "trace" is |sum a(i,j) inv(j,i) / n - 1|, for patterns that are symmetric.
 #include <fmt/core.h>
 #include <omp.h>
 
