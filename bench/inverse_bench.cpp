@@ -5,8 +5,8 @@
 //
 // Factorization (phase 22) and inversion (phase -22, which overwrites the factor) take turns on
 // one analysis, first on one thread and then on THREADS; the table shows the shortest time of each
-// in seconds.  "memory" is what the process grows by at the most during an inversion, over the
-// factor, plus 1.  "trace" is |sum a(i,j) inv(j,i) / n - 1|, for patterns that are symmetric.
+// in seconds.  "memory" is the most that an inversion holds at a time, the factor included, over
+// the factor.  "trace" is |sum a(i,j) inv(j,i) / n - 1|, for patterns that are symmetric.
 #include <fmt/core.h>
 #include <omp.h>
 
@@ -16,23 +16,15 @@
 #include <cmath>
 #include <complex>
 #include <ctime>
-#include <fstream>
 #include <string>
 #include <vector>
 
+#include "driver/factor_store.hpp"
 #include "problem.hpp"
 #include "velmora.h"
 
 namespace bench {
 namespace {
-
-/// A line of /proc/self/status, KB; 0 where the system does not tell.
-double process_kilobytes(const std::string& name) {
-  std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);)
-    if (line.starts_with(name + ":")) return std::stod(line.substr(name.size() + 1));
-  return 0;
-}
 
 double now(bool cpu) {
   return cpu ? static_cast<double>(std::clock()) / CLOCKS_PER_SEC : omp_get_wtime();
@@ -82,6 +74,7 @@ class Handle {
     throw std::runtime_error(fmt::format("phase {}: error {}\n{}", phase, error, text.data()));
   }
   int iparm(int k) const { return iparm_[static_cast<std::size_t>(k - 1)]; }
+  double factor_bytes() { return static_cast<double>(vlm::factor_table(pt_.data())->bytes); }
 
  private:
   int call(int phase, const double* a) {
@@ -99,7 +92,7 @@ class Handle {
 
 struct Times {
   double factor = INFINITY, inverse = INFINITY;
-  double memory = 0;  ///< largest growth during an inversion over the factor, plus 1
+  double memory = 0;  ///< the most that an inversion held, over the factor
   double trace = 0;   ///< distance from 1
   int perturbed = 0;
 };
@@ -115,13 +108,14 @@ Times measure(const Problem& problem, int threads, int repeats, bool cpu) {
     handle.run(22, m.a.data());
     out.factor = std::min(out.factor, now(cpu) - start);
     inverse.a = m.a;
-    std::ofstream("/proc/self/clear_refs") << 5 << std::flush;  // VmHWM starts again
-    const double before = process_kilobytes("VmRSS");
+    vlm::MemoryMeter meter;
     start = now(cpu);
-    handle.run(-22, inverse.a.data());
+    {
+      const vlm::MeterScope scope(meter);
+      handle.run(-22, inverse.a.data());
+    }
     out.inverse = std::min(out.inverse, now(cpu) - start);
-    const double grown = std::max(0.0, process_kilobytes("VmHWM") - before);
-    out.memory = std::max(out.memory, 1 + grown / handle.iparm(17));
+    out.memory = 1 + static_cast<double>(meter.peak()) / handle.factor_bytes();
   }
   out.trace = std::abs(trace(m, inverse) - 1.0);
   out.perturbed = handle.iparm(14);

@@ -138,9 +138,6 @@ Outcome run(const std::vector<Matrix>& matrices, bool hard, int stabilised) {
     call(k == 0 ? 13 : 23, matrices[k]);
     if (k > 0) out.seconds += processor_seconds() - start;
     const bool fresh = dparm[32] != determinant;
-    if (std::getenv("SEQV"))
-      std::printf("  step %zu k %d fresh %d it %d  %.4f\n", k, stabilised, fresh, iparm[19],
-                  processor_seconds() - start);
     determinant = dparm[32];
     if (k > 0 && fresh) ++out.factors;
     if (!fresh) out.iterations = std::max(out.iterations, iparm[19]);

@@ -23,7 +23,8 @@ class Inversion {
         frame_{.st = st, .store = factor_store<T>(st, lu)} {
     frame_.done = done_.data();
     team_.reserve(static_cast<std::size_t>(plan_.threads));
-    for (int k = 0; k < plan_.threads; ++k) team_.emplace_back(st, Family::two_sided);
+    for (int k = 0; k < plan_.threads; ++k)
+      team_.emplace_back(st, Family::two_sided, plan_.threads);
   }
 
   void run(InverseTimes& times) {

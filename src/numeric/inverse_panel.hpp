@@ -15,9 +15,11 @@
 ///
 /// Y and V are formed in place and then kept in scratch, transposed: the tall dimension is then the
 /// long one of the update kernel's second operand, which is the store of the ancestors itself
-/// wherever rows follow each other.  The transposed panels have their columns padded to whole
+/// wherever rows follow each other.  Narrow panels have their transposed columns padded to whole
 /// vectors.  A panel takes the products in its own store where the padding leaves room for them, so
-/// that scratch is little more than one panel a thread, two of full storage.
+/// that scratch is little more than one panel a thread.  Of full storage it is Y and V together
+/// where that is little beside the factor; else one after the other, and what is gathered is so
+/// twice.
 #pragma once
 
 #include <algorithm>
@@ -41,14 +43,18 @@ struct InverseFrame {
   std::atomic<char>* done = nullptr;  ///< [nsuper] whether a panel holds the inverse
 };
 
-/// Rows of Z that are taken at once: a block of them and of a panel's columns stays in cache.
-inline constexpr int inverse_rows = 128;
+/// Entries of Z that are taken at once, and how many of their rows: such a block stays in cache
+/// together with its columns of a panel.
+inline constexpr int inverse_entries = 64 * 64, most_inverse_rows = 128, fewest_inverse_rows = 32;
+inline int inverse_rows(int columns) {
+  return std::clamp(inverse_entries / columns, fewest_inverse_rows, most_inverse_rows);
+}
 
-/// Width of a transposed panel: a multiple of the widest vector.
+/// Width of a transposed panel: a multiple of the widest vector, where the panel is narrow.
 template <class T>
 int padded_width(int width) {
-  constexpr int lanes = 64 / sizeof(T);
-  return (width + lanes - 1) / lanes * lanes;
+  constexpr int lanes = 64 / sizeof(T), wide = 4 * lanes;
+  return width >= wide ? width : (width + lanes - 1) / lanes * lanes;
 }
 
 /// Whether the store of a panel's side, L with the diagonal block or U, has room for `below`
@@ -58,19 +64,28 @@ inline bool has_room(int side, int width, int padded, int below) {
   return std::int64_t{padded} * below <= room;
 }
 
+/// Operands of both sides at a time take at most this part of the factor.
+inline constexpr std::size_t part_of_factor = 32;
+
 /// Scratch of one thread.
 template <class T>
 struct InverseScratch {
   Vector<T> block;        ///< inverse of a diagonal block
-  Vector<T> operand[2];   ///< Y and V, transposed
+  Vector<T> operand[2];   ///< Y and V, transposed; before that, work of a block's inversion
   Vector<T> result[2];    ///< products of panels whose own store has no room for them
-  Vector<T> gathered;     ///< part of Z(K,K); before that, work of a block's inversion
+  Vector<T> gathered;     ///< part of Z(K,K)
   Vector<int> place;      ///< of K's rows in an ancestor's list, from 0
   Vector<int> labels[2];  ///< columns and rows of a block in their order before the pivoting
 
-  InverseScratch(const Structure& st, bool two_sided) {
+  bool has_both() const { return !operand[1].empty(); }
+
+  /// @param team  threads that have scratch like this one
+  InverseScratch(const Structure& st, bool two_sided, int team) {
     const int sides = two_sided ? 2 : 1;
-    std::size_t most = 0, most_apart[2] = {};
+    const auto square = [](int width) {
+      return static_cast<std::size_t>(padded_width<T>(width)) * static_cast<std::size_t>(width);
+    };
+    std::size_t most = square(st.max_width), most_apart[2] = {};
     for (int s = 1; s <= st.nsuper; ++s) {
       const int width = st.xsuper(s + 1) - st.xsuper(s), padded = padded_width<T>(width);
       const int below = st.xlindx(s + 1) - st.xlindx(s) - width;
@@ -81,12 +96,15 @@ struct InverseScratch {
           most_apart[side] = std::max(most_apart[side], size);
     }
     const auto width = static_cast<std::size_t>(st.max_width);
-    block.resize(static_cast<std::size_t>(padded_width<T>(st.max_width)) * width);
-    for (int side = 0; side < sides; ++side) {
-      operand[side].resize(most);
-      result[side].resize(most_apart[side]);
-    }
-    gathered.resize(width * std::max<std::size_t>(inverse_rows, width));
+    block.resize(square(st.max_width));
+    const auto values = static_cast<std::size_t>(st.len_lnz + st.len_unz);
+    operand[0].resize(most);
+    if (two_sided && most * static_cast<std::size_t>(team) <= values / part_of_factor)
+      operand[1].resize(most);
+    for (int side = 0; side < sides; ++side) result[side].resize(most_apart[side]);
+    gathered.resize(static_cast<std::size_t>(
+        std::min(st.max_width * most_inverse_rows,
+                 std::max(inverse_entries, st.max_width * fewest_inverse_rows))));
     place.resize(static_cast<std::size_t>(st.max_rows));
     for (auto& list : labels) list.resize(width);
   }
@@ -209,14 +227,6 @@ struct LuInverse {
   }
 };
 
-/// One side of a panel: result := -(operand Z(K,K)) or its counterpart, both width by below(), with
-/// the padded width between columns.
-template <class T>
-struct InverseSide {
-  const T* operand;
-  T* result;
-};
-
 /// A block of Z(K,K): rows and columns by their place in K, from 0.
 template <class T>
 struct InverseBlock {
@@ -226,7 +236,13 @@ struct InverseBlock {
   int column, columns;
 };
 
-/// The inversion of one panel.
+/// Which of the operands are at hand.
+struct Operands {
+  bool y = false, v = false;
+};
+
+/// The inversion of one panel.  The products of side 0 are -Z(K,K) Y, those of side 1 -V^T Z(K,K);
+/// both lie transposed, width by below(), with the padded width between columns.
 template <class Family, class T>
 class PanelInversion {
  public:
@@ -240,10 +256,17 @@ class PanelInversion {
   void run() {
     const Panel<T>& p = panel_;
     T* const block = scratch_.block.data();
-    Family::invert_block(f_.kernel, p, block, padded_, scratch_.gathered.data());
+    Family::invert_block(f_.kernel, p, block, padded_, scratch_.operand[0].data());
     if (p.below() > 0) {
-      start_sides();
-      multiply_by_ancestors();
+      Family::solve_below(f_.kernel, p);
+      start_side<Family::conjugate>(0, p.l21(), p.rows, p.l);
+      if constexpr (Family::two_sided) {
+        if (!scratch_.has_both()) multiply_by_ancestors({.y = true});
+        start_side<false>(1, p.u, p.below(), p.u);
+        multiply_by_ancestors({.y = scratch_.has_both(), .v = true});
+      } else {
+        multiply_by_ancestors({.y = true});
+      }
       complete_block(block);
     }
     if constexpr (!Family::two_sided) mirror(block);
@@ -252,63 +275,55 @@ class PanelInversion {
   }
 
  private:
-  static constexpr int sides = Family::two_sided ? 2 : 1;
   bool in_store(int side) const { return has_room(side, panel_.width, padded_, panel_.below()); }
+  T* operand_of(int side) const { return scratch_.operand[scratch_.has_both() ? side : 0].data(); }
   static std::size_t size_of(int m, int n) { return static_cast<std::size_t>(m) * n; }
 
-  /// Turns the panel into the operands, and clears the results.
-  void start_sides() {
-    Family::solve_below(f_.kernel, panel_);
-    start_side<Family::conjugate>(0, panel_.l21(), panel_.rows, panel_.l);
-    if constexpr (Family::two_sided) start_side<false>(1, panel_.u, panel_.below(), panel_.u);
-  }
-
+  /// Turns one side of the panel into the operand, and clears its result.
   /// @param from   Y or V, with its leading dimension
   /// @param store  where it lies, which is free from then on
   template <bool conjugate>
   void start_side(int side, const T* from, int ld, T* store) {
     const int w = panel_.width, below = panel_.below();
-    T* const operand = scratch_.operand[side].data();
+    T* const operand = operand_of(side);
     transpose<conjugate>(below, w, from, ld, operand, padded_);
-    T* const result = in_store(side) ? store : scratch_.result[side].data();
     for (int i = 0; padded_ != w && i < below; ++i)
       std::fill_n(operand + static_cast<std::ptrdiff_t>(i) * padded_ + w, padded_ - w, T(0));
-    std::fill_n(result, size_of(padded_, below), T(0));
-    side_[side] = {operand, result};
+    result_[side] = in_store(side) ? store : scratch_.result[side].data();
+    std::fill_n(result_[side], size_of(padded_, below), T(0));
   }
 
   /// The panels that hold Z(K,K), from the root down, each as soon as it is there.
-  void multiply_by_ancestors() {
+  void multiply_by_ancestors(Operands of) {
     const int* const row = panel_.row + panel_.width;
     for (int end = panel_.below(); end > 0;) {
       const int t = f_.st.snode(row[end - 1]), first = f_.st.xsuper(t);
       int begin = end - 1;
       while (begin > 0 && row[begin - 1] >= first) --begin;
       for (Backoff backoff; f_.done[t - 1].load(std::memory_order_acquire) == 0;) backoff.wait();
-      multiply_by(panel_of(f_.st, f_.store, t), begin, end - begin);
+      multiply_by(panel_of(f_.st, f_.store, t), of, begin, end - begin);
       end = begin;
     }
   }
 
   /// The part of Z(K,K) that one ancestor holds: `columns` columns from `begin` on, and the rows
   /// from there to the end.
-  void multiply_by(const Panel<T>& z, int begin, int columns) {
+  void multiply_by(const Panel<T>& z, Operands of, int begin, int columns) {
     const int rows = panel_.below() - begin;
     find_places(z, panel_.row + panel_.width + begin, rows, columns);
     for (int i = 0, count; i < rows; i += count) {
       const bool diagonal = i < columns;  // such blocks hold both triangles of Z
-      count = std::min(inverse_rows, (diagonal ? columns : rows) - i);
+      count = std::min(inverse_rows(columns), (diagonal ? columns : rows) - i);
       const auto lower = block_of(z.l, z.rows, 0, begin, columns, i, count);
+      if (of.y) below_diagonal(0, lower);
       if constexpr (Family::two_sided) {
-        below_diagonal(side_[0], lower);
-        above_diagonal(side_[1], lower);
+        if (of.v) above_diagonal(1, lower);
         if (diagonal) continue;
         const auto upper = block_of(z.u, z.below(), z.width, begin, columns, i, count);
-        below_diagonal(side_[1], upper);
-        above_diagonal(side_[0], upper);
-      } else {
-        below_diagonal(side_[0], lower);
-        if (!diagonal) above_diagonal(side_[0], lower);
+        if (of.v) below_diagonal(1, upper);
+        if (of.y) above_diagonal(0, upper);
+      } else if (!diagonal) {
+        above_diagonal(0, lower);
       }
     }
   }
@@ -359,7 +374,7 @@ class PanelInversion {
   }
 
   /// result(:, rows) -= operand(:, columns) Z^T.
-  void below_diagonal(const InverseSide<T>& side, const InverseBlock<T>& block) {
+  void below_diagonal(int side, const InverseBlock<T>& block) {
     PanelUpdate<T> u = product(side, block.row, block.column);
     u.q = block.rows;
     u.k = block.columns;
@@ -371,7 +386,7 @@ class PanelInversion {
   }
 
   /// result(:, columns) -= operand(:, rows) Z.
-  void above_diagonal(const InverseSide<T>& side, const InverseBlock<T>& block) {
+  void above_diagonal(int side, const InverseBlock<T>& block) {
     PanelUpdate<T> u = product(side, block.column, block.row);
     u.q = block.columns;
     u.k = block.rows;
@@ -381,11 +396,11 @@ class PanelInversion {
     f_.kernel.update(u);
   }
 
-  PanelUpdate<T> product(const InverseSide<T>& side, int to, int from) const {
+  PanelUpdate<T> product(int side, int to, int from) const {
     return {.m = padded_,
-            .a = side.operand + static_cast<std::ptrdiff_t>(from) * padded_,
+            .a = operand_of(side) + static_cast<std::ptrdiff_t>(from) * padded_,
             .lda = padded_,
-            .c = side.result + static_cast<std::ptrdiff_t>(to) * padded_,
+            .c = result_[side] + static_cast<std::ptrdiff_t>(to) * padded_,
             .ldc = padded_};
   }
 
@@ -395,8 +410,8 @@ class PanelInversion {
     u.m = padded_;
     u.q = panel_.width;
     u.k = panel_.below();
-    u.a = side_[Family::two_sided ? 1 : 0].operand;
-    u.b = side_[0].result;
+    u.a = operand_of(Family::two_sided ? 1 : 0);
+    u.b = result_[0];
     u.lda = u.b_col = u.ldc = padded_;
     u.c = block;
     u.lower = !Family::two_sided;
@@ -425,22 +440,27 @@ class PanelInversion {
       row = scratch_.labels[1].data();
       undo_interchanges(p.column_pivot, w, row);
     }
-    // A result in the panel's own store moves to where its operand was.
-    const T* result[] = {side_[0].result, side_[1].result};
-    for (int side = 0; below > 0 && side < sides; ++side)
-      if (in_store(side)) {
-        T* const moved = scratch_.operand[side].data();
-        std::copy_n(result[side], size_of(padded_, below), moved);
-        result[side] = moved;
-      }
+    if (below > 0) {  // before the block, in whose place a result may lie
+      put_side<Family::conjugate>(0, column, p.l21(), p.rows);
+      if constexpr (Family::two_sided) put_side<false>(1, row, p.u, below);
+    }
     for (int j = 0; j < w; ++j) {
       T* const to = p.l + static_cast<std::ptrdiff_t>(j) * p.rows;
       const T* const from = block + static_cast<std::ptrdiff_t>(column[j]) * padded_;
       for (int i = 0; i < w; ++i) to[i] = from[row[i]];
     }
-    if (below == 0) return;
-    put_rows<Family::conjugate>(result[0], column, p.l21(), p.rows);
-    if constexpr (Family::two_sided) put_rows<false>(result[1], row, p.u, below);
+  }
+
+  /// One result.  Where it lies in the panel's own store it first takes the place of the operand.
+  template <bool conjugate>
+  void put_side(int side, const int* label, T* to, int ld) {
+    const T* from = result_[side];
+    if (in_store(side)) {
+      T* const moved = operand_of(side);
+      std::copy_n(from, size_of(padded_, panel_.below()), moved);
+      from = moved;
+    }
+    put_rows<conjugate>(from, label, to, ld);
   }
 
   /// to(i, j) := from(label(j), i), conjugated where asked.
@@ -459,7 +479,7 @@ class PanelInversion {
   const Panel<T> panel_;
   const int padded_;  ///< width of the transposed panel
   const int s_;
-  InverseSide<T> side_[2] = {};
+  T* result_[2] = {};
   bool contiguous_ = false;  ///< whether the rows follow each other in the ancestor's list
 };
 

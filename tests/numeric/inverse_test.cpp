@@ -129,11 +129,12 @@ cplx trace_of_product(const Matrix& m, const Matrix& inverse) {
   return sum;
 }
 
-/// Large enough for separators and domains on several threads; all families.
+/// Large enough for separators and domains on several threads; all families.  The panels of the
+/// last one are small beside the whole, so that one thread keeps both sides of one in scratch.
 std::vector<Matrix> divisible() {
   std::vector<Matrix> all = divisible_by_pattern();
   for (const Matrix& m : {expanded(shifted_laplacian(12, 0.3, false, 4), 11),
-                          expanded(helmholtz(11, 0.5, false, 5), 13)})
+                          expanded(helmholtz(11, 0.5, false, 5), 13), expanded(poisson2d(90), 11)})
     all.push_back(m);
   return all;
 }
