@@ -4,21 +4,25 @@
 //   kernel_bench [--isa NAME] [--kind d|s|z]
 //
 // Each row is one shape: GFLOP/s of the kernel to a contiguous and to a scattered place, and of
-// gemm into a buffer (A B^T, which a factorization would still have to subtract).  The least
-// processor time of several repetitions counts.  OpenBLAS's kernels are those that it chose;
-// OPENBLAS_CORETYPE tells it otherwise, and the first line names them.
+// gemm into a buffer (A B^T, which a factorization would still have to subtract), and the shares of
+// gemm that they reach.  The least processor time of several repetitions counts, taken in turns.
+// OpenBLAS's kernels are those that it chose; OPENBLAS_CORETYPE tells it otherwise, and the first
+// line names them.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <functional>
+#include <new>
 #include <random>
 #include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "base/large_block.hpp"
 #include "kernels/choice.hpp"
 
 extern "C" char* openblas_get_corename();
@@ -45,23 +49,39 @@ double now() {
   return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
 }
 
-/// Least seconds of one run, each sample long enough for the clock.
-double seconds_of(double expected, const std::function<void()>& run) {
+/// Least seconds of each of several runs, in turns, so that a slow moment of the machine meets
+/// all of them; each sample is long enough for the clock.
+std::vector<double> seconds_of(double expected, const std::vector<std::function<void()>>& runs) {
   const int inner = std::max(1, static_cast<int>(2e-3 / expected));
-  double least = 1e300;
-  for (int sample = 0; sample < 15; ++sample) {
-    const double start = now();
-    for (int i = 0; i < inner; ++i) run();
-    least = std::min(least, (now() - start) / inner);
-  }
+  std::vector<double> least(runs.size(), 1e300);
+  for (int sample = 0; sample < 15; ++sample)
+    for (std::size_t r = 0; r < runs.size(); ++r) {
+      const double start = now();
+      for (int i = 0; i < inner; ++i) runs[r]();
+      least[r] = std::min(least[r], (now() - start) / inner);
+    }
   return least;
 }
 
+/// Operands lie where a factor does.
 template <class T>
-std::vector<T> random_values(std::size_t count) {
+struct BlockAllocator {
+  using value_type = T;
+  T* allocate(std::size_t length) {
+    if (void* block = allocate_block(length * sizeof(T))) return static_cast<T*>(block);
+    throw std::bad_alloc();
+  }
+  void deallocate(T* block, std::size_t) { std::free(block); }
+  bool operator==(const BlockAllocator&) const = default;
+};
+template <class T>
+using Values = std::vector<T, BlockAllocator<T>>;
+
+template <class T>
+Values<T> random_values(std::size_t count) {
   std::mt19937 gen(7);
   std::uniform_real_distribution<double> u(-1, 1);
-  std::vector<T> v(count);
+  Values<T> v(count);
   for (T& x : v) x = static_cast<T>(u(gen));
   return v;
 }
@@ -87,13 +107,12 @@ std::vector<int> scattered_rows(int count, int limit) {
 
 template <class T>
 void measure(const Kernels<T>& kernel, double operations_of_one) {
-  std::printf("%-8s %5s %5s %5s %6s %10s %10s %8s %7s\n", kernel.isa, "m", "q", "k", "ld",
-              "contiguous", "scattered", "gemm", "ratio");
+  std::printf("%-8s %5s %5s %5s %6s %10s %10s %8s %10s %10s\n", kernel.isa, "m", "q", "k", "ld",
+              "contiguous", "scattered", "gemm", "contiguous", "scattered");
   for (const Shape& s : shapes) {
     const auto a = random_values<T>(static_cast<std::size_t>(s.ld) * s.k);
     const auto rows = scattered_rows(s.m, s.ld);
-    std::vector<T> c(static_cast<std::size_t>(s.ld) *
-                     (rows[static_cast<std::size_t>(s.q) - 1] + 1));
+    Values<T> c(static_cast<std::size_t>(s.ld) * (rows[static_cast<std::size_t>(s.q) - 1] + 1));
     PanelUpdate<T> u;
     u.m = s.m;
     u.q = s.q;
@@ -102,16 +121,18 @@ void measure(const Kernels<T>& kernel, double operations_of_one) {
     u.lda = u.b_col = u.ldc = s.ld;
     u.c = c.data();
     const double work = operations_of_one * s.m * s.q * s.k, guess = work / 40e9;
-    const double plain = seconds_of(guess, [&] { kernel.update(u); });
-    u.row = u.col = rows.data();
-    const double spread = seconds_of(guess, [&] { kernel.update(u); });
-    std::vector<T> buffer(static_cast<std::size_t>(s.m) * s.q);
-    const double blas = seconds_of(guess, [&] {
-      blas::gemm('N', 'T', s.m, s.q, s.k, T(1), a.data(), s.ld, a.data(), s.ld, T(0), buffer.data(),
-                 s.m);
-    });
-    std::printf("%-8s %5d %5d %5d %6d %10.1f %10.1f %8.1f %7.2f\n", "", s.m, s.q, s.k, s.ld,
-                work / plain * 1e-9, work / spread * 1e-9, work / blas * 1e-9, blas / plain);
+    PanelUpdate<T> scattered = u;
+    scattered.row = scattered.col = rows.data();
+    Values<T> buffer(static_cast<std::size_t>(s.m) * s.q);
+    const auto seconds =
+        seconds_of(guess, {[&] { kernel.update(u); }, [&] { kernel.update(scattered); },
+                           [&] {
+                             blas::gemm('N', 'T', s.m, s.q, s.k, T(1), a.data(), s.ld, a.data(),
+                                        s.ld, T(0), buffer.data(), s.m);
+                           }});
+    std::printf("%-8s %5d %5d %5d %6d %10.1f %10.1f %8.1f %10.2f %10.2f\n", "", s.m, s.q, s.k, s.ld,
+                work / seconds[0] * 1e-9, work / seconds[1] * 1e-9, work / seconds[2] * 1e-9,
+                seconds[2] / seconds[0], seconds[2] / seconds[1]);
   }
 }
 
@@ -122,7 +143,7 @@ void measure_panels(const Kernels<T>& kernel, double operations_of_one) {
               "cholesky", "ldlt", "diagonal");
   for (const auto& [rows, n] : {std::pair{2000, 200}, {1000, 100}, {500, 60}, {200, 24}, {60, 8}}) {
     const auto size = static_cast<std::size_t>(rows) * static_cast<std::size_t>(n);
-    std::vector<T> panel = random_values<T>(size);
+    Values<T> panel = random_values<T>(size);
     for (int j = 0; j < n; ++j) panel[static_cast<std::size_t>(j) * (rows + 1)] = T(4.0 * n);
     const auto fresh = panel;
     RightSolve<T> s;
@@ -132,25 +153,26 @@ void measure_panels(const Kernels<T>& kernel, double operations_of_one) {
     s.l_col = s.ldx = rows;
     s.x = panel.data() + n;
     const double solve_work = operations_of_one / 2 * s.m * n * n;
-    const double own = seconds_of(solve_work / 40e9, [&] { kernel.solve_right(s); });
+    const double own = seconds_of(solve_work / 40e9, {[&] { kernel.solve_right(s); }})[0];
     double blas = 0;  // its rate is told for double values alone
     if constexpr (std::is_same_v<T, double>) {
       const double one = 1;
-      const double seconds = seconds_of(solve_work / 40e9, [&] {
-        dtrsm_("R", "L", "T", "N", &s.m, &n, &one, s.l, &rows, s.x, &rows);
-      });
+      const double seconds = seconds_of(
+          solve_work / 40e9,
+          {[&] { dtrsm_("R", "L", "T", "N", &s.m, &n, &one, s.l, &rows, s.x, &rows); }})[0];
       blas = solve_work / seconds * 1e-9;
     }
     const double block_work = operations_of_one / 6 * n * n * n;
-    std::vector<T> block(static_cast<std::size_t>(rows) * static_cast<std::size_t>(n));
+    Values<T> block(size);
     std::vector<int> pivot(static_cast<std::size_t>(n));
     const auto timed = [&](const auto& factor) {
-      return block_work * 1e-9 / seconds_of(block_work / 5e9, [&] {
-               for (int j = 0; j < n; ++j)
-                 std::copy_n(fresh.data() + static_cast<std::size_t>(j) * rows, n,
-                             block.data() + static_cast<std::size_t>(j) * rows);
-               factor();
-             });
+      const auto run = [&] {
+        for (int j = 0; j < n; ++j)
+          std::copy_n(fresh.data() + static_cast<std::size_t>(j) * rows, n,
+                      block.data() + static_cast<std::size_t>(j) * rows);
+        factor();
+      };
+      return block_work * 1e-9 / seconds_of(block_work / 5e9, {run})[0];
     };
     BlockPivots<T> stats;
     const double cholesky = timed([&] { kernel.cholesky(n, block.data(), rows); });

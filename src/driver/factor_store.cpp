@@ -9,6 +9,7 @@
 #include <limits>
 #include <utility>
 
+#include "base/large_block.hpp"
 #include "driver/iterative.hpp"
 #include "driver/second_factor.hpp"
 
@@ -31,7 +32,7 @@ FactorRecord* factor_record(void** pt, int mnum) {
 }
 
 void* allocate(std::size_t bytes, Location location) {
-  void* block = std::malloc(std::max<std::size_t>(bytes, 1));
+  void* block = allocate_block(bytes);
   if (block == nullptr) throw OutOfMemory(location, bytes);
   count_bytes(static_cast<std::int64_t>(bytes));
   return block;

@@ -19,16 +19,28 @@ VELMORA_DECLARE_KERNELS(avx512)
 
 namespace vlm {
 
-int first_level_cache() {
-  // What the system doesn't tell counts as the least of the processors in use; more than the
-  // limit is no use to the blocks.
-  static const int bytes = [] {
-    long told = 0;
+namespace {
+
+/// What the system tells of a cache, within limits: untold it counts as the least of the
+/// processors in use, and more than the largest is no use to the blocks.
 #ifdef _SC_LEVEL1_DCACHE_SIZE
-    told = sysconf(_SC_LEVEL1_DCACHE_SIZE);
+int cache_bytes(int level, long least, long most) {
+  const long told = sysconf(level == 1 ? _SC_LEVEL1_DCACHE_SIZE : _SC_LEVEL2_CACHE_SIZE);
+  return static_cast<int>(std::clamp(told, least, most));
+}
+#else
+int cache_bytes(int, long least, long) { return static_cast<int>(least); }
 #endif
-    return static_cast<int>(std::clamp(told, 32768L, 65536L));
-  }();
+
+}  // namespace
+
+int first_level_cache() {
+  static const int bytes = cache_bytes(1, 32768, 65536);
+  return bytes;
+}
+
+int second_level_cache() {
+  static const int bytes = cache_bytes(2, 262144, 1 << 24);
   return bytes;
 }
 

@@ -13,8 +13,10 @@
 
 namespace vlm {
 
-/// Bytes of the first-level data cache of this processor, asked once.
+/// Bytes of the first-level data cache and of the second-level cache of this processor, asked
+/// once.
 int first_level_cache();
+int second_level_cache();
 
 /// C(row(i), col(j)) -= sum over k of A(i,k) B(j,k).
 template <class T>

@@ -81,12 +81,17 @@ enum class Verdict { go_on, leave, no_contraction };
 /// Decides after each step; keeps the residual that the next one has to beat.
 class StoppingRule {
  public:
-  StoppingRule(int limit, double rhs_sum) : limit_(limit), best_(rhs_sum) {}
+  /// @param limit  iparm(8)
+  StoppingRule(int limit, double rhs_sum)
+      : limit_(std::abs(limit)), may_end_early_(limit > 0), best_(rhs_sum) {}
 
   Verdict judge(int step, const Sums& sums) {
     if (step == 2 && limit_ == 0) return Verdict::leave;
     if (step == 1 && sums.residual > sums.rhs) best_ = 2 * sums.residual;
     if (step == limit_) return Verdict::leave;
+    // Before the step only rounding was left: a limit that is one, not a number of steps, ends
+    // here.
+    if (may_end_early_ && sums.residual <= rounding_level * sums.rhs) return Verdict::leave;
     if (sums.residual < 0.9 * best_) {
       best_ = sums.residual;
       return Verdict::go_on;
@@ -97,6 +102,7 @@ class StoppingRule {
 
  private:
   int limit_;
+  bool may_end_early_;
   double best_;
 };
 
@@ -180,7 +186,7 @@ void restore_best(const RefineCall& call, const Vectors& v) {
 int refinement_loop(const RefineCall& call, const SolveStep& solve, const Vectors& v, Sums sums,
                     RefineResult& result) {
   const RefineOptions& options = call.options;
-  StoppingRule rule(std::abs(options.limit), sums.rhs);
+  StoppingRule rule(options.limit, sums.rhs);
   Verdict verdict = Verdict::go_on;
   for (int step = 1; verdict == Verdict::go_on; ++step) {
     sums.residual = measure_iterate(call, v, step == 1);

@@ -123,6 +123,31 @@ void backward_vector(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T
   f.kernel.solve_lower_transposed(solve);
 }
 
+template <class T>
+T conjugate_if(T x, bool flag) {
+  return flag ? maybe_conj<true>(x) : x;
+}
+
+/// Forward step of one right-hand side with a panel of one column: too little work for a kernel.
+template <class T>
+void forward_column(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t, T* y) {
+  if (!t.unit) *y /= conjugate_if(*t.block, t.conjugate);
+  const T v = *y;
+  const int* row = p.row + 1;
+  const int below = p.below(), front = f.rows_in_front(row, below);
+  for (int i = 0; i < front; ++i) f.y[row[i] - 1] -= t.below[i] * v;
+  for (int i = front; i < below; ++i) f.tail[row[i] - 1] -= t.below[i] * v;
+}
+
+/// Backward step of one right-hand side with a panel of one column.
+template <class T>
+void backward_column(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t, T* y) {
+  const int* row = p.row + 1;
+  T v = *y;
+  for (int i = 0; i < p.below(); ++i) v -= conjugate_if(t.below[i], t.conjugate) * f.y[row[i] - 1];
+  *y = t.unit ? v : v / conjugate_if(*t.block, t.conjugate);
+}
+
 /// The diagonal block against a block of right-hand sides, which are held transposed.
 template <class T>
 void solve_block(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t,
@@ -143,10 +168,13 @@ void solve_block(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t
 template <class T>
 void forward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t) {
   T* y = f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb;
-  if (t.pivot) interchange_block(t.pivot, p.width, y, f.nb, false);
+  if (t.pivot && p.width > 1) interchange_block(t.pivot, p.width, y, f.nb, false);
   const int* row = p.row + p.width;
   if (f.nb == 1) {
-    forward_vector(f, p, t, y);
+    if (p.width == 1)
+      forward_column(f, p, t, y);
+    else
+      forward_vector(f, p, t, y);
     return;
   }
   // Held transposed: L y = b reads Y L^T = B.
@@ -179,7 +207,9 @@ template <class T>
 void backward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t) {
   T* y = f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb;
   const int* row = p.row + p.width;
-  if (f.nb == 1) {
+  if (f.nb == 1 && p.width == 1) {
+    backward_column(f, p, t, y);
+  } else if (f.nb == 1) {
     backward_vector(f, p, t, y);
   } else {
     for (int i = 0; i < p.below(); ++i)
@@ -201,7 +231,7 @@ void backward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>
     }
     solve_block(f, p, t, RightSolve<T>::Op::plain, y);
   }
-  if (t.pivot) interchange_block(t.pivot, p.width, y, f.nb, true);
+  if (t.pivot && p.width > 1) interchange_block(t.pivot, p.width, y, f.nb, true);
 }
 
 /// Symmetric factors: what the three steps do with one panel.
