@@ -55,7 +55,7 @@ Stages analyse(const gallery::Matrix& m, int threads) {
   if (threads > 1) timed(lists, [&] { reorder3_velmora(symbolic, analysis); });
   timed(map, [&] {
     const MapInput entries{input.matrix, nullptr, m.triangle()};
-    const StructurePlan plan = plan_structure(entries, analysis);
+    StructurePlan plan = plan_structure(entries, analysis, threads);
     void* const block = std::malloc(plan.bytes);
     if (block == nullptr) throw std::bad_alloc();
     build_structure(block, entries, plan, analysis);

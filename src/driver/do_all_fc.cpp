@@ -56,7 +56,7 @@ int run_lists(StageArrays& arrays) {
   }
   if (status != status_ok) return status;
   const Stopwatch watch(timer.a_to_lu);
-  arrays.plan = plan_structure(arrays.map_input(), arrays.analysis);
+  arrays.plan = plan_structure(arrays.map_input(), arrays.analysis, options.threads);
   return status_ok;
 }
 

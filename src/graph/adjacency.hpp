@@ -2,8 +2,8 @@
 /// Adjacency of the ordering graph: the pattern of A + A^T without its diagonal.
 ///
 /// All builders are linear in the entries of the matrix and use counting passes only.  Every
-/// neighbour list comes out ascending and free of repeats, which makes the orderings
-/// deterministic.
+/// neighbour list comes out ascending and free of repeats, on any number of threads, which makes
+/// the orderings deterministic.
 #pragma once
 
 #include "base/memory.hpp"
@@ -33,23 +33,25 @@ struct Pattern {
 /// @param upper  upper triangle, columns ascending in a row, in
 /// @param graph  both triangles, out
 /// @return status_overflow when the lists do not fit 32-bit positions, else status_ok
-int ladj_mod_velmora(const Pattern& upper, Adjacency& graph);
+int ladj_mod_velmora(const Pattern& upper, Adjacency& graph, int threads = 1);
 
 /// Adjacency of a matrix stored in full, whether or not its pattern is symmetric.
 /// @param full      rows of A, columns ascending in a row, in
 /// @param row_perm  row that takes the place of row i, or empty for A as it stands  [n], in
 /// @param graph     pattern of A + A^T of the permuted matrix, out
 /// @return status_overflow when the lists do not fit 32-bit positions, else status_ok
-int ladjun_velmora(const Pattern& full, View<const int> row_perm, Adjacency& graph);
+int ladjun_velmora(const Pattern& full, View<const int> row_perm, Adjacency& graph,
+                   int threads = 1);
 
 /// Transpose of a pattern; the rows come out ascending.
 /// @param ptr   row starts of the transpose   [n+1], out
 /// @param list  columns of the transpose      [nnz], out
-void kgtransp_str_ia_velmora(const Pattern& pattern, Vector<int>& ptr, Vector<int>& list);
+void kgtransp_str_ia_velmora(const Pattern& pattern, Vector<int>& ptr, Vector<int>& list,
+                             int threads = 1);
 
 /// Merges the rows of a pattern with those of its transpose and leaves out the diagonal.
 /// The columns of each row must ascend; repeats are dropped.
-int kg_diafree_adjnodia_velmora(const Pattern& pattern, Adjacency& graph);
+int kg_diafree_adjnodia_velmora(const Pattern& pattern, Adjacency& graph, int threads = 1);
 
 /// Puts row row_perm(i) of the pattern in the place of row i.
 void perm_str_velmora(const Pattern& pattern, View<const int> row_perm, Vector<int>& ia,

@@ -27,6 +27,7 @@ double dense_row_limit(int n);
 ///
 /// A vertex weighs as much as its members together.
 /// @param held  nodes that share no vertex with the others, by a mark  [n] or empty, in
-CompressedGraph compress_graph(const Adjacency& graph, const Vector<char>& held = {});
+CompressedGraph compress_graph(const Adjacency& graph, const Vector<char>& held = {},
+                               int threads = 1);
 
 }  // namespace vlm

@@ -20,6 +20,9 @@ struct Ordering {
   Vector<Range> ranges;
   int nparts = 1;  ///< leaf domains: ranges.size() - 1
   int nodes = 0;   ///< vertices that were ordered, fewer than n after compression; 0: n
+  /// Elimination tree and column counts where the ordering has found them on its way, by node: the
+  /// parent's node or 0, entries of the column.  Else empty.
+  Vector<int> parent, count;
 };
 
 /// A graph with the order that was found for it.

@@ -17,11 +17,13 @@ void write_tree(const OrderedPattern& pattern, View<const int> parent, View<cons
   Vector<int> place(n);
   for (int k = 1; k <= n; ++k) place[post(k) - 1] = k - 1;
   tree.parent.resize(n);
+  tree.count.resize(n);
   tree.work.resize(n);
   for (int k = 1; k <= n; ++k) {
     const int j = post(k);
     const double width = pattern.weight(j);
     tree.parent[k - 1] = parent(j) == 0 ? -1 : place[parent(j) - 1];
+    tree.count[k - 1] = count(j);
     tree.work[k - 1] = block_cost(width, count(j) - width).flops;
   }
 }

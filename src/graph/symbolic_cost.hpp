@@ -30,6 +30,7 @@ inline FactorCost block_cost(double width, double below) {
 /// The elimination tree of an order, by places from 0.
 struct EliminationTree {
   Vector<int> parent;   ///< [n] -1 for a root
+  Vector<int> count;    ///< [n] entries of the first column of the vertex at a place
   Vector<double> work;  ///< [n] operations of the vertex at a place
 };
 

@@ -73,7 +73,7 @@ class Dissector {
   void order_leaf(const Piece& piece, int first);
   Vector<int> partners_within(const Piece& piece, int size, Vector<int>& local) const;
   FactorCost postorder(Vector<int>& order, EliminationTree* tree) const;
-  FactorCost finish(Vector<int>& order, Vector<int>* domain, int& domains) const;
+  FactorCost finish(Dissection& found) const;
   Workspace& workspace() {
     Workspace& own = workspaces_[in_team_ ? omp_get_thread_num() : 0];
     if (own.local.empty()) own.local.assign(graph_.n, none);
@@ -119,7 +119,7 @@ Dissection Dissector::run() {
     cut_all(std::move(whole));
   }
   result.order = std::move(order_);
-  const FactorCost cost = finish(result.order, &result.domain, result.domains);
+  const FactorCost cost = finish(result);
   if (!poor_) return result;
   // Minimum degree for the whole as well.
   Vector<int> partners;
@@ -128,7 +128,7 @@ Dissection Dissector::run() {
   order_.resize(inner);
   order_leaf(whole_graph(), 0);
   plain.order = std::move(order_);
-  if (finish(plain.order, &plain.domain, plain.domains).flops < cost.flops) return plain;
+  if (finish(plain).flops < cost.flops) return plain;
   if (pairs_ != nullptr) pairs_->partner.swap(partners);
   return result;
 }
@@ -294,7 +294,8 @@ Vector<int> Dissector::partners_within(const Piece& piece, int size, Vector<int>
 
 // Completes the order by the held vertices, postorders the elimination before them, and finds the
 // domains in it.
-FactorCost Dissector::finish(Vector<int>& order, Vector<int>* domain, int& domains) const {
+FactorCost Dissector::finish(Dissection& found) const {
+  Vector<int>& order = found.order;
   for (int v = 0; v < graph_.n && !held_.empty(); ++v)
     if (held_[v] != 0) order.push_back(v);
   EliminationTree tree;
@@ -314,13 +315,13 @@ FactorCost Dissector::finish(Vector<int>& order, Vector<int>* domain, int& domai
   Vector<char> held(held_.empty() ? 0 : graph_.n);
   for (std::size_t k = 0; k < held.size(); ++k) held[k] = held_[single[k]];
   Vector<int> of_place;
-  domains = deal_out_domains(tree.parent, tree.work, held, goal_.domains, of_place);
-  domain->assign(graph_.n, 0);
+  found.domains = deal_out_domains(tree.parent, tree.work, held, goal_.domains, of_place);
+  found.domain.assign(graph_.n, 0);
   order.clear();
   order.reserve(graph_.n);
   const auto append = [&](int v, int d) {
     order.push_back(v);
-    (*domain)[v] = d;
+    found.domain[v] = d;
   };
   for (std::size_t k = 0; k < single.size(); ++k) {
     const int v = pairs_ == nullptr ? single[k] : lead[single[k]];
@@ -329,6 +330,7 @@ FactorCost Dissector::finish(Vector<int>& order, Vector<int>* domain, int& domai
   }
   // The ancestors of a held vertex are held: what is left is still a postorder.
   if (!held_.empty()) move_held_behind(order, held_, 0);
+  if (held_.empty() && pairs_ == nullptr) found.tree = std::move(tree);
   return cost;
 }
 

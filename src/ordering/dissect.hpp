@@ -6,14 +6,15 @@
 /// P. Amestoy (2000); separators from find_separator().
 ///
 /// Pieces are cut while a separator is expected to save more time in the factorization than it
-/// takes to find; minimum degree alone orders small graphs and forests.  Pieces go side by side, from
-/// a queue of the team.  The order depends on the graph only; the domains are subtrees of its
+/// takes to find; minimum degree alone orders small graphs and forests.  Pieces go side by side,
+/// from a queue of the team.  The order depends on the graph only; the domains are subtrees of its
 /// elimination (domains.hpp).
 #pragma once
 
 #include "base/memory.hpp"
 #include "graph/dissection_tuning.hpp"
 #include "graph/pairing.hpp"
+#include "graph/symbolic_cost.hpp"
 #include "graph/weighted_graph.hpp"
 
 namespace vlm {
@@ -30,6 +31,8 @@ struct Dissection {
   Vector<int> order;   ///< vertices in elimination order, postordered              [n]
   Vector<int> domain;  ///< domain of a vertex from 1; 0 for the separators above  [n]
   int domains = 0;     ///< domains found
+  /// Of the order.  Empty where vertices are paired or held back.
+  EliminationTree tree;
 };
 
 /// Dissects the graph into domains and orders them and the separators between them.

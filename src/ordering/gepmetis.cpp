@@ -42,6 +42,25 @@ Vector<char> held_vertices(const CompressedGraph& compressed, const Vector<char>
   return out;
 }
 
+// The tree of the nodes: those of a vertex form a chain.
+void write_tree(const CompressedGraph& compressed, const Dissection& found, Ordering& order) {
+  const int n = static_cast<int>(order.perm.size());
+  order.parent.resize(n);
+  order.count.resize(n);
+  const auto head = [&](int place) {
+    return compressed.nodes[compressed.first[found.order[place]]];
+  };
+  for (std::size_t k = 0; k < found.order.size(); ++k) {
+    const int v = found.order[k], end = compressed.first[v + 1];
+    int count = found.tree.count[k];
+    for (int m = compressed.first[v]; m < end; ++m) {
+      const int node = compressed.nodes[m], up = found.tree.parent[k];
+      order.parent[node - 1] = m + 1 < end ? compressed.nodes[m + 1] : up < 0 ? 0 : head(up);
+      order.count[node - 1] = count--;
+    }
+  }
+}
+
 bool has_dense_row(const Adjacency& graph) {
   const double limit = dense_row_limit(graph.n);
   for (int i = 0; i < graph.n; ++i)
@@ -54,11 +73,13 @@ bool has_dense_row(const Adjacency& graph) {
 void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, Ordering& order,
                       const Vector<char>& held) {
   const int n = graph.n;
+  order.parent.clear();
+  order.count.clear();
   if (graph.adjncy.empty()) {
     set_identity(order, n);
     return;
   }
-  const CompressedGraph compressed = compress_graph(graph, held);
+  const CompressedGraph compressed = compress_graph(graph, held, request.threads);
   const Dissection found =
       dissect(compressed.graph, goal_of(request), held_vertices(compressed, held));
   order.perm.clear();
@@ -74,6 +95,8 @@ void gepmetis_velmora(const Adjacency& graph, const DissectionRequest& request, 
   if (!held.empty())  // dense rows may be of either kind
     move_held_behind(order.perm, held, 1);
   write_ranges(found, group, order);
+  if (compressed.dense.empty() && held.empty() && graph.weight.empty())
+    write_tree(compressed, found, order);
   order.nodes = compressed.graph.n + static_cast<int>(compressed.dense.size());
 }
 

@@ -15,15 +15,15 @@
 namespace vlm {
 namespace {
 
-int build_adjacency(const OrderInput& input, bool symmetric, Adjacency& graph) {
+int build_adjacency(const OrderInput& input, const OrderOptions& options, Adjacency& graph) {
   const InputMatrix& matrix = input.matrix;
   const auto n = static_cast<std::size_t>(matrix.n);
   const Pattern pattern{matrix.n, View<const int>(matrix.ia, n + 1),
                         View<const int>(matrix.ja, static_cast<std::size_t>(matrix.nnz()))};
-  if (symmetric) return ladj_mod_velmora(pattern, graph);
+  if (options.symmetric) return ladj_mod_velmora(pattern, graph, options.threads);
   const View<const int> rows =
       input.row_perm != nullptr ? View<const int>(input.row_perm, n) : View<const int>();
-  return ladjun_velmora(pattern, rows, graph);
+  return ladjun_velmora(pattern, rows, graph, options.threads);
 }
 
 DissectionRequest dissection_request(const OrderOptions& options) {
@@ -122,7 +122,7 @@ int reorder1_velmora(const OrderInput& input, const OrderOptions& options, Order
   ordered.marked_columns.clear();
   {
     const Stopwatch watch(times.adjacency);
-    const int status = build_adjacency(input, options.symmetric, ordered.graph);
+    const int status = build_adjacency(input, options, ordered.graph);
     if (status != status_ok) return status;
   }
   const Stopwatch watch(times.order);

@@ -6,28 +6,36 @@
 #include <cstdlib>
 
 #include "base/memory.hpp"
+#include "base/work_team.hpp"
 #include "graph/starts.hpp"
 
 namespace vlm {
 namespace {
 
-int fine_grain_lists(Analysis& analysis) {
+int fine_grain_lists(Analysis& analysis, int threads) {
   UpdateLists& lists = analysis.updates;
   const int nsuper = analysis.nsuper;
   lists.scheme = Scheme::fine_grain;
   lists.start.assign(static_cast<std::size_t>(nsuper) + 1, 0);
-  for (int s = 1; s <= nsuper; ++s)
-    for_each_target(analysis, s, [&](int, int, int) { ++lists.start[s]; });
+  const int parts = threads_for(analysis.lindx.size(), threads);
+  side_by_side(parts, parts, [&](int t) {
+    const Slice slice(nsuper, t, parts);
+    for (int s = slice.begin + 1; s <= slice.end; ++s)
+      for_each_target(analysis, s, [&](int, int, int) { ++lists.start[s]; });
+  });
   if (!counts_to_starts(View<int>(lists.start))) return status_overflow;
   const std::size_t total = static_cast<std::size_t>(lists.start.back() - 1);
   lists.up.resize(total);
   lists.uplen.resize(total);
-  std::size_t k = 0;
-  for (int s = 1; s <= nsuper; ++s)
-    for_each_target(analysis, s, [&](int target, int rows, int) {
-      lists.up[k] = analysis.xsuper[target - 1];
-      lists.uplen[k++] = rows;
-    });
+  side_by_side(parts, parts, [&](int t) {
+    const Slice slice(nsuper, t, parts);
+    auto k = static_cast<std::size_t>(lists.start[slice.begin] - 1);
+    for (int s = slice.begin + 1; s <= slice.end; ++s)
+      for_each_target(analysis, s, [&](int target, int rows, int) {
+        lists.up[k] = analysis.xsuper[target - 1];
+        lists.uplen[k++] = rows;
+      });
+  });
   return status_ok;
 }
 
@@ -45,20 +53,22 @@ bool domains_are_independent(const Analysis& analysis) {
   return independent;
 }
 
-int two_level_lists(Analysis& analysis) {
+int two_level_lists(Analysis& analysis, int threads) {
   UpdateLists& lists = analysis.updates;
   const Vector<Range>& ranges = analysis.super_ranges;
   const int separator = ranges.back().first, columns = static_cast<int>(ranges.size());
   const std::size_t targets = static_cast<std::size_t>(analysis.nsuper) - separator + 1;
   lists.scheme = Scheme::two_level;
   lists.start.assign(targets * columns + 1, 0);
+  threads = threads_for(analysis.lindx.size(), threads);
   const auto for_each_hit = [&](auto visit) {
-    for (int d = 0; d < columns; ++d)
+    side_by_side(threads, columns, [&](int d) {
       for (int s = ranges[d].first; s <= ranges[d].last; ++s)
         for_each_target(analysis, s, [&](int target, int rows, int) {
           if (target >= separator)
             visit(static_cast<std::size_t>(target - separator) * columns + d, s, rows);
         });
+    });
   };
   for_each_hit([&](std::size_t place, int, int) { ++lists.start[place + 1]; });
   if (!counts_to_starts(View<int>(lists.start))) return status_overflow;
@@ -91,15 +101,16 @@ void sched_velmora(View<const int> sparent, View<int> queue) {
   }
 }
 
-int blkpre_velmora(bool use_domains, Analysis& analysis) {
+int blkpre_velmora(bool use_domains, Analysis& analysis, int threads) {
   analysis.divided = analysis.super_ranges.size() > 2 && domains_are_independent(analysis);
-  return analysis.divided && use_domains ? two_level_lists(analysis) : fine_grain_lists(analysis);
+  return analysis.divided && use_domains ? two_level_lists(analysis, threads)
+                                         : fine_grain_lists(analysis, threads);
 }
 
 int reorder3_velmora(const SymbolicOptions& options, Analysis& analysis) {
   analysis.queue.resize(static_cast<std::size_t>(analysis.nsuper));
   sched_velmora(View<const int>(analysis.sparent), View<int>(analysis.queue));
-  return blkpre_velmora(options.use_domains, analysis);
+  return blkpre_velmora(options.use_domains, analysis, options.threads);
 }
 
 }  // namespace vlm

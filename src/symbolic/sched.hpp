@@ -21,7 +21,7 @@ void sched_velmora(View<const int> sparent, View<int> queue);
 /// panel, and there by domain, the separators themselves being the last one: source panel and
 /// its number of rows from the target's on.
 /// @return status_ok, or status_overflow when a list does not fit 32-bit positions
-int blkpre_velmora(bool use_domains, Analysis& analysis);
+int blkpre_velmora(bool use_domains, Analysis& analysis, int threads = 1);
 
 /// Schedule for several threads: queue and update lists.
 /// @return as blkpre_velmora()

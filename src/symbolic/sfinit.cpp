@@ -65,6 +65,18 @@ void count_panels(const Partition& part, View<const int> colcnt, bool symmetric,
   figures.nnz_u = symmetric ? 1 : std::max<std::int64_t>(nnzu, 1);
 }
 
+/// The tree that the ordering has found, by position.
+void take_tree(Ordering& order, View<int> parent, View<int> colcnt) {
+  const View<const int> up(order.parent), count(order.count), perm(order.perm), invp(order.invp);
+  for (int i = 1; i <= static_cast<int>(parent.size()); ++i) {
+    const int node = perm(i);
+    parent(i) = up(node) == 0 ? 0 : invp(up(node));
+    colcnt(i) = count(node);
+  }
+  order.parent = {};
+  order.count = {};
+}
+
 /// Real operations of an elimination column by column: with r rows below the diagonal, r
 /// divisions, and r (r+1) for the lower triangle of the update or 2 r^2 for all of it.
 double count_operations(View<const int> colcnt, int eliminated, const SymbolicOptions& options) {
@@ -85,8 +97,10 @@ void sfinit_velmora(const SymbolicOptions& options, Analysis& analysis) {
   analysis.colcnt.resize(n);
   const View<int> parent(analysis.parent), colcnt(analysis.colcnt);
   const OrderedPattern pattern(analysis.graph, perm, invp);
-  etep_velmora(pattern, parent);
-  {
+  if (static_cast<int>(analysis.order.count.size()) == n) {
+    take_tree(analysis.order, parent, colcnt);
+  } else {
+    etep_velmora(pattern, parent);
     Vector<int> post(n);
     postorder(parent, {}, View<int>(post));
     lnnt_velmora(pattern, parent, View<const int>(post), colcnt);

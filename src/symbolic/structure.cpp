@@ -8,14 +8,18 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "base/carver.hpp"
 #include "base/memory.hpp"
-#include "graph/starts.hpp"
+#include "base/work_team.hpp"
 
 namespace vlm {
 
 namespace {
+
+// Each slice of the rows counts the entries of all columns.
+constexpr int most_slices = 8;
 
 /// The writable arrays of a Structure.
 struct Arrays {
@@ -80,15 +84,15 @@ struct Place {
   int row;  ///< negative for an entry that the symmetric storage holds below the diagonal
 };
 
-/// Calls visit(place, p) for each entry p of A.
+/// Calls visit(place, p) for each entry p of A in a slice of its rows.
 template <class Visit>
 void for_each_entry(const MapInput& input, const StructurePlan& plan, const Analysis& analysis,
-                    Visit visit) {
+                    const Slice& rows, Visit visit) {
   const InputMatrix& m = input.matrix;
   const View<const int> row_position(plan.row_position), invp(analysis.order.invp);
   const View<const int> snode(analysis.snode);
   const View<const int> ia(m.ia, m.n + 1), ja(m.ja, static_cast<std::size_t>(m.nnz()));
-  for (int i = 1; i <= m.n; ++i)
+  for (int i = rows.begin + 1; i <= rows.end; ++i)
     for (int p = ia(i); p < ia(i + 1); ++p) {
       const int r = row_position(i), c = invp(ja(p));
       if (input.symmetric)
@@ -101,23 +105,27 @@ void for_each_entry(const MapInput& input, const StructurePlan& plan, const Anal
 }
 
 /// Sorts the entries of A by the column of the factor that they land in; dst takes their rows.
-void distribute(const MapInput& input, const StructurePlan& plan, const Analysis& analysis,
+/// Each slice of the rows has its own places in every column.
+void distribute(const MapInput& input, StructurePlan& plan, const Analysis& analysis,
                 const Arrays& a) {
-  Vector<int> lower(plan.lower), upper(plan.upper);
-  const View<int> next_lower(lower), next_upper(upper);
-  for_each_entry(input, plan, analysis, [&](const Place& at, int p) {
-    const int k = at.in_u ? next_upper(at.column)++ : next_lower(at.column)++;
-    (at.in_u ? a.udst : a.ldst)(k) = at.row;
-    (at.in_u ? a.usrc : a.lsrc)(k) = p;
+  const int slices = static_cast<int>(plan.slices.size());
+  side_by_side(slices, slices, [&](int t) {
+    const View<int> next_lower(plan.slices[t].lower), next_upper(plan.slices[t].upper);
+    for_each_entry(input, plan, analysis, Slice(input.matrix.n, t, slices),
+                   [&](const Place& at, int p) {
+                     const int k = at.in_u ? next_upper(at.column)++ : next_lower(at.column)++;
+                     (at.in_u ? a.udst : a.ldst)(k) = at.row;
+                     (at.in_u ? a.usrc : a.lsrc)(k) = p;
+                   });
   });
 }
 
-/// Replaces the rows by positions in the panel.
-void place_entries(const Analysis& analysis, const Arrays& a) {
+/// Replaces the rows by positions in the panel, for the panels `from` to `to` - 1.
+void place_entries(const Analysis& analysis, const Arrays& a, int from, int to) {
   const View<const int> xsuper(analysis.xsuper), xlindx(analysis.xlindx), lindx(analysis.lindx);
   Vector<int> index_store(analysis.graph.n);
   const View<int> index(index_store);  // place of a row in the current panel's list, from 1
-  for (int s = 1; s <= analysis.nsuper; ++s) {
+  for (int s = from; s < to; ++s) {
     const int first = xsuper(s), next = xsuper(s + 1), width = next - first;
     const int rows = xlindx(s + 1) - xlindx(s), below = rows - width;
     for (int k = 0; k < rows; ++k) index(lindx(xlindx(s) + k)) = k + 1;
@@ -129,6 +137,44 @@ void place_entries(const Analysis& analysis, const Arrays& a) {
       }
       if (a.uptr.empty()) continue;
       for (int p = a.uptr(j); p < a.uptr(j + 1); ++p) a.udst(p) = u + index(a.udst(p));
+    }
+  }
+}
+
+/// The first panel of part `k` of `parts` with like numbers of rows and entries.
+int first_panel(const Analysis& analysis, const Arrays& a, int k, int parts) {
+  const View<const int> xsuper(analysis.xsuper), xlindx(analysis.xlindx);
+  const auto load = [&](int s) { return static_cast<std::int64_t>(xlindx(s)) + a.lptr(xsuper(s)); };
+  const int end = analysis.nsuper + 1;
+  const std::int64_t wanted = load(1) + (load(end) - load(1)) * k / parts;
+  int low = 1, high = end;
+  while (low < high) {
+    const int middle = low + (high - low) / 2;
+    (load(middle) < wanted ? low : high) = load(middle) < wanted ? middle + 1 : middle;
+  }
+  return low;
+}
+
+/// Counts the entries of each slice and column, and turns the counts into starts.
+void count_entries(const MapInput& input, const Analysis& analysis, int slices,
+                   StructurePlan& plan) {
+  const int n = analysis.graph.n;
+  plan.slices.resize(slices);
+  side_by_side(slices, slices, [&](int t) {
+    ColumnStarts& own = plan.slices[t];
+    own.lower.assign(n + 1, 0);
+    if (!input.symmetric) own.upper.assign(n + 1, 0);
+    for_each_entry(
+        input, plan, analysis, Slice(input.matrix.n, t, slices),
+        [&](const Place& at, int) { ++(at.in_u ? own.upper : own.lower)[at.column - 1]; });
+  });
+  for (Vector<int> ColumnStarts::*part : {&ColumnStarts::lower, &ColumnStarts::upper}) {
+    Vector<int>& starts = part == &ColumnStarts::lower ? plan.lower : plan.upper;
+    if (starts.empty()) continue;
+    int next = 1;
+    for (int j = 0; j <= n; ++j) {
+      starts[j] = next;
+      for (ColumnStarts& slice : plan.slices) next += std::exchange((slice.*part)[j], next);
     }
   }
 }
@@ -156,21 +202,19 @@ void measure_panels(Structure& out) {
 
 }  // namespace
 
-StructurePlan plan_structure(const MapInput& input, const Analysis& analysis) {
+StructurePlan plan_structure(const MapInput& input, const Analysis& analysis, int threads) {
   const std::size_t n = analysis.graph.n;
-  StructurePlan plan{row_positions(input, analysis), Vector<int>(n + 1, 0), {}};
+  StructurePlan plan{row_positions(input, analysis), Vector<int>(n + 1, 0), {}, {}};
   if (!input.symmetric) plan.upper.assign(n + 1, 0);
-  for_each_entry(input, plan, analysis,
-                 [&](const Place& at, int) { ++(at.in_u ? plan.upper : plan.lower)[at.column]; });
-  counts_to_starts(View<int>(plan.lower));
-  counts_to_starts(View<int>(plan.upper));
+  const auto entries = static_cast<std::size_t>(input.matrix.nnz());
+  count_entries(input, analysis, std::min(threads_for(entries, threads), most_slices), plan);
   Carver carver(nullptr, sizeof(Structure));
   carve(carver, analysis, plan);
   plan.bytes = carver.used();
   return plan;
 }
 
-Structure* build_structure(void* block, const MapInput& input, const StructurePlan& plan,
+Structure* build_structure(void* block, const MapInput& input, StructurePlan& plan,
                            const Analysis& analysis) {
   Carver carver(block, sizeof(Structure));
   const Arrays a = carve(carver, analysis, plan);
@@ -206,7 +250,11 @@ Structure* build_structure(void* block, const MapInput& input, const StructurePl
   keep(plan.lower, a.lptr);
   keep(plan.upper, a.uptr);
   distribute(input, plan, analysis, a);
-  place_entries(analysis, a);
+  const int parts = static_cast<int>(plan.slices.size());
+  side_by_side(parts, parts, [&](int t) {
+    place_entries(analysis, a, first_panel(analysis, a, t, parts),
+                  first_panel(analysis, a, t + 1, parts));
+  });
   out->lmap = {a.lptr, a.ldst, a.lsrc};
   out->umap = {a.uptr, a.udst, a.usrc};
   measure_panels(*out);

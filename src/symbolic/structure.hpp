@@ -69,19 +69,25 @@ struct MapInput {
   bool symmetric = true;          ///< upper triangle, and no U
 };
 
+/// Where the entries of a slice of the rows go next in each column of the factor.
+struct ColumnStarts {
+  Vector<int> lower, upper;  ///< [n+1]
+};
+
 /// How many entries land in each column of the factor, and from that the size of the block.
 struct StructurePlan {
-  Vector<int> row_position;  ///< [n] position of each row of A in the permuted matrix
-  Vector<int> lower, upper;  ///< [n+1] starts of the columns in the maps
+  Vector<int> row_position;     ///< [n] position of each row of A in the permuted matrix
+  Vector<int> lower, upper;     ///< [n+1] starts of the columns in the maps
+  Vector<ColumnStarts> slices;  ///< one for each thread; used up by build_structure()
   std::size_t bytes = 0;
 };
 
-/// First of two passes over the entries.
-StructurePlan plan_structure(const MapInput& input, const Analysis& analysis);
+/// First of two passes over the entries.  The map does not depend on the threads.
+StructurePlan plan_structure(const MapInput& input, const Analysis& analysis, int threads = 1);
 
 /// Writes the structure into a block of plan.bytes bytes, input map included.
 /// @return the record at the head of the block
-Structure* build_structure(void* block, const MapInput& input, const StructurePlan& plan,
+Structure* build_structure(void* block, const MapInput& input, StructurePlan& plan,
                            const Analysis& analysis);
 
 }  // namespace vlm

@@ -2,10 +2,12 @@
 #include "symbolic/symfct.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <limits>
 #include <numeric>
 
 #include "base/memory.hpp"
+#include "base/work_team.hpp"
 
 namespace vlm {
 
@@ -121,15 +123,141 @@ Vector<int> block_parents(const Analysis& analysis) {
   return store;
 }
 
+/// The walks that write the row lists.  The list of a block is built at its first panel; next is
+/// its free place, mark the last row appended.
+class RowWalks {
+ public:
+  explicit RowWalks(Analysis& analysis)
+      : analysis_(analysis),
+        n_(analysis.graph.n),
+        eliminated_(n_ - analysis.trailing),
+        xadj_(analysis.graph.xadj),
+        adjncy_(analysis.graph.adjncy),
+        perm_(analysis.order.perm),
+        invp_(analysis.order.invp),
+        xsuper_(analysis.xsuper),
+        snode_(analysis.snode),
+        lead_(analysis.lead),
+        xlindx_(analysis.xlindx),
+        lindx_(analysis.lindx),
+        parents_(block_parents(analysis)),
+        next_store_(analysis.nsuper),
+        mark_store_(analysis.nsuper, 0),
+        up_(parents_),
+        next_(next_store_),
+        mark_(mark_store_) {}
+
+  /// All rows in their sequence.
+  bool walk_all() {
+    start_lists();
+    for (int i = 1; i <= n_; ++i)
+      if (!walk_row(i, 1, n_)) return false;
+    return true;
+  }
+
+  /// The ranges of the order side by side, as far as the lists of their own panels, then the
+  /// separators.  False where a list contradicts the counts, and where two ranges are coupled.
+  bool walk_by_ranges(int threads) {
+    start_lists();
+    const Vector<Range>& ranges = analysis_.order.ranges;
+    const int domains = static_cast<int>(ranges.size()) - 1, tail = ranges.back().first;
+    Vector<char> good(domains, 1);
+    side_by_side(threads, domains, [&](int d) {
+      const Range& own = ranges[d];
+      for (int i = own.first; good[d] && i <= own.last; ++i)
+        good[d] = walk_row(i, 1, n_, own.first);
+      for (int i = tail; good[d] && i <= n_; ++i) good[d] = walk_row(i, own.first, own.last);
+    });
+    if (std::ranges::count(good, 0) > 0) return false;
+    return walk_separators(tail);
+  }
+
+  /// Every list is full.
+  bool complete() const {
+    for (int s = 1; s <= analysis_.nsuper; ++s)
+      if (lead_(s) == s && xsuper_(s) <= eliminated_ && next_(s) != xlindx_(s + 1)) return false;
+    return true;
+  }
+
+ private:
+  void start_lists() {
+    for (int s = 1; s <= analysis_.nsuper; ++s) {
+      next_(s) = xlindx_(s);
+      mark_(s) = 0;
+    }
+  }
+
+  bool append(int s, int i) {
+    if (next_(s) == xlindx_(s + 1)) return false;
+    lindx_(next_(s)++) = i;
+    mark_(s) = i;
+    return true;
+  }
+
+  // Row i into every panel on the paths from its neighbours in columns first to last up to its
+  // own, or out of those columns.  False: a list is full, or a neighbour comes before `least`.
+  bool walk_row(int i, int first, int last, int least = 1) {
+    const int node = perm_(i);
+    if (i >= first && i <= last) {
+      const int own = lead_(snode_(i));
+      if (i <= eliminated_ && !append(own, i)) return false;
+      mark_(own) = i;
+    }
+    const int end = std::min({i - 1, last, eliminated_});
+    for (int k = xadj_(node); k < xadj_(node + 1); ++k) {
+      const int j = invp_(adjncy_(k));
+      if (j > end || j < first) continue;
+      if (j < least || !climb(lead_(snode_(j)), i, last)) return false;
+    }
+    return true;
+  }
+
+  // From panel s upwards, within the columns up to `last`.
+  bool climb(int s, int i, int last) {
+    for (; mark_(s) != i && xsuper_(s) <= eliminated_; s = up_(s)) {
+      if (up_(s) == 0 || !append(s, i)) return false;
+      if (xsuper_(up_(s)) > last) break;
+    }
+    return true;
+  }
+
+  // The rows of the separators, which the ranges hand on at their topmost panels.
+  bool walk_separators(int tail) {
+    const auto tops = [&](auto visit) {
+      for (int s = 1; s <= analysis_.nsuper && xsuper_(s) < tail; ++s) {
+        if (lead_(s) != s || up_(s) == 0 || xsuper_(up_(s)) < tail) continue;
+        for (int p = next_(s); p-- > xlindx_(s) && lindx_(p) >= tail;) visit(lindx_(p), up_(s));
+      }
+    };
+    Vector<int> start_store(n_ - tail + 2, 0);
+    const View<int> start(start_store);  // by row
+    tops([&](int i, int) { ++start(i - tail + 2); });
+    for (int r = 2; r <= n_ - tail + 2; ++r) start(r) += start(r - 1);
+    Vector<int> panel(start_store.back());
+    tops([&](int i, int s) { panel[start(i - tail + 1)++] = s; });
+    for (int i = tail, k = 0; i <= n_; ++i) {
+      if (!walk_row(i, tail, n_)) return false;
+      for (; k < start(i - tail + 1); ++k)
+        if (!climb(panel[k], i, n_)) return false;
+    }
+    return true;
+  }
+
+  const Analysis& analysis_;
+  const int n_, eliminated_;  // nothing is eliminated in the trailing columns, where walks end
+  const View<const int> xadj_, adjncy_, perm_, invp_, xsuper_, snode_, lead_, xlindx_;
+  const View<int> lindx_;
+  const Vector<int> parents_;
+  Vector<int> next_store_, mark_store_;
+  const View<const int> up_;
+  const View<int> next_, mark_;
+};
+
 }  // namespace
 
-int symfct_velmora(Analysis& analysis) {
-  const int n = analysis.graph.n, nsuper = analysis.nsuper;
-  const View<const int> xadj(analysis.graph.xadj), adjncy(analysis.graph.adjncy);
-  const View<const int> perm(analysis.order.perm), invp(analysis.order.invp);
-  const View<const int> xsuper(analysis.xsuper), snode(analysis.snode), height(analysis.height);
-  const View<const int> lead(analysis.lead);
-
+int symfct_velmora(Analysis& analysis, int threads) {
+  const int nsuper = analysis.nsuper;
+  const View<const int> height(analysis.height), lead(analysis.lead);
   std::int64_t total = 0;
   for (int s = 1; s <= nsuper; ++s) total += height(s);
   if (total >= std::numeric_limits<int>::max()) return status_overflow;
@@ -139,37 +267,15 @@ int symfct_velmora(Analysis& analysis) {
   xlindx(1) = 1;
   for (int s = 1; s <= nsuper; ++s) xlindx(s + 1) = xlindx(s) + height(s);
 
-  // The list of a block is built at its first panel; next is its free place, mark the last
-  // row appended.
-  const Vector<int> parents = block_parents(analysis);
-  const View<const int> up(parents);
-  Vector<int> next_store(nsuper), mark_store(nsuper, 0);
-  const View<int> next(next_store), mark(mark_store);
-  for (int s = 1; s <= nsuper; ++s) next(s) = xlindx(s);
-  // Nothing is eliminated in the trailing columns, where the walks end.
-  const int eliminated = n - analysis.trailing;
-  for (int i = 1; i <= n; ++i) {
-    const int node = perm(i), own = lead(snode(i));
-    if (i <= eliminated) lindx(next(own)++) = i;
-    mark(own) = i;
-    for (int k = xadj(node); k < xadj(node + 1); ++k) {
-      const int j = invp(adjncy(k));
-      if (j >= i || j > eliminated) continue;
-      for (int s = lead(snode(j)); mark(s) != i && xsuper(s) <= eliminated; s = up(s)) {
-        if (next(s) == xlindx(s + 1) || up(s) == 0) return status_structure;
-        lindx(next(s)++) = i;
-        mark(s) = i;
-      }
-    }
-  }
+  RowWalks walks(analysis);
+  threads = analysis.order.nparts > 1 ? threads_for(static_cast<std::size_t>(total), threads) : 1;
+  if ((threads == 1 || !walks.walk_by_ranges(threads)) && !walks.walk_all())
+    return status_structure;
+  if (!walks.complete()) return status_structure;
   list_trailing_rows(analysis, xlindx, lindx);
-  for (int s = 1; s <= nsuper; ++s) {
-    if (lead(s) == s) {
-      if (xsuper(s) <= eliminated && next(s) != xlindx(s + 1)) return status_structure;
-    } else {  // a later piece has the end of its block's list
+  for (int s = 1; s <= nsuper; ++s)
+    if (lead(s) != s)  // a later piece has the end of its block's list
       std::copy(lindx.at(xlindx(s) - height(s)), lindx.at(xlindx(s)), lindx.at(xlindx(s)));
-    }
-  }
   return status_ok;
 }
 
@@ -190,18 +296,26 @@ int panel_pointers(bool symmetric, Analysis& analysis) {
   return status_ok;
 }
 
-void count_updates(Analysis& analysis) {
+void count_updates(Analysis& analysis, int threads) {
   const View<const int> xsuper(analysis.xsuper);
   analysis.nmod.assign(analysis.nsuper, 0);
   const View<int> nmod(analysis.nmod);
-  analysis.max_scaled = 0;
-  for (int s = 1; s <= analysis.nsuper; ++s) {
-    const std::int64_t width = xsuper(s + 1) - xsuper(s);
-    for_each_target(analysis, s, [&](int target, int, std::int64_t r) {
-      ++nmod(target);
-      analysis.max_scaled = std::max(analysis.max_scaled, r * width);
-    });
-  }
+  const int parts = threads_for(analysis.lindx.size(), threads);
+  Vector<std::int64_t> most(parts, 0);
+  side_by_side(parts, parts, [&](int t) {
+    const Slice slice(analysis.nsuper, t, parts);
+    for (int s = slice.begin + 1; s <= slice.end; ++s) {
+      const std::int64_t width = xsuper(s + 1) - xsuper(s);
+      for_each_target(analysis, s, [&](int target, int, std::int64_t r) {
+        if (parts > 1)
+          std::atomic_ref(nmod(target)).fetch_add(1, std::memory_order_relaxed);
+        else
+          ++nmod(target);
+        most[t] = std::max(most[t], r * width);
+      });
+    }
+  });
+  analysis.max_scaled = *std::ranges::max_element(most);
 }
 
 namespace {
@@ -244,11 +358,11 @@ void collect_path(Analysis& analysis) {
 int reorder2_velmora(const SymbolicOptions& options, Analysis& analysis) {
   relax_panels(options.panel, analysis);
   int status = panel_pointers(options.symmetric, analysis);
-  if (status == status_ok) status = symfct_velmora(analysis);
+  if (status == status_ok) status = symfct_velmora(analysis, options.threads);
   if (status != status_ok) return status;
   translate_ranges(analysis);
   collect_path(analysis);
-  count_updates(analysis);
+  count_updates(analysis, options.threads);
   return status_ok;
 }
 

@@ -31,15 +31,16 @@ void relax_panels(int panel, Analysis& analysis);
 /// Row lists of the panels, by walking the row subtrees of the panel tree: row i is appended
 /// to every panel on the paths from its neighbours up to its own, so the lists come out
 /// sorted.  Time proportional to the lists.
+/// @param threads  which take a range of the order each; the lists do not depend on them
 /// @return status_ok, or status_structure when a list contradicts the counts
-int symfct_velmora(Analysis& analysis);
+int symfct_velmora(Analysis& analysis, int threads = 1);
 
 /// Starts of the panels in the stores of L and U.
 /// @return status_ok, or status_overflow when positions inside a panel exceed 32 bits
 int panel_pointers(bool symmetric, Analysis& analysis);
 
 /// Panel updates: how many reach each panel, and the sizes of the largest.
-void count_updates(Analysis& analysis);
+void count_updates(Analysis& analysis, int threads = 1);
 
 /// Panels, row lists, starts, update counts, and the domains in panels.
 /// @return a Status

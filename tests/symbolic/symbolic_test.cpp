@@ -95,7 +95,7 @@ struct Symbolic {
     sfinit_velmora(options, analysis);
     status = reorder2_velmora(options, analysis);
     if (status != 0) return;
-    const StructurePlan plan = plan_structure(input, analysis);
+    StructurePlan plan = plan_structure(input, analysis);
     block.resize(plan.bytes);
     structure = build_structure(block.data(), input, plan, analysis);
   }
