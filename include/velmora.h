@@ -320,7 +320,7 @@
  *
  * Iterative solver, iparm(32) 1
  * -----------------------------
- * A multilevel incomplete LDL^T factorization preconditions SQMR (norv/ildlt.h, norv/solver.h).
+ * Multilevel incomplete LDL^T preconditions SQMR (norv/ildlt.h); of mtype 11 ILUC BiCGStab.
  * Phases 11 and 12 set it up; 22 again for new values of the pattern, with the order and scaling
  * that there are; 33 solves with it, a may have changed a little.  0 does nothing.  All read a, ia,
  * ja, dparm, and iparm(3), (6), (48).  x is the starting guess, or 0 where that is better.  Written:

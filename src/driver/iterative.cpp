@@ -43,7 +43,7 @@ bool has_preconditioner(void** pt) {
 
 InputMatrix matrix_of(const Call& call) { return {call.n, call.ia, call.ja, call.a}; }
 
-bool covers_type(int mtype) { return mtype == 2 || mtype == -2 || mtype == 6; }
+bool covers_type(int mtype) { return mtype == 2 || mtype == -2 || mtype == 6 || mtype == 11; }
 
 /// The entries of dparm that the solver reads, with the values that make sense.
 struct Bound {
@@ -81,6 +81,11 @@ NorvPars parameters_of(const Call& call) {
   pars.kappa = dparm(8);
   pars.non_improvement = static_cast<int>(dparm(9));
   pars.msglvl = call.msg;
+  if (call.mtype == 11) {
+    constexpr int bicgstab = 1, iluc = 9;
+    pars.method = bicgstab;
+    pars.precon = iluc;
+  }
   return pars;
 }
 
@@ -128,7 +133,9 @@ class ShiftedMatrix {
  public:
   explicit ShiftedMatrix(const Call& call)
       : A_(smat_new(static_cast<unsigned>(call.n), static_cast<unsigned>(call.n),
-                    matrix_type(call.mtype).nvals() == 2 ? NORV_CPX_SYM : NORV_REAL_SYM)) {
+                    call.mtype == 11                       ? NORV_REAL_UNSYM
+                    : matrix_type(call.mtype).nvals() == 2 ? NORV_CPX_SYM
+                                                           : NORV_REAL_SYM)) {
     const int nnz = call.ia[call.n] - 1;
     A_->nnz = static_cast<unsigned>(nnz);
     A_->ja = vlm::allocate<int>(static_cast<std::uint64_t>(nnz));

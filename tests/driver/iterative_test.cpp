@@ -53,9 +53,13 @@ class IterativeCaller : public Caller {
 };
 
 std::vector<Matrix> systems() {
-  return {shifted_laplacian(14, 1.3, true, 3), random_indefinite(300, 0.02, 0.0, 4),
-          random_indefinite(300, 0.02, 0.3, 5), helmholtz(14, 4.0, true, 6),
-          random_indefinite(200, 0.03, 0.0, 7, 6)};
+  return {shifted_laplacian(14, 1.3, true, 3),
+          random_indefinite(300, 0.02, 0.0, 4),
+          random_indefinite(300, 0.02, 0.3, 5),
+          helmholtz(14, 4.0, true, 6),
+          random_indefinite(200, 0.03, 0.0, 7, 6),
+          convection_diffusion(14, 2.0, 8),
+          badly_scaled(200, 2, 9)};
 }
 
 TEST(Iterative, EveryPhaseSolves) {
@@ -105,7 +109,7 @@ TEST(Iterative, NothingDropped) {
     c.dparm[4] = c.dparm[5] = c.dparm[6] = 0;
     c.dparm[7] = 100;  // rows are postponed to further levels
     ASSERT_EQ(c.run(13), 0);
-    EXPECT_EQ(c.dparm[34], 0);
+    EXPECT_LE(c.dparm[34], m.mtype == 11 ? 1 : 0);  // BiCGStab has to take it in a step
     EXPECT_LT(c.relative_residual(c.b, c.x), 1e-9);
     if (m.mtype != -2) continue;
     const Inertia inertia = dense_inertia(to_dense(m));
@@ -204,7 +208,7 @@ TEST(Iterative, FailuresLeaveTheHandleUsable) {
   NorvLog log(0);
   const Matrix m = shifted_laplacian(14, 1.3, true, 3);
   const Failure failures[] = {
-      {"type", [](auto& c) { c.mtype = 11; }, 11, -1, "does not cover matrix type 11"},
+      {"type", [](auto& c) { c.mtype = 13; }, 11, -1, "does not cover matrix type 13"},
       {"type", [](auto& c) { c.mtype = -4; }, 12, -1, "does not cover matrix type -4"},
       {"dparm", [](auto& c) { c.dparm[0] = NAN; }, 33, -1, "dparam(1) is out of bounds"},
       {"dparm", [](auto& c) { c.dparm[3] = 1e10; }, 13, -1, "dparam(4) is out of bounds"},
@@ -365,8 +369,9 @@ TEST(Iterative, ScalarInterface) {
   refused("Solver type unfeasible for scalar iterative solver.");
   pars.precon = 1;  // the diagonal
   EXPECT_LE(phase(13), 0);
-  pars.precon = 9;
-  EXPECT_EQ(phase(12), 3);  // not in this version
+  pars.precon = 9;  // wants both triangles; a setup that fails ends phase 22 alone
+  EXPECT_EQ(phase(12), 0);
+  EXPECT_EQ(phase(22), 3);
   pars.precon = 0;
   pars.maxiter = 400;
   EXPECT_EQ(phase(33), phase(13));  // without a preconditioner

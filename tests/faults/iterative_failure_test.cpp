@@ -27,7 +27,8 @@ void prepare(Caller& c, const Matrix& m) {
 
 TEST(IterativeFailure, EveryAllocationFailsOnce) {
   NorvLog log(0);
-  for (const Matrix& m : {shifted_laplacian(14, 1.3, true, 3), helmholtz(14, 4.0, true, 6)}) {
+  for (const Matrix& m : {shifted_laplacian(14, 1.3, true, 3), helmholtz(14, 4.0, true, 6),
+                          badly_scaled(120, 2, 9)}) {
     SCOPED_TRACE(m.name);
     {
       Caller c(m.mtype, m.ia, m.ja, m.a);

@@ -8,8 +8,9 @@
 
 #include "NORV/corelib/vec_common.hpp"
 #include "NORV/precons/ildlt_params.hpp"
+#include "NORV/solvers/krylov.hpp"
+#include "norv/classes.h"
 #include "norv/ildlt.h"
-#include "norv/solver.h"
 
 namespace vlm {
 namespace {
@@ -78,9 +79,9 @@ precon* make_precon(const NorvPars& p, int is_complex) {
     case code_augblock:
       return precon_new_by_name("AUGBLOCK");
     case code_ilut:
-      return precon_new_by_name("ILUT");
+      return precon_ilut_create_param(p.drop_tol, static_cast<int>(p.max_fill));
     case code_iluc:
-      return precon_new_by_name("ILUC");
+      return precon_iluc_create_param(p.drop_tol, p.max_fill, 0, 1);
     default:
       return precon_new_by_name("MPS_DIAG");
   }
@@ -179,27 +180,73 @@ bool set_up(precon*& M, const IterativeCall& call, const IterativeResults& resul
     }
   }
   if (code == code_mildlt) tell_factor(M, call, results);
+  if (code == code_ilut || code == code_iluc) {
+    store(results.perturbed, M->nperturbed);
+    store(results.nnz, M->nnz);
+  }
   return true;
+}
+
+/// A guess whose residual is larger than b, or no number, gives way to 0.
+void drop_bad_guess(const smat* A, vec* x, const vec* b) {
+  const ScratchVec r = scratch_like(b);
+  smat_calc_residual(r.get(), A, x, b);
+  if (!(vec_euclid_norm(r.get()) <= vec_euclid_norm(b))) vec_clear(x);
+}
+
+/// How a method ended, as a caller of velmora() is told; others learn it of SQMR alone.
+int status_of(KrylovEnd end) {
+  switch (end) {
+    case KrylovEnd::solved:
+      return NORV_SQMR_OK;
+    case KrylovEnd::limit:
+      return NORV_SQMR_LIMIT;
+    case KrylovEnd::stagnation:
+      return NORV_SQMR_STAGNATION;
+    default:
+      return NORV_SQMR_RHO_ZERO;
+  }
 }
 
 /// The solve by its method.  @return iterations, or -1 for a method that can't be had
 int run_method(precon* M, const IterativeCall& call, vec* x, vec* xbest, const vec* b,
                int* status) {
   NorvPars& p = *call.pars;
-  static constexpr const char* names[] = {"PCG", "BICGSTAB", "GMRES", "GMRESDR", "QMR", "SQMR"};
-  if (p.method < 0 || p.method > 5) {
+  constexpr int method_bicgstab = 1, method_sqmr = 5;
+  if (p.method < 0 || p.method > method_sqmr) {
     refuse("Solver type unfeasible for scalar iterative solver.");
     return -1;
   }
-  if (p.method == 1) p.non_improvement = 20000;
-  if (p.method != 5) {
-    if (running_scope() != nullptr)
-      bad_options(1, "Solver %s is not available in this version.", names[p.method]);
-    _norv_print_error_msg("Solver %s is not available in this version.", names[p.method]);
-    return -1;
+  if (p.method == method_bicgstab) p.non_improvement = 20000;
+  if (p.method == method_sqmr)
+    return solve_sqmr_param(p.epsilon, call.A, x, xbest, b, M, p.maxiter, p.non_improvement, status,
+                            p.stop_crit, nullptr);
+  constexpr KrylovResult (*methods[])(const KrylovProblem&) = {pcg, bicgstab, gmres, gmres_deflated,
+                                                               qmr};
+  if (running_scope() != nullptr) drop_bad_guess(call.A, x, b);
+  const KrylovResult result =
+      methods[p.method]({p.epsilon, call.A, x, xbest, b, M, p.maxiter, p.non_improvement,
+                         p.stop_crit, nullptr, p.restart});
+  if (running_scope() != nullptr) *status = status_of(result.end);
+  return result.iterations;
+}
+
+/// Bytes of a method's vectors for a system of n unknowns.
+double method_memory(const NorvPars& p, double n) {
+  const double r = p.restart;
+  switch (p.method) {
+    case 0:
+      return 32 * n + 160;
+    case 1:
+      return 72 * n + 272;
+    case 2:
+    case 3:
+      return r * (8 * r + 8) + (r + 1) * (8 * n + 16) + 40 * n + 192;
+    case 4:
+      return 112 * n + 400;
+    default:
+      return 64 * n + 304;
   }
-  return solve_sqmr_param(p.epsilon, call.A, x, xbest, b, M, p.maxiter, p.non_improvement, status,
-                          p.stop_crit, nullptr);
 }
 
 /// ||b - A x|| / ||b||, or ||b - A x|| for b = 0.
@@ -241,10 +288,9 @@ int solve(precon* M, const IterativeCall& call, const IterativeResults& results)
   }
   if (call.solution_in_b) vec_copy(b, xbest);
   vec_release(xbest);
-  // Bytes of the vectors, of which SQMR has eight.
-  constexpr double frame = 32.0, frame_records = 64.0, sqmr = 64.0, sqmr_records = 304.0;
+  constexpr double frame = 32.0, frame_records = 64.0;  // bytes: the call's own vectors
   if (results.info != nullptr)
-    results.info->memory = ((frame + sqmr) * n + frame_records + sqmr_records) / 1024;
+    results.info->memory = (frame * n + frame_records + method_memory(pars, n)) / 1024;
   return status;
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstring>
 
+#include "norv/classes.h"
 #include "norv/ildlt.h"
 
 namespace {
@@ -26,12 +27,12 @@ constexpr Row preconditioners[] = {
     {"CP_DIRECT", nullptr},
     {"SPAINDIAG", nullptr},
     {"SPAIONE", nullptr},
-    {"ILUT", nullptr},
-    {"ILU0", nullptr},
-    {"ILUC", nullptr},
+    {"ILUT", precon_ilut_create},
+    {"ILU0", precon_ilu0_create},
+    {"ILUC", precon_iluc_create},
     {"LU", precon_lu_create},
     {"DIAG", precon_diag_create},
-    {"SOR", nullptr},
+    {"SOR", precon_sor_create},
     {"AML", nullptr},
     {"AMG", nullptr},
     {"BLOCKLU", nullptr},
@@ -48,7 +49,7 @@ constexpr Row preconditioners[] = {
     {"BAINV", nullptr},
     {"SCHILDERS", nullptr},
     {"SMAGGR", nullptr},
-    {"MPS_DIAG", nullptr},
+    {"MPS_DIAG", precon_mps_diag_create},
 };
 
 using Apply = vec* (*)(vec*, precon*, const vec*);

@@ -50,11 +50,18 @@ bool fits(const std::string& method, const std::string& M, const Problem& p) {
       method == "PCG" || method == "PCG2" || method == "MINRES" || method == "SYMMLQ";
   const bool definite = p.kind == Class::definite || p.kind == Class::hermitian_definite;
   if (M == "ICHOL") return p.kind == Class::definite;
+  const std::string unsymmetric = " ILUT ILU0 ILUC SOR ";
+  if (unsymmetric.find(" " + M + " ") != std::string::npos)
+    return !needs_definite && !p.matrix.triangle() && p.kind != Class::hermitian;
+  if (M == "MPS_DIAG") return !needs_definite || p.kind == Class::definite;
   if (M == "DIAG") return !needs_definite || definite;
   if (M == "LU")
     return method != "QMR" && p.kind != Class::hermitian && p.kind != Class::hermitian_definite;
   return true;
 }
+
+constexpr const char* precons[] = {"DUMMY", "DIAG", "ICHOL", "LU",      "ILUT",
+                                   "ILU0",  "ILUC", "SOR",   "MPS_DIAG"};
 
 class EveryMethod : public testing::TestWithParam<const char*> {};
 
@@ -67,7 +74,7 @@ TEST_P(EveryMethod, SolvesWithWhatItFits) {
     const Smat A = to_smat(p.matrix);
     const bool cpx = p.matrix.complex();
     const Vec b = filled(A->m, cpx, 1);
-    for (const char* name : {"DUMMY", "DIAG", "ICHOL", "LU"}) {
+    for (const char* name : precons) {
       if (!fits(method, name, p)) continue;
       SCOPED_TRACE(std::string(p.name) + " " + name);
       const Precon M = prepared(name, A.get());
