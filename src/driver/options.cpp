@@ -62,7 +62,7 @@ void accept_analysis_options(const Call& call, Options& options) {
       iparm(2) < 0 || iparm(2) > 2 ? OrderMethod::dissection : static_cast<OrderMethod>(iparm(2));
   options.user_order = iparm(5) > 0;
   const bool crowded = options.threads > 4;
-  options.panel = type.symmetric ? (crowded ? 64 : 128) : (crowded ? 112 : 128);
+  options.panel = type.symmetric ? (crowded ? 64 : 80) : (crowded ? 112 : 128);
   if (iparm(30) > 1) options.panel = std::min(iparm(30), widest_panel);
 }
 

@@ -33,7 +33,7 @@ struct Options {
   int matching = 0;         ///< iparm(13) where matching applies
   bool scaled = false;      ///< values are scaled while the panels are loaded
   int schur = 0;            ///< n - iparm(38) when iparm(38) is in range
-  int panel = 128;          ///< width limit of a panel
+  int panel = 80;           ///< width limit of a panel
 
   // read in every call, unless iparm(1) is 0
   bool transpose = false;

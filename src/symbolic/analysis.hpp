@@ -19,7 +19,7 @@ namespace vlm {
 struct SymbolicOptions {
   bool symmetric = true;  ///< the factor holds no U
   bool complex = false;
-  int panel = 128;           ///< width limit of a panel
+  int panel = 80;            ///< width limit of a panel
   int threads = 1;           ///< more than one: the factor gets lists for threads
   bool use_domains = false;  ///< threads take a domain each, where the order has some
 };

@@ -25,11 +25,11 @@ std::vector<Matrix> one_of_each() {
 /// No matching, so that the factor is that of A itself.
 void plain(Session& s) { s.iparm(11) = s.iparm(13) = 0; }
 
-constexpr int panel_width = 128;
+int panel_width(const Matrix& m) { return m.triangle() ? 80 : 128; }
 
 std::int64_t counted_nonzeros(const Matrix& m, const std::vector<int>& perm) {
   const SymbolicReference ref = eliminate(m, perm);
-  const SupernodeReference super = supernodes(ref, panel_width);
+  const SupernodeReference super = supernodes(ref, panel_width(m));
   const std::int64_t u =
       m.triangle() ? 1 : std::max<std::int64_t>(1, rectangle_entries(ref, super));
   return panel_entries(ref, super) + u;
