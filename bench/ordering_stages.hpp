@@ -11,4 +11,12 @@ namespace vlm {
 /// milliseconds, the analysis with the least sum of three.
 void print_stages(const std::vector<std::string>& problems);
 
+/// Dissections on one thread, and what their pieces would take on several: the longest path of
+/// pieces, loops of the large ones being shared, or the even share of all, whichever is more.
+/// Compression and what comes behind the pieces count as on one thread.
+void print_paths(const std::vector<std::string>& problems);
+
+/// Minimum degree beside AMD, where its library is there.  The graphs are not compressed.
+void print_degrees(const std::vector<std::string>& problems);
+
 }  // namespace vlm
