@@ -333,7 +333,7 @@ int compare_all(int count, char** problems) {
   Means means;
   for (int k = 0; k < count; ++k) {
     try {
-      compare_with_nodend(bench::load(problems[k], 0).matrix, means);
+      compare_with_nodend(named_matrix(problems[k]), means);
     } catch (const std::runtime_error& failure) {
       return std::fprintf(stderr, "%s\n", failure.what()), 1;
     }

@@ -102,12 +102,18 @@ double longest_path(const DissectionTrace& trace) {
 
 }  // namespace
 
+gallery::Matrix named_matrix(const std::string& problem) {
+  gallery::Matrix m = bench::load(problem, 0).matrix;
+  if (m.name.empty()) m.name = problem.substr(problem.rfind('/') + 1);
+  return m;
+}
+
 void print_paths(const std::vector<std::string>& problems) {
   std::printf(
       "| matrix | threads | compression | pieces | longest path | pieces on the threads | tree, "
       "counts, domains | sum | speed-up |\n|---|---|---|---|---|---|---|---|---|\n");
   for (const std::string& name : problems) {
-    const gallery::Matrix m = bench::load(name, 0).matrix;
+    const gallery::Matrix m = named_matrix(name);
     const Adjacency graph = adjacency_of(m);
     for (const int threads : {1, 2, 4, 8, 16}) {
       double start = timer_velmora();
@@ -132,7 +138,7 @@ void print_degrees(const std::vector<std::string>& problems) {
   std::printf("| matrix | n | minimum degree ms | operations |%s\n|---|---|---|---|%s\n",
               has_amd ? " AMD ms | operations | ratio |" : "", has_amd ? "---|---|---|" : "");
   for (const std::string& name : problems) {
-    const gallery::Matrix m = bench::load(name, 0).matrix;
+    const gallery::Matrix m = named_matrix(name);
     const WeightedGraph graph = weighted_graph(adjacency_of(m));
     double own = 1e300, peer = 1e300;
     Vector<int> order, peer_order(graph.n);
@@ -160,7 +166,7 @@ void print_stages(const std::vector<std::string>& problems) {
       "| matrix | threads | adjacency | order | tree, counts | panels, rows | lists | input map | "
       "sum |\n|---|---|---|---|---|---|---|---|---|\n");
   for (const std::string& name : problems) {
-    const gallery::Matrix m = bench::load(name, 0).matrix;
+    const gallery::Matrix m = named_matrix(name);
     for (const int threads : {1, 2}) {
       Stages least;
       for (int run = 0; run < 3; ++run) {

@@ -5,7 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "gallery/gallery.hpp"
+
 namespace vlm {
+
+/// A problem by its class and size or by its file, named for a table.
+gallery::Matrix named_matrix(const std::string& problem);
 
 /// Wall clock of each stage of whole analyses without matching, on one and on two threads,
 /// milliseconds, the analysis with the least sum of three.
