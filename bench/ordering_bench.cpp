@@ -3,6 +3,8 @@
 //
 //   ordering_bench --nodend [PROBLEM...]   orders and analyses beside METIS_NodeND
 //   ordering_bench --stages PROBLEM...     the stages of analyses, one and two threads
+//   ordering_bench --path PROBLEM...       computed times of orders on up to 16 threads
+//   ordering_bench --degree PROBLEM...     minimum degree beside AMD
 //   ordering_bench --separators            seconds of separators and of minimum degree
 //   ordering_bench --operations            operations a second of the factorization
 //   ordering_bench --savings               operations that a level of separators saves
@@ -331,7 +333,7 @@ int compare_all(int count, char** problems) {
   Means means;
   for (int k = 0; k < count; ++k) {
     try {
-      compare_with_nodend(bench::load(problems[k], 0).matrix, means);
+      compare_with_nodend(named_matrix(problems[k]), means);
     } catch (const std::runtime_error& failure) {
       return std::fprintf(stderr, "%s\n", failure.what()), 1;
     }
@@ -353,14 +355,20 @@ bool scale(DissectionTuning& tuning, const std::string& name, double by) {
       {"seconds_per_flop", &T::seconds_per_flop},
       {"saved_cubes", &T::saved_cubes},
       {"unlike_sides", &T::unlike_sides},
+      {"trial_share", &T::trial_share},
       {"band_share", &T::band_share},
       {"promising_layer", &T::promising_layer},
       {"hopeless_layer", &T::hopeless_layer}};
-  const std::pair<const char*, int T::*> counts[] = {
-      {"least_piece", &T::least_piece},     {"coarse_enough", &T::coarse_enough},
-      {"first_cluster", &T::first_cluster}, {"cluster_size", &T::cluster_size},
-      {"attempts", &T::attempts},           {"passes", &T::passes},
-      {"idle_moves", &T::idle_moves},       {"band_layers", &T::band_layers}};
+  const std::pair<const char*, int T::*> counts[] = {{"least_piece", &T::least_piece},
+                                                     {"coarse_enough", &T::coarse_enough},
+                                                     {"first_cluster", &T::first_cluster},
+                                                     {"cluster_size", &T::cluster_size},
+                                                     {"attempts", &T::attempts},
+                                                     {"passes", &T::passes},
+                                                     {"trials", &T::trials},
+                                                     {"least_trials", &T::least_trials},
+                                                     {"idle_moves", &T::idle_moves},
+                                                     {"band_layers", &T::band_layers}};
   for (const auto& [figure, member] : reals)
     if (name == figure) return tuning.*member *= by, true;
   for (const auto& [figure, member] : counts)
@@ -394,13 +402,16 @@ int main(int argc, char** argv) {
   const std::string what = argc > 1 ? argv[1] : "";
   if (what == "--nodend") return vlm::compare_all(argc - 2, argv + 2);
   if (what == "--stages") return vlm::print_stages({argv + 2, argv + argc}), 0;
+  if (what == "--path") return vlm::print_paths({argv + 2, argv + argc}), 0;
+  if (what == "--degree") return vlm::print_degrees({argv + 2, argv + argc}), 0;
   if (what == "--separators") return vlm::measure_separators(), 0;
   if (what == "--operations") return vlm::measure_operations(), 0;
   if (what == "--savings") return vlm::measure_savings(), 0;
   if (what == "--pairs") return vlm::measure_pairs(), 0;
   if (what == "--vary" && argc > 2) return vlm::vary(argv[2]);
   std::fprintf(stderr,
-               "ordering_bench --nodend [PROBLEM...] | --stages PROBLEM... | --separators | "
+               "ordering_bench --nodend [PROBLEM...] | --stages PROBLEM... | --path PROBLEM... | "
+               "--degree PROBLEM... | --separators | "
                "--operations | --savings | "
                "--pairs | --vary FIGURE\n");
   return 1;

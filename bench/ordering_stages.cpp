@@ -8,8 +8,15 @@
 #include <string>
 #include <vector>
 
+#ifdef BENCH_HAS_AMD
+#include <amd.h>
+#endif
+
 #include "base/clock.hpp"
 #include "graph/compress.hpp"
+#include "graph/symbolic_cost.hpp"
+#include "ordering/amd.hpp"
+#include "ordering/dissect.hpp"
 #include "ordering/reorder1.hpp"
 #include "problem.hpp"
 #include "symbolic/sched.hpp"
@@ -19,6 +26,16 @@
 
 namespace vlm {
 namespace {
+
+#ifdef BENCH_HAS_AMD
+constexpr bool has_amd = true;
+void order_by_amd(const WeightedGraph& graph, Vector<int>& order) {
+  amd_order(graph.n, graph.ptr.data(), graph.adj.data(), order.data(), nullptr, nullptr);
+}
+#else
+constexpr bool has_amd = false;
+void order_by_amd(const WeightedGraph&, Vector<int>&) {}
+#endif
 
 enum Step { adjacency, order, counts, panels, lists, map, steps };
 
@@ -64,14 +81,92 @@ Stages analyse(const gallery::Matrix& m, int threads) {
   return out;
 }
 
+Adjacency adjacency_of(const gallery::Matrix& m) {
+  Adjacency graph;
+  const Pattern pattern{m.n, View<const int>(m.ia), View<const int>(m.ja)};
+  m.triangle() ? ladj_mod_velmora(pattern, graph) : ladjun_velmora(pattern, {}, graph);
+  return graph;
+}
+
+/// The longest way from the whole graph to a leaf, loops being shared.
+double longest_path(const DissectionTrace& trace) {
+  std::vector<double> end(trace.pieces.size());
+  double longest = 0;
+  for (std::size_t k = 0; k < end.size(); ++k) {  // parents come first
+    const DissectionTrace::Piece& piece = trace.pieces[k];
+    end[k] = piece.shared + (piece.parent < 0 ? 0 : end[piece.parent]);
+    longest = std::max(longest, end[k]);
+  }
+  return longest;
+}
+
 }  // namespace
+
+gallery::Matrix named_matrix(const std::string& problem) {
+  gallery::Matrix m = bench::load(problem, 0).matrix;
+  if (m.name.empty()) m.name = problem.substr(problem.rfind('/') + 1);
+  return m;
+}
+
+void print_paths(const std::vector<std::string>& problems) {
+  std::printf(
+      "| matrix | threads | compression | pieces | longest path | pieces on the threads | tree, "
+      "counts, domains | sum | speed-up |\n|---|---|---|---|---|---|---|---|---|\n");
+  for (const std::string& name : problems) {
+    const gallery::Matrix m = named_matrix(name);
+    const Adjacency graph = adjacency_of(m);
+    for (const int threads : {1, 2, 4, 8, 16}) {
+      double start = timer_velmora();
+      const CompressedGraph compressed = compress_graph(graph);
+      const double compression = timer_velmora() - start;
+      DissectionTrace trace;
+      trace.threads = threads;
+      dissect(compressed.graph, {.domains = threads, .trace = &trace});
+      double work = 0;
+      for (const DissectionTrace::Piece& piece : trace.pieces) work += piece.seconds;
+      const double path = longest_path(trace), pieces = std::max(path, work / threads);
+      const double one = compression + work + trace.rest, sum = compression + pieces + trace.rest;
+      std::printf("| %s | %d | %.3g | %.3g | %.3g | %.3g | %.3g | %.3g ms | %.2f |\n",
+                  m.name.c_str(), threads, compression * 1e3, work * 1e3, path * 1e3, pieces * 1e3,
+                  trace.rest * 1e3, sum * 1e3, one / sum);
+      std::fflush(stdout);
+    }
+  }
+}
+
+void print_degrees(const std::vector<std::string>& problems) {
+  std::printf("| matrix | n | minimum degree ms | operations |%s\n|---|---|---|---|%s\n",
+              has_amd ? " AMD ms | operations | ratio |" : "", has_amd ? "---|---|---|" : "");
+  for (const std::string& name : problems) {
+    const gallery::Matrix m = named_matrix(name);
+    const WeightedGraph graph = weighted_graph(adjacency_of(m));
+    double own = 1e300, peer = 1e300;
+    Vector<int> order, peer_order(graph.n);
+    for (int run = 0; run < 5; ++run) {
+      order.clear();
+      double start = timer_velmora();
+      approximate_minimum_degree(graph, 0, order);
+      own = std::min(own, timer_velmora() - start);
+      start = timer_velmora();
+      order_by_amd(graph, peer_order);
+      peer = std::min(peer, timer_velmora() - start);
+    }
+    const double flops = postorder_and_cost(graph, order).flops;
+    std::printf("| %s | %d | %.3g | %.3g |", m.name.c_str(), m.n, own * 1e3, flops);
+    if (has_amd)
+      std::printf(" %.3g | %.3g | %.2f |", peer * 1e3, postorder_and_cost(graph, peer_order).flops,
+                  own / peer);
+    std::printf("\n");
+    std::fflush(stdout);
+  }
+}
 
 void print_stages(const std::vector<std::string>& problems) {
   std::printf(
       "| matrix | threads | adjacency | order | tree, counts | panels, rows | lists | input map | "
       "sum |\n|---|---|---|---|---|---|---|---|---|\n");
   for (const std::string& name : problems) {
-    const gallery::Matrix m = bench::load(name, 0).matrix;
+    const gallery::Matrix m = named_matrix(name);
     for (const int threads : {1, 2}) {
       Stages least;
       for (int run = 0; run < 3; ++run) {

@@ -25,6 +25,9 @@ struct DissectionTuning {
   /// Part of the vertices above which the first separator is no better than none: minimum degree
   /// then orders the whole as well, and the cheaper order counts.
   double poor_separator = 1.0 / 8;
+  /// The first separator against the power 2/3 of the vertices, from which on no dissection is
+  /// tried: three times what a plane of a cube has.
+  double hopeless_separator = 3;
   /// Square of a separator against the vertices, up to which a graph counts as flat: the
   /// separators of its pieces shrink with the square root of their vertices, others with the power
   /// 2/3.

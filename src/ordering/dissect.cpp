@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "base/backoff.hpp"
+#include "base/clock.hpp"
 #include "base/memory.hpp"
 #include "base/work_team.hpp"
 #include "graph/ordering.hpp"
@@ -33,6 +34,8 @@ struct Task {
   int first = 0;         // its places in the order begin there
   double separator = 0;  // weight that its separator is expected to have; 0: unknown
   bool layered = true;   // layers may be good separators
+  int parent = none;     // number in the trace
+  int depth = 0;
 };
 
 // What a thread works with.
@@ -65,6 +68,7 @@ class Dissector {
   Piece whole_graph();
   void cut_all(Piece whole);
   void dissect_piece(Task task);
+  int note(const Task& task, double start, double saved) const;
   void leave(Task task);
   std::unique_ptr<Task> largest_waiting(bool& finished);
   void work();
@@ -119,7 +123,9 @@ Dissection Dissector::run() {
     cut_all(std::move(whole));
   }
   result.order = std::move(order_);
+  const double start = timer_velmora();
   const FactorCost cost = finish(result);
+  if (goal_.trace != nullptr) goal_.trace->rest = timer_velmora() - start;
   if (!poor_) return result;
   // Minimum degree for the whole as well.
   Vector<int> partners;
@@ -199,13 +205,27 @@ void Dissector::work() {
   }
 }
 
+// Notes how long a piece took; its number in the trace.
+int Dissector::note(const Task& task, double start, double saved) const {
+  if (goal_.trace == nullptr || goal_.threads > 1) return none;
+  const double seconds = timer_velmora() - start;
+  goal_.trace->pieces.push_back({task.parent, seconds, seconds - (team_.saved() - saved)});
+  return static_cast<int>(goal_.trace->pieces.size()) - 1;
+}
+
 void Dissector::dissect_piece(Task task) {
+  const double start = timer_velmora(), saved = team_.saved();
+  if (goal_.trace != nullptr && goal_.threads < 2)
+    team_.assume(std::max(1, goal_.trace->threads >> std::min(task.depth, 30)));
   Task left, right;
   if (!pays(task) || !split(task, left, right)) {
     order_leaf(task.piece, task.first);
+    note(task, start, saved);
     return;
   }
   task.piece = {};
+  left.parent = right.parent = note(task, start, saved);
+  left.depth = right.depth = task.depth + 1;
   leave(std::move(left));
   dissect_piece(std::move(right));
 }
@@ -237,8 +257,11 @@ bool Dissector::split(Task& task, Task& left, Task& right) {
     ++count[side[i]];
     weight[side[i]] += g.weight[i];
   }
-  const bool first = task.separator == 0;
-  if (first && count[2] > tuning_.poor_separator * g.n) poor_ = true;
+  if (task.separator == 0 && count[2] > tuning_.poor_separator * g.n) {
+    // What is worse than in any mesh has no separators: the whole goes to minimum degree at once.
+    if (count[2] > tuning_.hopeless_separator * std::pow(g.n, 2.0 / 3)) return false;
+    poor_ = true;
+  }
   if (count[0] == 0 || count[1] == 0 || count[2] > g.n / 3) return false;
   Vector<int> index(g.n);
   const auto take = [&](int s) {

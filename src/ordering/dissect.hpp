@@ -19,11 +19,24 @@
 
 namespace vlm {
 
+/// How long the pieces of a dissection took, in the sequence in which they were worked on.
+struct DissectionTrace {
+  struct Piece {
+    int parent = -1;     ///< the piece that this one was cut from; -1: none
+    double seconds = 0;  ///< for the separator or, of a leaf, the order
+    double shared = 0;   ///< the same with its loops on the threads that it may have
+  };
+  int threads = 1;  ///< that the whole has; a half has half of them, and so on
+  Vector<Piece> pieces;
+  double rest = 0;  ///< seconds of what comes behind the pieces
+};
+
 /// What a dissection aims at.
 struct DissectionGoal {
   int domains = 1;  ///< domains wanted
   int threads = 1;  ///< of the team
   DissectionTuning tuning = {};
+  DissectionTrace* trace = nullptr;  ///< filled where there is one and one thread works
 };
 
 /// A dissected graph.

@@ -5,7 +5,7 @@
 #include "allocations.hpp"
 #include "gallery.hpp"
 #include "graph/adjacency.hpp"
-#include "ordering/gepmetis.hpp"
+#include "ordering/dissect.hpp"
 
 namespace vlm {
 namespace {
@@ -14,23 +14,27 @@ TEST(OrderingFailure, EveryAllocationTellsItsBytes) {
   const test::Matrix m = test::poisson3d(13);
   Adjacency graph;
   ladj_mod_velmora({m.n, View<const int>(m.ia), View<const int>(m.ja)}, graph);
-  Ordering whole;
-  gepmetis_velmora(graph, {3, 1}, whole);
+  const WeightedGraph nodes = weighted_graph(graph);
+  DissectionGoal goal{.domains = 3};
+  goal.tuning.least_team = 0;
+  goal.tuning.least_trials = 1000;
+  const Dissection whole = dissect(nodes, goal);
   for (const int threads : {1, 3}) {
     int failures = 0;
     for (bool failed = true; failed; ++failures) {
       failed = false;
-      Ordering order;
+      Dissection found;
       std::size_t told = 0;
       test::allocations::arm(failures + 1);
       try {
-        gepmetis_velmora(graph, {3, threads}, order);
+        goal.threads = threads;
+        found = dissect(nodes, goal);
       } catch (const AllocationFailure& failure) {
         failed = true;
         told = failure.bytes;
       }
       EXPECT_EQ(told, test::allocations::disarm().bytes);
-      EXPECT_TRUE(failed || order.perm == whole.perm) << threads << " threads";
+      EXPECT_TRUE(failed || found.order == whole.order) << threads << " threads";
     }
     EXPECT_GT(failures, 200) << "the graph is too small to be cut";
   }

@@ -3,9 +3,12 @@
 #include "metis/separator.hpp"
 
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <algorithm>
+#include <atomic>
 #include <numeric>
+#include <thread>
 
 #include "gallery.hpp"
 #include "graph/adjacency.hpp"
@@ -171,6 +174,47 @@ TEST(Separator, MovesKeepTheBooks) {
       for (const int s : {0, 1, 2}) EXPECT_EQ(separation.weight(s), weight[s]) << "seed " << seed;
       EXPECT_EQ(checked_weight(graph, separation.sides()), weight[2]);
     }
+  }
+}
+
+// The same with the help of a team, which finds work in the smallest graph.
+Sides separate_in_team(const WeightedGraph& graph, int threads) {
+  DissectionTuning tuning;
+  tuning.least_trials = 1;
+  WorkTeam team(threads);
+  std::atomic<bool> done = false;
+  Sides side;
+#pragma omp parallel num_threads(threads)
+  {
+    if (omp_get_thread_num() == 0) {
+      SeparatorWorkspace workspace;
+      bool layered = true;
+      side = find_separator(graph, tuning, layered, workspace, team);
+      done = true;
+    }
+    while (!done)
+      if (!team.help()) std::this_thread::yield();
+  }
+  return side;
+}
+
+TEST(Separator, OfATeamSeparatesAndIsThatOfOneThread) {
+  const struct {
+    const char* name;
+    WeightedGraph graph;
+  } cases[] = {{"weighted grid", with_random_weights(graph_of(test::poisson2d(150)), 1)},
+               {"stars", with_random_weights(stars(500, 50), 2)},
+               {"path", path(30000)},
+               {"components", graph_of(test::block_diagonal(5000, 5, 5))},
+               {"dense row", graph_of(test::arrow(20000, true, 3))},
+               {"one star", stars(1, 20000)},
+               {"random", graph_of(test::random_spd(20000, 4, 1))}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const Sides one = separate_in_team(c.graph, 1);
+    checked_weight(c.graph, one);
+    for (const int threads : {2, 3, 5, 8})
+      EXPECT_EQ(separate_in_team(c.graph, threads), one) << threads << " threads";
   }
 }
 

@@ -317,7 +317,7 @@ TEST(Ordering, DissectionBeatsMinimumDegreeInThreeDimensions) {
 // Orders do not depend on the threads that work on them, nor on their timing.
 TEST(Ordering, ThreadsGiveTheOrderOfOne) {
   std::vector<test::Matrix> matrices{
-      test::poisson2d(120),        test::poisson3d(22),
+      test::poisson2d(200),        test::poisson3d(22),
       blocked_grid(50, 3),         test::interior_point_kkt(50, 3, 13),
       test::arrow(9000, true, 4),  test::random_spd(3000, 4, 1),
       test::tridiagonal(30000, 9), test::block_diagonal(4000, 5, 5),

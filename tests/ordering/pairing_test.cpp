@@ -282,6 +282,42 @@ TEST(Pairing, ExchangesThinTheSeparatorsOfSaddlePoints) {
   }
 }
 
+// Exchanges of pairs go on in all pieces at once.
+TEST(Pairing, ThreadsGiveThePairsOfOne) {
+  for (const Matrix& m : {test::saddle_point(12, 3), test::interior_point_kkt(60, 3, 1)}) {
+    SCOPED_TRACE(m.name);
+    const Saddle s = saddle_of(m);
+    DissectionGoal goal{.domains = 3};
+    goal.tuning.least_team = 0;
+    goal.tuning.least_trials = 500;
+    Dissection first;
+    Pairing first_pairs;
+    for (const int threads : {1, 2, 3, 5, 8}) {
+      goal.threads = threads;
+      Pairing pairs = s.pairs;
+      const Dissection found = dissect_pairs(s.graph, goal, pairs);
+      expect_sound(pairs, s.pairs);
+      if (threads == 1) {
+        first = found;
+        first_pairs = pairs;
+        for (int v = 0; v < s.graph.n; ++v)
+          for (int k = s.graph.ptr[v]; k < s.graph.ptr[v + 1]; ++k) {
+            const int a = found.domain[v], b = found.domain[s.graph.adj[k]];
+            ASSERT_TRUE(a == b || a == 0 || b == 0) << "edge between domains";
+          }
+        Vector<int> place(s.graph.n);
+        for (int k = 0; k < s.graph.n; ++k) place[found.order[k]] = k;
+        for (int v = 0; v < s.graph.n; ++v)
+          if (pairs.partner[v] >= 0) {
+            ASSERT_EQ(std::abs(place[v] - place[pairs.partner[v]]), 1);
+          }
+      }
+      EXPECT_EQ(found.order, first.order) << threads << " threads";
+      EXPECT_EQ(pairs.partner, first_pairs.partner) << threads << " threads";
+    }
+  }
+}
+
 TEST(Pairing, DegenerateGraphs) {
   // Nothing, one vertex, one pair, pairs without edges between them.
   for (const int n : {0, 1, 2, 300}) {
