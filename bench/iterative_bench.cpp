@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The iterative solver beside the direct one, on the same matrices: time and memory to the same
-// residual.
+// residual; and beside hypre's incomplete LU and multigrid, where it is installed.
 //
-//   iterative_bench [-r repeats] [-t threads] [--tolerance T] [--dparm N=V]... CLASS:SIZE...
+//   iterative_bench [-r repeats] [-t threads] [--tolerance T] [--dparm N=V]... [--also N=V,...]...
+//                   [--no-peers] CLASS:SIZE...
 //
+// --dparm sets an entry, for the iterative solver; each --also adds a row with further settings.
 // Classes: those of velmora_bench with symmetric real or complex symmetric matrices, and
 // anderson:EDGE, the tight-binding model of a disordered crystal at the middle of its spectrum.
 // Without problems a fixed list runs.  Each solver runs in a process of its own; seconds are
 // processor time with one thread, wall clock with more, the least of the repeats; memory is the
-// growth of the peak of the resident set.  The residual is recomputed here.
+// growth of the peak of the resident set.  The residual is recomputed here.  The peers run once,
+// on one thread, on real matrices.
 #include <fmt/format.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,34 +22,27 @@
 #include <cmath>
 #include <ctime>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "iterative_peers.hpp"
 #include "problem.hpp"
 #include "velmora.h"
 
 namespace {
 
+using bench::seconds;
 using gallery::Matrix;
+using Figures = bench::IterativeFigures;
+using Entries = std::vector<std::pair<int, double>>;
 
 struct Settings {
   int threads = 1, repeats = 1;
   double tolerance = 1e-8;
-  std::vector<std::pair<int, double>> dparm;
+  Entries dparm;
 };
-
-/// What one solver needed, as it comes through the pipe of its process.
-struct Figures {
-  int error = -1, iterations = 0;
-  double setup = 0, resetup = 0, solve = 0, residual = 0, entries = 0, megabytes = 0;
-};
-
-double seconds(int threads) {
-  timespec t;
-  clock_gettime(threads == 1 ? CLOCK_PROCESS_CPUTIME_ID : CLOCK_MONOTONIC, &t);
-  return double(t.tv_sec) + 1e-9 * double(t.tv_nsec);
-}
 
 double peak_megabytes() {
   std::ifstream status("/proc/self/status");
@@ -109,6 +105,20 @@ double norm(const std::vector<double>& v) {
   return std::sqrt(sum);
 }
 
+std::vector<double> right_hand_side(const Matrix& m) {
+  std::vector<double> b(std::size_t(m.n) * (is_complex(m) ? 2 : 1));
+  std::mt19937_64 random(2);
+  for (double& value : b) value = std::uniform_real_distribution<double>(-1, 1)(random);
+  return b;
+}
+
+double relative_residual(const Matrix& m, const std::vector<double>& x,
+                         const std::vector<double>& b) {
+  std::vector<double> r = product(m, x);
+  for (std::size_t k = 0; k < r.size(); ++k) r[k] = b[k] - r[k];
+  return norm(r) / norm(b);
+}
+
 Figures measure(const Matrix& m, bool iterative, const Settings& settings) {
   Figures best;
   const double before = peak_megabytes();
@@ -124,9 +134,7 @@ Figures measure(const Matrix& m, bool iterative, const Settings& settings) {
     if (iterative)
       for (const auto& [number, value] : settings.dparm) dparm[std::size_t(number - 1)] = value;
     if (!iterative && m.mtype == -2) iparm[10] = iparm[20] = 1, iparm[12] = 2;
-    std::vector<double> b(std::size_t(m.n) * (is_complex(m) ? 2 : 1)), x(b.size(), 0.0);
-    std::mt19937_64 random(2);
-    for (double& value : b) value = std::uniform_real_distribution<double>(-1, 1)(random);
+    std::vector<double> b = right_hand_side(m), x(b.size(), 0.0);
     const auto run = [&](int phase) {
       const double start = seconds(settings.threads);
       velmora(pt.data(), &one, &one, &m.mtype, &phase, &m.n, m.a.data(), m.ia.data(), m.ja.data(),
@@ -140,9 +148,7 @@ Figures measure(const Matrix& m, bool iterative, const Settings& settings) {
     if (error == 0) f.solve = run(33);
     f.error = error;
     f.iterations = iterative ? int(dparm[34]) : 0;
-    std::vector<double> r = product(m, x);
-    for (std::size_t k = 0; k < r.size(); ++k) r[k] = b[k] - r[k];
-    f.residual = norm(r) / norm(b);
+    f.residual = relative_residual(m, x, b);
     run(-1);
     if (repeat == 0) best = f;
     best.setup = std::min(best.setup, f.setup);
@@ -153,14 +159,25 @@ Figures measure(const Matrix& m, bool iterative, const Settings& settings) {
   return best;
 }
 
-/// The same in a process of its own.
-Figures measure_apart(const Matrix& m, bool iterative, const Settings& settings) {
+Figures measure_peer(bench::Peer peer, const Matrix& m, bool definite, double tolerance) {
+  const std::vector<double> b = right_hand_side(m);
+  std::vector<double> x(b.size(), 0.0);
+  const double before = peak_megabytes();
+  Figures f = bench::run_peer(peer, m, definite, tolerance, b, x);
+  f.residual = relative_residual(m, x, b);
+  if (!(f.residual < 10 * tolerance)) f.error = -100;
+  f.megabytes = peak_megabytes() - before;
+  return f;
+}
+
+/// Measures in a process of its own; the figures come through a pipe.
+Figures measure_apart(const std::function<Figures()>& work) {
   int ends[2];
   Figures figures;
   if (pipe(ends) != 0) return figures;
   const pid_t child = fork();
   if (child == 0) {
-    const Figures f = measure(m, iterative, settings);
+    const Figures f = work();
     const bool written = write(ends[1], &f, sizeof f) == sizeof f;
     _exit(written ? 0 : 1);
   }
@@ -171,10 +188,24 @@ Figures measure_apart(const Matrix& m, bool iterative, const Settings& settings)
   return figures;
 }
 
-Matrix load(const std::string& spec) {
+/// "N=V,N=V,..."
+Entries entries_of(const std::string& text) {
+  Entries entries;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find(',', at), text.size());
+    const std::string each = text.substr(at, end - at);
+    entries.emplace_back(std::stoi(each), std::stod(each.substr(each.find('=') + 1)));
+    at = end + 1;
+  }
+  return entries;
+}
+
+Matrix load(const std::string& spec, bool& definite) {
+  definite = false;
   if (spec.starts_with("anderson:")) return anderson(std::stoi(spec.substr(9)));
   Matrix m = bench::load(spec, 0).matrix;
-  if (m.mtype == 2) m.mtype = -2;
+  definite = m.mtype == 2;
+  if (definite) m.mtype = -2;
   if (m.mtype != -2 && m.mtype != 6)
     throw std::runtime_error(spec + ": the matrix is not symmetric");
   return m;
@@ -191,21 +222,51 @@ void print_row(const char* solver, const Matrix& m, const Figures& f) {
              f.error != 0 ? fmt::format(" error {}", f.error) : "");
 }
 
+/// All rows of a problem.
+void compare(const std::string& spec, const Settings& settings,
+             const std::vector<std::string>& also, bool peers) {
+  bool definite = false;
+  const Matrix m = load(spec, definite);
+  fmt::print("| {}, n {}, nnz {} | | | | | | | | | |\n", spec, m.n, m.ja.size());
+  const Figures direct = measure_apart([&] { return measure(m, false, settings); });
+  print_row("direct", m, direct);
+  std::vector<std::string> rows = {""};
+  rows.insert(rows.end(), also.begin(), also.end());
+  for (const std::string& text : rows) {
+    Settings each = settings;
+    for (const auto& entry : entries_of(text)) each.dparm.push_back(entry);
+    const Figures f = measure_apart([&] { return measure(m, true, each); });
+    print_row(text.empty() ? "iterative" : text.c_str(), m, f);
+    fmt::print("| | iterative / direct | | {:.2f} | {:.2f} | {:.2f} | {:.2f} | | {:.2f} | |\n",
+               (f.setup + f.solve) / (direct.setup + direct.solve), f.setup / direct.setup,
+               f.resetup / direct.resetup, f.solve / direct.solve, f.megabytes / direct.megabytes);
+  }
+  if (!peers || !bench::has_peers() || is_complex(m)) return;
+  for (const bench::Peer peer : {bench::Peer::ilu, bench::Peer::amg}) {
+    const Figures f =
+        measure_apart([&] { return measure_peer(peer, m, definite, settings.tolerance); });
+    print_row(peer == bench::Peer::ilu ? "hypre ILU" : "hypre AMG", m, f);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   CLI::App app("Iterative and direct solver on the same matrices");
   Settings settings;
-  std::vector<std::string> problems, dparm;
+  std::vector<std::string> problems, dparm, also;
+  bool no_peers = false;
   app.add_option("problems", problems, "CLASS:SIZE or file");
   app.add_option("-t,--threads", settings.threads, "Threads")->check(CLI::Range(1, 64));
   app.add_option("-r,--repeats", settings.repeats, "Runs, of which the least counts")
       ->check(CLI::Range(1, 100));
   app.add_option("--tolerance", settings.tolerance, "dparm(2)");
   app.add_option("--dparm", dparm, "N=V, for the iterative solver")->take_all()->expected(1);
+  app.add_option("--also", also, "N=V,N=V,..., a further row")->take_all()->expected(1);
+  app.add_flag("--no-peers", no_peers, "Without hypre");
   CLI11_PARSE(app, argc, argv);
   for (const std::string& text : dparm)
-    settings.dparm.emplace_back(std::stoi(text), std::stod(text.substr(text.find('=') + 1)));
+    for (const auto& entry : entries_of(text)) settings.dparm.push_back(entry);
   if (problems.empty())
     problems = {"anderson:30",   "shifted:40", "poisson3d:50",
                 "elasticity:20", "kkt:150",    "helmholtz:30"};
@@ -217,16 +278,7 @@ int main(int argc, char** argv) {
       settings.threads == 1 ? "processor time" : "wall clock");
   try {
     for (const std::string& spec : problems) {
-      const Matrix m = load(spec);
-      fmt::print("| {}, n {}, nnz {} | | | | | | | | | |\n", spec, m.n, m.ja.size());
-      const Figures direct = measure_apart(m, false, settings);
-      print_row("direct", m, direct);
-      const Figures iterative = measure_apart(m, true, settings);
-      print_row("iterative", m, iterative);
-      fmt::print("| | iterative / direct | | {:.2f} | {:.2f} | {:.2f} | {:.2f} | | {:.2f} | |\n",
-                 (iterative.setup + iterative.solve) / (direct.setup + direct.solve),
-                 iterative.setup / direct.setup, iterative.resetup / direct.resetup,
-                 iterative.solve / direct.solve, iterative.megabytes / direct.megabytes);
+      compare(spec, settings, also, !no_peers);
       std::fflush(stdout);
     }
   } catch (const std::exception& failure) {

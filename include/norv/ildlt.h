@@ -28,6 +28,10 @@ typedef struct ildlt_info ildlt_info;
  *   stpiv     1x1 and 2x2 pivots; bad pivots are delayed
  *   colpiv    the partner of a 2x2 pivot may stand anywhere in the row
  *   wspiv     rows with bad pivots stay where they are, cut off from those behind them
+ *   parildlt  without 2x2 pivots; subtrees of a nested dissection side by side, on the threads of
+ *             the process, then the separators.  iparam[7] is 5, the kind of the order (others
+ *             fail the setup), iparam[8] the number of domains, 4.  The factor depends on the
+ *             domains, not on the threads.
  *   bk        2x2 pivots of neighbours, small pivots are perturbed
  *   ildltpm   ordered first, no 2x2 pivots
  *   ldlt      neither, no fill limit
@@ -35,6 +39,7 @@ typedef struct ildlt_info ildlt_info;
 NORV_API precon* precon_ildlt_stpiv_create(void);
 NORV_API precon* precon_ildlt_colpiv_create(void);
 NORV_API precon* precon_ildlt_wspiv_create(void);
+NORV_API precon* precon_parildlt_create(void);
 NORV_API precon* precon_ildlt_bk_create(void);
 NORV_API precon* precon_ildltpm_create(void);
 NORV_API precon* precon_ldlt_create(void);

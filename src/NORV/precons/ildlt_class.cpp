@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 /// The classes of the incomplete LDL^T family: ILDLT_SP, ILDLT_CP, ILDLT_WS with pivoting, ILDLT_BK
-/// with 2x2 pivots and no delays, ILDLT_PM, ILDLT, ICHOL with neither.  They differ in the options
-/// of one factorization and in what they tell.
+/// with 2x2 pivots and no delays, PARILDLT by parts, ILDLT_PM, ILDLT, ICHOL with neither.  They
+/// differ in the options of one factorization and in what they tell.
 #include <algorithm>
 #include <limits>
 #include <memory>
@@ -9,9 +9,11 @@
 #include "NORV/corelib/vec_common.hpp"
 #include "NORV/precons/ildlt_messages.hpp"
 #include "NORV/precons/ildlt_params.hpp"
+#include "NORV/precons/parildlt.hpp"
 #include "NORV/precons/precons.hpp"
 #include "NORV/precons/preorder.hpp"
 #include "NORV/precons/stand_alone.hpp"
+#include "base/thread_guard.hpp"
 #include "norv/ildlt.h"
 
 namespace vlm::norv {
@@ -59,6 +61,12 @@ IldltOptions wspiv_options(const precon* M) {
   o.postponing = Postponing::skip;
   o.estimator = Estimator::none;
   o.delay_small_eigenvalues = false;
+  return o;
+}
+
+IldltOptions parildlt_options(const precon* M) {
+  IldltOptions o = stpiv_options(M);
+  o.pair_choice = PairChoice::none;
   return o;
 }
 
@@ -124,6 +132,9 @@ constexpr Spec plain{{"LDLT", "ILDLT", "precon_ldlt", MemberKind::plain}, ldlt_o
 constexpr Spec cholesky{
     {"ICHOL", "ICHOL", "precon_cholesky", MemberKind::cholesky}, cholesky_options, true};
 
+constexpr Spec parallel{
+    {"PARILDLT", "PARILDLT", "precon_parildlt", MemberKind::parallel}, parildlt_options, false};
+
 /// The order under which a member factorizes; empty: as the matrix stands.
 template <class T>
 Vector<int> preordering(const precon* M, const Spec& spec, const smat* A) {
@@ -184,6 +195,34 @@ void factorize(precon* M, const Spec& spec, const smat* A) {
   keep_factor(M, std::move(result));
 }
 
+/// The member that factorizes by parts, with the threads of the process.
+template <class T>
+void factorize_parts(precon* M, const smat* A) {
+  const IldltOptions options = parildlt_options(M);
+  const UpperRows<T> rows = permuted_upper<T>(A, nullptr, nullptr);
+  const Vector<T> target =
+      options.compensate ? ordered_target<T>(stand_alone(M)->target, A) : Vector<T>();
+  ildlt_setup_messages(parallel.member, options, fill_limit(options.max_fill, rows));
+  const PartedOrder order = order_by_parts(rows, M->iparam[parildlt_parts]);
+  IldltResult<T> result = factorize_by_parts(rows, order, options, target.data(), count_threads());
+  ildlt_statistics_messages(parallel.member, result, rows.entries());
+  keep_factor(M, std::move(result));
+}
+
+int parildlt_setup(precon* M, smat* A) {
+  NORV_ASSERT(A->m == A->n);
+  if (!A->sym) _norv_print_warn_msg("Use ILDL^T only with really symmetric matrices!");
+  if (M->iparam[parildlt_preordering] != metis_partinf2 || M->iparam[parildlt_parts] < 1) {
+    _norv_print_error_msg("Need a `metis_partinf2' reordering and partitioning!");
+    return 0;
+  }
+  M->is_complex = A->is_complex;
+  stand_alone(M)->forget();
+  guarded(
+      [&] { by_kind(A->is_complex, [&](auto kind) { factorize_parts<decltype(kind)>(M, A); }); });
+  return 1;
+}
+
 template <const Spec& spec>
 int family_setup(precon* M, smat* A) {
   NORV_ASSERT(A->m == A->n);
@@ -242,6 +281,13 @@ precon* precon_ildlt_colpiv_create(void) {
 precon* precon_ildlt_wspiv_create(void) {
   return new_stand_alone(pivoting_class(
       class_record("ILDLT_WSPIV", precon_ildlt_wspiv_create, family_setup<wspiv>), 1));
+}
+
+precon* precon_parildlt_create(void) {
+  precon M = pivoting_class(class_record("PARILDLT", precon_parildlt_create, parildlt_setup), 1);
+  M.iparam[parildlt_preordering] = metis_partinf2;
+  M.iparam[parildlt_parts] = 4;
+  return new_stand_alone(M);
 }
 
 precon* precon_ildlt_bk_create(void) {

@@ -40,8 +40,12 @@ enum {
   pivoting_strategy_2x2,
   pivoting_compensation,
   pivoting_target,  ///< 1 where the record holds a target
-  pivoting_condest
+  pivoting_condest,
+  parildlt_preordering,  ///< metis_partinf2
+  parildlt_parts         ///< domains wanted
 };
+/// The nested dissection that tells its domains.
+constexpr int metis_partinf2 = 5;
 /// Of MILDLT.
 enum {
   mildlt_drop,

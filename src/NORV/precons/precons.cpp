@@ -38,7 +38,7 @@ constexpr Row preconditioners[] = {
     {"BLOCKLU", nullptr},
     {"BLOCKGS", nullptr},
     {"ICHOL", precon_cholesky_create},
-    {"PARILDLT", nullptr},
+    {"PARILDLT", precon_parildlt_create},
     {"ILDLT_CP", precon_ildlt_colpiv_create},
     {"ILDLT_SP", precon_ildlt_stpiv_create},
     {"ILDLT_WS", precon_ildlt_wspiv_create},

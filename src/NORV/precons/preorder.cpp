@@ -142,6 +142,24 @@ LevelOrder order_level(const UpperRows<T>& A, Preordering preordering) {
   return level;
 }
 
+template <class T>
+PartedOrder order_by_parts(const UpperRows<T>& A, int wanted) {
+  const Magnitudes m = magnitudes(A);
+  Adjacency graph;
+  require_ordered(uncompressed_graph(m.input(A.n), graph));
+  Ordering order;
+  gepmetis_velmora(graph, {.nparts = wanted, .threads = 1}, order);
+  PartedOrder parted;
+  parted.place.resize(A.n);
+  for (int k = 0; k < A.n; ++k) parted.place[order.perm[k] - 1] = k;
+  for (std::size_t k = 0; k + 1 < order.ranges.size(); ++k)
+    if (order.ranges[k].first <= order.ranges[k].last)
+      parted.domain.push_back({order.ranges[k].first - 1, order.ranges[k].last});
+  return parted;
+}
+
+template PartedOrder order_by_parts(const UpperRows<double>&, int);
+template PartedOrder order_by_parts(const UpperRows<zcomplex>&, int);
 template LevelOrder order_level(const UpperRows<double>&, Preordering);
 template LevelOrder order_level(const UpperRows<zcomplex>&, Preordering);
 

@@ -30,4 +30,20 @@ struct LevelOrder {
 template <class T>
 LevelOrder order_level(const UpperRows<T>& A, Preordering preordering);
 
+/// Rows that are eliminated together, [begin, end).
+struct PartRange {
+  int begin, end;
+};
+
+/// Order by parts: the domains one after another, the separators behind them.
+struct PartedOrder {
+  Vector<int> place;         ///< [n] position of a row
+  Vector<PartRange> domain;  ///< in positions; what is behind the last is separator
+};
+
+/// @param A       upper triangle
+/// @param wanted  domains; a small graph has fewer
+template <class T>
+PartedOrder order_by_parts(const UpperRows<T>& A, int wanted);
+
 }  // namespace vlm::norv

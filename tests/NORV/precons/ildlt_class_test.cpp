@@ -35,12 +35,13 @@ double residual(const Smat& A, precon* M, RandomContainers& random) {
 void make_exact(precon* M, const std::string& name) {
   M->dparam[0] = 0;
   if (name == "ILDLT_BK") M->dparam[2] = 0;
-  if (name.substr(0, 7) == "ILDLT_C" || name == "ILDLT_SP") M->dparam[4] = 0;
+  if (name.substr(0, 7) == "ILDLT_C" || name == "ILDLT_SP" || name == "PARILDLT") M->dparam[4] = 0;
 }
 
 TEST(IldltClasses, ExactFactorsSolve) {
   RandomContainers random(21);
-  for (const std::string name : {"ILDLT_SP", "ILDLT_CP", "ILDLT_WS", "ILDLT_BK", "ILDLT", "ICHOL"})
+  for (const std::string name :
+       {"ILDLT_SP", "ILDLT_CP", "ILDLT_WS", "PARILDLT", "ILDLT_BK", "ILDLT", "ICHOL"})
     for (const int type : {NORV_REAL_SYM, NORV_CPX_SYM}) {
       if (type == NORV_CPX_SYM && name == "ICHOL") continue;
       const Smat A = well_conditioned(random, 40, type, name == "ICHOL");
@@ -99,6 +100,23 @@ TEST(IldltClasses, FillLimitOfBunchKaufman) {
   precon_setup(M.get(), A.get());
   EXPECT_LE(M->nnz, 50 + 3 * 50);  // three entries a row beside the diagonal
   EXPECT_GT(M->nnz, 50 + 2 * 50);
+}
+
+TEST(IldltClasses, PartsNeedTheirOrder) {
+  RandomContainers random(31);
+  NorvLog log(2);
+  const Smat A = well_conditioned(random, 60, NORV_REAL_SYM, false);
+  const Precon M(precon_new_by_name("PARILDLT"));
+  M->iparam[7] = 1;
+  EXPECT_EQ(precon_setup(M.get(), A.get()), 0);
+  EXPECT_NE(log.take().find("Need a `metis_partinf2' reordering and partitioning!"),
+            std::string::npos);
+  M->iparam[7] = 5;
+  ASSERT_EQ(precon_setup(M.get(), A.get()), 1);
+  const std::string text = log.take();
+  for (const char* part : {"Setting up incomplete LDL^T PARILDLT (drop: ", "::  fact part (",
+                           ":: setup sepr (", "[PARILDLT finished.  nnz(L): xxx,  mat: "})
+    EXPECT_NE(text.find(part), std::string::npos) << part;
 }
 
 TEST(IldltClasses, RefuseWhatIsNoOption) {

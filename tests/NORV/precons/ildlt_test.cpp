@@ -3,6 +3,7 @@
 /// left as Schur complement; what dropping, fill limit and compensation take away is what they say.
 #include "NORV/precons/ildlt.hpp"
 
+#include "NORV/precons/parildlt.hpp"
 #include "norv_log.hpp"
 #include "reference.hpp"
 #include "smat_dense.hpp"
@@ -416,6 +417,65 @@ TEST(Ildlt, LeadingRowsAloneLeaveTheExactSchurComplement) {
   for (int i = 0; i < n - leading; ++i)
     for (int j = 0; j < n - leading; ++j)
       EXPECT_LT(std::abs(M(leading + i, leading + j) - S(i, j)), 1e-10);
+}
+
+/// A grid that nested dissection cuts, its values at random around a diagonal of both signs.
+template <class T>
+Smat random_grid(RandomContainers& random, int edge) {
+  std::vector<int> i, j;
+  std::vector<double> a;
+  const auto add = [&](int row, int column, double scale) {
+    i.push_back(row), j.push_back(column);
+    for (int part = 0; part < (vlm::is_complex_v<T> ? 2 : 1); ++part)
+      a.push_back(scale * random.number());
+  };
+  for (int y = 0; y < edge; ++y)
+    for (int x = 0; x < edge; ++x) {
+      const int k = y * edge + x;
+      add(k, k, 4);
+      if (x + 1 < edge) add(k, k + 1, 1);
+      if (y + 1 < edge) add(k, k + edge, 1);
+    }
+  const unsigned n = unsigned(edge * edge);
+  return Smat(smat_new_from_coord(n, n, unsigned(i.size()), i.data(), j.data(), a.data(),
+                                  TypeOf<T>::value));
+}
+
+TYPED_TEST(IldltExact, PartsMakeOneFactor) {
+  using T = TypeParam;
+  RandomContainers random(37);
+  std::int64_t delays = 0;
+  for (int run = 0; run < 3; ++run) {
+    const Smat A = random_grid<T>(random, 18);
+    const UpperRows<T> rows = permuted_upper<T>(A.get(), nullptr, nullptr);
+    const PartedOrder order = order_by_parts(rows, 4);
+    ASSERT_EQ(order.domain.size(), 4u);
+    IldltOptions o = exact();
+    o.pair_choice = PairChoice::none;
+    o.kappa = run % 2 ? 5 : 0;
+    const IldltResult<T> r = factorize_by_parts<T>(rows, order, o, nullptr, 1 + run % 3);
+    EXPECT_EQ(r.factor.pivots, r.factor.n);
+    EXPECT_LT(error_of(A, r), 1e-10) << run;
+    delays += r.statistics.delayed_scalar + r.statistics.delayed_eigenvalue_1x1;
+    if constexpr (!vlm::is_complex_v<T>) {
+      EXPECT_EQ((Inertia{r.factor.npos, r.factor.nneg}), dense_inertia(dense(picture(A)))) << run;
+    }
+    o.drop = 0.02;
+    o.compensate = true;
+    const std::vector<T> target(std::size_t(r.factor.n), T(1));
+    const IldltResult<T> one = factorize_by_parts(rows, order, o, target.data(), 1);
+    const IldltResult<T> three = factorize_by_parts(rows, order, o, target.data(), 3);
+    EXPECT_GT(one.statistics.dropped_1x1, 50);
+    EXPECT_TRUE(one.place == three.place && one.factor.d == three.factor.d);
+    if (one.statistics.bad_delayed > 0) continue;  // its pivots are what they are
+    const Picture L = lower(one.factor), M = L * middle(one) * transposed(L);
+    Picture ones(r.factor.n, 1);
+    for (cplx& x : ones.v) x = 1;
+    const Picture kept = M * ones, wanted = picture(A) * ones;
+    for (int i = 0; i < r.factor.n; ++i)
+      EXPECT_LT(std::abs(kept(one.place[i], 0) - wanted(i, 0)), 1e-7) << i;
+  }
+  EXPECT_GT(delays, 0);
 }
 
 }  // namespace
