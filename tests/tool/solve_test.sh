@@ -183,7 +183,7 @@ grep -qE '^iteration +10 +relative residual' out || fail "iterations are not sho
 grep -q '"history"' iterations.json || fail "no history of the residual"
 refuses "an iteration limit" 1 'error -100: no convergence' cube.mtx --iterative --dparm 1=2
 solves "iterations for an unsymmetric matrix" '^status +solved' unsym.mtx --iterative
-refuses "a type without iterations" 1 'does not cover matrix type 13' unsym.mtx \
+refuses "a type without iterations" 1 'does not cover type 13' unsym.mtx \
   --type complex-unsym --iterative
 refuses "a factor that is not there" 2 'spy' spd.mtx --iterative --spy x.png
 solves "the right-hand side of a dump" 'right side +of the dump' --replay with_rhs.iajaa --output x.mtx
