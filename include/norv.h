@@ -58,12 +58,14 @@
  *                 velmora()        norv/interface.h  phases of velmora()
  *   norv/ildlt.h  incomplete LDL^T norv/condest.h norms of inverse factors
  *   norv/krylov.h the other Krylov methods, sweeps, least squares
+ *   norv/classes.h  incomplete LU, saddle points, blocks, approximate inverses
  */
 #ifndef VELMORA_NORV_H
 #define VELMORA_NORV_H
 
 #include "norv/base.h"
 #include "norv/bmat.h"
+#include "norv/classes.h"
 #include "norv/condest.h"
 #include "norv/direct.h"
 #include "norv/dmat.h"

@@ -93,35 +93,6 @@ NORV_API int precon_spaione_setup_dense(precon* M, smat* A);
 NORV_API precon* precon_spaindiag_create(void);
 NORV_API precon* precon_spaindiag_create_param(int n_diag);
 
-/* Factorized approximate inverses of symmetric matrices, M^-1 = G' D^-1 G with a unit lower G and 1x1
- * and 2x2 pivots in D (L. Kolotilina and A. Yeremin, Factorized sparse approximate inverse
- * preconditionings, 1993).
- *
- *   dparam[0] drop 0.05: entries of the pattern's matrix below drop times the root of the product of
- *             the diagonal entries go
- *   dparam[1] fill 0: entries of a row of G, 0: no limit
- *   dparam[2] filter 0: entries of G below it go
- *   dparam[3] pivot 1e-8: smaller 1x1 pivots are replaced
- *   iparam[0] solution, NORV_FSAI_..., default DIRECT
- *   iparam[1] pattern 0: power of the matrix, 1: symbolic inverse of its factor, 2: the same, cut to
- *             the distance iparam[2]
- *   iparam[2] power 2
- *   iparam[3] 2x2 pivots: 0 none, 1 pairs of neighbouring rows that a weak diagonal asks for
- *   iparam[4] MFSAI: pivots, NORV_MFSAI_..., default TRIAL_NORM */
-#define NORV_FSAI_QR 0              /* least squares, dense */
-#define NORV_FSAI_RESTRICTED_LSQR 1 /* the same by LSQR on the rows of the pattern */
-#define NORV_FSAI_LSQR 2            /* the same by LSQR on all rows that it touches */
-#define NORV_FSAI_NORMAL 3          /* not available, fails the setup */
-#define NORV_FSAI_ITERATIVE 4       /* square systems, by MINRES */
-#define NORV_FSAI_DIRECT 5          /* square systems, dense */
-#define NORV_MFSAI_FIXED 0          /* pairs as XFSAI has them */
-#define NORV_MFSAI_FIXED_DELAYED 1  /* rows whose pivot is too small are done last */
-#define NORV_MFSAI_FIXED_NORM 2     /* pairs, unless a row of G grows by them */
-#define NORV_MFSAI_TRIAL 3          /* 1x1 or 2x2, whichever has the larger pivot */
-#define NORV_MFSAI_TRIAL_NORM 4     /* or the smaller rows of G */
-NORV_API precon* precon_xfsai_create(void);
-NORV_API precon* precon_mfsai_create(void);
-
 /* Stand-ins for factors that this version lacks: their setup is an error message and fails. */
 NORV_API precon* precon_sainv_create(void);
 NORV_API precon* precon_bainv_create(void);

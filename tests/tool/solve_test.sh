@@ -182,7 +182,9 @@ solves "iterations" '^status +solved' cube.mtx --iterative --tolerance 1e-8 --js
 grep -qE '^iteration +10 +relative residual' out || fail "iterations are not shown"
 grep -q '"history"' iterations.json || fail "no history of the residual"
 refuses "an iteration limit" 1 'error -100: no convergence' cube.mtx --iterative --dparm 1=2
-refuses "a type without iterations" 1 'does not cover matrix type 4' hermitian.mtx --iterative
+solves "iterations for an unsymmetric matrix" '^status +solved' unsym.mtx --iterative
+refuses "a type without iterations" 1 'does not cover type 13' unsym.mtx \
+  --type complex-unsym --iterative
 refuses "a factor that is not there" 2 'spy' spd.mtx --iterative --spy x.png
 solves "the right-hand side of a dump" 'right side +of the dump' --replay with_rhs.iajaa --output x.mtx
 tail -2 x.mtx | tr '\n' ' ' | awk '{ exit !(($1-1.4)^2 < 1e-24 && ($2-1.2)^2 < 1e-24) }' ||

@@ -61,6 +61,9 @@ void tell_step(solver* s, int iteration, double relative_residual) {
   if (listener.fn != nullptr) listener.fn(listener.data, iteration, relative_residual);
 }
 
+QuietSteps::QuietSteps() : fn_(listener.fn), data_(listener.data) { listener = {}; }
+QuietSteps::~QuietSteps() { listener = {fn_, data_}; }
+
 void tell_end(solver* s, const char* name, double start, int iterations, double relative_residual,
               const char* label) {
   _norv_print_stat_msg("[%s took %f secs., %3d its., %s: %e]", name, timer_velmora() - start,

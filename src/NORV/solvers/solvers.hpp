@@ -44,6 +44,20 @@ const char* precon_name(const precon* M);
 /// Tells the calling thread's listener, and the history of s where there is one.
 void tell_step(solver* s, int iteration, double relative_residual);
 
+/// While it lives, the steps of the calling thread's solves are told to nobody: those of an inner
+/// iteration are none of the solve's.
+class QuietSteps {
+ public:
+  QuietSteps();
+  ~QuietSteps();
+  QuietSteps(const QuietSteps&) = delete;
+  QuietSteps& operator=(const QuietSteps&) = delete;
+
+ private:
+  norv_progress_fn fn_;
+  void* data_;
+};
+
 /// Result of a solve, in its record and the log: "[<name> took <seconds> secs., ...]".
 void tell_end(solver* s, const char* name, double start, int iterations, double relative_residual,
               const char* label = "rel.res.");
