@@ -23,7 +23,6 @@
  * touched, by calls that factor or solve; the last one of them restores it.  A process that was
  * forked after a call may make calls of its own.
  *
- *
  * The matrix
  * ----------
  * Compressed rows, indices from 1.  ia has n+1 entries, ia(1) = 1, and row i occupies the
@@ -44,7 +43,6 @@
  *
  * The codes 5, -1, -3, -5, -6, -11 pass the check of the arguments but name no type: the analysis
  * ends with error -3 and a message.
- *
  *
  * phase
  * -----
@@ -67,7 +65,6 @@
  * Arrays that a phase does not use may be null: a in phase 11 unless iparm(13) asks for
  * matching; b and x unless the phase solves; perm unless iparm(5) or iparm(31) asks for it;
  * all of them in phases 0 and -1.
- *
  *
  * error
  * -----
@@ -96,7 +93,6 @@
  * can equal one of the classes above; the message tells them apart.
  *
  * After any error the handle remains good for a new analysis and for phase -1.
- *
  *
  * iparm, 64 integers
  * ------------------
@@ -496,5 +492,7 @@ VELMORA_FIVE_SPELLINGS(velmora_printstats_z, VELMORA_PRINTSTATS_Z,
 #ifdef __cplusplus
 }
 #endif
+
+#include "velmora/prepare.h"
 
 #endif
