@@ -128,7 +128,7 @@ follow_links() {
 }
 
 shopt -s nullglob
-for file in "$source"/README.md "$source"/docs/*.md "$source"/docs/man/*; do
+for file in "$source"/README.md "$source"/docs/*.md "$source"/docs/site/*.md "$source"/docs/man/*; do
   page=${file#"$source"/}
   new_folder "pages/${page//\//-}"
   case $page in
@@ -136,6 +136,10 @@ for file in "$source"/README.md "$source"/docs/*.md "$source"/docs/man/*; do
     *) split_manual "$file" ;;
   esac
   try_blocks
+  [[ $page == docs/site/* ]] || follow_links "$file"  # ./dev docs follows those of the site
+done
+for file in "$source"/bench/README.md "$source"/bench/results/*.md; do
+  page=${file#"$source"/}
   follow_links "$file"
 done
 
