@@ -82,6 +82,7 @@
  *    -6   weighted matching: the matrix is structurally singular; so is a diagonal system in
  *         which two rows share a column
  *    -7   as -1 when msglvl is 0; also: wrong row of a diagonal system (phases 23, 33)
+ *    -9   the listener of velmora_set_progress() ended the call; see velmora/progress.h
  *    -8   the order of the graph, its row lists, or positions inside one panel of the factor
  *         exceed the range of 32-bit integers.  The factor itself may be longer
  *     i   diagonal systems, phases 12, 13, 22: row i does not hold exactly one entry
@@ -494,5 +495,6 @@ VELMORA_FIVE_SPELLINGS(velmora_printstats_z, VELMORA_PRINTSTATS_Z,
 #endif
 
 #include "velmora/prepare.h"
+#include "velmora/progress.h"
 
 #endif

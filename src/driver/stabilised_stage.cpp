@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "base/clock.hpp"
+#include "base/progress.hpp"
 #include "base/status.hpp"
 
 namespace vlm {
@@ -116,6 +117,7 @@ class StabilisedStage {
 
   /// One solve with the factor.
   int solve(Side side, int nrhs, const double* in, double* out) const {
+    pulse();
     SolveOptions options = solve_options(arrays_.control.options);
     options.transpose = options_of(side).transpose;
     return solve_velmora(options, *arrays_.structure, arrays_.matching, arrays_.record->lu, nrhs,

@@ -195,6 +195,7 @@ void Dissector::work() {
 }
 
 void Dissector::dissect_piece(Task task) {
+  pulse();
   Task left, right;
   if (!pays(task) || !split(task, left, right)) {
     order_leaf(task.piece, task.first);
