@@ -25,7 +25,7 @@ install(TARGETS velmora
 install(CODE "velmora_legal(libvelmora${PROJECT_VERSION_MAJOR})" COMPONENT library)
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-        COMPONENT dev FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
+        COMPONENT dev FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp" PATTERN "*.f90")
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${velmora_doc}/velmora
         COMPONENT dev PATTERN CMakeLists.txt EXCLUDE)
 include(CMakePackageConfigHelpers)

@@ -23,7 +23,6 @@
  * touched, by calls that factor or solve; the last one of them restores it.  A process that was
  * forked after a call may make calls of its own.
  *
- *
  * The matrix
  * ----------
  * Compressed rows, indices from 1.  ia has n+1 entries, ia(1) = 1, and row i occupies the
@@ -44,7 +43,6 @@
  *
  * The codes 5, -1, -3, -5, -6, -11 pass the check of the arguments but name no type: the analysis
  * ends with error -3 and a message.
- *
  *
  * phase
  * -----
@@ -68,7 +66,6 @@
  * matching; b and x unless the phase solves; perm unless iparm(5) or iparm(31) asks for it;
  * all of them in phases 0 and -1.
  *
- *
  * error
  * -----
  *     0   success
@@ -85,6 +82,7 @@
  *    -6   weighted matching: the matrix is structurally singular; so is a diagonal system in
  *         which two rows share a column
  *    -7   as -1 when msglvl is 0; also: wrong row of a diagonal system (phases 23, 33)
+ *    -9   the listener of velmora_set_progress() ended the call; see velmora/progress.h
  *    -8   the order of the graph, its row lists, or positions inside one panel of the factor
  *         exceed the range of 32-bit integers.  The factor itself may be longer
  *     i   diagonal systems, phases 12, 13, 22: row i does not hold exactly one entry
@@ -96,7 +94,6 @@
  * can equal one of the classes above; the message tells them apart.
  *
  * After any error the handle remains good for a new analysis and for phase -1.
- *
  *
  * iparm, 64 integers
  * ------------------
@@ -496,5 +493,8 @@ VELMORA_FIVE_SPELLINGS(velmora_printstats_z, VELMORA_PRINTSTATS_Z,
 #ifdef __cplusplus
 }
 #endif
+
+#include "velmora/prepare.h"
+#include "velmora/progress.h"
 
 #endif

@@ -108,27 +108,6 @@ Sorted in_order(const MatrixView<T, I>& m, bool sorted) {
   return sorted ? out : transpose(m.n, transpose(m.n, out));
 }
 
-/// What kind a matrix is of, and why.
-struct Finding {
-  Kind kind = Kind::general;
-  const char* reason = "";
-};
-
-/// True where every |a(i,j)|^2 < a(i,i) a(j,j) and the diagonal is real and positive.
-template <class T>
-bool minors_are_positive(const Sorted& s, const T* value, const std::vector<T>& diagonal) {
-  for (const T& d : diagonal)
-    if (!(std::real(d) > 0) || std::imag(d) != 0) return false;
-  for (std::size_t i = 0; i < diagonal.size(); ++i)
-    for (auto p = s.start[i]; p < s.start[i + 1]; ++p) {
-      const auto j = static_cast<std::size_t>(s.index[p]);
-      if (i != j && !(std::abs(value[s.source[p]]) <
-                      std::sqrt(std::real(diagonal[i])) * std::sqrt(std::real(diagonal[j]))))
-        return false;
-    }
-  return true;
-}
-
 /// The matrix with its entries in order, those of one place summed.
 template <class T, class I>
 Compressed<T> merged(const MatrixView<T, I>& m) {
@@ -150,38 +129,46 @@ Compressed<T> merged(const MatrixView<T, I>& m) {
   return out;
 }
 
-/// Cheapest kind that is safe: symmetric (Hermitian) matrices with positive diagonal and 2x2 minors
-/// are offered to Cholesky, a symmetric pattern is used as such with a strong diagonal only, since
-/// that kind has no matching.
-template <class T, class I>
-Finding examine(const MatrixView<T, I>& m) {
-  const Sorted s = in_order(m, true), t = transpose(m.n, s);
-  if (s.start != t.start || s.index != t.index)
-    return {Kind::general, "the pattern is not symmetric"};
-  std::vector<T> diagonal(static_cast<std::size_t>(m.n), T(0));
-  bool symmetric = true, hermitian = true, strong = true;
-  for (int i = 0; i < m.n; ++i) {
-    T d(0);
-    decltype(std::abs(d)) largest = 0;
-    for (auto p = s.start[i]; p < s.start[i + 1]; ++p) {
-      const T a = m.value[s.source[p]], mirror = m.value[t.source[p]];
-      symmetric = symmetric && a == mirror;
-      hermitian = hermitian && a == conjugate(mirror);
-      if (s.index[p] == i)
-        d += a;
-      else
-        largest = std::max(largest, std::abs(a));
-    }
-    strong = strong && std::abs(d) > 0 && 10 * std::abs(d) >= largest;
-    diagonal[static_cast<std::size_t>(i)] = d;
+/// What kind a matrix is of, and why.
+struct Finding {
+  Kind kind = Kind::general;
+  std::string reason;
+};
+
+inline Finding find_kind(int n, bool complex, const int* start, const int* index,
+                         const void* value) {
+  const char* reason = "";
+  switch (velmora_find_type(n, complex ? 1 : 0, start, index, static_cast<const double*>(value),
+                            &reason)) {
+    case 0:
+      throw Error(-2, "no memory to examine the matrix");
+    case 2:
+    case 4:
+      return {Kind::positive_definite, reason};
+    case -4:
+      return {Kind::hermitian, reason};
+    case -2:
+    case 6:
+      return {Kind::symmetric, reason};
+    case 1:
+    case 3:
+      return {Kind::structurally_symmetric, reason};
+    default:
+      return {Kind::general, reason};
   }
-  if (hermitian && minors_are_positive(s, m.value, diagonal))
-    return {Kind::positive_definite, "positive diagonal and 2x2 minors: Cholesky is tried first"};
-  if (hermitian && Scalar<T>::complex) return {Kind::hermitian, "equal to its adjoint"};
-  if (hermitian) return {Kind::symmetric, "symmetric, but a 2x2 minor is not positive"};
-  if (symmetric) return {Kind::symmetric, "complex and equal to its transpose"};
-  if (strong) return {Kind::structurally_symmetric, "symmetric pattern with a strong diagonal"};
-  return {Kind::general, "symmetric pattern, but the diagonal is weak"};
+}
+
+/// The kind that suits the values; examined as it stands where the library can read it.
+template <class T, class I>
+Finding examine(const MatrixView<T, I>& m, bool sorted) {
+  using S = typename Scalar<T>::Stored;
+  if constexpr (std::is_same_v<T, S> && std::is_same_v<std::make_signed_t<I>, int>)
+    if (sorted)
+      return find_kind(m.n, Scalar<T>::complex, reinterpret_cast<const int*>(m.start),
+                       reinterpret_cast<const int*>(m.index), m.value);
+  const Compressed<T> copy = merged(m);
+  const std::vector<S> values(copy.value.begin(), copy.value.end());
+  return find_kind(m.n, Scalar<T>::complex, copy.start.data(), copy.index.data(), values.data());
 }
 
 /// The matrix in the library's form, and the way from the caller's values to it.
@@ -222,11 +209,11 @@ class Storage {
     checked_ = wanted == Kind::automatic;
     reason = "as asked for";
     if (wanted == Kind::automatic || wanted == Kind::structurally_symmetric) {
-      const Finding finding = found.sorted ? examine(m) : examine(view_of(merged(m)));
+      const Finding finding = examine(m, found.sorted);
       if (wanted == Kind::automatic) {
         kind = finding.kind;
         reason = finding.reason;
-      } else if (std::string(finding.reason) == "the pattern is not symmetric") {
+      } else if (finding.reason == "the pattern is not symmetric") {
         refuse("the pattern is not symmetric");
       }
     }

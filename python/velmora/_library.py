@@ -62,6 +62,10 @@ lib.velmora_version.restype = ctypes.c_char_p
 lib.velmora_error_text.argtypes = [ctypes.c_int]
 lib.velmora_error_text.restype = ctypes.c_char_p
 
+lib.velmora_find_type.argtypes = [ctypes.c_int] * 2 + [_address] * 3 + [
+    ctypes.POINTER(ctypes.c_char_p)]
+lib.velmora_upper_triangle.argtypes = [ctypes.c_int] * 3 + [_address] * 6
+
 FOLLOW = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_int, ctypes.c_double)
 lib.norv_set_progress.argtypes = [ctypes.c_void_p, ctypes.c_void_p]
 lib.norv_set_progress.restype = None

@@ -6,10 +6,13 @@ upper triangle with a full diagonal.  Columns of a CSC matrix are the rows of it
 taken as they are, and solves are then turned.
 """
 
+import ctypes
+
 import numpy as np
 import scipy.sparse as sp
 
-from .errors import InputError
+from ._library import lib
+from .errors import InputError, OutOfMemoryError
 
 #: Names of the types, as velmora-solve has them.
 TYPES = {
@@ -81,7 +84,7 @@ class Lines:
         self.data = np.ascontiguousarray(data, dtype=wide)
         if wide is np.complex128 and not self.data.imag.any():
             self.data = np.ascontiguousarray(self.data.real)
-        self._line = self._turned = None
+        self._line = None
 
     @property
     def complex(self):
@@ -94,74 +97,15 @@ class Lines:
             self._line = np.repeat(np.arange(self.n, dtype=np.int32), np.diff(self.start))
         return self._line
 
-    @property
-    def turned(self):
-        """The transpose's arrays: start, index, data."""
-        if self._turned is None:
-            A = sp.csr_matrix((self.data, self.index, self.start), shape=(self.n, self.n))
-            A.has_canonical_format = True
-            T = A.tocsc()
-            self._turned = T.indptr, T.indices, T.data
-        return self._turned
-
-    def pattern_is_symmetric(self):
-        start, index, _ = self.turned
-        return np.array_equal(start, self.start) and np.array_equal(index, self.index)
-
-    def is_symmetric(self, hermitian):
-        """Exactly equal to its transpose, or its adjoint; the pattern is known to be symmetric."""
-        other = self.turned[2]
-        return np.array_equal(other.conj() if hermitian and self.complex else other, self.data)
-
-    def diagonal(self):
-        out = np.zeros(self.n, dtype=self.data.dtype)
-        at = np.flatnonzero(self.index == self.line)
-        out[self.index[at]] = self.data[at]
-        return out
-
-
-def _minors_are_positive(lines, diagonal):
-    if not (diagonal.real > 0).all() or (lines.complex and diagonal.imag.any()):
-        return False
-    root = np.sqrt(diagonal.real)
-    below = np.abs(lines.data) < root[lines.line] * root[lines.index]
-    below[lines.index == lines.line] = True
-    return bool(below.all())
-
-
-def _diagonal_is_strong(lines, diagonal):
-    size = np.abs(diagonal)
-    if not (size > 0).all():
-        return False
-    beside = np.where(lines.index == lines.line, 0, np.abs(lines.data))
-    return bool((10 * size >= np.maximum.reduceat(beside, lines.start[:-1])).all())
-
-
-def choose_type(lines):
-    """Cheapest type that is safe for a matrix, and the reason in one clause.
-
-    A symmetric (Hermitian) matrix whose diagonal and 2x2 minors are positive is offered to
-    Cholesky, which finds out by itself when the matrix is not definite.  A pattern that is symmetric
-    is used as such only with a strong diagonal, because that type has no matching.
-    """
-    complex_ = lines.complex
-    if not lines.pattern_is_symmetric():
-        return (13 if complex_ else 11), "the pattern is not symmetric"
-    diagonal = lines.diagonal()
-    if lines.is_symmetric(hermitian=True):
-        kind = "Hermitian" if complex_ else "symmetric"
-        if _minors_are_positive(lines, diagonal):
-            return (4 if complex_ else 2), \
-                f"{kind} with positive diagonal and 2x2 minors: Cholesky is tried first"
-        zeros = int((diagonal == 0).sum())
-        if zeros:
-            return (-4 if complex_ else -2), f"{kind} with {zeros} zeros on the diagonal"
-        return (-4 if complex_ else -2), f"{kind}, but not all 2x2 minors are positive"
-    if complex_ and lines.is_symmetric(hermitian=False):
-        return 6, "complex symmetric, not Hermitian"
-    if _diagonal_is_strong(lines, diagonal):
-        return (3 if complex_ else 1), "symmetric pattern with a strong diagonal"
-    return (13 if complex_ else 11), "symmetric pattern, but the diagonal is weak"
+    def find_type(self):
+        """Cheapest type that is safe for the matrix, and the reason in one clause."""
+        reason = ctypes.c_char_p()
+        mtype = lib.velmora_find_type(self.n, int(self.complex), self.start.ctypes.data,
+                                      self.index.ctypes.data, self.data.ctypes.data,
+                                      ctypes.byref(reason))
+        if mtype == 0:
+            raise OutOfMemoryError(-2, "no memory to examine the matrix")
+        return mtype, reason.value.decode()
 
 
 class Stored:
@@ -177,50 +121,68 @@ class Stored:
         self.dtype = lines.dtype
         self.chosen = type is None
         if self.chosen:
-            self.mtype, self.reason = choose_type(lines)
+            self.mtype, self.reason = lines.find_type()
         else:
             self.mtype, self.reason = type_number(type), "as asked for"
         if lines.complex and not is_complex(self.mtype):
             refuse(f"complex values cannot be solved as {LABELS[self.mtype]}")
-        if self.mtype in (1, 3) and not lines.pattern_is_symmetric():
-            refuse("the pattern is not symmetric")
+        if self.mtype in (1, 3) and not self.chosen:
+            _, reason = lines.find_type()
+            if reason == "the pattern is not symmetric":
+                refuse(reason)
         self.n = lines.n
         self.by_columns = lines.by_columns
         self.turned = self.by_columns and not is_triangular(self.mtype)
         self.start, self.index = lines.start, lines.index
         self._pick = self._place = None
-        self._conjugated = False
+        self._upper = self._conjugated = False
         if is_triangular(self.mtype):
             self._take_triangle(lines)
         else:
             self.ia, self.ja = lines.start + np.int32(1), lines.index + np.int32(1)
-            few = len(lines.index) <= lines.n and not lines.diagonal().all()
-            if self.mtype in (1, 3) or few:
+            if self.mtype in (1, 3) or len(lines.index) <= lines.n:
                 self._add_diagonal()
-        self._take_values(lines)
+            self._take_values(lines)
 
     def _take_triangle(self, lines):
-        upper = lines.index >= lines.line
-        count = int(np.count_nonzero(upper))
-        lower_only = count < len(upper) and bool((lines.index <= lines.line).all())
+        lower_only = False
+        if not self.chosen:
+            below = int(np.count_nonzero(lines.index < lines.line))
+            above = int(np.count_nonzero(lines.index > lines.line))
+            lower_only = below > 0 and above == 0
+            if below and above and below != above:
+                refuse("the triangles have different numbers of entries: the matrix is not symmetric")
         self._conjugated = is_hermitian(self.mtype) and self.by_columns != lower_only
         if lower_only:  # the rows of the transpose, with where their entries came from
-            A = sp.csr_matrix((np.arange(len(upper)), lines.index, lines.start), (self.n, self.n))
+            A = sp.csr_matrix((np.arange(len(lines.index)), lines.index, lines.start),
+                              (self.n, self.n))
             T = A.tocsc()
             self.ia, self.ja, self._pick = T.indptr + np.int32(1), T.indices + np.int32(1), T.data
-        else:
-            on_diagonal = int(np.count_nonzero(lines.index == lines.line))
-            if count < len(upper) and len(upper) - count != count - on_diagonal:
-                refuse("the triangles have different numbers of entries: the matrix is not symmetric")
-            if count < len(upper):
-                self._pick = np.flatnonzero(upper)
-                before = np.zeros(len(upper) + 1, dtype=np.int32)
-                np.cumsum(upper, dtype=np.int32, out=before[1:])
-                self.ia = before[lines.start] + np.int32(1)
-                self.ja = lines.index[self._pick] + np.int32(1)
-            else:
-                self.ia, self.ja = lines.start + np.int32(1), lines.index + np.int32(1)
-        self._add_diagonal()
+            self._add_diagonal()
+            self._take_values(lines)
+            return
+        self._upper = True
+        room = len(lines.index) + self.n
+        self.ia, self.ja = np.empty(self.n + 1, dtype=np.int32), np.empty(room, dtype=np.int32)
+        self._take_upper(lines)
+        self.ja = self.ja[:len(self.a)]
+
+    def _take_upper(self, lines, pattern=True):
+        """The values of the upper triangle, and at first its pattern."""
+        values = self._values_of(lines)
+        room = len(values) + self.n if pattern else len(self.ja)
+        self.a = np.empty(room, dtype=values.dtype)
+        count = lib.velmora_upper_triangle(
+            self.n, int(is_complex(self.mtype)), int(self._conjugated), lines.start.ctypes.data,
+            lines.index.ctypes.data, values.ctypes.data, self.ia.ctypes.data if pattern else None,
+            self.ja.ctypes.data if pattern else None, self.a.ctypes.data)
+        self.a = self.a[:count]
+
+    def _values_of(self, lines):
+        """As the type has them: real or complex."""
+        if is_complex(self.mtype) and not lines.complex:
+            return lines.data.astype(np.complex128)
+        return lines.data
 
     def _add_diagonal(self):
         rows = np.repeat(np.arange(1, self.n + 1, dtype=np.int32), np.diff(self.ia))
@@ -241,9 +203,7 @@ class Stored:
         self._place[marked.data[held] - 1] = held
 
     def _take_values(self, lines):
-        values = lines.data
-        if is_complex(self.mtype) and not lines.complex:
-            values = values.astype(np.complex128)
+        values = self._values_of(lines)
         if self._pick is not None:
             values = values[self._pick]
         if self._conjugated:
@@ -266,11 +226,15 @@ class Stored:
         if lines.complex and not is_complex(self.mtype):
             refuse(f"complex values cannot be solved as {LABELS[self.mtype]}")
         if self.chosen and is_triangular(self.mtype):
-            if not lines.is_symmetric(hermitian=self.mtype != 6):
+            found, _ = lines.find_type()
+            if not is_triangular(found) or (found == 6) != (self.mtype == 6) and lines.complex:
                 refuse("the new values are not symmetric, as those of the analysis were; "
                        "name the type, or analyse anew")
         self.dtype = lines.dtype
-        self._take_values(lines)
+        if self._upper:
+            self._take_upper(lines, pattern=False)
+        else:
+            self._take_values(lines)
 
     def has_zero_diagonal(self):
         return is_triangular(self.mtype) and not self.a[self.ia[:-1] - 1].all()

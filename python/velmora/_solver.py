@@ -176,9 +176,11 @@ class Factorization(LinearOperator):
         return self
 
     def _analyse(self):
-        if self._handle is not None:
-            self._handle.close()
+        before = self._handle
         self._handle = _library.Handle(self.mtype)
+        if before is not None:
+            before.close()
+            self._handle.seconds = before.seconds
         _configure(self._handle, self._matrix, self._settings)
         self._call(11)
 

@@ -9,13 +9,16 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <string_view>
 
 #include "api/process.hpp"
+#include "base/progress.hpp"
 #include "base/residual.hpp"
 #include "base/thread_guard.hpp"
 #include "driver/check_input_fc.hpp"
 #include "driver/error_info_fc.hpp"
+#include "driver/factor_store.hpp"
 #include "driver/invert.hpp"
 #include "driver/options.hpp"
 #include "driver/shortcut.hpp"
@@ -37,6 +40,10 @@ void run_call(Call& call, int& error) {
       return;
     }
     const BlasLatch latch(call.last_digit() > 1 || call.phase == phase_inversion);
+    const ListenerWords words = call.pt != nullptr ? listener_of(call.pt) : ListenerWords{};
+    std::optional<Progress> progress;
+    if (words.function != nullptr)
+      progress.emplace(reinterpret_cast<Progress::Listener>(words.function), words.data);
     error = velmora_c(call);
     // A plain solve always succeeds for the caller, unless its accuracy is asked for; what went
     // wrong shows in the messages.
@@ -165,6 +172,10 @@ const char* velmora_version(void) { return VELMORA_VERSION_STRING; }
 void velmora_last_message(char* text, int length) { vlm::last_message_f(text, length); }
 
 const char* velmora_error_text(int error) { return vlm::error_text(error); }
+
+void velmora_set_progress(void** pt, velmora_progress_fn listener, void* data) {
+  if (pt != nullptr) vlm::set_listener(pt, {reinterpret_cast<void*>(listener), data});
+}
 
 VLM_EXPORT(velmora, VELMORA,
            (void** pt, const int* maxfct, const int* mnum, const int* mtype, const int* phase,

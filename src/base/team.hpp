@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// Failures of memory in a team of threads.
+/// Failures of memory in a team of threads, and its end by the listener.
 #pragma once
 
 #include <atomic>
 #include <cstddef>
 
 #include "base/memory.hpp"
+#include "base/progress.hpp"
 
 namespace vlm {
 
@@ -22,11 +23,15 @@ class TeamFailure {
       record(failure.bytes);
     } catch (const std::bad_alloc&) {
       record(0);
+    } catch (const Cancelled&) {
+      cancelled_ = true;
+      record(0);
     }
   }
   bool failed() const { return failed_.load(std::memory_order_relaxed); }
   /// Throws what was kept, outside of the region.
   void rethrow() const {
+    if (cancelled_) throw Cancelled();
     if (failed()) throw AllocationFailure(bytes_);
   }
 
@@ -36,6 +41,7 @@ class TeamFailure {
   }
   std::atomic<bool> failed_ = false;
   std::size_t bytes_ = 0;
+  std::atomic<bool> cancelled_ = false;
 };
 
 }  // namespace vlm

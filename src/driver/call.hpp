@@ -52,6 +52,7 @@ enum ErrorClass : int {
   error_matching = -6,
   error_internal = -7,
   error_overflow = -8,
+  error_cancelled = -9,
   // of the iterative solver, see norv/solver.h
   error_sqmr_limit = -100,
   error_sqmr_stagnation = -101,

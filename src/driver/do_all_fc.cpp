@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "base/clock.hpp"
+#include "base/progress.hpp"
 #include "base/status.hpp"
 #include "driver/input_scan.hpp"
 #include "driver/stabilised_stage.hpp"
@@ -164,6 +165,29 @@ int run_solve(StageArrays& arrays) {
   return found.verdict == verdict_useless ? status_inaccurate : status_ok;
 }
 
+/// Parts of an analysis, of 100, that its stages stand for; most of it is the order.
+constexpr double order_part = 75, lists_part = 15;
+
+/// The phases that the stages of the analysis and the solve make up; a factorization tells itself.
+void tell_stage(Stage stage, Progress& progress) {
+  switch (stage) {
+    case Stage::order:
+      break;
+    case Stage::lists:
+      progress.add(order_part);
+      break;
+    case Stage::structure:
+      progress.add(lists_part);
+      break;
+    case Stage::solve:
+      progress.begin(33, 0);
+      break;
+    case Stage::factorize:
+      break;
+  }
+  pulse();
+}
+
 int run_stage(Stage stage, StageArrays& arrays) {
   switch (stage) {
     case Stage::order:
@@ -184,6 +208,7 @@ int run_stage(Stage stage, StageArrays& arrays) {
 
 SolveStep solve_step(const StageArrays& arrays, bool turned) {
   return [&arrays, turned](int nrhs, const double* in, double* out) {
+    pulse();
     SolveOptions as = solve_options(arrays.control.options);
     if (turned) as.transpose = !as.type.symmetric && !as.transpose;
     return solve_velmora(as, *arrays.structure, arrays.matching, arrays.record->lu, nrhs, in, out,
@@ -219,6 +244,8 @@ int do_all_velmora_fc(Stage stage, StageArrays& arrays) {
   Clocks& clocks = arrays.control.clocks;
   if (clocks.stage_end > 0)
     clocks.timer.malloc = std::max(clocks.timer.malloc, 0.0) + timer_velmora() - clocks.stage_end;
+  if (Progress* const progress = Progress::current(); progress != nullptr)
+    tell_stage(stage, *progress);
   const int status = run_stage(stage, arrays);
   clocks.stage_end = timer_velmora();
   return status;

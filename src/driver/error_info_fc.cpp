@@ -32,7 +32,7 @@ constexpr const char* class_names[] = {
     "prereordering_mtype11,13",
     "internal_error,unclass. ",
     "32-bit overflow problem ",
-    "internal_error,unclass. ",
+    "ended_by_its_listener   ",
     "internal_error,unclass. ",
 };
 
@@ -76,6 +76,7 @@ constexpr const char* error_texts[] = {
     "the matrix is structurally singular",
     "an argument is wrong, or a row of a diagonal system",
     "a count of the factor is beyond 32-bit integers",
+    "the listener of velmora_set_progress() ended the call",
 };
 
 /// Lines of a message, joined by line feeds.
@@ -364,6 +365,9 @@ void add_class_message(Lines& lines, const Outcome& outcome, const Call& call,
       lines.add("*** error velmora: preordering failed after %d neqns out of %d",
                 {-outcome.code, call.n});
       lines.add("struct. sing. or input/parameter problem (matrixtype 11,13)");
+      break;
+    case error_cancelled:
+      lines.add("*** error velmora: the listener ended the call");
       break;
     case error_unclassified:
       lines.add("*** error velmora: unclassified error");

@@ -63,8 +63,33 @@ void count_call(void** pt) {
   word = std::bit_cast<void*>(std::bit_cast<std::uintptr_t>(word) + 1);
 }
 
+namespace {
+
+std::uintptr_t check_of(const ListenerWords& words) {
+  constexpr std::uintptr_t mark = 0x766c6d6c;
+  return std::bit_cast<std::uintptr_t>(words.function) ^
+         (std::bit_cast<std::uintptr_t>(words.data) * 3) ^ mark;
+}
+
+}  // namespace
+
+void set_listener(void** pt, const ListenerWords& words) {
+  const bool any = words.function != nullptr;
+  slot(pt, slot_listener) = words.function;
+  slot(pt, slot_listener_data) = any ? words.data : nullptr;
+  slot(pt, slot_listener_check) = any ? std::bit_cast<void*>(check_of(words)) : nullptr;
+}
+
+ListenerWords listener_of(void** pt) {
+  const ListenerWords words{slot(pt, slot_listener), slot(pt, slot_listener_data)};
+  const auto check = std::bit_cast<std::uintptr_t>(slot(pt, slot_listener_check));
+  return words.function != nullptr && check == check_of(words) ? words : ListenerWords{};
+}
+
 void create_handle(void** pt, int maxfct) {
+  const ListenerWords words = listener_of(pt);
   std::fill_n(pt, 64, nullptr);
+  set_listener(pt, words);
   slot(pt, slot_basic) = new (allocate(sizeof(Control), at_basic)) Control{};
   try {
     slot(pt, slot_table) = allocate_table(maxfct);
@@ -113,6 +138,7 @@ void release_handle(void** pt) {
   release(pt, slot_table);
   release(pt, slot_basic);
   slot(pt, slot_calls) = nullptr;
+  set_listener(pt, {});
 }
 
 void provide_factor(FactorRecord& record, std::size_t bytes) {

@@ -15,7 +15,7 @@
 
 namespace vlm {
 
-/// Slots in use, numbered from 1.
+/// Slots in use, numbered from 1.  The listener's words are the caller's, and survive an analysis.
 enum Slot : int {
   slot_calls = 1,         ///< count of calls; 0: the handle is empty
   slot_basic = 2,         ///< Control
@@ -28,6 +28,9 @@ enum Slot : int {
   slot_padded = 16,       ///< PaddedMatrix; its content has a destructor, as that of the next
   slot_iterative = 17,    ///< preconditioner and blocks of the iterative solver, see iterative.hpp
   slot_last = 20,
+  slot_listener = 61,  ///< function and data of velmora_set_progress(), and a check of both
+  slot_listener_data = 62,
+  slot_listener_check = 63,
 };
 
 /// Where an allocation failed; selects the name in the memory message.
@@ -86,6 +89,14 @@ const PaddedMatrix* padded_of(void** pt);
 /// What the numeric phases are given of a matching: scalings where the values are scaled, and the
 /// row permutation of full storage.
 Matching matching_of(void** pt);
+
+/// The caller's listener.
+struct ListenerWords {
+  void *function = nullptr, *data = nullptr;
+};
+void set_listener(void** pt, const ListenerWords& words);
+/// No function where none was set, or the words are of something else.
+ListenerWords listener_of(void** pt);
 
 /// Counts one more call in pt(1).
 void count_call(void** pt);

@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "base/clock.hpp"
+#include "base/progress.hpp"
 #include "base/scratch_file.hpp"
 #include "base/status.hpp"
 #include "base/thread_guard.hpp"
@@ -144,7 +145,14 @@ Outcome invert_record(const Call& call, FactorRecord& record, InverseTimes& time
     if (file.write(record.lu, record.bytes) != 0) return {error_memory, at_file, 0, record.bytes};
   }
   const double before = timer_velmora() - start;
-  invert_factor(options, st, lu, times);
+  try {
+    invert_factor(options, st, lu, times);
+  } catch (const Cancelled&) {  // the factor is half an inverse
+    if (call.iparm(36) != copy_in_memory &&
+        (call.iparm(36) == overwrite || file.read(record.lu, record.bytes) != 0))
+      record.finished = false;
+    throw;
+  }
   times.preparation += before;
 
   const Matching matching = matching_of(pt);

@@ -183,6 +183,8 @@ std::string_view remedy(const Outcome& outcome, const Call& call) {
     case error_sqmr_sigma:
     case error_sqmr_rho:
       return "lower dparm(5) and dparm(6), raise dparm(7) or dparm(1), or set iparm(32) to 0";
+    case error_cancelled:
+      return "repeat the phase; a factor that was being made is gone";
     case error_unclassified:
       return "report it, with the files that VELMORA_WRITE_MAT=1 makes";
     default:

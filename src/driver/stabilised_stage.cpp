@@ -7,6 +7,7 @@
 
 #include "base/clock.hpp"
 #include "base/memory.hpp"
+#include "base/progress.hpp"
 #include "base/status.hpp"
 #include "base/vector_primitives.hpp"
 #include "solve/first_guess.hpp"
@@ -113,6 +114,7 @@ class FactorSolves {
       : arrays_(arrays), options_(options), rhs_(rhs), iteration_(iteration) {}
 
   int solve(Side side, int nrhs, const double* in, double* out) const {
+    pulse();
     SolveOptions options = solve_options(arrays_.control.options);
     options.transpose = options_of(side).transpose;
     return solve_velmora(options, *arrays_.structure, arrays_.matching, arrays_.record->lu, nrhs,

@@ -19,6 +19,7 @@
 
 #include "base/clock.hpp"
 #include "base/memory.hpp"
+#include "base/progress.hpp"
 #include "base/status.hpp"
 #include "base/thread_guard.hpp"
 #include "driver/check_input_fc.hpp"
@@ -112,6 +113,7 @@ Outcome run_analysis(const Call& call, const MemoryMeter& meter) {
         call.largest_analysis != nullptr ? call.largest_analysis->load() : std::int64_t{0};
     if (meter.peak() > std::max(large_analysis, seen)) trim_heap();
   };
+  PhaseProgress phase(11, 100);
   MatchedOrder matched;
   control.pattern = pattern_checksum(matrix_of(call));
   const double match_start = timer_velmora();
@@ -138,6 +140,7 @@ Outcome run_analysis(const Call& call, const MemoryMeter& meter) {
     throw;
   }
   control.memory.permanent += kilobytes(bytes);
+  phase.finish();
   if (call.iparm(9) >= 0)
     control.memory.numeric = numeric_forecast(control.options, *arrays.structure);
   return {};
@@ -212,6 +215,7 @@ Outcome solve(StageArrays& arrays) {
   } const release_cgs{pt};
   const int status = with_location(at_cgs, [&] { return do_all_velmora_fc(Stage::solve, arrays); });
   call.iparm(7) = control.results.refinement_steps;
+  if (Progress* const progress = Progress::current()) progress->end();
   if (status != status_ok) return {error_numeric, status, 0, 0};
   return {};
 }
@@ -436,6 +440,8 @@ Outcome run_phase_without_exceptions(Call& call, double start, int& deleted) {
     return {error_memory, at_basic, 0, 0};
   } catch (const std::length_error&) {  // a scratch array beyond 32-bit positions
     return {error_overflow, status_overflow, 0, 0};
+  } catch (const Cancelled&) {
+    return {error_cancelled, 0, 0, 0};
   } catch (const std::exception&) {
     return {error_unclassified, 0, 0, 0};
   }
@@ -477,8 +483,9 @@ int velmora_c(Call& call) {
   Control* control = nullptr;
   if (call.pt != nullptr && !handle_is_empty(call.pt)) control = &control_of(call.pt);
   if (control != nullptr) store_memory_figures(control->memory, call.iparm);
-  call.insists = outcome.error == error_input &&
-                 (outcome.code == code_inverted || outcome.code == code_inverse_values);
+  call.insists = outcome.error == error_cancelled ||
+                 (outcome.error == error_input &&
+                  (outcome.code == code_inverted || outcome.code == code_inverse_values));
   call.wanted = outcome.bytes;
   if (outcome) report_failure(call, outcome, control);
   if (control != nullptr && call.iparm(32) != 1) report(call, outcome, *control, deleted);

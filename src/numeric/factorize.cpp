@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "base/carver.hpp"
+#include "base/progress.hpp"
 #include "base/status.hpp"
 #include "numeric/family.hpp"
 #include "numeric/family_lu.hpp"
@@ -141,6 +142,19 @@ std::size_t work_bytes(const FactorOptions& options, const Structure& st) {
   return carver.used();
 }
 
+/// Work of a factorization in the unit of the progress.
+template <class T>
+double work_of(const FactorFrame<T>& f) {
+  double sum = 0;
+  for (int s = 1; s <= f.st.nsuper; ++s) {
+    const Panel<T> panel = panel_of(f.st, f.store, s);
+    if (!is_eliminated(f, panel)) continue;
+    const double below = panel.rows - panel.width;
+    sum += finish_work(panel) + 0.5 * panel.width * below * below;
+  }
+  return sum;
+}
+
 /// Runs the schedule that the analysis prepared, on the threads that the call asks for.
 template <class Family, class T>
 bool eliminate(const FactorFrame<T>& frame, const Team<T>& team, Carver& carver) {
@@ -183,7 +197,11 @@ int factor_with(FactorCall& call) {
     scratch.stats.want_logdet = call.options.logdet;
   }
   frame.logdet = work.logdet.data();
+  frame.progress = Progress::current();
+  PhaseProgress phase(22, frame.progress != nullptr ? work_of(frame) : 0);
   const bool finished = eliminate<Family>(frame, work.team, carver);
+  if (finished) phase.finish();
+  pulse();
   FactorResult& result = call.result;
   for (const FactorScratch<T>& scratch : work.team) {
     result.perturbed += scratch.stats.perturbed;

@@ -10,6 +10,7 @@
 #include <cmath>
 
 #include "base/carver.hpp"
+#include "base/progress.hpp"
 #include "numeric/factor.hpp"
 #include "numeric/factorize.hpp"
 
@@ -26,9 +27,10 @@ struct FactorFrame {
   FactorStore<T> store;
   const Kernels<T>& kernel = kernels<T>();
   double eps = 0;
-  double growth_limit = 0;   ///< updates that are too large beside the matrix
-  int last_eliminated = 0;   ///< columns beyond belong to the Schur complement
-  double* logdet = nullptr;  ///< [nsuper] log |det| of each panel's block
+  double growth_limit = 0;       ///< updates that are too large beside the matrix
+  int last_eliminated = 0;       ///< columns beyond belong to the Schur complement
+  double* logdet = nullptr;      ///< [nsuper] log |det| of each panel's block
+  Progress* progress = nullptr;  ///< of the call; null where nobody listens
 };
 
 /// Scratch and counters of one thread.

@@ -26,7 +26,7 @@ void apply_update(const FactorFrame<T>& f, int s, int rows, const Panel<T>& targ
                   FactorScratch<T>& scratch) {
   const Panel<T> source = panel_of(f.st, f.store, s);
   if (!is_eliminated(f, source)) return;
-  Family::apply(f, update_source(source, source.rows - rows, target), target, scratch);
+  apply_counted<Family>(f, update_source(source, source.rows - rows, target), target, scratch);
 }
 
 /// An update that is ready.
@@ -75,7 +75,14 @@ class FineGrain {
  private:
   static bool by_source(const Arrival& a, const Arrival& b) { return a.source < b.source; }
 
+  /// A panel failed, or the listener has ended the call.
+  bool stopped() {
+    if (!goes_on(f_)) failed_.store(true, std::memory_order_release);
+    return failed_.load(std::memory_order_acquire);
+  }
+
   void eliminate(int j, FactorScratch<T>& scratch) {
+    if (stopped()) return;
     const Panel<T> target = panel_of(f_.st, f_.store, j);
     Family::load(f_, j);
     index_rows(target, scratch.indmap);
@@ -85,13 +92,15 @@ class FineGrain {
     for (int taken = 0; taken < updates;) {
       const int there = work_.arrived(j).load(std::memory_order_acquire);
       if (there == taken || (fixed_order_ && there < updates)) {
-        if (failed_.load(std::memory_order_acquire)) return;
+        if (stopped()) return;
         backoff.wait();
         continue;
       }
       if (fixed_order_) std::sort(arrival, arrival + updates, by_source);
-      for (; taken < there; ++taken)
+      for (; taken < there; ++taken) {
         apply_update<Family>(f_, arrival[taken].source, arrival[taken].rows, target, scratch);
+        if (stopped()) return;
+      }
       backoff.reset();
     }
     if (complete_panel<Family>(f_, j, target, scratch) == Step::failed) {

@@ -6,6 +6,7 @@
 
 #include "base/clock.hpp"
 #include "base/memory.hpp"
+#include "base/progress.hpp"
 #include "numeric/inverse_panel.hpp"
 #include "numeric/inverse_plan.hpp"
 
@@ -30,12 +31,15 @@ class Inversion {
   void run(InverseTimes& times) {
     const double start = timer_velmora();
     double separated = start;
+    PhaseProgress phase(-22, frame_.st.nsuper);
     if (plan_.threads == 1) {
       work(team_.front(), separated);
     } else {
 #pragma omp parallel num_threads(plan_.threads)
       work(team_[static_cast<std::size_t>(number_.fetch_add(1))], separated);
     }
+    if (stopped_.load()) throw Cancelled();
+    phase.finish();
     times.separators = separated - start;
     times.domains = timer_velmora() - separated;
   }
@@ -44,24 +48,35 @@ class Inversion {
   /// @param separated  the time when the last separator was finished, out
   void work(InverseScratch<T>& scratch, double& separated) {
     const int separators = static_cast<int>(plan_.separators.size());
-    for (int k; (k = next_separator_.fetch_add(1)) < separators;) {
+    for (int k; goes_on() && (k = next_separator_.fetch_add(1)) < separators;) {
       invert(plan_.separators[static_cast<std::size_t>(k)], scratch);
       if (finished_.fetch_add(1) + 1 == separators) separated = timer_velmora();
     }
-    for (int d; (d = next_domain_.fetch_add(1)) < plan_.domains();)
+    for (int d; goes_on() && (d = next_domain_.fetch_add(1)) < plan_.domains();)
       for (int k = plan_.start[static_cast<std::size_t>(d)];
-           k < plan_.start[static_cast<std::size_t>(d) + 1]; ++k)
+           k < plan_.start[static_cast<std::size_t>(d) + 1] && goes_on(); ++k)
         invert(plan_.panels[static_cast<std::size_t>(k)], scratch);
   }
 
   void invert(int s, InverseScratch<T>& scratch) {
     PanelInversion<Family, T>(frame_, scratch, s).run();
+    if (progress_ != nullptr) progress_->add(1);
+  }
+
+  /// False once the listener has ended the call: no further panel is begun, and what a begun one
+  /// waits for was begun before.
+  bool goes_on() {
+    if (progress_ != nullptr && Progress::current() == progress_ && !progress_->pulse())
+      stopped_.store(true);
+    return !stopped_.load(std::memory_order_relaxed);
   }
 
   const InversionPlan plan_;
   Vector<std::atomic<char>> done_;
   InverseFrame<T> frame_;
   Vector<InverseScratch<T>> team_;
+  Progress* const progress_ = Progress::current();
+  std::atomic<bool> stopped_{false};
   std::atomic<int> number_{0}, next_separator_{0}, next_domain_{0}, finished_{0};
 };
 

@@ -17,6 +17,33 @@ bool is_eliminated(const FactorFrame<T>& f, const Panel<T>& panel) {
   return panel.first + panel.width - 1 <= f.last_eliminated;
 }
 
+/// Work of an update, for the progress: what the rows of the source that it consumes stand for. The
+/// updates of a panel add up to half of width times rows^2.
+template <class T>
+double update_work(const UpdateSource<T>& s) {
+  return 0.5 * s.panel.width * s.q * (2.0 * s.m - s.q);
+}
+
+/// Work of the last steps of a panel, likewise.
+template <class T>
+double finish_work(const Panel<T>& panel) {
+  return 0.5 * panel.width * panel.width * panel.rows;
+}
+
+/// Applies an update and counts it.
+template <class Family, class T>
+void apply_counted(const FactorFrame<T>& f, const UpdateSource<T>& source, const Panel<T>& target,
+                   FactorScratch<T>& scratch) {
+  Family::apply(f, source, target, scratch);
+  if (f.progress != nullptr) f.progress->add(update_work(source));
+}
+
+/// False on the thread of the call once its listener has ended it.
+template <class T>
+bool goes_on(const FactorFrame<T>& f) {
+  return f.progress == nullptr || Progress::current() != f.progress || f.progress->pulse();
+}
+
 /// Last steps of panel s, which all its updates have reached.  Its share of the determinant is
 /// kept by panel, so that threads show nothing in the sum.
 template <class Family, class T>
@@ -28,6 +55,7 @@ Step complete_panel(const FactorFrame<T>& f, int s, const Panel<T>& target,
   }
   if (!Family::finish(f, target, scratch)) return Step::failed;
   f.logdet[s - 1] = std::exchange(scratch.stats.logdet, 0);
+  if (f.progress != nullptr) f.progress->add(finish_work(target));
   return Step::finished;
 }
 
@@ -72,13 +100,14 @@ bool run_sequential(const FactorFrame<T>& f, FactorScratch<T>& scratch, const Pa
     for (int s = head(j); s != 0;) {
       const int following = next(s);
       const auto source = update_source(panel_of(st, f.store, s), consumed(s), target);
-      Family::apply(f, source, target, scratch);
+      apply_counted<Family>(f, source, target, scratch);
+      if (!goes_on(f)) return false;
       enlist(s, source.panel, source.skip + source.q);
       s = following;
     }
     const Step step = complete_panel<Family>(f, j, target, scratch);
     if (step == Step::failed) return false;
-    if (!finished(j)) return false;
+    if (!finished(j) || !goes_on(f)) return false;
     if (step == Step::finished) enlist(j, target, target.width);
   }
   return true;

@@ -66,6 +66,11 @@ class TwoLevel {
   static constexpr int none_left = 0, none_open = -1;
 
   bool failed() const { return failed_.load(std::memory_order_acquire); }
+  /// A panel failed, or the listener has ended the call.
+  bool stopped() {
+    if (!goes_on(f_)) failed_.store(true, std::memory_order_release);
+    return failed();
+  }
   std::atomic<char>& state(int c) { return work_.state(c); }
 
   void eliminate_domain(int d, FactorScratch<T>& scratch) {
@@ -80,7 +85,7 @@ class TwoLevel {
 
   void eliminate_separators(FactorScratch<T>& scratch) {
     Backoff backoff;
-    for (int c = 0; (c = claim()) != none_left;) {
+    for (int c = 0; !stopped() && (c = claim()) != none_left;) {
       if (c == none_open) {
         backoff.wait();
         continue;
@@ -142,11 +147,12 @@ class TwoLevel {
       int& next = work_.next(row + d);
       for (const int end = plan_.start(row + d + 1); next < end; ++next) {
         const int s = plan_.up(next);
-        for (Backoff backoff; fixed_order_ && !is_ready(d, s) && !failed();) backoff.wait();
+        for (Backoff backoff; fixed_order_ && !is_ready(d, s) && !stopped();) backoff.wait();
         if (!is_ready(d, s)) {
           complete = false;
           break;
         }
+        if (stopped()) return false;
         apply_update<Family>(f_, s, plan_.uplen(next), target, scratch);
         moved = true;
       }

@@ -217,6 +217,7 @@ void Dissector::dissect_piece(Task task) {
   const double start = timer_velmora(), saved = team_.saved();
   if (goal_.trace != nullptr && goal_.threads < 2)
     team_.assume(std::max(1, goal_.trace->threads >> std::min(task.depth, 30)));
+  pulse();
   Task left, right;
   if (!pays(task) || !split(task, left, right)) {
     order_leaf(task.piece, task.first);

@@ -42,7 +42,7 @@ esac
 
 # What must be there, and nothing of the tests or the static archive.
 [[ -x $prefix/bin/velmora-solve && -x $prefix/bin/velmora-gallery ]]
-(cd "$source/include" && find . -name '*.h' -o -name '*.hpp') | while read -r header; do
+(cd "$source/include" && find . -type f) | while read -r header; do
   [[ -f $prefix/include/$header ]]
 done
 for file in README.md docs/first-solve.md examples/solve_symmetric.c examples/bracket.mtx.gz; do
@@ -81,4 +81,10 @@ export PKG_CONFIG_PATH=$lib/pkgconfig
 ${CC:-cc} "$source/examples/solve_symmetric.c" -o "$scratch/by_pkg_config" \
   $(pkg-config --cflags --libs velmora) -lm
 LD_LIBRARY_PATH=$lib "$scratch/by_pkg_config" >/dev/null
+if command -v gfortran >/dev/null; then
+  # shellcheck disable=SC2046
+  gfortran -J"$scratch" "$(pkg-config --variable=includedir velmora)/velmora.f90" \
+    "$source/examples/solve_symmetric.f90" -o "$scratch/fortran" $(pkg-config --libs velmora)
+  LD_LIBRARY_PATH=$lib "$scratch/fortran" >/dev/null
+fi
 echo "passed"

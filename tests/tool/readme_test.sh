@@ -100,7 +100,7 @@ try_blocks() {
         ;;
       *.cpp) compile_and_run "$file" c++ -std=c++17 -Wall -Werror ;;
       *.f90)
-        if command -v gfortran >/dev/null; then compile_and_run "$file" gfortran; fi
+        if command -v gfortran >/dev/null; then compile_and_run "$file" gfortran "-I$prefix/include"; fi
         cp -n "$file" program.f90
         ;;
       *.python)
