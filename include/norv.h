@@ -57,6 +57,7 @@
  *   norv/direct.h the bridge to    norv/solver.h Krylov solvers
  *                 velmora()        norv/interface.h  phases of velmora()
  *   norv/ildlt.h  incomplete LDL^T norv/condest.h norms of inverse factors
+ *   norv/multilevel.h  multigrid hierarchies
  */
 #ifndef VELMORA_NORV_H
 #define VELMORA_NORV_H
@@ -70,6 +71,7 @@
 #include "norv/interface.h"
 #include "norv/ldu.h"
 #include "norv/linop.h"
+#include "norv/multilevel.h"
 #include "norv/perm.h"
 #include "norv/precon.h"
 #include "norv/sets.h"

@@ -51,8 +51,8 @@ struct precon {
  *   DIAG SOR AML AMG BLOCKLU BLOCKGS ICHOL PARILDLT ILDLT_CP ILDLT_SP ILDLT_WS
  *   ILDLT_BK ILDLT MILDLT SAINV BAINV SCHILDERS SMAGGR MPS_DIAG
  *
- * This version has DUMMY, DIAG, LU, ICHOL, MILDLT, ILDLT and ILDLT_CP, _SP, _WS, _BK, and no
- * others yet. */
+ * This version has DUMMY, DIAG, LU, ICHOL, MILDLT, ILDLT and ILDLT_CP, _SP, _WS, _BK,
+ * AML, AMG, SMAGGR, and no others yet. */
 NORV_API precon* precon_new_by_name(const char* name);
 
 /* 1 on success, 0 when the setup failed.  A must live as long as M for the classes that keep the

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "norv/ildlt.h"
+#include "norv/multilevel.h"
 
 namespace {
 
@@ -32,8 +33,8 @@ constexpr Row preconditioners[] = {
     {"LU", precon_lu_create},
     {"DIAG", precon_diag_create},
     {"SOR", nullptr},
-    {"AML", nullptr},
-    {"AMG", nullptr},
+    {"AML", precon_aml_create},
+    {"AMG", precon_amg_create},
     {"BLOCKLU", nullptr},
     {"BLOCKGS", nullptr},
     {"ICHOL", precon_cholesky_create},
@@ -47,7 +48,7 @@ constexpr Row preconditioners[] = {
     {"SAINV", nullptr},
     {"BAINV", nullptr},
     {"SCHILDERS", nullptr},
-    {"SMAGGR", nullptr},
+    {"SMAGGR", precon_smaggr_create},
     {"MPS_DIAG", nullptr},
 };
 
