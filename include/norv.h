@@ -58,6 +58,7 @@
  *                 velmora()        norv/interface.h  phases of velmora()
  *   norv/ildlt.h  incomplete LDL^T norv/condest.h norms of inverse factors
  *   norv/multilevel.h  multigrid hierarchies
+ *   norv/krylov.h the other Krylov methods, sweeps, least squares
  */
 #ifndef VELMORA_NORV_H
 #define VELMORA_NORV_H
@@ -69,6 +70,7 @@
 #include "norv/dmat.h"
 #include "norv/ildlt.h"
 #include "norv/interface.h"
+#include "norv/krylov.h"
 #include "norv/ldu.h"
 #include "norv/linop.h"
 #include "norv/multilevel.h"
