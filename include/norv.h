@@ -57,6 +57,7 @@
  *   norv/direct.h the bridge to    norv/solver.h Krylov solvers
  *                 velmora()        norv/interface.h  phases of velmora()
  *   norv/ildlt.h  incomplete LDL^T norv/condest.h norms of inverse factors
+ *   norv/multilevel.h  multigrid hierarchies
  *   norv/krylov.h the other Krylov methods, sweeps, least squares
  *   norv/classes.h  incomplete LU, saddle points, blocks, approximate inverses
  */
@@ -74,6 +75,7 @@
 #include "norv/krylov.h"
 #include "norv/ldu.h"
 #include "norv/linop.h"
+#include "norv/multilevel.h"
 #include "norv/perm.h"
 #include "norv/precon.h"
 #include "norv/sets.h"

@@ -51,8 +51,8 @@ struct precon {
  *   DIAG SOR AML AMG BLOCKLU BLOCKGS ICHOL PARILDLT ILDLT_CP ILDLT_SP ILDLT_WS
  *   ILDLT_BK ILDLT MILDLT SAINV BAINV SCHILDERS SMAGGR MPS_DIAG
  *
- * This version lacks XFSAI, MFSAI, AML, AMG, SMAGGR and PARILDLT; the others are those of this
- * header, of norv/classes.h and of norv/ildlt.h. */
+ * This version lacks XFSAI and MFSAI; the others are those of this header, of norv/classes.h, of
+ * norv/multilevel.h and of norv/ildlt.h. */
 NORV_API precon* precon_new_by_name(const char* name);
 
 /* 1 on success, 0 when the setup failed.  A must live as long as M for the classes that keep the

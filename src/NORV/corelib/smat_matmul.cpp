@@ -3,11 +3,12 @@
 ///
 /// Row by row after F. G. Gustavson, "Two fast algorithms for sparse matrices", 1978: row i of
 /// A B is the sum of the rows of B that row i of A names, gathered in a dense row.  One pass
-/// counts, one computes; O(multiplications + sorting of each row), O(columns) scratch.
+/// counts, one computes; O(multiplications + sorting of each row), O(columns) scratch a thread.
 
 #include <algorithm>
 
 #include "NORV/corelib/norvmora_names.hpp"
+#include "NORV/corelib/row_shares.hpp"
 #include "NORV/corelib/smat_rows.hpp"
 
 using namespace vlm;
@@ -15,44 +16,79 @@ using namespace vlm::norv;
 
 namespace {
 
-/// C := A B for stored entries.  With upper_only the part below the diagonal is left out.
+/// The rows of a product that a thread forms, with its scratch.
 template <typename T>
-smat* multiply_matrices(const Rows<T>& A, const Rows<T>& B, bool upper_only, int type) {
-  smat* C = smat_new(static_cast<unsigned>(A.m), static_cast<unsigned>(B.n), type);
-  Buffer<int> last_row(B.n, -1);  // row of C that met column j last
-  // f(j, p, q) for each contribution A.a[p] B.a[q] to column j of row i.
-  const auto contributions = [&](int i, auto f) {
-    for (int p = A.ia[i]; p < A.ia[i + 1]; ++p) {
-      const int row = A.ja[p];
-      for (int q = B.ia[row]; q < B.ia[row + 1]; ++q) {
-        if (!upper_only || B.ja[q] >= i) f(B.ja[q], p, q);
+class RowProducts {
+ public:
+  /// With upper_only the part below the diagonal is left out.
+  RowProducts(const Rows<T>& A, const Rows<T>& B, bool upper_only)
+      : A_(A), B_(B), upper_only_(upper_only), last_row_(B.n, -1), sum_(B.n) {}
+
+  /// Entries of the rows to count[first..last-1].
+  void count(int first, int last, int* count) {
+    for (int i = first; i < last; ++i) {
+      int entries = 0;
+      contributions(i, [&](int j, int, int) {
+        entries += last_row_[j] != i;
+        last_row_[j] = i;
+      });
+      count[i] = entries;
+    }
+    std::fill(last_row_.begin(), last_row_.end(), -1);
+  }
+
+  /// The rows themselves, sorted, to their places.
+  void fill(int first, int last, const int* start, int* columns, T* values) {
+    for (int i = first; i < last; ++i) {
+      int* const begin = columns + start[i];
+      int* put = begin;
+      contributions(i, [&](int j, int p, int q) {
+        if (last_row_[j] != i) {
+          last_row_[j] = i;
+          sum_[j] = T{};
+          *put++ = j;
+        }
+        add_product(sum_[j], A_.a[p], B_.a[q]);
+      });
+      std::sort(begin, put);
+      for (const int* j = begin; j < put; ++j) values[start[i] + (j - begin)] = sum_[*j];
+    }
+  }
+
+ private:
+  /// f(j, p, q) for each contribution A.a[p] B.a[q] to column j of row i.
+  template <typename F>
+  void contributions(int i, const F& f) const {
+    for (int p = A_.ia[i]; p < A_.ia[i + 1]; ++p) {
+      const int row = A_.ja[p];
+      for (int q = B_.ia[row]; q < B_.ia[row + 1]; ++q) {
+        if (!upper_only_ || B_.ja[q] >= i) f(B_.ja[q], p, q);
       }
     }
-  };
-  for (int i = 0; i < A.m; ++i) {
-    contributions(i, [&](int j, int, int) {
-      int& seen = last_row[j];
-      C->ia[i + 1] += seen != i;
-      seen = i;
-    });
   }
+
+  const Rows<T> A_, B_;
+  const bool upper_only_;
+  Buffer<int> last_row_;  ///< row of the product that met column j last
+  Buffer<T> sum_;
+};
+
+/// C := A B for stored entries.  With upper_only the part below the diagonal is left out.  Its rows
+/// are shared out among threads by the entries of A; each is what one thread makes of it.
+template <typename T>
+smat* multiply_matrices(const Rows<T>& A, const Rows<T>& B, bool upper_only, int type) {
+  const int nthreads = row_threads(A.ia[A.m]);
+  Buffer<RowProducts<T>> scratch;
+  scratch.reserve(nthreads);
+  for (int thread = 0; thread < nthreads; ++thread) scratch.emplace_back(A, B, upper_only);
+  smat* C = smat_new(static_cast<unsigned>(A.m), static_cast<unsigned>(B.n), type);
+  for_row_shares(A.ia, A.m, nthreads, [&](int thread, int first, int last) {
+    scratch[thread].count(first, last, C->ia + 1);
+  });
   reserve_entries(C, counts_to_starts(C->ia, C->m));
-  std::fill(last_row.begin(), last_row.end(), -1);
-  Buffer<T> sum(B.n);
-  T* c = values_as<T>(C->a);
-  for (int i = 0; i < A.m; ++i) {
-    int put = C->ia[i];
-    contributions(i, [&](int j, int p, int q) {
-      if (last_row[j] != i) {
-        last_row[j] = i;
-        sum[j] = T{};
-        C->ja[put++] = j;
-      }
-      add_product(sum[j], A.a[p], B.a[q]);
-    });
-    std::sort(C->ja + C->ia[i], C->ja + put);
-    for (int k = C->ia[i]; k < put; ++k) c[k] = sum[C->ja[k]];
-  }
+  for_row_shares(A.ia, A.m, nthreads, [&](int thread, int first, int last) {
+    scratch[thread].fill(first, last, C->ia, C->ja, values_as<T>(C->a));
+  });
   return C;
 }
 

@@ -9,6 +9,7 @@
 
 #include "norv/classes.h"
 #include "norv/ildlt.h"
+#include "norv/multilevel.h"
 
 namespace {
 
@@ -33,8 +34,8 @@ constexpr Row preconditioners[] = {
     {"LU", precon_lu_create},
     {"DIAG", precon_diag_create},
     {"SOR", precon_sor_create},
-    {"AML", nullptr},
-    {"AMG", nullptr},
+    {"AML", precon_aml_create},
+    {"AMG", precon_amg_create},
     {"BLOCKLU", precon_blocklu_create},
     {"BLOCKGS", precon_block_gs_create},
     {"ICHOL", precon_cholesky_create},
@@ -48,7 +49,7 @@ constexpr Row preconditioners[] = {
     {"SAINV", precon_sainv_create},
     {"BAINV", precon_bainv_create},
     {"SCHILDERS", precon_schilders_create},
-    {"SMAGGR", nullptr},
+    {"SMAGGR", precon_smaggr_create},
     {"MPS_DIAG", precon_mps_diag_create},
 };
 

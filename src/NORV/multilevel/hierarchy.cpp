@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: BSD-3-Clause
+/// Levels of a multigrid method and their V-cycle, see hierarchy.hpp.
+#include "NORV/multilevel/hierarchy.hpp"
+
+#include <algorithm>
+
+namespace vlm::norv {
+namespace {
+
+template <class T>
+ScratchVec new_vector(unsigned n) {
+  return ScratchVec(is_complex_v<T> ? vec_new_cpx(n) : vec_new(n));
+}
+
+/// y := x + y, entry by entry times d where there is one.
+template <class T>
+void add(const T* d, const vec* x, vec* y) {
+  const T* const from = values<T>(x);
+  T* const to = values<T>(y);
+  for_parts(x->n, [=](std::size_t first, std::size_t last) {
+    for (std::size_t i = first; i < last; ++i)
+      to[i] += d != nullptr ? product(d[i], from[i]) : from[i];
+  });
+}
+
+std::unique_ptr<precon, ReleasePrecon> new_ilut(smat* A, const aml_params& params) {
+  std::unique_ptr<precon, ReleasePrecon> M(precon_new_by_name("ILUT"));
+  if (!M) bad_options(1, "ILUT smoothing is not available.");
+  M->dparam[0] = params.ilut_thresh;
+  M->iparam[0] = params.ilut_fill;
+  if (precon_setup(M.get(), A) == 0) bad_options(1, "ILUT smoothing could not be set up.");
+  return M;
+}
+
+}  // namespace
+
+template <class T>
+bool is_symmetric(const Rows<T>& A) {
+  if (A.m != A.n) return false;
+  // The entries below the diagonal of a row are met in the order of their columns.
+  Vector<int> next(A.ia, A.ia + A.m);
+  for (int i = 0; i < A.m; ++i) {
+    int k = next[i];  // all below the diagonal have been met by now
+    if (k < A.ia[i + 1] && A.ja[k] == i) ++k;
+    for (; k < A.ia[i + 1]; ++k) {
+      const int j = A.ja[k];
+      if (j < i) return false;
+      const int mirror = next[j]++;
+      if (mirror >= A.ia[j + 1] || A.ja[mirror] != i || A.a[mirror] != A.a[k]) return false;
+    }
+  }
+  return true;
+}
+
+template <class T>
+Hierarchy<T>::Hierarchy(smat* A, bool symmetric, const aml_params& params)
+    : symmetric_(symmetric), params_(params) {
+  levels_.emplace_back().A = A;
+}
+
+template <class T>
+void Hierarchy<T>::add_level(Transfer<T>&& transfer) {
+  Level& level = levels_.back();
+  switch (static_cast<Smoothing>(params_.smoothing_method)) {
+    case Smoothing::none:
+      break;
+    case Smoothing::ilut:
+      level.ilut = new_ilut(level.A, params_);
+      break;
+    case Smoothing::gauss_seidel:
+      level.sweeps = GaussSeidel<T>(rows<T>(level.A), symmetric_);
+      break;
+    default:
+      bad_options(1, "Smoothing method unknown: %d", params_.smoothing_method);
+  }
+  level.transfer = std::move(transfer);
+  level.r = new_vector<T>(level.A->n);
+  level.work = new_vector<T>(level.A->n);
+  OwnSmat coarse = std::move(level.transfer.coarse);
+  level.next_b = new_vector<T>(coarse->n);
+  level.next_x = new_vector<T>(coarse->n);
+  Level& next = levels_.emplace_back();
+  next.A = coarse.get();
+  next.owned = std::move(coarse);
+}
+
+template <class T>
+void Hierarchy<T>::finish() {
+  Level& last = levels_.back();
+  smat* const A = last.owned ? last.owned.release() : smat_copy(last.A);
+  if (symmetric_) {
+    smat_to_symmetric_structure(A);
+    smat_realloc(A, A->nnz);
+  }
+  coarse_ = std::make_unique<CoarseLevel>(A);
+  if (levels_.size() > 1) last.A = A;
+}
+
+template <class T>
+void Hierarchy<T>::smooth_down(Level& level, const vec* b, vec* x) {
+  vec *const r = level.r.get(), *const work = level.work.get();
+  vec_copy(r, b);
+  const auto method = static_cast<Smoothing>(params_.smoothing_method);
+  const int sweeps = method == Smoothing::none ? 0 : params_.pre_smooth;
+  if (sweeps <= 0) vec_clear(x);
+  for (int sweep = 0; sweep < sweeps; ++sweep) {
+    if (method == Smoothing::gauss_seidel) {
+      level.sweeps.correct(values<T>(x), values<T>(r), values<T>(work), sweep == 0);
+      continue;
+    }
+    precon_solve(work, level.ilut.get(), r);
+    smat_gemv(-1.0, 1.0, level.A, work, r);
+    if (sweep == 0)
+      vec_copy(x, work);
+    else
+      add<T>(nullptr, work, x);
+  }
+}
+
+template <class T>
+void Hierarchy<T>::smooth_up(Level& level, const vec* b, vec* x) {
+  const auto method = static_cast<Smoothing>(params_.smoothing_method);
+  const int sweeps = method == Smoothing::none ? 0 : params_.pst_smooth;
+  for (int sweep = 0; sweep < sweeps; ++sweep) {
+    if (method == Smoothing::gauss_seidel) {
+      level.sweeps.backward(values<T>(b), values<T>(x), values<T>(level.work.get()));
+      continue;
+    }
+    smat_calc_residual(level.r.get(), level.A, x, b);
+    precon_solve(level.work.get(), level.ilut.get(), level.r.get());
+    add<T>(nullptr, level.work.get(), x);
+  }
+}
+
+template <class T>
+void Hierarchy<T>::cycle(std::size_t l, const vec* b, vec* x) {
+  if (l + 1 == levels_.size()) {
+    vec_copy(x, b);
+    coarse_->solve(x->v);
+    return;
+  }
+  Level& level = levels_[l];
+  const Transfer<T>& transfer = level.transfer;
+  smooth_down(level, b, x);
+  smat_vecmul(level.next_b.get(), transfer.R.get(), level.r.get());
+  cycle(l + 1, level.next_b.get(), level.next_x.get());
+  smat_vecaddmul(x, transfer.P.get(), level.next_x.get());
+  if (!transfer.eliminated.empty()) add(transfer.eliminated.data(), level.r.get(), x);
+  smooth_up(level, b, x);
+}
+
+template <class T>
+std::int64_t Hierarchy<T>::entries() const {
+  std::int64_t count = 0;
+  for (const Level& level : levels_) {
+    count += level.A->nnz;
+    if (level.transfer.P) count += level.transfer.P->nnz;
+    if (level.ilut) count += level.ilut->nnz;
+  }
+  return count;
+}
+
+template bool is_symmetric(const Rows<double>&);
+template bool is_symmetric(const Rows<zcomplex>&);
+template class Hierarchy<double>;
+template class Hierarchy<zcomplex>;
+
+}  // namespace vlm::norv
