@@ -99,8 +99,8 @@ class Session {
     const auto values = static_cast<std::size_t>(2 * m_.n * most_rhs);
     b_.resize(values);
     x_.resize(values);
-    perm_.resize(static_cast<std::size_t>(m_.n));
-    for (int& p : perm_) p = bytes.next() % (m_.n + 1);
+    for (int k = 0; k < m_.n; ++k) perm_.push_back(bytes.next() % (m_.n + 1));
+    perm_.resize(2 * perm_.size());  // iparm(5) -2 writes two permutations
     for (double& b : b_) b = (bytes.next() - 128) / 8.0;
     const int start = bytes.next(), solver = start >= 208 ? 1 : 0;
     int error = 0;
@@ -236,7 +236,7 @@ class Session {
   /// The solution that the library called good or repaired.
   void judge(const std::vector<double>& b) {
     require(iparm(41) <= 1, "a useless solution is an error");
-    const bool transposed = iparm(12) == 1 && !m_.triangle();
+    const bool transposed = (iparm(12) == 1 || iparm(12) == -2) && !m_.triangle();
     const auto length = static_cast<std::size_t>(m_.n * nrhs_ * m_.nvals());
     Matrix m = m_;
     m.a.resize(m.ja.size() * static_cast<std::size_t>(m.nvals()));
