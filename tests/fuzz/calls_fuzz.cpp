@@ -99,13 +99,13 @@ class Session {
     const auto values = static_cast<std::size_t>(2 * m_.n * most_rhs);
     b_.resize(values);
     x_.resize(values);
-    perm_.resize(static_cast<std::size_t>(m_.n));
-    for (int& p : perm_) p = bytes.next() % (m_.n + 1);
+    for (int k = 0; k < m_.n; ++k) perm_.push_back(bytes.next() % (m_.n + 1));
+    perm_.resize(2 * perm_.size());  // iparm(5) -2 writes two permutations
     for (double& b : b_) b = (bytes.next() - 128) / 8.0;
-    const int solver = 0;
+    const int start = bytes.next(), solver = start >= 208 ? 1 : 0;
     int error = 0;
     iparm(3) = 1;
-    if (bytes.next() % 8 != 0)
+    if (start % 8 != 0)
       velmorainit(pt_.data(), &m_.mtype, &solver, iparm_.data(), dparm_.data(), &error);
     iparm(40) = 2;
   }
@@ -120,7 +120,9 @@ class Session {
 
   void step() {
     constexpr int phases[] = {11, 12, 13, 22, 23, 33, 13, 33, 0, -1, 14, 21, 44, -10};
-    switch (bytes_.next() % 8) {
+    const int choice = bytes_.next();
+    if (choice >= 248) return choice % 2 == 0 ? invert() : set_real();
+    switch (choice % 8) {
       case 0:
       case 1:
         set_option();
@@ -152,7 +154,6 @@ class Session {
         std::numeric_limits<int>::max()};
     const int k = 1 + bytes_.next() % 64;
     const int set = bytes_.pick(values);
-    if (k == 32) return;                         // another solver
     iparm(k) = k == 3 ? std::min(set, 3) : set;  // each thread costs time
   }
 
@@ -176,6 +177,35 @@ class Session {
     }
   }
 
+  /// Parameters of the iterative solver, and what the others read.
+  void set_real() {
+    constexpr double values[] = {0,
+                                 1,
+                                 10,
+                                 300,
+                                 -1,
+                                 0.5,
+                                 1e-3,
+                                 1e-9,
+                                 1e-300,
+                                 1e300,
+                                 std::numeric_limits<double>::infinity(),
+                                 std::numeric_limits<double>::quiet_NaN()};
+    const std::size_t k = static_cast<std::size_t>(bytes_.next()) % 64;
+    dparm_[k] = bytes_.pick(values);
+  }
+
+  /// Phase -22 on copies, with room for both triangles of the inverse.
+  void invert() {
+    const Matrix kept = m_;
+    m_.ja.resize(2 * kept.ja.size());
+    m_.a.resize(2 * kept.a.size());
+    run(-22);
+    m_.ia = kept.ia;
+    m_.ja = kept.ja;
+    m_.a = kept.a;
+  }
+
   int call(int phase) {
     const auto given = [&](int k, auto* array) {
       return (missing_ >> k & 1) != 0 ? nullptr : array;
@@ -190,7 +220,7 @@ class Session {
   }
 
   void run(int phase) {
-    const bool measured = iparm(40) > 0 && (missing_ >> 6 & 1) == 0;
+    const bool measured = iparm(40) > 0 && iparm(32) != 1 && (missing_ >> 6 & 1) == 0;
     const std::vector<double> b = b_;
     const int error = call(phase);
     if (error != 0) {
@@ -206,7 +236,7 @@ class Session {
   /// The solution that the library called good or repaired.
   void judge(const std::vector<double>& b) {
     require(iparm(41) <= 1, "a useless solution is an error");
-    const bool transposed = iparm(12) == 1 && !m_.triangle();
+    const bool transposed = (iparm(12) == 1 || iparm(12) == -2) && !m_.triangle();
     const auto length = static_cast<std::size_t>(m_.n * nrhs_ * m_.nvals());
     Matrix m = m_;
     m.a.resize(m.ja.size() * static_cast<std::size_t>(m.nvals()));
