@@ -2,6 +2,7 @@
 // Measures the figures by which nested dissection decides (src/graph/dissection_tuning.hpp).
 //
 //   ordering_bench --nodend [PROBLEM...]   orders and analyses beside METIS_NodeND
+//   ordering_bench --stages PROBLEM...     the stages of analyses, one and two threads
 //   ordering_bench --separators            seconds of separators and of minimum degree
 //   ordering_bench --operations            operations a second of the factorization
 //   ordering_bench --savings               operations that a level of separators saves
@@ -32,6 +33,7 @@
 #include "ordering/amd.hpp"
 #include "ordering/dissect.hpp"
 #include "ordering/gepmetis.hpp"
+#include "ordering_stages.hpp"
 #include "problem.hpp"
 #include "velmora.h"
 
@@ -147,12 +149,13 @@ void measure_separators() {
     const WeightedGraph& g = named.graph;
     const double neighbours = static_cast<double>(g.adj.size());
     SeparatorWorkspace workspace;
+    WorkTeam alone;
     Sides side;
     Vector<int> order;
     int peer = 0;
     const double seconds = seconds_of([&] {
       bool layered = true;
-      side = find_separator(g, {}, layered, workspace);
+      side = find_separator(g, {}, layered, workspace, alone);
     });
     const double metis = seconds_of([&] { peer = metis_separator(g); });
     const double degree = seconds_of([&] {
@@ -390,13 +393,15 @@ int vary(const std::string& name) {
 int main(int argc, char** argv) {
   const std::string what = argc > 1 ? argv[1] : "";
   if (what == "--nodend") return vlm::compare_all(argc - 2, argv + 2);
+  if (what == "--stages") return vlm::print_stages({argv + 2, argv + argc}), 0;
   if (what == "--separators") return vlm::measure_separators(), 0;
   if (what == "--operations") return vlm::measure_operations(), 0;
   if (what == "--savings") return vlm::measure_savings(), 0;
   if (what == "--pairs") return vlm::measure_pairs(), 0;
   if (what == "--vary" && argc > 2) return vlm::vary(argv[2]);
   std::fprintf(stderr,
-               "ordering_bench --nodend [PROBLEM...] | --separators | --operations | --savings | "
+               "ordering_bench --nodend [PROBLEM...] | --stages PROBLEM... | --separators | "
+               "--operations | --savings | "
                "--pairs | --vary FIGURE\n");
   return 1;
 }

@@ -248,8 +248,8 @@
  *                0  the solve as asked for          5  rung 4 without matching and scaling
  *                1  refinement judged by rows       6  rung 4 with another order
  *                2  Krylov refinement (FGMRES)      7  as type 11 or 13, with matching
- *                3  factor in double precision,     8  as type 11 or 13, with pivots from whole
- *                   where iparm(29) was 1              columns (threshold 0.1), one thread
+ *                3  the same anew: in double, or    8  as type 11 or 13, with pivots from whole
+ *                   where the factor is of others      columns (threshold 0.1), one thread
  *                4  matching, scaling, 2x2 pivots   9  rung 4 with perturbation 10^-6, and many
  *                   and perturbation 10^-13; types     Krylov steps
  *                   1, 3 as 11, 13; 2, 4 as -2, -4
@@ -318,7 +318,6 @@
  *   44  in      [0] componentwise backward error that iparm(42) goes on for; not between 0 and 1:
  *               1e-12
  *
- *
  * Iterative solver, iparm(32) 1
  * -----------------------------
  * A multilevel incomplete LDL^T factorization preconditions SQMR (norv/ildlt.h, norv/solver.h).
@@ -337,6 +336,7 @@
  *   dparm(7)  [10]    most entries of a factor's row in average rows of A, an integer; <= 0: any
  *   dparm(8)  [500]   bound on the growth of the inverse factor; <= 0: none
  *   dparm(9)  [25]    steps of the last 25 without change that end a solve with error -101
+ *   dparm(10) [0]     dropped entries down to so many times the threshold still take part in updates
  *
  * error -100, -101, also -102 and -103, breakdowns: x is the last iterate, and the preconditioner
  * stays.  -4: its setup failed, and it is gone.  docs/iterative.md says which settings to try.

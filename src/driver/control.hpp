@@ -19,7 +19,7 @@ enum Rung : int {
   rung_plain = 0,        ///< the solve as asked for
   rung_rows = 1,         ///< refinement that looks at every row
   rung_krylov = 2,       ///< Krylov refinement
-  rung_double = 3,       ///< the same settings in double precision
+  rung_double = 3,       ///< the same settings, in double precision, values of the call
   rung_robust = 4,       ///< matching, scaling, 2x2 pivots, small perturbation
   rung_unmatched = 5,    ///< the same without matching
   rung_order = 6,        ///< the same with another order
@@ -92,6 +92,7 @@ struct FactorRecord {
   // what the factor is; a solve with other settings needs another one
   int mtype = 0;
   bool single = false;
+  std::uint64_t values = 0;  ///< checksum of the values it was made of
   FactorResult result;
   double seconds = 0;  ///< time of the factorization
   ReuseHistory history;

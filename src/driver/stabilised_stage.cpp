@@ -3,8 +3,10 @@
 #include "driver/stabilised_stage.hpp"
 
 #include <algorithm>
+#include <limits>
 
 #include "base/clock.hpp"
+#include "base/memory.hpp"
 #include "base/status.hpp"
 #include "base/vector_primitives.hpp"
 #include "solve/first_guess.hpp"
@@ -16,7 +18,7 @@ namespace {
 constexpr double fresh_residual = 1e-12;
 /// Solves for the accuracy figures with a kept factor: residual that is enough, and steps.
 constexpr double rough_residual = 1e-6;
-constexpr IterationLimits rough_limits{.most = 50, .judged_from = 51};
+constexpr IterationLimits rough_limits{.most = 150, .judged_from = 151};
 /// Earlier solutions take at most one part in so many of the factor's memory.
 constexpr std::size_t least_factors = 4;
 
@@ -100,8 +102,89 @@ Parts parts_of(const StageArrays& arrays) {
 /// The system that is solved, or the one with the transposed matrix.
 enum class Side { as_asked, turned };
 
-/// One run of the stage.  The steps that it hands on capture no more than a std::function takes
-/// without an allocation.
+/// Solves with the factor at hand.  The steps that it hands on capture no more than a std::function
+/// takes without an allocation.
+class FactorSolves {
+ public:
+  /// @param rhs  copies of the right-hand sides of rough solves  [n, up to 4]
+  /// @param iteration  vectors of their iterations
+  FactorSolves(const StageArrays& arrays, const StabiliseOptions& options, double* rhs,
+               double* iteration)
+      : arrays_(arrays), options_(options), rhs_(rhs), iteration_(iteration) {}
+
+  int solve(Side side, int nrhs, const double* in, double* out) const {
+    SolveOptions options = solve_options(arrays_.control.options);
+    options.transpose = options_of(side).transpose;
+    return solve_velmora(options, *arrays_.structure, arrays_.matching, arrays_.record->lu, nrhs,
+                         in, out, arrays_.work);
+  }
+
+  SolveStep step(Side side) const {
+    return [this, side](int nrhs, const double* in, double* out) {
+      return solve(side, nrhs, in, out);
+    };
+  }
+
+  /// Solves for the accuracy with a factor of other values: they iterate, since the figures are to
+  /// be those of the matrix of the call.
+  SolveStep rough_step(Side side) const {
+    return [this, side](int nrhs, const double* in, double* out) {
+      return solve_roughly(side, nrhs, in, out);
+    };
+  }
+
+ private:
+  StabiliseOptions options_of(Side side) const {
+    return side == Side::as_asked ? options_ : turned(options_);
+  }
+
+  /// A solution that is none has no numbers, so that no figure comes of it.
+  int solve_roughly(Side side, int nrhs, const double* in, double* out) const {
+    const std::size_t length = vector_length(arrays_, nrhs);
+    std::copy_n(in, length, rhs_);
+    if (const int status = solve(side, nrhs, rhs_, out)) return status;
+    StabiliseOptions options = options_of(side);
+    options.sufficient = rough_residual;
+    options.tolerance = 0;
+    const SolveStep step = this->step(side);
+    const IterationResult result = stabilise({.options = options,
+                                              .matrix = arrays_.matrix,
+                                              .nrhs = nrhs,
+                                              .b = rhs_,
+                                              .x = out,
+                                              .solve = step,
+                                              .work = iteration_},
+                                             rough_limits);
+    if (!result.converged()) std::fill_n(out, length, std::numeric_limits<double>::quiet_NaN());
+    return result.status;
+  }
+
+  const StageArrays& arrays_;
+  const StabiliseOptions& options_;
+  double *rhs_, *iteration_;
+};
+
+int measure_solution(const StageArrays& arrays, const AccuracyOptions& options,
+                     const FactorSolves& solves, const double* b, const double* x, double* work,
+                     Accuracy& found) {
+  const auto step = [&](Side side) {
+    return arrays.fresh ? solves.step(side) : solves.rough_step(side);
+  };
+  const SolveStep solve = step(Side::as_asked), transpose = step(Side::turned);
+  const FactorResult& factor = arrays.control.results.factor;
+  return measure_accuracy({.options = options,
+                           .matrix = arrays.matrix,
+                           .nrhs = arrays.call.nrhs,
+                           .b = b,
+                           .x = x,
+                           .perturbed = factor.perturbed + factor.grown,
+                           .solve = solve,
+                           .transpose = transpose,
+                           .work = work},
+                          found);
+}
+
+/// One run of the stage.
 class StabilisedStage {
  public:
   explicit StabilisedStage(StageArrays& arrays)
@@ -109,18 +192,18 @@ class StabilisedStage {
         call_(arrays.call),
         timer_(arrays.control.clocks.timer),
         options_(stabilise_options(arrays.control.options)),
-        length_(vector_length(arrays, call_.nrhs)) {
+        length_(vector_length(arrays, call_.nrhs)),
+        parts_(parts_of(arrays)),
+        solves_(arrays, options_, arrays.cgs_arr + parts_.solution,
+                arrays.cgs_arr + parts_.solution + parts_.rhs) {
     options_.corrected = arrays.fresh;
     if (arrays.fresh && arrays.control.results.factor.perturbed == 0)
       options_.sufficient = fresh_residual;
-    const Parts parts = parts_of(arrays);
-    double* const start = arrays.cgs_arr;
-    x_ = parts.solution > 0 ? start : call_.x;
-    rhs_ = start + parts.solution;
-    iteration_ = rhs_ + parts.rhs;
-    gain_ = iteration_ + parts.iteration;
-    guess_ = gain_ + parts.gain;
-    accuracy_ = guess_ + parts.guess;
+    x_ = parts_.solution > 0 ? arrays.cgs_arr : call_.x;
+    iteration_ = arrays.cgs_arr + parts_.solution + parts_.rhs;
+    gain_ = iteration_ + parts_.iteration;
+    guess_ = gain_ + parts_.gain;
+    accuracy_ = guess_ + parts_.guess;
   }
 
   int run() {
@@ -135,24 +218,6 @@ class StabilisedStage {
   }
 
  private:
-  StabiliseOptions options_of(Side side) const {
-    return side == Side::as_asked ? options_ : turned(options_);
-  }
-
-  /// One solve with the factor.
-  int solve(Side side, int nrhs, const double* in, double* out) const {
-    SolveOptions options = solve_options(arrays_.control.options);
-    options.transpose = options_of(side).transpose;
-    return solve_velmora(options, *arrays_.structure, arrays_.matching, arrays_.record->lu, nrhs,
-                         in, out, arrays_.work);
-  }
-
-  SolveStep solve_with(Side side) const {
-    return [this, side](int nrhs, const double* in, double* out) {
-      return solve(side, nrhs, in, out);
-    };
-  }
-
   /// The first solutions: those that the factor gives, or a guess with what the factor gives for
   /// its residual.
   /// @param seconds  out: time of the solve
@@ -170,8 +235,8 @@ class StabilisedStage {
                                             .gain = gain_,
                                             .work = guess_});
     const double start = timer_velmora();
-    const int status = guessed_ ? solve(Side::as_asked, call_.nrhs, residual, correction)
-                                : solve(Side::as_asked, call_.nrhs, call_.b, x_);
+    const int status = guessed_ ? solves_.solve(Side::as_asked, call_.nrhs, residual, correction)
+                                : solves_.solve(Side::as_asked, call_.nrhs, call_.b, x_);
     seconds = timer_velmora() - start;
     if (status == status_ok && guessed_) sum8_16(length_, correction, x_, options_.threads);
     return status;
@@ -189,7 +254,7 @@ class StabilisedStage {
     IterationResult result;
     if (affordable.most >= 1) {
       const AddingStopwatch watch(timer_.cgs);
-      const SolveStep step = solve_with(Side::as_asked);
+      const SolveStep step = solves_.step(Side::as_asked);
       result = stabilise({.options = options_,
                           .matrix = arrays_.matrix,
                           .nrhs = call_.nrhs,
@@ -208,50 +273,12 @@ class StabilisedStage {
     return call_.iparm(20) < 0 ? status_stabilised : status_ok;
   }
 
-  /// A solve for the accuracy.  With a kept factor it is one that iterates, since the figures are
-  /// to be those of the matrix of the call.
-  SolveStep solve_for_accuracy(Side side) const {
-    if (arrays_.fresh) return solve_with(side);
-    return [this, side](int nrhs, const double* in, double* out) {
-      return solve_roughly(side, nrhs, in, out);
-    };
-  }
-
-  int solve_roughly(Side side, int nrhs, const double* in, double* out) const {
-    std::copy_n(in, vector_length(arrays_, nrhs), rhs_);
-    if (const int status = solve(side, nrhs, rhs_, out)) return status;
-    StabiliseOptions options = options_of(side);
-    options.sufficient = rough_residual;
-    options.tolerance = 0;
-    const SolveStep step = solve_with(side);
-    return stabilise({.options = options,
-                      .matrix = arrays_.matrix,
-                      .nrhs = nrhs,
-                      .b = rhs_,
-                      .x = out,
-                      .solve = step,
-                      .work = iteration_},
-                     rough_limits)
-        .status;
-  }
-
   int measure() {
     const AccuracyOptions accuracy = accuracy_of(arrays_);
     if (accuracy.level == 0) return status_ok;
     const AddingStopwatch watch(timer_.solve);
-    const SolveStep solve = solve_for_accuracy(Side::as_asked);
-    const SolveStep transpose = solve_for_accuracy(Side::turned);
     Accuracy found;
-    const int failed = measure_accuracy({.options = accuracy,
-                                         .matrix = arrays_.matrix,
-                                         .nrhs = call_.nrhs,
-                                         .b = call_.b,
-                                         .x = x_,
-                                         .perturbed = arrays_.control.results.factor.perturbed,
-                                         .solve = solve,
-                                         .transpose = transpose,
-                                         .work = accuracy_},
-                                        found);
+    const int failed = measure_solution(arrays_, accuracy, solves_, call_.b, x_, accuracy_, found);
     store_accuracy(call_, arrays_.control, found);
     if (failed != status_ok) return failed;
     return found.verdict == verdict_useless ? status_inaccurate : status_ok;
@@ -262,7 +289,9 @@ class StabilisedStage {
   Timers& timer_;
   StabiliseOptions options_;
   const std::size_t length_;
-  double *x_, *rhs_, *iteration_, *gain_, *guess_, *accuracy_;
+  const Parts parts_;
+  const FactorSolves solves_;
+  double *x_, *iteration_, *gain_, *guess_, *accuracy_;
   bool guessed_ = false;
 };
 
@@ -280,5 +309,14 @@ std::size_t stabilised_stage_bytes(const StageArrays& arrays) {
 }
 
 int run_stabilised(StageArrays& arrays) { return StabilisedStage(arrays).run(); }
+
+int measure_with_kept(const StageArrays& arrays, const double* b, const double* x, double* work,
+                      Accuracy& found) {
+  const Parts parts = parts_of(arrays);
+  Vector<double> vectors(parts.rhs + parts.iteration);
+  const StabiliseOptions options = stabilise_options(arrays.control.options);
+  const FactorSolves solves(arrays, options, vectors.data(), vectors.data() + parts.rhs);
+  return measure_solution(arrays, accuracy_of(arrays), solves, b, x, work, found);
+}
 
 }  // namespace vlm

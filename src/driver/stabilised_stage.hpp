@@ -26,4 +26,12 @@ std::size_t stabilised_stage_bytes(const StageArrays& arrays);
 ///         may do better; or the status of the first solve
 int run_stabilised(StageArrays& arrays);
 
+/// Measures a solution with a factor of other values, by solves that iterate: the figures are those
+/// of the matrix of the call.  Where the iteration does not get there, condition and bound are
+/// infinite.  Any solution, of a stabilised solve or not.
+/// @param b, x  right-hand sides and solutions, n by nrhs, in
+/// @param work  accuracy_bytes() bytes
+int measure_with_kept(const StageArrays& arrays, const double* b, const double* x, double* work,
+                      Accuracy& found);
+
 }  // namespace vlm

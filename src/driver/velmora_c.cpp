@@ -318,6 +318,8 @@ Outcome work_numerically(const Call& call) {
   arrays.work = slot(pt, slot_work);
   control.cgs_bytes = 0;
   control.results.refinement_steps = call.iparm(7) = 0;
+  control.results.accuracy = {};
+  control.results.ladder = {};
 
   Outcome made;
   if (!kept) made = make_factor(arrays);

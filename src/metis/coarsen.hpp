@@ -10,6 +10,7 @@
 
 #include <cstdint>
 
+#include "base/work_team.hpp"
 #include "metis/level_graph.hpp"
 
 namespace vlm {
@@ -20,15 +21,24 @@ struct ClusterLimits {
   std::int64_t weight = 0;  ///< of a cluster
 };
 
-/// Work arrays, for a caller that contracts many graphs.
-struct CoarsenWorkspace {
-  Vector<int> head, next, size, waiting, place, adj, edge;
+/// Clusters of a slice: first member, number of members, weight; vertices that wait.
+struct ClusterLists {
+  Vector<int> head, size, waiting;
   Vector<std::int64_t> weight;
 };
 
+/// Work arrays, for a caller that contracts many graphs.
+struct CoarsenWorkspace {
+  Vector<int> next, meeting, adj, edge;
+  ClusterLists clusters;
+  Vector<ClusterLists> slices;
+  Vector<Vector<int>> place;
+};
+
 /// Contracts a graph.  Linear in its edges.
+/// @param seed    of the sequence in which clusters are opened
 /// @param coarse  out
-void contract(const LevelGraph& fine, const ClusterLimits& limits, CoarseLevel& coarse,
-              CoarsenWorkspace& workspace);
+void contract(const LevelGraph& fine, const ClusterLimits& limits, std::uint64_t seed,
+              CoarseLevel& coarse, CoarsenWorkspace& workspace, WorkTeam& team);
 
 }  // namespace vlm

@@ -43,7 +43,7 @@ class Partitioner {
     Vector<int> side(graph.n, 1);
     bool layered = false;
     if (!graph.adj.empty()) {
-      const Sides sides = find_separator(graph, {}, layered, separator_);
+      const Sides sides = find_separator(graph, {}, layered, separator_, alone_);
       std::ranges::copy(sides, side.begin());
     }
     std::int64_t lacking = wanted;  // of side 0
@@ -80,6 +80,7 @@ class Partitioner {
 
   Vector<int> part_, place_;
   SeparatorWorkspace separator_;
+  WorkTeam alone_;
 };
 
 }  // namespace

@@ -65,18 +65,49 @@ void Separation::set_scale() {
   for (int s : {0, 1}) queue_[s].prepare(n);
   if (static_cast<int>(locked_.size()) < n) locked_.resize(n, 0);
   const std::int64_t total = weight_[0] + weight_[1] + weight_[2];
-  most_ = static_cast<std::int64_t>(limits_.larger_side * static_cast<double>(total));
+  set_most(total);
   unit_ = static_cast<int>(std::max<std::int64_t>(1, total / std::max(n, 1) / 8));
+}
+
+void Separation::weigh(const Slice& slice, std::array<std::int64_t, 3>& weight,
+                       Vector<int>& separator) const {
+  for (int v = slice.begin; v < slice.end; ++v) {
+    weight[side_[v]] += graph_.weight[v];
+    if (side_[v] == 2) separator.push_back(v);
+  }
 }
 
 void Separation::load(const LevelGraph& graph, Sides sides) {
   graph_ = graph;
   side_ = std::move(sides);
   separator_.clear();
-  for (std::int64_t& w : weight_) w = 0;
-  for (int v = 0; v < graph_.n; ++v) {
-    weight_[side_[v]] += graph_.weight[v];
-    if (side_[v] == 2) separator_.push_back(v);
+  weight_ = {0, 0, 0};
+  weigh(Slice(graph_.n, 0, 1), weight_, separator_);
+  set_scale();
+  for (const int v : separator_) count_neighbours(v);
+}
+
+void Separation::load(const LevelGraph& graph, const Sides& coarse, const Vector<int>& cluster,
+                      WorkTeam& team) {
+  graph_ = graph;
+  side_.resize(graph.n);
+  separator_.clear();
+  weight_ = {0, 0, 0};
+  struct Part {
+    std::array<std::int64_t, 3> weight = {0, 0, 0};
+    Vector<int> separator;
+  };
+  constexpr int part_vertices = 16384;
+  const int count = std::max(1, graph.n / part_vertices);
+  Vector<Part> parts(count);
+  team.loop(count, [&](int p) {
+    const Slice slice(graph.n, p, count);
+    for (int v = slice.begin; v < slice.end; ++v) side_[v] = coarse[cluster[v]];
+    weigh(slice, parts[p].weight, parts[p].separator);
+  });
+  for (const Part& part : parts) {
+    for (const int s : {0, 1, 2}) weight_[s] += part.weight[s];
+    separator_.insert(separator_.end(), part.separator.begin(), part.separator.end());
   }
   set_scale();
   for (const int v : separator_) count_neighbours(v);

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "base/work_team.hpp"
 #include "metis/level_graph.hpp"
 
 namespace vlm {
@@ -36,10 +37,20 @@ struct RefineLimits {
 /// The sides of a graph and its separator, and what moves between them need.
 class Separation {
  public:
-  void set_limits(const RefineLimits& limits) { limits_ = limits; }
+  /// @param total  weight of the graph to come, for costs that are asked for before it is loaded
+  void set_limits(const RefineLimits& limits, std::int64_t total = 0) {
+    limits_ = limits;
+    set_most(total);
+  }
+  const RefineLimits& limits() const { return limits_; }
 
   /// Takes up a graph with its sides.  The graph has to stay.
   void load(const LevelGraph& graph, Sides sides);
+
+  /// The same with the sides of a contracted graph.
+  /// @param cluster  vertex of that graph for each of this one  [graph.n]
+  void load(const LevelGraph& graph, const Sides& coarse, const Vector<int>& cluster,
+            WorkTeam& team);
 
   /// Grows side 0 from a vertex, and keeps the best separator met.  All is side 1 before.
   void grow_from(int seed);
@@ -88,7 +99,11 @@ class Separation {
   Vector<int> band(int layers, double share);
   WeightedGraph band_graph(const Vector<int>& members, Vector<char>& at_source,
                            Vector<char>& at_sink) const;
+  void set_most(std::int64_t total) {
+    most_ = static_cast<std::int64_t>(limits_.larger_side * static_cast<double>(total));
+  }
   void set_scale();
+  void weigh(const Slice& slice, std::array<std::int64_t, 3>& weight, Vector<int>& separator) const;
   int gain(int v, int to) const { return graph_.weight[v] - near_[1 - to][v]; }
   int bucket(int v, int to) const;
   void count_neighbours(int v);

@@ -11,8 +11,9 @@ namespace vlm {
 namespace {
 
 // The best of several grown separators of the coarsest graph.
-Sides grow_separators(const LevelGraph& graph, int attempts, Separation& separation) {
-  SplitMix random(static_cast<std::uint64_t>(graph.n));
+Sides grow_separators(const LevelGraph& graph, int attempts, std::uint64_t seed,
+                      Separation& separation) {
+  SplitMix random(seed + static_cast<std::uint64_t>(graph.n));
   double least = std::numeric_limits<double>::max();
   Sides best;
   for (int attempt = 0; attempt < attempts; ++attempt) {
@@ -27,33 +28,83 @@ Sides grow_separators(const LevelGraph& graph, int attempts, Separation& separat
   return best;
 }
 
-// Leaves the separator in the workspace's separation.
-void multilevel_separator(const LevelGraph& whole, std::int64_t total,
-                          const DissectionTuning& tuning, SeparatorWorkspace& workspace) {
-  Vector<CoarseLevel> levels;
-  LevelGraph at = whole;
-  while (at.n > tuning.coarse_enough) {
-    CoarseLevel coarse;
-    const ClusterLimits limits{levels.empty() ? tuning.first_cluster : tuning.cluster_size,
-                               std::max<std::int64_t>(1, 3 * total / (2 * tuning.coarse_enough))};
-    contract(at, limits, coarse, workspace.coarsen);
-    if (coarse.graph.n > 0.9 * at.n) break;
-    levels.push_back(std::move(coarse));
-    at = level_of(levels.back());
+// Contractions of a graph, and the way back.
+class Multilevel {
+ public:
+  Multilevel(const LevelGraph& whole, std::int64_t most, const DissectionTuning& tuning,
+             MultilevelWorkspace& workspace, WorkTeam& team)
+      : tuning_(tuning), most_(most), whole_(whole), w_(workspace), team_(team) {}
+
+  // Leaves the separator in the workspace's separation.
+  void separate(Vector<MultilevelWorkspace>& workspaces) {
+    const auto few = static_cast<int>(tuning_.trial_share * static_cast<double>(whole_.n));
+    if (whole_.n < tuning_.least_trials || tuning_.trials < 2 || few <= tuning_.coarse_enough) {
+      way_down_and_back(0, 0);
+      return;
+    }
+    // Below some level the way down and back is cheap: the best of several counts.
+    contract_to(few, 0);
+    if (levels_.empty()) {
+      way_down_and_back(0, 0);
+      return;
+    }
+    const LevelGraph start = coarsest();
+    workspaces.resize(tuning_.trials);
+    team_.loop(tuning_.trials, [&](int trial) {
+      MultilevelWorkspace& own = workspaces[trial];
+      own.separation.set_limits(w_.separation.limits());
+      Multilevel(start, most_, tuning_, own, team_)
+          .way_down_and_back(static_cast<std::uint64_t>(trial) << 32, levels_.size());
+    });
+    const auto best = std::ranges::min_element(
+        workspaces, {}, [](const MultilevelWorkspace& w) { return w.separation.cost(); });
+    refine_up(best->separation.take_sides());
   }
-  Separation& separation = workspace.separation;
-  Sides side = grow_separators(at, tuning.attempts, separation);
-  if (levels.empty()) separation.load(whole, std::move(side));
-  for (; !levels.empty(); levels.pop_back()) {
-    const Vector<int>& cluster = levels.back().cluster;
-    Sides finer(cluster.size());
-    std::transform(cluster.begin(), cluster.end(), finer.begin(), [&](int c) { return side[c]; });
-    separation.load(levels.size() > 1 ? level_of(levels[levels.size() - 2]) : whole,
-                    std::move(finer));
-    separation.refine();
-    if (levels.size() > 1) side = separation.sides();
+
+ private:
+  LevelGraph coarsest() const { return levels_.empty() ? whole_ : level_of(levels_.back()); }
+
+  void way_down_and_back(std::uint64_t seed, std::size_t above) {
+    above_ = above;
+    contract_to(tuning_.coarse_enough, seed);
+    Sides side = grow_separators(coarsest(), tuning_.attempts, seed, w_.separation);
+    if (levels_.empty())
+      w_.separation.load(whole_, std::move(side));
+    else
+      refine_up(std::move(side));
   }
-}
+
+  void contract_to(int vertices, std::uint64_t seed) {
+    while (coarsest().n > vertices) {
+      CoarseLevel coarse;
+      const LevelGraph at = coarsest();
+      const ClusterLimits limits{
+          levels_.empty() && above_ == 0 ? tuning_.first_cluster : tuning_.cluster_size, most_};
+      contract(at, limits, seed, coarse, w_.coarsen, team_);
+      if (coarse.graph.n > 0.9 * at.n) break;
+      levels_.push_back(std::move(coarse));
+    }
+  }
+
+  // Carries the sides of the coarsest level back to the whole graph.
+  void refine_up(Sides side) {
+    while (!levels_.empty()) {
+      const CoarseLevel level = std::move(levels_.back());
+      levels_.pop_back();
+      w_.separation.load(coarsest(), side, level.cluster, team_);
+      w_.separation.refine();
+      if (!levels_.empty()) side = w_.separation.sides();
+    }
+  }
+
+  const DissectionTuning& tuning_;
+  const std::int64_t most_;  // weight of a cluster
+  LevelGraph whole_;
+  MultilevelWorkspace& w_;
+  WorkTeam& team_;
+  Vector<CoarseLevel> levels_;
+  std::size_t above_ = 0;  // contractions that led to this graph
+};
 
 // Vertices by their distance from a start: those at distance d lie from starts[d] on.
 struct Layers {
@@ -112,19 +163,30 @@ Sides layer_separator(const LevelGraph& g, std::int64_t total, const Separation&
 }  // namespace
 
 Sides find_separator(const WeightedGraph& graph, const DissectionTuning& tuning, bool& layered,
-                     SeparatorWorkspace& workspace) {
+                     SeparatorWorkspace& workspace, WorkTeam& team) {
   const LevelGraph whole = level_of(graph);
   const std::int64_t total =
       std::accumulate(graph.weight.begin(), graph.weight.end(), std::int64_t{0});
+  const std::int64_t most = std::max<std::int64_t>(1, 3 * total / (2 * tuning.coarse_enough));
   const RefineLimits limits{tuning.larger_side, tuning.passes, tuning.idle_moves,
                             tuning.unlike_sides};
-  Separation* best = &workspace.separation;
-  best->set_limits(limits);
-  multilevel_separator(whole, total, tuning, workspace);
+  Separation* best = &workspace.multilevel.separation;
+  Separation& layer = workspace.layer;
+  const auto separate = [&](int which) {
+    if (which == 0) {
+      best->set_limits(limits);
+      Multilevel(whole, most, tuning, workspace.multilevel, team).separate(workspace.trials);
+    } else {
+      layer.set_limits(limits, total);
+      layer.load(whole, layer_separator(whole, total, layer));
+    }
+  };
+  if (graph.n < tuning.least_trials) {  // too small for two threads
+    for (int which = 0; which < (layered ? 2 : 1); ++which) separate(which);
+  } else {
+    team.loop(layered ? 2 : 1, separate);
+  }
   if (layered) {
-    Separation& layer = workspace.layer;
-    layer.set_limits(limits);
-    layer.load(whole, layer_separator(whole, total, *best));
     const double cost = best->cost(), ratio = layer.cost() / std::max(cost, 1e-9);
     layered = ratio < tuning.hopeless_layer;
     if (ratio < tuning.promising_layer) layer.refine();

@@ -24,16 +24,24 @@
 
 namespace vlm {
 
+/// Work arrays of a way down the contractions and back.
+struct MultilevelWorkspace {
+  Separation separation;
+  CoarsenWorkspace coarsen;
+};
+
 /// Work arrays of find_separator(), for a caller that separates many graphs.
 struct SeparatorWorkspace {
-  Separation separation, layer;
-  CoarsenWorkspace coarsen;
+  Separation layer;
+  MultilevelWorkspace multilevel;
+  Vector<MultilevelWorkspace> trials;
 };
 
 /// Vertex separator of a graph: 0 and 1 for the sides, 2 for the separator.
 /// @param graph    at least one vertex, in
 /// @param layered  whether layers are looked at, in; whether pieces of the graph should, out
+/// @param team     its idle threads help; the separator does not depend on them
 Sides find_separator(const WeightedGraph& graph, const DissectionTuning& tuning, bool& layered,
-                     SeparatorWorkspace& workspace);
+                     SeparatorWorkspace& workspace, WorkTeam& team);
 
 }  // namespace vlm

@@ -14,7 +14,7 @@
 
 #include "base/backoff.hpp"
 #include "base/memory.hpp"
-#include "base/team.hpp"
+#include "base/work_team.hpp"
 #include "graph/ordering.hpp"
 #include "graph/symbolic_cost.hpp"
 #include "metis/separator.hpp"
@@ -52,7 +52,8 @@ class Dissector {
         pairs_(pairs),
         held_(held),
         order_(graph.n),
-        workspaces_(std::max(goal.threads, 1)) {
+        workspaces_(std::max(goal.threads, 1)),
+        team_(goal.threads) {
     if (pairs_ == nullptr) return;
     keeper_.emplace(*pairs_);
     keeper_->break_rings();
@@ -88,6 +89,7 @@ class Dissector {
   std::mutex latch_pairs_;  // the keeper serves one piece at a time
   Vector<int> order_;
   Vector<Workspace> workspaces_;
+  WorkTeam team_;
   TeamFailure failure_;
   std::mutex latch_waiting_;
   Vector<Task*> waiting_;  // pieces that a thread of the team may take; owned
@@ -143,7 +145,7 @@ void Dissector::cut_all(Piece whole) {
     return;
   }
   MemoryMeter* const meter = thread_meter;
-  const int threads = std::max(goal_.threads, 1);
+  const int threads = size(task.piece.graph) > tuning_.least_team ? std::max(goal_.threads, 1) : 1;
   leave(std::move(task));
   in_team_ = true;
 #pragma omp parallel num_threads(threads)
@@ -184,7 +186,10 @@ void Dissector::work() {
   for (bool finished = false; !finished;) {
     const std::unique_ptr<Task> piece = largest_waiting(finished);
     if (piece == nullptr) {
-      backoff.wait();
+      if (team_.help())
+        backoff.reset();
+      else
+        backoff.wait();
       continue;
     }
     backoff.reset();
@@ -219,7 +224,7 @@ bool Dissector::pays(const Task& task) const {
 // piece has no useful separator.
 bool Dissector::split(Task& task, Task& left, Task& right) {
   const WeightedGraph& g = task.piece.graph;
-  Sides side = find_separator(g, tuning_, task.layered, workspace().separator);
+  Sides side = find_separator(g, tuning_, task.layered, workspace().separator, team_);
   if (keeper_) {
     Vector<int> paired(side.begin(), side.end());
     const std::lock_guard hold(latch_pairs_);
@@ -236,8 +241,13 @@ bool Dissector::split(Task& task, Task& left, Task& right) {
   if (first && count[2] > tuning_.poor_separator * g.n) poor_ = true;
   if (count[0] == 0 || count[1] == 0 || count[2] > g.n / 3) return false;
   Vector<int> index(g.n);
-  left.piece = take_side(task.piece, side, 0, index);
-  right.piece = take_side(task.piece, side, 1, index);
+  const auto take = [&](int s) {
+    (s == 0 ? left : right).piece = take_side(task.piece, side, s, index);
+  };
+  if (g.n < tuning_.least_trials)
+    for (const int s : {0, 1}) take(s);
+  else
+    team_.loop(2, take);
   left.layered = right.layered = task.layered;
   left.first = task.first;
   right.first = left.first + count[0];

@@ -16,7 +16,8 @@ namespace {
 
 Sides separate(const WeightedGraph& graph, SeparatorWorkspace& workspace) {
   bool layered = true;
-  return find_separator(graph, {}, layered, workspace);
+  WorkTeam alone;
+  return find_separator(graph, {}, layered, workspace, alone);
 }
 
 WeightedGraph graph_of(const test::Matrix& m) {
@@ -175,11 +176,12 @@ TEST(Separator, MovesKeepTheBooks) {
 
 TEST(Separator, ContractionKeepsWeightsAndEdges) {
   CoarsenWorkspace workspace;
+  WorkTeam alone;
   for (const WeightedGraph& graph : {graph_of(test::poisson2d(17)), stars(5, 20), path(100),
                                      with_random_weights(graph_of(test::random_spd(200, 6, 1)), 2)})
     for (const int members : {2, 3, 4}) {
       CoarseLevel coarse;
-      contract(level_of(graph), {members, 40}, coarse, workspace);
+      contract(level_of(graph), {members, 40}, 1, coarse, workspace, alone);
       const WeightedGraph& small = coarse.graph;
       EXPECT_LT(small.n, 0.8 * graph.n);
       Vector<int> weight(small.n, 0);
