@@ -97,10 +97,10 @@ struct FactorRecord {
   double seconds = 0;  ///< time of the factorization
   ReuseHistory history;
   EarlierSolutions* earlier = nullptr;  ///< of stabilised solves; owned
-  bool inverted = false;             ///< lu holds the selected inverse, and no factor
-  std::uint64_t inverse_values = 0;  ///< checksum of the inverse in the caller's a; 0: none
-  SecondFactor* second = nullptr;    ///< the factor of a rung that helped where lu did not; owned
-  Rung rung = rung_plain;            ///< that rung, also of the factorization before
+  bool inverted = false;                ///< lu holds the selected inverse, and no factor
+  std::uint64_t inverse_values = 0;     ///< checksum of the inverse in the caller's a; 0: none
+  SecondFactor* second = nullptr;  ///< the factor of a rung that helped where lu did not; owned
+  Rung rung = rung_plain;          ///< that rung, also of the factorization before
 };
 
 }  // namespace vlm

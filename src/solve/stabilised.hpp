@@ -13,8 +13,8 @@
 /// true residual.  Residuals are kept in units of their first size, so that no square overflows
 /// and single-precision factors meet values within their range.
 ///
-/// A step of CG costs one solve and one product, one of CGS two of each.  The step of CGS is taken in
-/// the two halves that R. W. Freund (A transpose-free quasi-minimal residual algorithm for
+/// A step of CG costs one solve and one product, one of CGS two of each.  The step of CGS is taken
+/// in the two halves that R. W. Freund (A transpose-free quasi-minimal residual algorithm for
 /// non-Hermitian linear systems, 1993) makes of it: the solves are those for u and q, not for p and
 /// u + q, so that a solution that is there after the first half costs no more than that.
 #pragma once

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Decisions over a sequence of matrices, by given times.
+// Sequences of matrices: the decisions by given times.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <limits>
 #include <vector>
 
 #include "driver/sequence.hpp"

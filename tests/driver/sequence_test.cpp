@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Sequences of matrices: what callers see of the decisions.  Measured times are replaced in the
-// factor's record where an outcome would hang on them.
+// Sequences of matrices: what callers see of the decisions over them.  Measured
+// times are replaced in the factor's record where an outcome would hang on them.
+#include "driver/sequence.hpp"
+
 #include <gtest/gtest.h>
 
 #include <string>
