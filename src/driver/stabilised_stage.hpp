@@ -14,8 +14,8 @@ std::size_t stabilised_stage_bytes(const StageArrays& arrays);
 /// Solves with the factor at hand and iterates with it as preconditioner; measures the accuracy of
 /// the result where that is asked for; notes what it took in the history of the factor, and the
 /// outcome in iparm(20).  With a factor of this call the iteration begins with a step of refinement
-/// if that is needed, is content with a residual of 1e-12 of b where no pivot was perturbed, and has
-/// no budget of time, since nothing better can follow.
+/// if that is needed, is content with a residual of 1e-12 of b where no pivot was perturbed, and
+/// has no budget of time, since nothing better can follow.
 ///
 /// After a failure a solution that was to overwrite b has not done so, and b is as it was.
 /// @return status_ok; status_stabilised, status_work or status_inaccurate, after which a new factor
