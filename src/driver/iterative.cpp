@@ -21,6 +21,7 @@
 #include "driver/check_input_fc.hpp"
 #include "driver/factor_store.hpp"
 #include "driver/input_scan.hpp"
+#include "driver/options.hpp"
 
 namespace vlm {
 namespace {
@@ -192,6 +193,7 @@ struct Run {
                            .x = x,
                            .solution_in_b = call.iparm(6) == 1,
                            .expected_negative = call.iparm(48),
+                           .transposed = call.mtype == 11 && transpose_asked(call),
                            .second_drop = call.dparm(10)},
                           {&info, &perturbed, &positive, &negative, &nnz, &relres, &iterations});
     } catch (const Fault& fault) {

@@ -100,6 +100,19 @@ TEST(Iterative, EveryPhaseSolves) {
   }
 }
 
+// A^T x = b takes the preconditioner of A.
+TEST(Iterative, SolvesWithTheTranspose) {
+  for (const Matrix& m : {convection_diffusion(14, 2.0, 8), badly_scaled(200, 2, 9)}) {
+    IterativeCaller c(m);
+    ASSERT_EQ(c.run(12), 0);
+    c.iparm(12) = 1;
+    ASSERT_EQ(c.run(33), 0);
+    IterativeCaller other(transposed(m));
+    EXPECT_LT(other.relative_residual(c.b, c.x), 1e-9);
+    EXPECT_GT(c.relative_residual(c.b, c.x), 1e-3);
+  }
+}
+
 // With no dropping at all the levels hold an exact factor: its inertia is that of the matrix, and
 // the preconditioner alone is the solution.
 TEST(Iterative, NothingDropped) {

@@ -294,6 +294,20 @@ int solve(precon* M, const IterativeCall& call, const IterativeResults& results)
   return status;
 }
 
+/// The same with the transposed matrix, and with M's transpose in its place.
+int solve_transposed(precon* M, const IterativeCall& call, const IterativeResults& results) {
+  IterativeCall turned = call;
+  turned.A = smat_copy_trans(call.A);
+  precon transpose{};
+  transpose.data = M;
+  transpose.apply = [](vec* result, precon* self, const vec* x) {
+    return precon_solve_trans(result, static_cast<precon*>(self->data), x);
+  };
+  const int status = solve(M != nullptr ? &transpose : nullptr, turned, results);
+  smat_free(turned.A);
+  return status;
+}
+
 }  // namespace
 
 int iterative_phase(precon*& M, const IterativeCall& call, const IterativeResults& results) {
@@ -306,7 +320,8 @@ int iterative_phase(precon*& M, const IterativeCall& call, const IterativeResult
   int status = 0;
   if (call.phase < 33 && !set_up(M, call, results, status)) return status;
   const bool solves = call.phase == 33 || call.phase == 23 || call.phase == 13;
-  return solves ? solve(M, call, results) : 0;
+  if (!solves) return 0;
+  return call.transposed ? solve_transposed(M, call, results) : solve(M, call, results);
 }
 
 }  // namespace vlm
@@ -347,6 +362,7 @@ int IterativeNorvScalar(int, NorvPars* pars, int n, int is_complex, int mtype, i
                             .x = x,
                             .solution_in_b = solution_in_b == 1,
                             .expected_negative = expected_neg != nullptr ? *expected_neg : 0,
+                            .transposed = false,
                             .second_drop = 0},
                            {info, perturbed_out, pos_out, neg_out, nnz_out, relres_out, iters_out});
   smat_to_fortran_indexing(A);

@@ -17,6 +17,7 @@ struct IterativeCall {
   double *b, *x;
   bool solution_in_b;
   int expected_negative;
+  bool transposed;     ///< solve with the transposed matrix
   double second_drop;  ///< of MILDLT: dropped entries down to so many times the threshold still
                        ///< take part in the updates; 0: none
 };
