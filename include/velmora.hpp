@@ -39,6 +39,9 @@ class Solver {
     compute(std::forward<M>(matrix));
   }
 
+  /// Sets who is told how far a call has come, and may end it; empty: nobody.
+  void listen(Listener listener) { here().listen(std::move(listener)); }
+
   /// Orders the pattern and forms the structure of the factor; the values tell the kind.
   template <class M, class = detail::matrix_scalar<M>>
   void analyse(M&& matrix) {

@@ -34,6 +34,12 @@ class Error : public std::runtime_error {
   std::string message_, advice_;
 };
 
+/// The listener of Solver::listen() ended the call; the solver is good for further ones.
+class Cancelled : public Error {
+ public:
+  using Error::Error;
+};
+
 namespace detail {
 
 /// The calling thread's last message, without the decoration of its lines.
@@ -63,6 +69,7 @@ struct Message {
 
 [[noreturn]] inline void fail(int code) {
   const Message said;
+  if (code == -9) throw Cancelled(code, said.text, said.advice);
   throw Error(code, said.text.empty() ? velmora_error_text(code) : said.text, said.advice);
 }
 

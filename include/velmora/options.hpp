@@ -4,6 +4,7 @@
 #define VELMORA_OPTIONS_HPP
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -74,6 +75,14 @@ struct Options {
   std::vector<std::pair<int, int>> iparm;
   std::vector<std::pair<int, double>> dparm;
 };
+
+/// What a call is at.
+enum class Phase { analysis = 11, factorization = 22, solution = 33, inversion = -22 };
+
+/// Is told phase and share of it, about twenty times a second, on the thread of the call; false
+/// ends the call with Cancelled, an exception with that exception.  velmora/progress.h has the
+/// details.
+using Listener = std::function<bool(Phase phase, double share)>;
 
 /// Eigenvalues by sign, as the pivots show them.
 struct Inertia {

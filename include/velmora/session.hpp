@@ -4,6 +4,7 @@
 #define VELMORA_SESSION_HPP
 
 #include <array>
+#include <exception>
 
 #include "velmora/storage.hpp"
 
@@ -81,6 +82,11 @@ class Session {
 
   int iparm(int number) const { return iparm_.at(static_cast<std::size_t>(number) - 1); }
   double dparm(int number) const { return dparm_.at(static_cast<std::size_t>(number) - 1); }
+
+  void listen(Listener listener) {
+    listener_ = std::move(listener);
+    attach();
+  }
 
   template <class T, class I>
   void analyse(const MatrixView<T, I>& matrix, bool temporary) {
@@ -265,6 +271,7 @@ class Session {
     int error = 0;
     iparm_.fill(0);
     velmorainit(handle_.data(), &mtype, &solver, iparm_.data(), dparm_.data(), &error);
+    attach();
     const Options& o = options_;
     const bool indefinite = mtype == -2 || mtype == -4 || mtype == 6, general = mtype > 10;
     const bool definite = mtype == 2 || mtype == 4, whole = o.keep == 0;
@@ -329,7 +336,21 @@ class Session {
             reinterpret_cast<const double*>(a), ia != nullptr ? ia : storage.ia(),
             ja != nullptr ? ja : storage.ja(), nullptr, &nrhs, iparm_.data(), &level,
             reinterpret_cast<double*>(b), reinterpret_cast<double*>(x), &error, dparm_.data());
+    if (thrown_) std::rethrow_exception(std::exchange(thrown_, nullptr));
     return error;
+  }
+
+  void attach() { velmora_set_progress(handle_.data(), listener_ ? hear : nullptr, this); }
+
+  /// No exception passes through the library: it waits here for the end of the call.
+  static int hear(void* data, int phase, double share) {
+    Session& self = *static_cast<Session*>(data);
+    try {
+      return self.listener_(static_cast<Phase>(phase), share) ? 0 : 1;
+    } catch (...) {
+      self.thrown_ = std::current_exception();
+      return 1;
+    }
   }
 
   /// A plain phase 33 tells its failure by a message only.
@@ -349,6 +370,8 @@ class Session {
   }
 
   Options options_;
+  Listener listener_;
+  std::exception_ptr thrown_;
   std::array<void*, 64> handle_{};
   std::array<int, 64> iparm_{};
   std::array<double, 64> dparm_{};

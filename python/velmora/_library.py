@@ -5,6 +5,7 @@ import ctypes
 import ctypes.util
 import os
 import pathlib
+import signal
 import threading
 import time
 import weakref
@@ -66,6 +67,11 @@ lib.velmora_find_type.argtypes = [ctypes.c_int] * 2 + [_address] * 3 + [
     ctypes.POINTER(ctypes.c_char_p)]
 lib.velmora_upper_triangle.argtypes = [ctypes.c_int] * 3 + [_address] * 6
 
+LISTEN = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_int, ctypes.c_double)
+lib.velmora_set_progress.argtypes = [_address] * 3
+lib.velmora_set_progress.restype = None
+PHASES = {11: "analysis", 22: "factorization", 33: "solution", -22: "inversion"}
+
 FOLLOW = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_int, ctypes.c_double)
 lib.norv_set_progress.argtypes = [ctypes.c_void_p, ctypes.c_void_p]
 lib.norv_set_progress.restype = None
@@ -117,6 +123,60 @@ def _release(pt, iparm, dparm, mtype):
                 iparm.ctypes.data, quiet, None, None, error, dparm.ctypes.data)
 
 
+_call = threading.local()  # the call that this thread is in
+
+
+@LISTEN
+def _listen(_, phase, share):
+    """Runs on the thread of the call, where a pending Ctrl-C first sets its mark."""
+    if _call.interrupted:
+        return 1
+    if _call.progress is not None:
+        try:
+            _call.progress(PHASES[phase], share)
+        except BaseException as failure:
+            _call.failure = failure
+            return 1
+    return int(_call.interrupted)
+
+
+_LISTENER = ctypes.cast(_listen, ctypes.c_void_p).value
+
+
+class _Watch:
+    """For the time of a call: the caller's function is told its progress, and Ctrl-C ends it.
+
+    The signal's own handler would raise its exception anywhere in the listener, whose exceptions are
+    lost; it is kept back until the call has ended.
+    """
+
+    def __init__(self, handle, progress):
+        main = threading.current_thread() is threading.main_thread()
+        self._handler = signal.getsignal(signal.SIGINT) if main else None
+        self._takes_signal = callable(self._handler)
+        _call.interrupted, _call.failure, _call.progress = False, None, progress
+        self._pt = handle.pt.ctypes.data
+        if self._takes_signal:
+            call = _call.__dict__
+
+            def mark(*_):
+                call["interrupted"] = True
+
+            signal.signal(signal.SIGINT, mark)
+        if self._takes_signal or progress is not None:
+            lib.velmora_set_progress(self._pt, _LISTENER, None)
+
+    def end(self):
+        """Raises what the call was ended for."""
+        lib.velmora_set_progress(self._pt, None, None)
+        if self._takes_signal:
+            signal.signal(signal.SIGINT, self._handler)
+            if _call.interrupted:
+                self._handler(signal.SIGINT, None)
+        if _call.failure is not None:
+            raise _call.failure
+
+
 def _pointer(array):
     return None if array is None else array.ctypes.data
 
@@ -133,6 +193,7 @@ class Handle:
         self.integers = np.zeros(65, dtype=np.int32)
         self.reals = np.zeros(65)
         self.seconds = 0.0  # spent in the library
+        self.progress = None  # called with a phase's name and the share of it that is done
         self._lock = threading.Lock()
         self._scalars = (ctypes.c_int * 8)(1, 1, mtype, 0, 0, 0, 0, 0)
         at = ctypes.addressof(self._scalars)
@@ -155,6 +216,7 @@ class Handle:
                 raise errors.InputError(-1, "the factor has been closed")
             scalars, at = self._scalars, self._at
             scalars[3:8] = phase, matrix.n, nrhs, int(verbose), 0
+            watch = _Watch(self, self.progress)
             start = time.perf_counter()
             lib.velmora(self.pt.ctypes.data, at[0], at[1], at[2], at[3], at[4],
                         _pointer(matrix.a if values is None else values),
@@ -163,4 +225,5 @@ class Handle:
                         self.integers.ctypes.data + 4, at[6], _pointer(b), _pointer(x), at[7],
                         self.reals.ctypes.data + 8)
             self.seconds += time.perf_counter() - start
+            watch.end()
             return scalars[7]

@@ -52,6 +52,7 @@ class Settings(typing.NamedTuple):
     iparm: typing.Mapping[int, int] = {}
     dparm: typing.Mapping[int, float] = {}
     verbose: bool = False
+    progress: typing.Optional[typing.Callable[[str, float], None]] = None
 
 
 def _configure(handle, matrix, settings):
@@ -181,6 +182,7 @@ class Factorization(LinearOperator):
         if before is not None:
             before.close()
             self._handle.seconds = before.seconds
+        self._handle.progress = self._settings.progress
         _configure(self._handle, self._matrix, self._settings)
         self._call(11)
 
@@ -492,6 +494,8 @@ def factorize(A, **options) -> Factorization:
     accuracy    0 to 2, what is measured of a solution; None: 1 with robust, and 2 once for a factor
                 whose solution is suspicious
     ordering    "nd", "mmd" or "cmd"
+    progress    called with the name of a phase and the share of it that is done, some twenty times a
+                second; an exception from it ends the call and is raised from there
     The others, by their names in velmora.Settings, set one entry of velmora.h each; iparm and dparm
     are mappings from numbers to values for any other.
     """

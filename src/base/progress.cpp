@@ -44,6 +44,7 @@ void Progress::end() {
 
 bool Progress::pulse() {
   if (cancelled_) return false;
+  if (phase_ == 0) return true;  // none has begun
   if (timer_velmora() - last_ < interval) return true;
   const auto done = static_cast<double>(done_.load(std::memory_order_relaxed));
   return tell(total_ > 0 ? std::min(done / total_, 1.0) : 0);

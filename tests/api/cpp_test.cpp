@@ -425,6 +425,32 @@ TEST(Cpp, FailuresTellCodeReasonAndAdvice) {
   EXPECT_NEAR(taken.solve(b)[0], 1.0 / 3, 1e-15);
 }
 
+TEST(Cpp, AListenerIsToldAndMayEndTheCall) {
+  const Matrix m = gallery::poisson2d(30);
+  const auto b = numbers<double>(900, 1);
+  velm::Options options = on_one_thread();
+  velm::Solver<double> solver(options);
+  std::vector<velm::Phase> phases;
+  bool ends = false;
+  solver.listen([&](velm::Phase phase, double share) {
+    if (share == 0) phases.push_back(phase);
+    return !ends;
+  });
+  const auto matrix = make_form<double, int>(to_dense(m), Layout::rows, 0, Part::all, false, 1);
+  solver.compute(matrix.view());
+  const auto x = solver.solve(b);
+  EXPECT_EQ(phases, (std::vector{velm::Phase::analysis, velm::Phase::factorization,
+                                 velm::Phase::solution}));
+  ends = true;
+  EXPECT_THROW(solver.refactor(matrix.view()), velm::Cancelled);
+  EXPECT_THROW(solver.solve(b), velm::Error);  // the factor is gone
+  solver.listen([](velm::Phase, double) -> bool { throw std::string("mine"); });
+  EXPECT_THROW(solver.refactor(matrix.view()), std::string);
+  solver.listen({});
+  solver.refactor(matrix.view());
+  EXPECT_EQ(solver.solve(b), x);
+}
+
 TEST(Cpp, SinglePrecisionComesBackInItsOwnKind) {
   const Matrix m = gallery::random_unsymmetric(60, 4, 1, 5);
   const Dense dense = to_dense(m);

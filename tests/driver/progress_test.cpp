@@ -131,6 +131,7 @@ TEST(Progress, EndsInTheMiddleOfAPhase) {
     listener.last = 1;  // not the begin; the end only on a very fast machine
     listener.attach(session);
     EXPECT_EQ(session.factor(), -9);
+    EXPECT_EQ(listener.words.front().phase, 22);
     listener.last = -1;
     EXPECT_EQ(session.factor(), 0);
     for (const int keeping : {0, 1, 2}) {

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """The Python package against dense references of NumPy."""
 
+import signal
 import threading
 import warnings
 
@@ -194,6 +195,45 @@ def test_errors_and_warnings():
     with warnings.catch_warnings():
         warnings.simplefilter("error")
         velmora.spsolve(sp.csr_matrix(random_matrix("sym")), np.ones(40))
+
+
+def test_progress_is_told_and_ends_calls():
+    told = []
+    A = sp.csr_matrix(random_matrix("spd", 200))
+    f = velmora.factorize(A, threads=1, progress=lambda *word: told.append(word))
+    b = np.ones(200)
+    x = f.solve(b)
+    assert [phase for phase, share in told if share == 0] == ["analysis", "factorization", "solution"]
+
+    class Enough(Exception):
+        pass
+
+    def end(phase, share):
+        raise Enough
+
+    f._handle.progress = end
+    with pytest.raises(Enough):
+        f.refactorize(A)
+    f._handle.progress = None
+    assert np.array_equal(f.refactorize(A).solve(b), x)
+
+
+def test_interrupt_ends_a_long_factorization():
+    line = sp.diags([-1.0, 2.0, -1.0], [-1, 0, 1], (44, 44))
+    eye = sp.identity(44)
+    A = sp.csr_matrix(sp.kron(sp.kron(line, eye), eye) + sp.kron(sp.kron(eye, line), eye) +
+                      sp.kron(sp.kron(eye, eye), line))
+    f = velmora.analyse(A, type="spd", threads=1)
+    for signals in range(2):
+        timer = threading.Timer(0.1, signal.raise_signal, [signal.SIGINT])
+        timer.start()
+        with pytest.raises(KeyboardInterrupt):
+            while True:
+                f.factorize()
+        timer.join()
+    f.factorize()
+    b = np.ones(A.shape[0])
+    assert np.allclose(A @ f.solve(b), b)
 
 
 def test_diagonal_systems():

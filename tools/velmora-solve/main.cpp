@@ -9,11 +9,15 @@
 #include <new>
 
 #include "options.hpp"
+#include "progress.hpp"
 #include "report.hpp"
 #include "solve.hpp"
 #include "text_output.hpp"
 
 namespace {
+
+/// What a shell tells of a program that Ctrl-C ended.
+constexpr int interrupted_status = 130;
 
 /// While JSON goes to standard output, everything else goes to standard error.
 class JsonOutput {
@@ -69,6 +73,7 @@ int run_program(int argc, char** argv) {
   if (parsed.exit_status) return *parsed.exit_status;
   const tool::Options& options = parsed.options;
   tool::Report report;
+  int status = 1;
   try {
     for (const std::string& path : {options.output, options.spy, options.convergence, options.json})
       if (!path.empty() && path != "-") tool::require_writable(path);
@@ -77,6 +82,9 @@ int run_program(int argc, char** argv) {
       tool::run(options, tool::Printer(options.quiet), report);
     } catch (const tool::InputError& error) {
       report.failure = error.what();
+    } catch (const tool::Interrupted& ended) {
+      report.failure = ended.what();
+      status = interrupted_status;
     } catch (const std::bad_alloc&) {
       report.failure = "not enough memory";
     }
@@ -88,7 +96,7 @@ int run_program(int argc, char** argv) {
   if (report.failure.empty()) return 0;
   std::fflush(stdout);
   std::fprintf(stderr, "velmora-solve: %s\n", report.failure.c_str());
-  return 1;
+  return status;
 }
 
 }  // namespace

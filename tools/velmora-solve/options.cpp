@@ -7,6 +7,7 @@
 #include <charconv>
 #include <map>
 
+#include "progress.hpp"
 #include "types.hpp"
 #include "velmora.h"
 
@@ -229,6 +230,9 @@ void add_run_options(CLI::App& app, Options& options) {
                  "--iterative, as PNG (needs gnuplot)")
       ->type_name("FILE")
       ->group(group);
+  app.add_flag("--ignore-memory", options.settings.ignores_memory,
+               "Factor also where the machine has less memory left than that is forecast to take")
+      ->group(group);
   app.add_flag("-q,--quiet", options.quiet, "Print nothing but errors")->group(group);
   app.add_option("--msglvl", options.msglvl, "1: show the library's own messages and report")
       ->check(in_range(0, 1))
@@ -256,6 +260,7 @@ Parsed parse_options(int argc, char** argv) {
     }
     if (options.settings.iterative && !options.spy.empty())
       throw CLI::ValidationError("--spy", "draws a factor that --iterative doesn't make");
+    options.settings.draws = !options.quiet && options.msglvl == 0 && can_draw();
   } catch (const CLI::Success& done) {
     parsed.exit_status = app.exit(done);
   } catch (const CLI::ParseError& error) {

@@ -31,6 +31,8 @@ struct Settings {
   bool determinant = false;                   ///< iparm(33)
   bool iterative = false;                     ///< iparm(32)
   bool transposed = false;                    ///< iparm(12)
+  bool draws = false;                         ///< a bar for what takes long
+  bool ignores_memory = false;                ///< factor also where memory seems too small
   int threads = 0;                            ///< iparm(3), 0: as many as OpenMP gives
   std::vector<std::pair<int, int>> iparm;     ///< anything else, by number
   std::vector<std::pair<int, double>> dparm;  ///< likewise

@@ -8,8 +8,13 @@
 #include <chrono>
 #include <cstdio>
 
+#include "progress.hpp"
+
 namespace tool {
 namespace {
+
+/// Error of a call that its listener ended.
+constexpr int cancelled = -9;
 
 /// Catches what is written to standard output or error while it lives: the checker tells its
 /// reasons nowhere else.
@@ -87,7 +92,7 @@ void conjugate(std::vector<double>& values) {
 
 Session::Session(const SparseMatrix& matrix, int mtype, const Settings& settings,
                  bool show_messages)
-    : matrix_(matrix), mtype_(mtype), show_messages_(show_messages) {
+    : matrix_(matrix), mtype_(mtype), show_messages_(show_messages), draws_(settings.draws) {
   const int solver = settings.iterative ? 1 : 0;
   int error = 0;
   velmorainit(handle_.data(), &mtype_, &solver, iparm_.data(), dparm_.data(), &error);
@@ -175,9 +180,13 @@ Call Session::call(Phase phase, const double* values) {
   Call call;
   const int number = static_cast<int>(phase), one = 1, level = show_messages_ ? 1 : 0;
   const auto start = std::chrono::steady_clock::now();
-  velmora(handle_.data(), &one, &one, &mtype_, &number, &matrix_.n, values, matrix_.ia.data(),
-          matrix_.ja.data(), perm_.data(), &nrhs_, iparm_.data(), &level, b_.data(), x_.data(),
-          &call.error, dparm_.data());
+  {
+    const CallWatch watch(handle_.data(), draws_);
+    velmora(handle_.data(), &one, &one, &mtype_, &number, &matrix_.n, values, matrix_.ia.data(),
+            matrix_.ja.data(), perm_.data(), &nrhs_, iparm_.data(), &level, b_.data(), x_.data(),
+            &call.error, dparm_.data());
+  }
+  if (call.error == cancelled) throw Interrupted();
   call.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   call.diagonal = iparm(12) < 0;
   std::array<char, 1024> text;

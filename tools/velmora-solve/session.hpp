@@ -67,7 +67,7 @@ class Session {
 
   const SparseMatrix& matrix_;
   int mtype_;
-  bool show_messages_;
+  bool show_messages_, draws_;
   bool own_tolerance_ = false;  ///< the user set dparm(2)
   /// The transpose of a Hermitian matrix is its conjugate: A conj(x) = conj(b) is solved for it.
   bool conjugated_ = false;

@@ -13,6 +13,7 @@
 #include "iterate.hpp"
 #include "near_singular.hpp"
 #include "pictures.hpp"
+#include "progress.hpp"
 #include "replay.hpp"
 #include "session.hpp"
 #include "types.hpp"
@@ -20,14 +21,11 @@
 namespace tool {
 namespace {
 
-class Stopwatch {
- public:
+struct Stopwatch {
+  std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
   double seconds() const {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   }
-
- private:
-  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
 struct Rhs {
@@ -259,10 +257,11 @@ class Solver {
     factor.threads = session.iparm(3);
     factor.nonzeros = nonzeros_of(session.iparm(18));
     factor.gflop = session.iparm(19);
-    printer_.line("analysis", fmt::format("{}   {} nonzeros in the factor, {}",
-                                          seconds(call.seconds), factor.nonzeros,
-                                          factor.gflop > 0 ? fmt::format("{} Gflop", factor.gflop)
-                                                           : std::string("below 1 Gflop")));
+    printer_.line(
+        "analysis",
+        fmt::format("{}   {} nonzeros in the factor, {}", seconds(call.seconds), factor.nonzeros,
+                    factor.gflop > 0 ? fmt::format("{} Gflop", factor.gflop) : "below 1 Gflop"));
+    if (!settings_.ignores_memory) printer_.line("room", require_memory(session.iparm(17)));
     if (factorize(session, factor)) time_solves(session, factor);
     solve_well(session, factor);
   }
