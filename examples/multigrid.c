@@ -3,7 +3,7 @@
  * Multigrid through norv.h: the temperature of a plate whose edge is held at zero.
  *
  * Builds a hierarchy from the matrix alone, solves with its cycles, and then once more with one
- * cycle as the preconditioner of a Krylov method, which needs fewer of them.
+ * cycle as the preconditioner of a Krylov method.
  */
 #define _POSIX_C_SOURCE 200112L
 #include <math.h>
