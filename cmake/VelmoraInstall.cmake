@@ -4,6 +4,7 @@
 #   dev      headers, link, CMake package, velmora.pc, examples     libvelmora-dev
 #   tools    both programs with their manual pages                  velmora-tools
 #   doc      the guide                                              velmora-doc
+#   python   the Python package, which finds the library by itself   python3-velmora
 # install_layout.cmake, which runs first, says where things go: the packages are made from the
 # release build, whose own prefix has another library folder.
 set(velmora_doc ${CMAKE_INSTALL_DATAROOTDIR}/doc)
@@ -51,6 +52,10 @@ install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
         DESTINATION ${velmora_doc}/velmora COMPONENT doc)
 install(FILES ${velmora_pages} DESTINATION ${velmora_doc}/velmora/docs COMPONENT doc)
 install(CODE "velmora_legal(velmora-doc)" COMPONENT doc)
+
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/velmora DESTINATION lib/python3/dist-packages
+        COMPONENT python FILES_MATCHING PATTERN "*.py" PATTERN "py.typed")
+install(CODE "velmora_legal(python3-velmora)" COMPONENT python)
 
 if(PROJECT_IS_TOP_LEVEL)
   include(VelmoraPackages)

@@ -57,6 +57,7 @@
  *   norv/direct.h the bridge to    norv/solver.h Krylov solvers
  *                 velmora()        norv/interface.h  phases of velmora()
  *   norv/ildlt.h  incomplete LDL^T norv/condest.h norms of inverse factors
+ *   norv/krylov.h the other Krylov methods, sweeps, least squares
  */
 #ifndef VELMORA_NORV_H
 #define VELMORA_NORV_H
@@ -68,6 +69,7 @@
 #include "norv/dmat.h"
 #include "norv/ildlt.h"
 #include "norv/interface.h"
+#include "norv/krylov.h"
 #include "norv/ldu.h"
 #include "norv/linop.h"
 #include "norv/perm.h"

@@ -118,8 +118,7 @@
  *                K  |K| 2: conjugate gradients for types 2 and 4; else, and for all other types,
  *                   conjugate gradients squared.  0: off
  *                L  the residual is to fall to 10^-L of that of the factor's own solution, in
- *                   Euclidean norms; 0: 10^-12.  One of 1.4e-14 of
- *                   |A||x| + |b| is taken for one of rounding, and ends it as well
+ *                   Euclidean norms; 0: 10^-12.  1.4e-14 of |A||x| + |b| counts as rounding
  *                K > 0: at most 1.35 |K| t + 1 iterations, and 100, t being the time of the
  *                   factorization over that of a solve.  Phases 22 and 23 factor after a failure;
  *                   where fewer than five iterations were affordable in the last solve, as before
@@ -127,8 +126,9 @@
  *                   has failed lately.  A phase 23 whose iteration fails factors and solves again.
  *                   Such decisions hang on measured times, and may differ from run to run
  *                K < 0: 150 iterations, and a new factor only after a failure
- *               iparm(4) 0 with phase 22 or 23 always factors.  Not together with iparm(26),
- *               iparm(31), or a Schur factor of iparm(38): error -1
+ *               iparm(4) 0 with phase 22 or 23 always factors.  Up to four of the last solutions
+ *               are kept, within a quarter of the factor's memory, for first guesses.  Not
+ *               together with iparm(26), iparm(31), or a Schur factor of iparm(38): error -1
  *    5  in      [0] > 0: perm holds the elimination order to use, position to node;
  *               < 0: the order that the analysis found is written to perm; -2: where all entries
  *               are stored perm has 2n elements, and behind the order the row that the matching
@@ -248,8 +248,8 @@
  *                0  the solve as asked for          5  rung 4 without matching and scaling
  *                1  refinement judged by rows       6  rung 4 with another order
  *                2  Krylov refinement (FGMRES)      7  as type 11 or 13, with matching
- *                3  factor in double precision,     8  as type 11 or 13, with pivots from whole
- *                   where iparm(29) was 1              columns (threshold 0.1), one thread
+ *                3  the same anew: in double, or    8  as type 11 or 13, with pivots from whole
+ *                   where the factor is of others      columns (threshold 0.1), one thread
  *                4  matching, scaling, 2x2 pivots   9  rung 4 with perturbation 10^-6, and many
  *                   and perturbation 10^-13; types     Krylov steps
  *                   1, 3 as 11, 13; 2, 4 as -2, -4
@@ -318,7 +318,6 @@
  *   44  in      [0] componentwise backward error that iparm(42) goes on for; not between 0 and 1:
  *               1e-12
  *
- *
  * Iterative solver, iparm(32) 1
  * -----------------------------
  * A multilevel incomplete LDL^T factorization preconditions SQMR (norv/ildlt.h, norv/solver.h).
@@ -337,6 +336,7 @@
  *   dparm(7)  [10]    most entries of a factor's row in average rows of A, an integer; <= 0: any
  *   dparm(8)  [500]   bound on the growth of the inverse factor; <= 0: none
  *   dparm(9)  [25]    steps of the last 25 without change that end a solve with error -101
+ *   dparm(10) [0]     dropped entries down to so many times the threshold still take part in updates
  *
  * error -100, -101, also -102 and -103, breakdowns: x is the last iterate, and the preconditioner
  * stays.  -4: its setup failed, and it is gone.  docs/iterative.md says which settings to try.

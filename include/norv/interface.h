@@ -86,7 +86,7 @@ NORV_API int IterativeNorvScalar(int mode, NorvPars* pars, int n, int is_complex
 
 /* Termination hook: norms of right-hand side and residual, length, arrays of x
  * and of the residual, iteration number; not 0 ends the iteration.  While it
- * is set, it alone decides, beside maxiter, in all solves of the process. */
+ * is set, it alone decides, beside maxiter, in SQMR and BiCGStab, in all solves of the process. */
 typedef int (*norv_ipopt_fn)(double norm_b, double norm_r, int n, double* x, double* r,
                              int iteration);
 NORV_API int SetIpoptCallbackFunction(norv_ipopt_fn fn); /* null: off; returns 1 */

@@ -47,8 +47,8 @@ struct solver {
  * BICGSTAB. */
 NORV_API solver* solver_new(const char* name);
 /* 1-based row in the order GS BICGSTAB QMR SQMR QMRPACK PCG PCG2 GMRES GMRESDR
- * SYMMLQ MINRES, any case; 0 and no change when there is no such solver.  This version has SQMR
- * alone: the others are an error message, and leave x as it was, when they run. */
+ * SYMMLQ MINRES, any case; 0 and no change when there is no such solver.  The methods beside SQMR
+ * are those of norv/krylov.h; QMRPACK is an error message, and leaves x as it was, when it runs. */
 NORV_API int solver_set_method_by_name(solver* s, const char* name);
 /* Parameters of the solve; param is for methods of the user's own. */
 NORV_API void solver_set_epsilon(solver* s, double epsilon);

@@ -10,6 +10,7 @@
 
 #include "driver/options.hpp"
 #include "driver/sequence.hpp"
+#include "solve/first_guess.hpp"
 
 namespace vlm {
 
@@ -18,7 +19,7 @@ enum Rung : int {
   rung_plain = 0,        ///< the solve as asked for
   rung_rows = 1,         ///< refinement that looks at every row
   rung_krylov = 2,       ///< Krylov refinement
-  rung_double = 3,       ///< the same settings in double precision
+  rung_double = 3,       ///< the same settings, in double precision, values of the call
   rung_robust = 4,       ///< matching, scaling, 2x2 pivots, small perturbation
   rung_unmatched = 5,    ///< the same without matching
   rung_order = 6,        ///< the same with another order
@@ -91,9 +92,11 @@ struct FactorRecord {
   // what the factor is; a solve with other settings needs another one
   int mtype = 0;
   bool single = false;
+  std::uint64_t values = 0;  ///< checksum of the values it was made of
   FactorResult result;
   double seconds = 0;  ///< time of the factorization
   ReuseHistory history;
+  EarlierSolutions* earlier = nullptr;  ///< of stabilised solves; owned
   bool inverted = false;             ///< lu holds the selected inverse, and no factor
   std::uint64_t inverse_values = 0;  ///< checksum of the inverse in the caller's a; 0: none
   SecondFactor* second = nullptr;    ///< the factor of a rung that helped where lu did not; owned

@@ -8,6 +8,7 @@
 
 #include "base/clock.hpp"
 #include "base/status.hpp"
+#include "driver/input_scan.hpp"
 #include "driver/stabilised_stage.hpp"
 #include "symbolic/sched.hpp"
 #include "symbolic/sfinit.hpp"
@@ -86,6 +87,12 @@ int run_structure(StageArrays& arrays) {
   return status_ok;
 }
 
+/// The caller's values, also where a padded matrix stands for them.
+InputMatrix matrix_of_call(const StageArrays& arrays) {
+  const Call& call = arrays.call;
+  return {call.n, call.ia, call.ja, call.a};
+}
+
 int run_factorization(StageArrays& arrays) {
   Control& control = arrays.control;
   const Options& options = control.options;
@@ -103,6 +110,7 @@ int run_factorization(StageArrays& arrays) {
   record.seconds = control.clocks.timer.numfct;
   if (status != status_ok) return status;
   record.finished = true;
+  record.values = values_checksum(matrix_of_call(arrays), options.type->nvals());
   arrays.fresh = true;
   record.mtype = options.mtype;
   record.single = options.single;
@@ -138,16 +146,19 @@ int run_solve(StageArrays& arrays) {
   if (accuracy.level == 0 || (status != status_ok && status != status_contraction)) return status;
 
   Accuracy found;
-  const int failed = measure_accuracy({.options = accuracy,
-                                       .matrix = arrays.matrix,
-                                       .nrhs = call.nrhs,
-                                       .b = b,
-                                       .x = control.options.solution_in_b ? call.b : call.x,
-                                       .perturbed = perturbed + control.results.factor.grown,
-                                       .solve = solve,
-                                       .transpose = transpose,
-                                       .work = work},
-                                      found);
+  const double* const x = control.options.solution_in_b ? call.b : call.x;
+  const bool kept = accuracy.level == 2 && !factor_is_of_call(arrays);
+  const int failed = kept ? measure_with_kept(arrays, b, x, work, found)
+                          : measure_accuracy({.options = accuracy,
+                                              .matrix = arrays.matrix,
+                                              .nrhs = call.nrhs,
+                                              .b = b,
+                                              .x = x,
+                                              .perturbed = perturbed + control.results.factor.grown,
+                                              .solve = solve,
+                                              .transpose = transpose,
+                                              .work = work},
+                                             found);
   store_accuracy(call, control, found);
   if (status != status_ok || failed != status_ok) return status != status_ok ? status : failed;
   return found.verdict == verdict_useless ? status_inaccurate : status_ok;
@@ -178,6 +189,12 @@ SolveStep solve_step(const StageArrays& arrays, bool turned) {
     return solve_velmora(as, *arrays.structure, arrays.matching, arrays.record->lu, nrhs, in, out,
                          arrays.work);
   };
+}
+
+bool factor_is_of_call(const StageArrays& arrays) {
+  if (arrays.fresh) return true;
+  const int nvals = arrays.control.options.type->nvals();
+  return values_checksum(matrix_of_call(arrays), nvals) == arrays.record->values;
 }
 
 void store_accuracy(const Call& call, Control& control, const Accuracy& accuracy) {

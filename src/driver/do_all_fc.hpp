@@ -42,6 +42,10 @@ struct StageArrays {
 /// its work space is that of the call.
 SolveStep solve_step(const StageArrays& arrays, bool turned);
 
+/// Whether the factor was made of the values of the call: only then do its solves tell the
+/// condition.
+bool factor_is_of_call(const StageArrays& arrays);
+
 /// Verdict and measurements to the caller, who asked for them.
 void store_accuracy(const Call& call, Control& control, const Accuracy& accuracy);
 

@@ -89,6 +89,7 @@ void drop_second(FactorRecord& record) {
 
 void clean_fact_fc(FactorRecord& record) {
   drop_second(record);
+  delete record.earlier;
   std::free(record.lu);
   record = FactorRecord{};
 }
@@ -152,6 +153,7 @@ std::int64_t numeric_kilobytes(void** pt) {
     const FactorRecord& record = *factor_record(pt, mnum);
     if (record.lu != nullptr) sum += kilobytes(record.bytes);
     if (record.second != nullptr) sum += kilobytes(record.second->bytes());
+    if (record.earlier != nullptr) sum += kilobytes(record.earlier->bytes());
   }
   for (const std::size_t bytes : {control.work_bytes, control.cgs_bytes})
     if (bytes > 0) sum += kilobytes(bytes);

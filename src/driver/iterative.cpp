@@ -62,6 +62,7 @@ constexpr Bound bounds[] = {
     {-most_int, most_int},  // 7 fill; 0 and below: no limit
     {-huge, huge},          // 8 bound on the inverse; 0 and below: none
     {0, most_int},          // 9 stagnation
+    {0, 1},                 // 10 second dropping, times dparm(5)
 };
 
 Outcome fault(int code, int argument) { return {error_input, code, argument, 0}; }
@@ -183,7 +184,8 @@ struct Run {
                            .b = b,
                            .x = x,
                            .solution_in_b = call.iparm(6) == 1,
-                           .expected_negative = call.iparm(48)},
+                           .expected_negative = call.iparm(48),
+                           .second_drop = call.dparm(10)},
                           {&info, &perturbed, &positive, &negative, &nnz, &relres, &iterations});
     } catch (const Fault& fault) {
       state.ledger.release_call();

@@ -13,6 +13,7 @@
 #include "base/status.hpp"
 #include "driver/factor_store.hpp"
 #include "driver/second_factor.hpp"
+#include "driver/stabilised_stage.hpp"
 #include "solve/krylov_refine.hpp"
 
 namespace vlm {
@@ -108,7 +109,6 @@ class Climb {
     b_ = options_.solution_in_b ? kept_b_.data() : call_.b;
     x_ = options_.solution_in_b ? call_.b : call_.x;
     accuracy_options_.solution_in_b = false;  // b is kept here
-    control_.results.ladder = {};
   }
 
   Outcome run(const std::function<Outcome()>& plain_solve) {
@@ -118,10 +118,11 @@ class Climb {
       outcome = plain_solve();
       if (outcome && outcome.error != error_numeric) return outcome;
       accuracy_ = control_.results.accuracy;
-      tell(rung_plain, accuracy_.componentwise);
+      tell(rung_plain, accuracy_.verdict == verdict_none ? infinity : accuracy_.componentwise);
       if (is_good() && accuracy_.entrywise <= target_) return {};
     }
     if (!finite_) return outcome;
+    stale_ = has_factor && !factor_is_of_call(arrays_);
     start(has_factor);
     if (is_good())
       use_own(rung_rows);  // for the rows of small |A||x|: no factor is made for them
@@ -170,8 +171,10 @@ class Climb {
 
   void take_rungs(bool has_factor) {
     FactorRecord& record = *arrays_.record;
-    if (record.second != nullptr && use_second(*record.second, record.rung)) return;
-    const bool kept_failed = record.second != nullptr;
+    const bool other_values = record.second != nullptr && !record.second->is_of(call_);
+    const bool usable = record.second != nullptr && (!other_values || !measures_condition());
+    if (usable && use_second(*record.second, record.rung)) return;
+    const bool kept_failed = usable;
     drop_second(record);
     if (has_factor && !kept_failed && use_own(rung_rows)) return;
     const Rung hint = record.rung;
@@ -197,7 +200,10 @@ class Climb {
     tell(rung, worst_error());
     if (improved) {
       const FactorResult& factor = control_.results.factor;
-      measure(solve, transpose, factor.perturbed + factor.grown);
+      if (stale_ && measures_condition())
+        measure_with_stale();
+      else
+        measure(solve, transpose, factor.perturbed + factor.grown);
       ladder().kept = rung;
     }
     return is_good_after(rung);
@@ -218,10 +224,9 @@ class Climb {
 
   /// A factor with the rung's settings, unless they have been tried.
   bool use_new(Rung rung) try {
-    if (rung == rung_double && !options_.single) return false;
+    const bool made_already = !options_.single && !stale_;
     const FactorSettings settings = settings_of(rung, options_);
-    const bool as_caller = settings == settings_of_caller(options_);
-    if (rung != rung_double && as_caller && !options_.single) return false;
+    if (made_already && settings == settings_of_caller(options_)) return false;
     for (int earlier = rung_double; earlier < rung_count; ++earlier)
       if (tried_[earlier] && settings_of(static_cast<Rung>(earlier), options_) == settings)
         return false;
@@ -264,7 +269,7 @@ class Climb {
       else
         ladder().kept = rung;
     }
-    take_signs(second);
+    if (second.is_of(call_)) take_signs(second);
     return is_good_after(rung);
   }
 
@@ -287,7 +292,7 @@ class Climb {
     FactorResult& own = arrays_.record->result;
     const FactorResult& other = second.result();
     if (!second.has_signs() || options_.type->family != Family::ldlt) return;
-    const bool complete = own.positive + own.negative == call_.n && !options_.single;
+    const bool complete = own.positive + own.negative == call_.n && !options_.single && !stale_;
     if (complete && other.doubtful >= own.doubtful) return;
     for (FactorResult* result : {&own, &control_.results.factor}) {
       result->positive = other.positive;
@@ -313,6 +318,13 @@ class Climb {
     if (status != status_ok) accuracy_ = {};
   }
 
+  /// The factor's own solves say nothing of the condition of other values than its own.
+  void measure_with_stale() {
+    Vector<double> work(accuracy_bytes(accuracy_options_, call_.n, call_.nrhs) / sizeof(double));
+    if (measure_with_kept(arrays_, b_, x_, work.data(), accuracy_) != status_ok) accuracy_ = {};
+  }
+  bool measures_condition() const { return accuracy_options_.level == 2; }
+
   double* column(int k) const { return x_ + length_ * static_cast<std::size_t>(k); }
   const double* rhs(int k) const { return b_ + length_ * static_cast<std::size_t>(k); }
 
@@ -324,6 +336,7 @@ class Climb {
   AccuracyOptions accuracy_options_;
   const std::size_t length_;  ///< doubles of a column
   bool finite_ = true;        ///< the right-hand sides
+  bool stale_ = false;        ///< the caller's factor was made of other values
   Vector<double> kept_b_, candidate_;
   Vector<ColumnError> errors_;
   const double* b_ = nullptr;

@@ -151,8 +151,11 @@ std::string_view numeric_remedy(const Outcome& outcome, const Call& call) {
   if (outcome.code == status_type_change) return "analyse again with this mtype (phase 11)";
   if (outcome.code == status_stabilised) return stabilised_remedy(call);
   if (outcome.code == status_work) return "solve fewer right-hand sides at a time";
-  if (outcome.code == status_inaccurate || outcome.code == status_contraction ||
-      outcome.code == status_steps)
+  if (outcome.code == status_inaccurate) {
+    if (call.iparm(42) != 1) return "set iparm(42) to 1 and repeat phase 13: it goes on";
+    return "look for NaN in b; else A is singular: free unknowns, or repeated equations";
+  }
+  if (outcome.code == status_contraction || outcome.code == status_steps)
     return accuracy_remedy(call);
   if (call.mtype == 2) return "if A is only symmetric, solve it with mtype -2 (phase 13)";
   if (call.mtype == 4) return "if A is only Hermitian, solve it with mtype -4 (phase 13)";

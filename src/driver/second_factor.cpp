@@ -12,6 +12,7 @@
 #include "base/values.hpp"
 #include "driver/do_all_fc.hpp"
 #include "driver/factor_store.hpp"
+#include "driver/input_scan.hpp"
 #include "driver/velmora_c.hpp"
 
 namespace vlm {
@@ -150,6 +151,7 @@ int SecondFactor::factor(const Call& call, const Options& options,
   free_ = settings.free_pivots;
   set_options(call, options, settings);
   matrix_ = {call.n, call.ia, call.ja, call.a};
+  values_ = values_checksum(matrix_, options.type->nvals());
   if (options.symmetric && !matrix_type(mtype_).symmetric) expand(call, *options.type);
   if (free_) return factor_freely(call);
   const int error = run(call, 12);
@@ -162,6 +164,12 @@ int SecondFactor::factor(const Call& call, const Options& options,
 } catch (const std::length_error&) {
   release();
   return error_overflow;
+}
+
+bool SecondFactor::is_of(const Call& call) const {
+  // Every type that it may have has as many doubles a value as the caller's.
+  const InputMatrix matrix{call.n, call.ia, call.ja, call.a};
+  return values_checksum(matrix, matrix_type(mtype_).nvals()) == values_;
 }
 
 SolveStep SecondFactor::step(bool transpose) {

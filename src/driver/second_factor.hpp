@@ -40,6 +40,9 @@ class SecondFactor : public TellsItsSize {
   /// Factors the matrix of the call.  @return class of the error; what was there is released
   int factor(const Call& call, const Options& options, const FactorSettings& settings);
 
+  /// Whether it was made of the values of the call.
+  bool is_of(const Call& call) const;
+
   /// Solves as the caller's options mean it, or with the transposed matrix.
   /// Columns are solved as many at a time as there are.
   SolveStep step(bool transpose);
@@ -68,6 +71,7 @@ class SecondFactor : public TellsItsSize {
   bool free_ = false;
   FreeLu lu_;
   FactorResult result_;
+  std::uint64_t values_ = 0;  ///< checksum of the caller's
   std::size_t wanted_ = 0;
 };
 

@@ -143,7 +143,7 @@ void print_accuracy(const Results& results) {
   constexpr const char* names[rung_count] = {"backward error of the solve as asked for",
                                              "after refinement by rows",
                                              "after Krylov refinement",
-                                             "in double precision",
+                                             "with a new factor, in double precision",
                                              "with matching, scaling, small perturbation",
                                              "without matching",
                                              "with another order",

@@ -196,6 +196,7 @@ Outcome solve(StageArrays& arrays) {
   const Call& call = arrays.call;
   Control& control = arrays.control;
   void** pt = call.pt;
+  if (control.options.stabilised.k != 0) with_location(at_cgs, [&] { provide_earlier(arrays); });
   if (const std::size_t bytes = solve_vector_bytes(arrays); bytes > 0) {
     if (call.phase == 33) {
       if (Outcome failed = test_whole_matrix(call, control.options)) return failed;
@@ -317,6 +318,8 @@ Outcome work_numerically(const Call& call) {
   arrays.work = slot(pt, slot_work);
   control.cgs_bytes = 0;
   control.results.refinement_steps = call.iparm(7) = 0;
+  control.results.accuracy = {};
+  control.results.ladder = {};
 
   Outcome made;
   if (!kept) made = make_factor(arrays);

@@ -165,8 +165,20 @@ class Measurement {
 
   // --- norms of the inverse; the columns' arrays are free by then ---
 
+  /// Each column within range of single precision: residuals may be as small as they like.
   void solve(const T* in, T* out, int columns = 1) {
-    if (status_ == status_ok) status_ = call_.solve(columns, doubles(in), doubles(out));
+    double unit[block];
+    for (int k = 0; k < columns; ++k) {
+      const std::size_t column = n_ * static_cast<std::size_t>(k);
+      const double size = largest(in + column, n_);
+      unit[k] = size > 0 && std::isfinite(size) ? std::exp2(std::ilogb(size)) : 1;
+      for (std::size_t i = column; i < column + n_; ++i) out[i] = in[i] / unit[k];
+    }
+    if (status_ == status_ok) status_ = call_.solve(columns, doubles(out), doubles(out));
+    for (int k = 0; k < columns; ++k) {
+      const std::size_t column = n_ * static_cast<std::size_t>(k);
+      for (std::size_t i = column; i < column + n_; ++i) out[i] *= unit[k];
+    }
   }
 
   /// left := A^-1 (target - A v), what the solution v leaves to correct.

@@ -27,11 +27,14 @@ constexpr double divergence = 1e4;
 constexpr double rounding_level = 0x1p-46, rounding_drift = 1;
 /// Steps that tell the pace.
 constexpr int pace_steps = 3;
+/// Where no more steps than this are worth it the first solve may tell that they won't do: it
+/// promises this multiple of them.
+constexpr double few_steps = 8, hopeless = 3;
 /// Ratios of the scalars of CGS beyond which it has broken down.
 constexpr double largest_growth = 1e15, least_beta = 1e-45, least_alpha = 1e-10;
 
 /// Work vectors.  CG has the first three.
-enum VectorName { v_residual, v_direction, v_product, v_shadow, v_auxiliary, v_sum, all_vectors };
+enum VectorName { v_residual, v_direction, v_product, v_shadow, v_auxiliary, v_image, all_vectors };
 constexpr int vectors_of_cg = 3;
 
 template <class T>
@@ -61,6 +64,7 @@ class Iteration {
     if (result_.status != status_ok) return failed(iteration_solve_failed);
     if (active() == 0) return result_;
     if (!std::isfinite(largest_ratio())) return failed(iteration_diverged);
+    if (is_hopeless()) return failed(iteration_slow);
     double best = 1e30;
     do {
       const int code = call_.options.conjugate_gradients ? step_cg() : step_cgs();
@@ -216,8 +220,9 @@ class Iteration {
     c.level = sufficient > 0 ? sufficient * norm([=](std::size_t i) { return b[i] * part; }) : 0;
     if (!std::isfinite(c.level)) c.level = 0;
     if (!first) return;
-    c.first = c.norm;
-    std::fill(std::begin(c.best), std::end(c.best), c.first);
+    // Without the guess the factor would have left that much more.
+    c.first = c.norm * (call_.gain != nullptr ? call_.gain[c.index] : 1.0);
+    std::fill(std::begin(c.best), std::end(c.best), c.norm);
   }
 
   /// Raises the levels to what rounding leaves of a residual.
@@ -243,7 +248,8 @@ class Iteration {
     std::fill_n(vector(v_direction, k), n_, T{});
     if (call_.options.conjugate_gradients) return;
     std::copy_n(vector(v_residual, k), n_, vector(v_shadow, k));
-    std::fill_n(vector(v_auxiliary, k), n_, T{});
+    for (const VectorName name : {v_auxiliary, v_product, v_image})
+      std::fill_n(vector(name, k), n_, T{});
   }
 
   /// Ends the columns from `from` on whose measured residual is at the goal, or above it by less
@@ -283,6 +289,28 @@ class Iteration {
       if (of_column > ratio || std::isnan(of_column)) ratio = of_column;
     }
     return ratio;
+  }
+
+  /// Whether the first solve has done so little that the few steps which are worth it need not be
+  /// tried: measured by the part of b, of the best length, that it left.
+  bool is_hopeless() const {
+    if (limits_.affordable > few_steps || call_.gain != nullptr) return false;
+    double left = 0;
+    for (std::size_t k = 0; k < active(); ++k) {
+      const Column& c = columns_[k];
+      const T *const b = rhs(c), *const r = vector(v_residual, k);
+      const auto of_b = [=, part = 1 / c.unit](std::size_t i) { return b[i] * part; };
+      const auto image = [=](std::size_t i) { return of_b(i) - r[i]; };
+      const double size = norm(of_b);
+      const double cosine = std::abs(sum([=](std::size_t i) {
+                              return product(maybe_conj<true>(of_b(i)), image(i));
+                            })) /
+                            (size * norm(image));
+      const double pace = std::log1p(-cosine * cosine) / 2;
+      const double way = std::log(c.goal(call_.options.tolerance) / size);
+      left = std::max(left, way / pace);
+    }
+    return left > hopeless * limits_.affordable * call_.options.solves_per_step();
   }
 
   /// Whether the pace of the last steps promises more steps than are worth it.
@@ -353,18 +381,21 @@ class Iteration {
     multiply(v_auxiliary, v_product);
     for (std::size_t k = 0; k < active(); ++k)
       if (const int code = cgs_b(k)) return code;
-    if (!solve(v_sum, v_product)) return iteration_solve_failed;
-    multiply(v_product, v_sum);
+    confirm();
+    if (active() == 0 || result_.status != status_ok) return iteration_converged;
+    if (!solve(v_auxiliary, v_direction)) return iteration_solve_failed;
+    multiply(v_direction, v_product);
     for (std::size_t k = 0; k < active(); ++k)
-      advance(columns_[k], vector(v_product, k), vector(v_sum, k), vector(v_residual, k));
+      advance(columns_[k], vector(v_direction, k), vector(v_product, k), vector(v_residual, k));
     return iteration_converged;
   }
 
-  /// Directions: u = r + beta q, p = u + beta (q + beta p); u goes to v_sum.
+  /// u = r + beta q, and what v = A M^-1 p has of earlier steps, p = u + beta (q + beta p).
   int cgs_a(std::size_t k) {
     Column& c = columns_[k];
     const T *const r = vector(v_residual, k), *const q = vector(v_auxiliary, k);
-    T *const u = vector(v_sum, k), *const p = vector(v_direction, k);
+    const T* const image_of_q = vector(v_product, k);
+    T *const u = vector(v_direction, k), *const v = vector(v_image, k);
     const T rho = dot(vector(v_shadow, k), r);
     if (!(std::abs(rho) <= std::abs(c.rho) * largest_growth)) return cgs_growth;
     const T beta = rho / c.rho;
@@ -372,24 +403,26 @@ class Iteration {
     c.rho = rho;
     each([=](std::size_t i) {
       u[i] = r[i] + product(beta, q[i]);
-      p[i] = u[i] + product(beta, q[i] + product(beta, p[i]));
+      v[i] = product(beta, image_of_q[i] + product(beta, v[i]));
     });
     return iteration_converged;
   }
 
-  /// q = u - alpha v, v = A M^-1 p; v_sum becomes u + q.
+  /// The first half of the step, along M^-1 u; q = u - alpha v takes the place of M^-1 u.
   int cgs_b(std::size_t k) {
     Column& c = columns_[k];
-    const T* const v = vector(v_product, k);
-    T *const q = vector(v_auxiliary, k), *const u = vector(v_sum, k);
-    const T sigma = dot(vector(v_shadow, k), v);
+    const T *const u = vector(v_direction, k), *const image_of_u = vector(v_product, k);
+    const T* const shadow = vector(v_shadow, k);
+    T *const q = vector(v_auxiliary, k), *const v = vector(v_image, k);
+    const T sigma = sum([=](std::size_t i) {
+      v[i] += image_of_u[i];
+      return product(maybe_conj<true>(shadow[i]), v[i]);
+    });
     if (!(std::abs(c.rho) <= std::abs(sigma) * largest_growth)) return cgs_breakdown;
     const T alpha = c.alpha = c.rho / sigma;
     if (!(std::abs(alpha) >= least_alpha)) return cgs_standstill;
-    each([=](std::size_t i) {
-      q[i] = u[i] - product(alpha, v[i]);
-      u[i] += q[i];
-    });
+    advance(c, q, image_of_u, vector(v_residual, k));
+    each([=](std::size_t i) { q[i] = u[i] - product(alpha, v[i]); });
     return iteration_converged;
   }
 

@@ -13,7 +13,10 @@
 /// true residual.  Residuals are kept in units of their first size, so that no square overflows
 /// and single-precision factors meet values within their range.
 ///
-/// A step of CG costs one solve and one product, one of CGS two of each.
+/// A step of CG costs one solve and one product, one of CGS two of each.  The step of CGS is taken in
+/// the two halves that R. W. Freund (A transpose-free quasi-minimal residual algorithm for
+/// non-Hermitian linear systems, 1993) makes of it: the solves are those for u and q, not for p and
+/// u + q, so that a solution that is there after the first half costs no more than that.
 #pragma once
 
 #include <cstddef>
@@ -50,7 +53,10 @@ struct StabiliseCall {
   InputMatrix matrix;
   int nrhs = 1;
   const double* b = nullptr;  ///< right-hand sides, n by nrhs
-  double* x = nullptr;     ///< n by nrhs; in: the solutions that the factor gives, out: those of A
+  double* x = nullptr;  ///< n by nrhs; in: the solutions that the factor gives, out: those of A
+  /// Where the factor was given the residual of a guess: how much smaller than b that was, a column
+  /// each.  Null: the factor was given b.
+  const double* gain = nullptr;
   const SolveStep& solve;  ///< with the factor
   double* work = nullptr;  ///< stabilised_bytes() bytes
 };

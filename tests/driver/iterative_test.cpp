@@ -114,6 +114,24 @@ TEST(Iterative, NothingDropped) {
   }
 }
 
+// Dropped entries that still act once make a preconditioner of the same size better.
+TEST(Iterative, SecondOrderDropping) {
+  NorvLog log(0);
+  const auto iterations = [](double second) {
+    IterativeCaller c(shifted_laplacian(16, 0.4, false, 3));
+    c.dparm[2] = 500;
+    c.dparm[4] = 0.005;
+    c.dparm[5] = 0.002;
+    c.dparm[6] = 0;
+    c.dparm[7] = 10;
+    c.dparm[9] = second;
+    EXPECT_EQ(c.run(13), 0);
+    EXPECT_LT(c.relative_residual(c.b, c.x), 1e-9);
+    return c.dparm[34];
+  };
+  EXPECT_LT(iterations(0.1), 0.7 * iterations(0));
+}
+
 TEST(Iterative, SeveralRightHandSides) {
   NorvLog log(0);
   for (const Matrix& m : systems()) {
@@ -190,6 +208,7 @@ TEST(Iterative, FailuresLeaveTheHandleUsable) {
       {"type", [](auto& c) { c.mtype = -4; }, 12, -1, "does not cover matrix type -4"},
       {"dparm", [](auto& c) { c.dparm[0] = NAN; }, 33, -1, "dparam(1) is out of bounds"},
       {"dparm", [](auto& c) { c.dparm[3] = 1e10; }, 13, -1, "dparam(4) is out of bounds"},
+      {"dparm", [](auto& c) { c.dparm[9] = 1.1; }, 22, -1, "dparam(10) is out of bounds"},
       {"null", [](auto& c) { c.ja_ptr = nullptr; }, 33, -1, "argument number 9 is a null"},
       {"null", [](auto& c) { c.x_ptr = nullptr; }, 33, -1, "argument number 15 is a null"},
       {"nrhs", [](auto& c) { c.nrhs = 0; }, 33, -1, "nb_new  0"},

@@ -169,10 +169,11 @@ TEST(Sequence, KeptFactorsSolveTheNewSystems) {
         for (int step = 1; step <= 3; ++step) {
           const Matrix now = moved(m, 0.002 * step);
           s.use(now);
-          const std::vector<double> b = random_vector(m, 3, 20 + static_cast<unsigned>(step));
           for (const int overwrite : {0, 1})
             for (const int transpose : {0, 1}) {
               if (transpose == 1 && m.triangle()) continue;
+              const std::vector<double> b =
+                  random_vector(m, 3, 20 + static_cast<unsigned>(2 * step + overwrite));
               s.iparm(6) = overwrite;
               s.iparm(12) = transpose;
               pretend_factorization_took(s, 1e6);
@@ -223,6 +224,97 @@ TEST(Sequence, LadderMeasuresTheMatrixOfTheCall) {
       EXPECT_NEAR(s.dparm(42), reference.dparm(42), 1e-3 * reference.dparm(42)) << step;
     }
   }
+}
+
+/// A chain, whose inverse is large, and a node by itself, which `own` couples to nothing else: the
+/// condition is its own as soon as it is small.
+Matrix chain_and_node(int mtype, double own) {
+  constexpr int length = 60;
+  Builder builder("chain", mtype, length + 1);
+  for (int i = 0; i < length; ++i) {
+    builder.add(i, i, 2.01);
+    if (i == 0) continue;
+    builder.add(i - 1, i, builder.complex() ? cplx(-1, 0.1) : cplx(-1));
+    if (mtype % 2 != 0) builder.add(i, i - 1, builder.complex() ? cplx(-0.9, -0.1) : cplx(-0.9));
+  }
+  builder.add(length, length, own);
+  return builder.finish();
+}
+
+// A factor of other values knows nothing of the condition.
+TEST(Sequence, AKeptFactorTellsNoCondition) {
+  for (const int mtype : all_mtypes)
+    for (const int option : {0, -1})
+      for (const int climbs : {0, 1}) {
+        SCOPED_TRACE("type " + std::to_string(mtype) + " iparm(4) " + std::to_string(option) +
+                     (climbs != 0 ? " climbs" : ""));
+        const Matrix m = chain_and_node(mtype, 1), now = chain_and_node(mtype, 1e-9);
+        const std::vector<double> b = random_vector(m, 2, 4);
+        Session s(m);
+        s.iparm(8) = 30;
+        s.iparm(40) = 2;
+        s.iparm(42) = climbs;
+        s.iparm(4) = option;
+        ASSERT_EQ(s.run(12), 0);
+        const double condition = dense_condition(to_dense(now));
+        for (int turn = 0; turn < 2; ++turn) {
+          s.use(now);
+          s.solve(b, 2);
+          if (s.iparm(41) >= 0) {  // else the iteration has failed, and tells nothing
+            EXPECT_GE(s.dparm(42), 0.1 * condition) << turn;
+          }
+          if (climbs != 0) {
+            EXPECT_EQ(s.error, 0) << turn;
+            EXPECT_LE(s.dparm(42), 10 * condition) << turn;
+          }
+          s.use(m);
+          s.solve(b, 2);
+          EXPECT_EQ(s.error, 0) << turn;
+          EXPECT_LE(s.dparm(42), 1e5) << turn;
+        }
+      }
+}
+
+// Nor does a factor that the ladder made of other values.
+TEST(Sequence, ASecondFactorTellsNoConditionOfOtherValues) {
+  const auto with_node = [](Matrix m, double own) {
+    ++m.n;
+    m.ia.push_back(m.ia.back() + 1);
+    m.ja.push_back(m.n);
+    m.a.push_back(own);
+    return m;
+  };
+  int made = 0;
+  for (std::uint64_t seed = 1; seed <= 12; ++seed) {
+    SCOPED_TRACE(seed);
+    const Matrix block = random_indefinite(120, 0.05, 0.5, seed, -2);
+    const Matrix m = with_node(block, 1), now = with_node(block, 1e-9);
+    if (!(dense_condition(to_dense(m)) < 1e5)) continue;
+    const std::vector<double> b = random_vector(m, 1, 4);
+    Session s(m);
+    s.iparm(10) = 1;  // large perturbations of 1x1 pivots
+    s.iparm(21) = 0;
+    s.iparm(40) = 2;
+    s.iparm(42) = 1;
+    s.solve(b, 1, 13);
+    ASSERT_EQ(s.error, 0);
+    if (s.iparm(43) < rung_double) continue;  // the caller's factor has done it
+    ++made;
+    EXPECT_LE(s.dparm(42), 1e7);
+    for (const int option : {0, -1}) {
+      s.iparm(4) = option;
+      s.use(now);
+      const std::vector<double> x = s.solve(b);
+      EXPECT_EQ(s.error, 0);
+      EXPECT_GE(s.dparm(42), 1e8);
+      EXPECT_LE(componentwise_error(now, x, b), 1e-12);
+      s.use(m);
+      s.solve(b);
+      EXPECT_EQ(s.error, 0);
+      EXPECT_LE(s.dparm(42), 1e7);
+    }
+  }
+  EXPECT_GE(made, 3);
 }
 
 TEST(Sequence, NewFactorsComeWhenTheyAreDue) {

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <complex>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include "base/status.hpp"
@@ -282,6 +283,29 @@ TEST(Accuracy, BoundsHoldAndAreNarrow) {
   }
   EXPECT_GT(bounds.usable, 100);
   EXPECT_LE(bounds.wide * 10, bounds.usable);
+}
+
+// Residuals that are beyond the range of a single-precision factor are none for its solves.
+TEST(Accuracy, UnitsOfTheRightHandSideMakeNoDifference) {
+  for (const int mtype : all_mtypes)
+    for (const bool single : {false, true}) {
+      if (single && !matrix_type(mtype).single) continue;
+      SCOPED_TRACE("type " + std::to_string(mtype) + (single ? " single" : ""));
+      const Matrix m = reflected(mtype, 4, 1);
+      const auto b = random_vector(m, 1, 3);
+      std::vector<double> small = b;
+      for (double& v : small) v *= 0x1p-100;
+      Session s(m);
+      s.iparm(8) = 4;
+      s.iparm(29) = single;
+      s.iparm(40) = 2;
+      s.solve(b, 1, 13);
+      const double bound = s.dparm(43), condition = s.dparm(42);
+      const auto x = s.solve(small);
+      EXPECT_LE(s.dparm(43), 10 * bound);  // refinement itself differs
+      EXPECT_NEAR(s.dparm(42), condition, 0.01 * condition);
+      EXPECT_GE(s.dparm(43), true_error(m, x, small, 1, false));
+    }
 }
 
 TEST(Accuracy, AsksForNothingChangesNothing) {

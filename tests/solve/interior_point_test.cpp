@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "gallery.hpp"
+#include "reference.hpp"
 #include "session.hpp"
 
 namespace vlm::test {
@@ -47,19 +48,44 @@ double dot(const std::vector<double>& u, const std::vector<double>& v) {
   return sum;
 }
 
+/// Columns in random order that are independent of those before them: as many as there are rows.
+std::vector<bool> some_basis(const std::vector<Column>& columns, int rows, Rng& rng) {
+  std::vector<bool> basic(columns.size(), false);
+  std::vector<std::vector<double>> reduced;  ///< each with a leading entry that later ones lack
+  std::vector<int> leading;
+  for (const int place : rng.permutation(static_cast<int>(columns.size()))) {
+    std::vector<double> v(rows, 0);
+    for (const auto& [i, value] : columns[place - 1]) v[i] = value;
+    for (std::size_t k = 0; k < reduced.size(); ++k) {
+      const double factor = v[leading[k]] / reduced[k][leading[k]];
+      for (int i = 0; i < rows; ++i) v[i] -= factor * reduced[k][i];
+    }
+    const auto top = std::max_element(v.begin(), v.end(),
+                                      [](double p, double q) { return std::abs(p) < std::abs(q); });
+    double size = 0;
+    for (const auto& [i, value] : columns[place - 1]) size = std::max(size, std::abs(value));
+    if (!(std::abs(*top) > 1e-3 * size)) continue;
+    basic[place - 1] = true;
+    leading.push_back(static_cast<int>(top - v.begin()));
+    reduced.push_back(std::move(v));
+  }
+  EXPECT_EQ(static_cast<int>(reduced.size()), rows);
+  return basic;
+}
+
 /// Gives columns a right-hand side and costs of which the optimum is known: that of a chosen x and
-/// of chosen duals, complementary to each other.  With `degenerate` some entries of both are zero.
+/// of chosen duals, complementary to each other.  A part `degenerate` of both is zero.
 Program with_known_optimum(std::string name, std::vector<Column> columns, int rows,
                            double degenerate, Rng& rng) {
   Program p{std::move(name), std::move(columns), std::vector<double>(rows), {}, 0};
   p.c.resize(p.columns.size());
   std::vector<double> x(p.columns.size()), y(rows);
   for (double& v : y) v = rng.uniform(-1, 1);
+  const std::vector<bool> basic = some_basis(p.columns, rows, rng);
   for (int j = 0; j < p.unknowns(); ++j) {
-    const bool basic = rng.uniform() < static_cast<double>(rows) / p.unknowns();
     const double size = rng.uniform() < degenerate ? 0 : rng.log10_uniform(-1, 1);
-    if (basic) x[j] = size;
-    p.c[j] = inner(p.columns[j], y) + (basic ? 0 : size);
+    if (basic[j]) x[j] = size;
+    p.c[j] = inner(p.columns[j], y) + (basic[j] ? 0 : size);
   }
   p.b = times(p, x);
   p.optimum = dot(p.c, x);
@@ -138,28 +164,32 @@ struct Outcome {
   double objective = 0, infeasibility = 0;
   int systems = 0;
   int good = 0;         ///< systems with that verdict
-  double backward = 0;  ///< largest componentwise backward error
+  double backward = 0;  ///< largest componentwise backward error, by the reference
 };
 
 /// Mehrotra's predictor-corrector method ("On the implementation of a primal-dual interior point
 /// method", SIAM J. Optim. 2 (1992)), from a plain starting point.
 class InteriorPoint {
  public:
-  explicit InteriorPoint(const Program& program)
+  /// @param robust  matching, scaling, 2x2 pivots and a small perturbation; else all defaults
+  explicit InteriorPoint(const Program& program, bool robust)
       : p_(program), n_(p_.unknowns()), m_(p_.rows()), matrix_(augmented(p_)), session_(matrix_) {
-    session_.iparm(8) = 10;
-    session_.iparm(10) = 12;
-    session_.iparm(11) = session_.iparm(13) = session_.iparm(21) = 1;
-    session_.iparm(40) = 1;
+    if (robust) {
+      session_.iparm(8) = 10;
+      session_.iparm(10) = 12;
+      session_.iparm(11) = session_.iparm(13) = session_.iparm(21) = 1;
+    }
+    session_.iparm(40) = robust ? 2 : 1;
+    session_.iparm(42) = 1;
   }
 
-  /// Until the gap is closed to nine digits, at most so many systems.
+  /// Until the gap is closed to eight digits, at most so many systems.
   Outcome run(int systems) {
     Outcome out;
     start(out);
     while (out.systems < systems) {
       const double mu = dot(x_, z_) / n_;
-      if (mu * n_ <= 1e-9 * (1 + std::abs(dot(p_.c, x_)))) break;
+      if (mu * n_ <= 1e-8 * (1 + std::abs(dot(p_.c, x_)))) break;
       factor();
       std::vector<double> target(n_, 0);
       const Step predictor = step_to(target, out);
@@ -190,7 +220,7 @@ class InteriorPoint {
     ++out.systems;
     EXPECT_EQ(session_.error, 0);  // a useless solution is an error
     out.good += session_.iparm(41) == 0;
-    out.backward = std::max(out.backward, session_.dparm(41));
+    out.backward = std::max(out.backward, componentwise_error(matrix_, d, rhs));
     return d;
   }
 
@@ -249,8 +279,8 @@ class InteriorPoint {
   }
 
   void take(const Step& s) {
-    const double primal = std::min(1.0, 0.995 * reach(x_, s.x));
-    const double dual = std::min(1.0, 0.995 * reach(z_, s.z));
+    const double primal = std::min(1.0, 0.7 * reach(x_, s.x));
+    const double dual = std::min(1.0, 0.7 * reach(z_, s.z));
     for (int j = 0; j < n_; ++j) {
       x_[j] += primal * s.x[j];
       z_[j] += dual * s.z[j];
@@ -265,22 +295,37 @@ class InteriorPoint {
   std::vector<double> x_, y_, z_;
 };
 
-TEST(InteriorPoint, EverySystemIsSolvedWell) {
+std::vector<Program> programs() {
   Rng rng(1992);
-  const Program programs[] = {workshops(),
-                              transport(8, 12, rng),
-                              flow(40, 80, rng),
-                              scattered("scattered", 60, 150, 4, 0, 0, rng),
-                              scattered("scaled", 50, 120, 4, 2, 0, rng),
-                              scattered("degenerate", 50, 120, 4, 0, 0.3, rng)};
-  for (const Program& p : programs) {
+  return {workshops(),
+          transport(8, 12, rng),
+          flow(40, 80, rng),
+          scattered("scattered", 60, 150, 4, 0, 0, rng),
+          scattered("scaled", 50, 120, 4, 2, 0, rng),
+          scattered("degenerate", 50, 120, 4, 0, 0.3, rng)};
+}
+
+void expect_optimum(const Program& p, const Outcome& out) {
+  EXPECT_GE(out.systems, 30);
+  EXPECT_LE(out.backward, 1e-12);
+  EXPECT_NEAR(out.objective, p.optimum, 1e-7 * (1 + std::abs(p.optimum)));
+  EXPECT_LE(out.infeasibility, 1e-6);
+}
+
+TEST(InteriorPoint, EverySystemIsSolvedWell) {
+  for (const Program& p : programs()) {
     SCOPED_TRACE(p.name);
-    const Outcome out = InteriorPoint(p).run(60);
-    EXPECT_GE(out.systems, 10);
-    EXPECT_GE(out.good, 0.9 * out.systems);  // a pivot may vanish close to the optimum
-    EXPECT_LE(out.backward, 1e-13);
-    EXPECT_NEAR(out.objective, p.optimum, 1e-8 * (1 + std::abs(p.optimum)));
-    EXPECT_LE(out.infeasibility, 1e-8);
+    const Outcome out = InteriorPoint(p, true).run(90);
+    expect_optimum(p, out);
+    EXPECT_EQ(out.good, out.systems);
+  }
+}
+
+// Pivots vanish on the way, which refinement alone does not always repair.
+TEST(InteriorPoint, DefaultsGetThereToo) {
+  for (const Program& p : programs()) {
+    SCOPED_TRACE(p.name);
+    expect_optimum(p, InteriorPoint(p, false).run(90));
   }
 }
 

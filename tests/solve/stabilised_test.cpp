@@ -184,6 +184,14 @@ TEST(Stabilised, GoodFirstSolutionsAreKept) {
     EXPECT_EQ(worse.run().code, 0);
     EXPECT_LE(worse.error(), 1e-10);
 
+    // A multiple of the matrix takes one direction, with CGS the first half of a step.
+    Matrix twice = m;
+    for (double& v : twice.a) v *= 2;
+    Trial multiple(twice, m, matrix_type(mtype).family == Family::cholesky, 2);
+    EXPECT_EQ(multiple.run().figure(), 2) << mtype;
+    EXPECT_EQ(multiple.solves, 1);
+    EXPECT_LE(multiple.error(), 1e-10);
+
     // A zero column stays out of it.
     Trial zero(moved(m, 0.01), m, false, 2);
     std::fill_n(zero.b.begin(), zero.b.size() / 2, 0.0);
@@ -210,7 +218,7 @@ struct End {
 };
 
 TEST(Stabilised, WaysToFail) {
-  const Matrix spd = random_spd(60, 4, 3), other = moved(spd, 0.5);
+  const Matrix spd = random_spd(60, 4, 3), other = moved(spd, 0.5), unlike = random_spd(60, 9, 5);
   const Matrix unit = two_by_two(11, 1, 0, 0, 1);
   const auto limited = [](IterationLimits limits) { return [=](Trial& t) { t.limits = limits; }; };
   const auto rhs = [](double first, double second) {
@@ -232,7 +240,8 @@ TEST(Stabilised, WaysToFail) {
        iteration_diverged,
        1},
       {"not half of the digits", {other, spd, true}, limited({100, 3}), iteration_slow, 3},
-      {"not worth its time", {other, spd, true}, limited({100, 51, 4}), iteration_slow, 2},
+      {"not worth its time", {other, spd, true}, limited({100, 51, 9}), iteration_slow, 3},
+      {"not worth a step", {unlike, spd, true}, limited({100, 51, 4}), iteration_slow, 1},
       {"the most steps", {other, spd, true}, limited({4, 5}), iteration_exhausted, 4},
       {"one step at least", {other, spd, false}, limited({1, 3}), iteration_exhausted, 2},
       {"failed solve", {other, spd, true}, failing(2), iteration_solve_failed, 2},
@@ -286,10 +295,10 @@ IterationResult iterate_with(std::vector<std::array<double, 2>> answers) {
 }
 
 TEST(Stabilised, SolversThatChangeUnderWay) {
-  const IterationResult diverged = iterate_with({{1, 0}, {0.5, -1e5}});
+  const IterationResult diverged = iterate_with({{1, 1}, {0.5, -1e5}});
   EXPECT_EQ(diverged.figure(), iteration_diverged - 20);
   // The residual turns orthogonal to the first one, up to a rounding error, and back again.
-  const IterationResult grown = iterate_with({{1, 0}, {1 - 0x1p-53, -0.5}, {0x1p-53, 0}, {-1, 0}});
+  const IterationResult grown = iterate_with({{1, 1}, {-0x1p-53, 0}, {0x1p-53, 0}, {-1, 0}});
   EXPECT_EQ(grown.figure(), cgs_growth - 30);
 }
 

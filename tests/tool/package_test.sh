@@ -15,7 +15,7 @@ case $kind in
     ;;
   deb)
     mapfile -t packages < <("$source/dev" package 2>"$scratch/package.log")
-    ((${#packages[@]} == 4)) || { echo "not four packages: ${packages[*]}"; exit 1; }
+    ((${#packages[@]} == 5)) || { echo "not five packages: ${packages[*]}"; exit 1; }
     for package in "${packages[@]}"; do
       dpkg-deb -x "$source/$package" "$scratch/root"
       name=$(dpkg-deb -f "$source/$package" Package)
@@ -26,6 +26,7 @@ case $kind in
         libvelmora-dev) wanted="^libvelmora4 \\(= $version\\)" ;;
         velmora-tools) wanted="^libvelmora4 \\(= $version\\), libc6" ;;
         velmora-doc) wanted= ;;
+        python3-velmora) wanted="^libvelmora4 \\(>= $version\\), python3, .*python3-scipy" ;;
         *) echo "what is $name?"; exit 1 ;;
       esac
       grep -qE -- "$wanted" <<<"$depends" || { echo "$name depends on: $depends"; exit 1; }
@@ -64,6 +65,16 @@ cmake -S "$source/tests/tool/consumer" -B "$scratch/consumer" -DCMAKE_PREFIX_PAT
 cmake --build "$scratch/consumer" >"$scratch/build.log"
 "$scratch/consumer/consumer_c" >/dev/null
 "$scratch/consumer/consumer_cpp" >/dev/null
+"$scratch/consumer/consumer_newton" >/dev/null
+
+# The Python package finds the library of its own prefix.
+if /usr/bin/python3 -c 'import scipy' 2>/dev/null; then
+  PYTHONPATH=$prefix/lib/python3/dist-packages LD_LIBRARY_PATH='' /usr/bin/python3 -B -c "
+import velmora
+assert velmora.version() == '$version'
+assert '$prefix' in open('/proc/self/maps').read()
+print(velmora.spsolve([[4, 1], [1, 3]], [6, 7]))"
+fi
 
 export PKG_CONFIG_PATH=$lib/pkgconfig
 # shellcheck disable=SC2046  # the flags are words

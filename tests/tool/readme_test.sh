@@ -10,6 +10,10 @@ failures=0 programs=0 commands=0
 rm -rf "$scratch"
 mkdir -p "$scratch/pages"
 [[ -z ${VELMORA_READING:-} ]] || { echo "a page made its own test run"; exit 1; }
+for python in /usr/bin/python3 python3 ''; do  # the first one that has what the package needs
+  if [[ -n $python ]] && "$python" -c 'import scipy' 2>/dev/null; then break; fi
+done
+prefix=/usr/local
 if [[ -z $bare ]]; then
   export VELMORA_READING=1
   export DESTDIR=$scratch/root
@@ -18,6 +22,7 @@ if [[ -z $bare ]]; then
   export LD_LIBRARY_PATH=$prefix/lib LIBRARY_PATH=$prefix/lib CPATH=$prefix/include
   export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
 fi
+export PYTHONPATH=$prefix/lib/python3/dist-packages PYTHONDONTWRITEBYTECODE=1
 
 fail() {
   [[ -s log ]] && tail -20 log
@@ -70,6 +75,10 @@ run_command() {
     '' | '#'*) return ;;
     './dev test'*) [[ -n $bare ]] || return ;;
     *--spy* | *--plot*) command -v gnuplot >/dev/null || return ;;
+    python3\ *)
+      [[ -n $python ]] || return
+      set -- "$python ${1#python3 }"
+      ;;
     man\ *) command -v man >/dev/null || return ;;
     gfortran\ *) command -v gfortran >/dev/null || return ;;
     apt-get\ *)
@@ -94,6 +103,12 @@ try_blocks() {
         if command -v gfortran >/dev/null; then compile_and_run "$file" gfortran; fi
         cp -n "$file" program.f90
         ;;
+      *.python)
+        [[ -n $python ]] || continue
+        ((++programs))
+        "$python" "$file" >log 2>&1 || fail "$page: $file does not run"
+        cp -n "$file" program.py
+        ;;
       *.sh)
         while IFS= read -r line; do
           line=${line%%  #*}
@@ -113,7 +128,7 @@ follow_links() {
 }
 
 shopt -s nullglob
-for file in "$source"/README.md "$source"/docs/*.md "$source"/docs/man/*; do
+for file in "$source"/README.md "$source"/docs/*.md "$source"/docs/site/*.md "$source"/docs/man/*; do
   page=${file#"$source"/}
   new_folder "pages/${page//\//-}"
   case $page in
@@ -121,6 +136,10 @@ for file in "$source"/README.md "$source"/docs/*.md "$source"/docs/man/*; do
     *) split_manual "$file" ;;
   esac
   try_blocks
+  [[ $page == docs/site/* ]] || follow_links "$file"  # ./dev docs follows those of the site
+done
+for file in "$source"/bench/README.md "$source"/bench/results/*.md; do
+  page=${file#"$source"/}
   follow_links "$file"
 done
 

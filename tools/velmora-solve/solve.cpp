@@ -139,7 +139,7 @@ const char* describe_rung(int rung) {
   constexpr const char* words[] = {"",
                                    "refinement of every row",
                                    "Krylov refinement",
-                                   "a factor in double precision",
+                                   "a new factor, in double precision",
                                    "a factor with matching, scaling and a small perturbation",
                                    "a factor without matching",
                                    "a factor in another order",

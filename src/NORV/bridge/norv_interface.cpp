@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "NORV/corelib/vec_common.hpp"
+#include "NORV/precons/ildlt_params.hpp"
 #include "norv/ildlt.h"
 #include "norv/solver.h"
 
@@ -167,6 +168,7 @@ bool set_up(precon*& M, const IterativeCall& call, const IterativeResults& resul
     return false;
   }
   M->phase = phase;
+  if (code == code_mildlt) M->dparam[norv::params::mildlt_second_drop] = call.second_drop;
   if (precon_setup(M, call.A) == 0) {
     if (running_scope() != nullptr) direct_solver_failed(0, "Setup of %s failed.", M->name);
     // A failed setup ends some classes' phase 22 and the others' remaining phases.
@@ -298,7 +300,8 @@ int IterativeNorvScalar(int, NorvPars* pars, int n, int is_complex, int mtype, i
                             .b = b,
                             .x = x,
                             .solution_in_b = solution_in_b == 1,
-                            .expected_negative = expected_neg != nullptr ? *expected_neg : 0},
+                            .expected_negative = expected_neg != nullptr ? *expected_neg : 0,
+                            .second_drop = 0},
                            {info, perturbed_out, pos_out, neg_out, nnz_out, relres_out, iters_out});
   smat_to_fortran_indexing(A);
   vlm::release_block(A);

@@ -17,6 +17,8 @@ struct IterativeCall {
   double *b, *x;
   bool solution_in_b;
   int expected_negative;
+  double second_drop;  ///< of MILDLT: dropped entries down to so many times the threshold still
+                       ///< take part in the updates; 0: none
 };
 
 /// What it found; null where it isn't wanted.  Written by the phases that know it.

@@ -1,12 +1,22 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// The BLAS and LAPACK routines of dense blocks, which are of doubles.
+/// The BLAS and LAPACK routines of dense blocks, most of them of doubles.
 ///
 /// Arguments follow the BLAS; dimensions are int, matrices column-major.
 #pragma once
 
+#include <complex>
+
 namespace vlm {
 
 extern "C" {
+void dgesv_(const int*, const int*, double*, const int*, int*, double*, const int*, int*);
+void zgesv_(const int*, const int*, std::complex<double>*, const int*, int*, std::complex<double>*,
+            const int*, int*);
+void dgeev_(const char*, const char*, const int*, double*, const int*, double*, double*, double*,
+            const int*, double*, const int*, double*, const int*, int*);
+void zgeev_(const char*, const char*, const int*, std::complex<double>*, const int*,
+            std::complex<double>*, std::complex<double>*, const int*, std::complex<double>*,
+            const int*, std::complex<double>*, const int*, double*, int*);
 void dgemm_(const char*, const char*, const int*, const int*, const int*, const double*,
             const double*, const int*, const double*, const int*, const double*, double*,
             const int*);
@@ -82,6 +92,39 @@ inline int apply_qt(int m, int n, int k, const double* a, int lda, const double*
   const char left = 'L', transposed = 'T';
   int info = 0;
   dormqr_(&left, &transposed, &m, &n, &k, a, &lda, tau, c, &ldc, work, &lwork, &info);
+  return info;
+}
+/// b := a^-1 b for one right-hand side; a becomes its factors.
+inline int gesv(int n, double* a, int* ipiv, double* b) {
+  const int one = 1;
+  int info = 0;
+  dgesv_(&n, &one, a, &n, ipiv, b, &n, &info);
+  return info;
+}
+inline int gesv(int n, std::complex<double>* a, int* ipiv, std::complex<double>* b) {
+  const int one = 1;
+  int info = 0;
+  zgesv_(&n, &one, a, &n, ipiv, b, &n, &info);
+  return info;
+}
+/// Eigenvalues and right eigenvectors of a general matrix; work has 8 n places.
+inline int geev(int n, double* a, double* re, double* im, double* vectors, double* work) {
+  const char none = 'N', all = 'V';
+  const int ldv = 1, lwork = 8 * n;
+  double unused = 0;
+  int info = 0;
+  dgeev_(&none, &all, &n, a, &n, re, im, &unused, &ldv, vectors, &n, work, &lwork, &info);
+  return info;
+}
+/// The same; work has 4 n places, real_work 2 n.
+inline int geev(int n, std::complex<double>* a, std::complex<double>* values,
+                std::complex<double>* vectors, std::complex<double>* work, double* real_work) {
+  const char none = 'N', all = 'V';
+  const int ldv = 1, lwork = 4 * n;
+  std::complex<double> unused;
+  int info = 0;
+  zgeev_(&none, &all, &n, a, &n, values, &unused, &ldv, vectors, &n, work, &lwork, real_work,
+         &info);
   return info;
 }
 /// All eigenvalues of a symmetric matrix, rising; work has 26 n places, iwork 10 n.

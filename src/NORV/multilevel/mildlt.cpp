@@ -12,6 +12,14 @@
 namespace vlm::norv {
 namespace {
 
+/// Whether a further level would hardly shrink what is left of m rows but make it denser: below a
+/// quarter of the rows went, and more than 64 entries a row came.
+template <class T>
+bool stalls(const UpperRows<T>& left, int m) {
+  constexpr int small = 1000;
+  return left.n > small && left.n > 0.75 * m && left.entries() > 64 * std::int64_t{left.n};
+}
+
 /// Entries of an smat as rows.
 template <class T>
 UpperRows<T> rows_of(const smat* A) {
@@ -100,7 +108,7 @@ Mildlt<T>::Mildlt(const smat* A, const MildltOptions& options, const vec* target
       if (l == 0 && order_.empty()) order_ = std::move(level_order);
       rows = add_level(std::move(rows), l == 0 ? LevelOrder(order_) : std::move(level_order),
                        options, level_target);
-      if (levels_.back().factor.pivots == 0) break;
+      if (levels_.back().factor.pivots == 0 || stalls(rows, levels_.back().m)) break;
     }
     if (rows.n > 0) {
       _norv_print_stat_msg("Factorizing coarse grid matrix ...");

@@ -2,7 +2,8 @@
 /// Multilevel incomplete LDL^T: the rows that a level postpones are the next level.
 ///
 /// A level is ordered, scaled and factorized incompletely; what has been delayed remains as a Schur
-/// complement, is thinned out and becomes the next level; the last one goes to the direct solver
+/// complement, is thinned out and becomes the next level; the last one goes to the direct solver,
+/// as does a dense remainder of a level that eliminates hardly a quarter of its rows
 /// (M. Bollhoefer, Y. Saad, "Multilevel preconditioners constructed from inverse-based ILUs",
 /// 2006).
 ///

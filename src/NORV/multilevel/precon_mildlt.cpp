@@ -61,6 +61,7 @@ vlm::norv::MildltOptions options_of(const precon* M) {
                                .compensation = i[mildlt_compensation],
                                .condest = i[mildlt_condest]},
                               M->is_complex);
+  if (d[mildlt_second_drop] > 0) o.factor.second_drop = d[mildlt_second_drop];
   o.schur_drop = d[mildlt_schur_drop];
   if (i[mildlt_preordering] < 0 || i[mildlt_preordering] > 4)
     vlm::bad_options(1, "Unknown reordering `%d'.", i[mildlt_preordering]);
@@ -81,6 +82,8 @@ void print_options(const vlm::norv::MildltOptions& o) {
   NORV_DEBUG("precon_mildlt", "  - max fill per col:   %.1f", o.factor.max_fill);
   NORV_DEBUG("precon_mildlt", "  - drop thresh:        % .2e", o.factor.drop);
   NORV_DEBUG("precon_mildlt", "  - sparsify Schur:     % .2e", o.schur_drop);
+  if (o.factor.second_drop >= 0)
+    NORV_DEBUG("precon_mildlt", "  - second dropping:    % .2e", o.factor.second_drop);
   NORV_DEBUG("precon_mildlt", "  - kappa:              %.2f", o.factor.kappa);
   NORV_DEBUG("precon_mildlt", "  - L^(-1) cond. est.:  %s",
              condest_strategy_names[static_cast<int>(o.factor.condest)]);

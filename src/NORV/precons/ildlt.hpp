@@ -9,6 +9,13 @@
 /// Y. Saad, "Multilevel preconditioners constructed from inverse-based ILUs", 2006); what has been
 /// postponed is eliminated last, or left as the Schur complement of the others.
 ///
+/// With second_drop an entry that is dropped still acts once: updates by a finished row take what
+/// was dropped from it along, times what was kept, so that the error of the factorization is of
+/// second order in what is dropped (M. Tismenetsky, "A new preconditioning technique for solving
+/// large sparse linear systems", 1991; I. E. Kaporin, "High quality preconditioning of a general
+/// symmetric positive definite matrix based on its U^T U + U^T R + R^T U-decomposition", 1998).
+/// These entries live as long as the factorization.
+///
 /// Time is proportional to the updates, at fixed parameters to the rows.  Memory: the factor, one
 /// copy of the matrix, some ten arrays of n.
 #pragma once
@@ -68,6 +75,8 @@ struct IldltOptions {
   CondestStrategy condest = CondestStrategy::orlund_1;
   bool compensate = false;  ///< what is dropped is made up for on the diagonal
   bool keep_schur = false;  ///< delayed rows are not eliminated but left as Schur complement
+  double second_drop = -1;  ///< dropped entries down to so many times the threshold still take part
+                            ///< in the updates; < 0: none; not with PairChoice::column
   double schur_drop = -1;   ///< entries of the Schur complement up to it are dropped; < 0: none
   int leading = -1;         ///< with keep_schur: only so many rows are eliminated; < 0: all
   bool positive = false;    ///< a pivot that isn't positive is a fault

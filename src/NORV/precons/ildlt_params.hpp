@@ -49,7 +49,8 @@ enum {
   mildlt_max_fill,
   mildlt_kappa,
   mildlt_pivot_1x1,
-  mildlt_pivot_2x2
+  mildlt_pivot_2x2,
+  mildlt_second_drop  ///< 0: none
 };
 enum {
   mildlt_fill_strategy,

@@ -58,27 +58,55 @@ UnfinishedRows<T>::UnfinishedRows(UpperRows<T>&& A, bool by_column, LdltFactor<T
   column_.assign(2 * static_cast<std::size_t>(n_), -1);
 }
 
-/// w -= (row k at a slot) D (row k).
-/// @param entry  place of the slot's entry in row k
-/// @param from   first place that is taken
+/// w -= (row k at a slot) D (row k), off the diagonal.
+/// @param entry  value of the slot in row k, or of a pair its two
+/// @param of     the entries of row k that are taken, from place `from` on
 template <class T>
-void UnfinishedRows<T>::subtract(int k, std::int64_t entry, std::int64_t from,
+void UnfinishedRows<T>::subtract(int k, const T* entry, const Entries& of, std::int64_t from,
                                  GatheredRow<T>& row) {
-  const int* const column = factor_.column.data();
-  const T* const value = factor_.value.data();
-  const std::int64_t end = factor_.start[k + 1];
+  const int* const column = of.column;
+  const T* const value = of.value;
+  const std::int64_t end = of.start[k + 1];
   if (!factor_.is_pair[k]) {
-    const T u = -product(value[entry], factor_.d[k]);
-    row.diagonal += product(u, value[entry]);
+    const T u = -product(*entry, factor_.d[k]);
     for (std::int64_t p = from; p < end; ++p) row.add(column[p], product(u, value[p]));
     return;
   }
-  const T x = value[entry], y = value[entry + 1];
-  const T u = -(product(factor_.d[k], x) + product(factor_.e[k], y));
-  const T v = -(product(factor_.e[k], x) + product(factor_.d[k + 1], y));
-  row.diagonal += product(u, x) + product(v, y);
+  const T u = -(product(factor_.d[k], entry[0]) + product(factor_.e[k], entry[1]));
+  const T v = -(product(factor_.e[k], entry[0]) + product(factor_.d[k + 1], entry[1]));
   for (std::int64_t p = from; p < end; p += 2)
     row.add(column[p], product(u, value[p]) + product(v, value[p + 1]));
+}
+
+/// (row k at a slot) D (row k at the slot).
+template <class T>
+T UnfinishedRows<T>::quadratic(int k, const T* x) const {
+  if (!factor_.is_pair[k]) return product(product(*x, factor_.d[k]), *x);
+  return product(product(factor_.d[k], x[0]) + product(factor_.e[k], x[1]), x[0]) +
+         product(product(factor_.e[k], x[0]) + product(factor_.d[k + 1], x[1]), x[1]);
+}
+
+/// First place from `from` on whose column is behind the slot.
+template <class T>
+std::int64_t UnfinishedRows<T>::behind(const Entries& of, int k, std::int64_t from,
+                                       int slot) const {
+  while (from < of.start[k + 1] && of.column[from] <= slot) from += stride(k);
+  return from;
+}
+
+/// The update by row k of the factor, whose entry at the slot stands at `entry`.
+template <class T>
+void UnfinishedRows<T>::subtract_kept(int k, std::int64_t entry, int slot, GatheredRow<T>& row) {
+  const T* const x = factor_.value.data() + entry;
+  row.diagonal -= quadratic(k, x);
+  subtract(k, x, kept(), entry + stride(k), row);
+  if (has_left_out()) subtract(k, x, left(), behind(left(), k, left_first_[k], slot), row);
+}
+
+/// The update by an entry of row k that was left out.
+template <class T>
+void UnfinishedRows<T>::subtract_left(int k, std::int64_t entry, int slot, GatheredRow<T>& row) {
+  subtract(k, left_out_.value.data() + entry, kept(), behind(kept(), k, first_[k], slot), row);
 }
 
 /// Entry (slot, delayed row q), which stands in the delayed row.
@@ -109,7 +137,10 @@ void UnfinishedRows<T>::gather(int slot, GatheredRow<T>& row) {
     for (int q = a_waiting_.first(slot); q >= 0; q = a_waiting_.next(q))
       add_delayed(q, a_first_[q], slot, row);
   for (int k = waiting_.first(slot); k >= 0; k = waiting_.next(k))
-    subtract(k, first_[k], first_[k] + stride(k), row);
+    subtract_kept(k, first_[k], slot, row);
+  if (has_left_out())
+    for (int k = left_waiting_.first(slot); k >= 0; k = left_waiting_.next(k))
+      subtract_left(k, left_first_[k], slot, row);
   if (by_column_) row.remove_if([this](int column) { return done_[column] != 0; });
 }
 
@@ -126,9 +157,14 @@ void UnfinishedRows<T>::gather_partner(int slot, int partner, GatheredRow<T>& ro
   // Rows that wait for `slot` and have the partner next.
   for (int k = waiting_.first(slot); k >= 0; k = waiting_.next(k)) {
     const std::int64_t p = first_[k] + stride(k);
-    if (p < factor_.start[k + 1] && factor_.column[p] == partner)
-      subtract(k, p, p + stride(k), row);
+    if (p < factor_.start[k + 1] && factor_.column[p] == partner) subtract_kept(k, p, partner, row);
   }
+  if (has_left_out())
+    for (int k = left_waiting_.first(slot); k >= 0; k = left_waiting_.next(k)) {
+      const std::int64_t p = left_first_[k] + stride(k);
+      if (p < left_out_.start[k + 1] && left_out_.column[p] == partner)
+        subtract_left(k, p, partner, row);
+    }
   if (partner >= n_) {  // a delayed row that still has the entry
     row.remove_if([=](int column) { return column == slot; });
     return;
@@ -147,7 +183,10 @@ void UnfinishedRows<T>::gather_any(int slot, GatheredRow<T>& row) {
   for (std::int64_t l = column_[slot]; l >= 0; l = link_[l].next) {
     const int k = link_[l].row;
     const std::int64_t entry = find_column(k, slot);
-    if (entry >= 0) subtract(k, entry, first_[k], row);
+    if (entry < 0) continue;
+    const T* const x = factor_.value.data() + entry;
+    row.diagonal -= quadratic(k, x);
+    subtract(k, x, kept(), first_[k], row);
   }
 }
 
@@ -161,9 +200,21 @@ std::int64_t UnfinishedRows<T>::find_column(int k, int slot) const {
 }
 
 template <class T>
+void UnfinishedRows<T>::keep_left_out() {
+  left_out_.start.reserve(static_cast<std::size_t>(n_) + 1);
+  left_out_.start.push_back(0);
+  left_first_.resize(n_);
+  left_waiting_ = WaitingRows(2 * static_cast<std::size_t>(n_), n_);
+}
+
+template <class T>
 void UnfinishedRows<T>::stored(int k) {
   first_[k] = factor_.start[k];
   wait_for_next(k);
+  if (has_left_out()) {
+    left_first_[k] = left_out_.start[k];
+    left_wait_for_next(k);
+  }
   if (by_column_) enter_columns(k);
 }
 
@@ -182,6 +233,12 @@ void UnfinishedRows<T>::wait_for_next(int k) {
 }
 
 template <class T>
+void UnfinishedRows<T>::left_wait_for_next(int k) {
+  if (left_first_[k] < left_out_.start[k + 1])
+    left_waiting_.put(left_out_.column[left_first_[k]], k);
+}
+
+template <class T>
 void UnfinishedRows<T>::wait_delayed(int q) {
   const std::int64_t p = a_first_[q];
   if (p < a_.start[delayed_[q] + 1] && a_.column[p] < n_) a_waiting_.put(a_.column[p], q);
@@ -194,6 +251,12 @@ void UnfinishedRows<T>::advance(int slot) {
     first_[k] += stride(k);
     wait_for_next(k);
   }
+  if (has_left_out())
+    for (int k = left_waiting_.take(slot), next; k >= 0; k = next) {
+      next = left_waiting_.next(k);
+      left_first_[k] += stride(k);
+      left_wait_for_next(k);
+    }
   if (slot >= n_) return;
   for (int q = a_waiting_.take(slot), next; q >= 0; q = next) {
     next = a_waiting_.next(q);
@@ -211,6 +274,13 @@ int UnfinishedRows<T>::delay(int slot) {
                  stride(k), moved);
     wait_for_next(k);
   }
+  if (has_left_out())
+    for (int k = left_waiting_.take(slot), next; k >= 0; k = next) {
+      next = left_waiting_.next(k);
+      rotate_entry(left_out_.column.data(), left_out_.value.data(), left_first_[k],
+                   left_out_.start[k + 1], stride(k), moved);
+      left_wait_for_next(k);
+    }
   for (int r = a_waiting_.take(slot), next; r >= 0; r = next) {
     next = a_waiting_.next(r);
     rotate_entry(a_.column.data(), a_.value.data(), a_first_[r], a_.start[delayed_[r] + 1], 1,

@@ -17,12 +17,25 @@
 
 namespace vlm::norv {
 
+/// Entries of finished rows beside the factor, row k and pairs as there.
+template <class T>
+struct LeftOut {
+  Vector<std::int64_t> start;  ///< [finished rows + 1]; empty: nothing is left out
+  Growing<int> column;
+  Growing<T> value;
+};
+
 template <class T>
 class UnfinishedRows {
  public:
   /// @param by_column  rows may be eliminated out of turn; takes an index of L by columns and the
-  ///                   lower triangle of A besides
+  ///                   lower triangle of A besides; without left_out()
   UnfinishedRows(UpperRows<T>&& A, bool by_column, LdltFactor<T>& factor);
+
+  /// From here on finished rows have entries beside the factor, which take part in updates; only
+  /// the products of two of them are passed over.
+  void keep_left_out();
+  LeftOut<T>& left_out() { return left_out_; }
 
   int n() const { return n_; }
   int delayed() const { return static_cast<int>(delayed_.size()); }
@@ -48,11 +61,25 @@ class UnfinishedRows {
  private:
   void gather_matrix_row(int slot, GatheredRow<T>& row);
   void gather_any(int slot, GatheredRow<T>& row);
-  void subtract(int k, std::int64_t entry, std::int64_t from, GatheredRow<T>& row);
+  /// Entries of the factor, or of left_out().
+  struct Entries {
+    int* column;
+    T* value;
+    const Vector<std::int64_t>& start;
+  };
+  Entries kept() { return {factor_.column.data(), factor_.value.data(), factor_.start}; }
+  Entries left() { return {left_out_.column.data(), left_out_.value.data(), left_out_.start}; }
+  bool has_left_out() const { return !left_out_.start.empty(); }
+  void subtract(int k, const T* entry, const Entries& of, std::int64_t from, GatheredRow<T>& row);
+  void subtract_kept(int k, std::int64_t entry, int slot, GatheredRow<T>& row);
+  void subtract_left(int k, std::int64_t entry, int slot, GatheredRow<T>& row);
+  T quadratic(int k, const T* x) const;
+  std::int64_t behind(const Entries& of, int k, std::int64_t from, int slot) const;
   void add_delayed(int q, std::int64_t from, int slot, GatheredRow<T>& row);
   std::int64_t stride(int k) const { return factor_.is_pair[k] ? 2 : 1; }
   std::int64_t find_column(int k, int slot) const;
   void wait_for_next(int k);
+  void left_wait_for_next(int k);
   void wait_delayed(int q);
   void enter_columns(int k);
 
@@ -66,8 +93,11 @@ class UnfinishedRows {
   UpperRows<T> a_;
   UpperRows<T> lower_;  ///< by_column: the strict lower triangle by rows
   LdltFactor<T>& factor_;
-  Vector<std::int64_t> first_;    ///< by finished row: first entry that is not behind us
-  WaitingRows waiting_;           ///< finished rows, by slot
+  Vector<std::int64_t> first_;  ///< by finished row: first entry that is not behind us
+  WaitingRows waiting_;         ///< finished rows, by slot
+  LeftOut<T> left_out_;
+  Vector<std::int64_t> left_first_;  ///< as first_ and waiting_, for left_out_
+  WaitingRows left_waiting_;
   Vector<int> delayed_;           ///< row of the matrix in slot n + q
   Vector<std::int64_t> a_first_;  ///< by q, as first_
   WaitingRows a_waiting_;         ///< delayed rows of the matrix, by slot below n

@@ -12,7 +12,9 @@ FactorStore<T>::FactorStore(UpperRows<T>&& A, const IldltOptions& options, const
       target_(target),
       compensation_(options.compensate ? n_ : 0),
       slot_of_pivot_(n_),
-      rows_(prepare(std::move(A)), options.pair_choice == PairChoice::column, result_.factor) {}
+      rows_(prepare(std::move(A)), options.pair_choice == PairChoice::column, result_.factor) {
+  if (takes_left_out()) rows_.keep_left_out();
+}
 
 template <class T>
 UpperRows<T>&& FactorStore<T>::prepare(UpperRows<T>&& A) {
@@ -76,9 +78,24 @@ std::size_t FactorStore<T>::clip() {
 }
 
 template <class T>
-void FactorStore<T>::sort_candidates() {
-  std::sort(candidates_.begin(), candidates_.end(),
+void FactorStore<T>::sort_by_column(Vector<Candidate>& entries) {
+  std::sort(entries.begin(), entries.end(),
             [](const Candidate& a, const Candidate& b) { return a.column < b.column; });
+}
+
+/// Of the candidates behind the first `kept` and of `left_` those above the second threshold stay,
+/// by column, in `left_`; the first `kept` stay in `candidates_`.
+template <class T>
+void FactorStore<T>::leave_out(std::size_t kept, double tau) {
+  if (takes_left_out()) {
+    const double least = tau * options_.second_drop;
+    std::erase_if(left_, [=](const Candidate& c) { return !(c.size > least); });
+    const auto clipped = candidates_.begin() + static_cast<std::ptrdiff_t>(kept);
+    left_.insert(left_.end(), clipped, candidates_.end());
+    sort_by_column(left_);
+  }
+  candidates_.resize(kept);
+  sort_by_column(candidates_);
 }
 
 /// The effect of a dropped entry on the target goes on the two diagonals.
@@ -95,20 +112,23 @@ void FactorStore<T>::compensate(int row, int column_slot, T value) {
 template <class T>
 void FactorStore<T>::select_single(int row, const GatheredRow<T>& entries, double tau) {
   candidates_.clear();
+  left_.clear();
   for (int p = 0; p < entries.length(); ++p) {
     const double size = magnitude(entries.values()[p]);
-    if (size > tau)
-      candidates_.push_back({size, entries.columns()[p], p});
-    else
-      compensate(row, entries.columns()[p], entries.values()[p]);
+    const Candidate c{size, entries.columns()[p], p};
+    if (size > tau) {
+      candidates_.push_back(c);
+      continue;
+    }
+    compensate(row, entries.columns()[p], entries.values()[p]);
+    if (takes_left_out()) left_.push_back(c);
   }
   statistics_.entries_1x1 += entries.length();
   statistics_.dropped_1x1 += entries.length() - static_cast<std::int64_t>(candidates_.size());
   const std::size_t kept = clip();
   for (std::size_t p = kept; p < candidates_.size(); ++p)
     compensate(row, candidates_[p].column, entries.values()[candidates_[p].at]);
-  candidates_.resize(kept);
-  sort_candidates();
+  leave_out(kept, tau);
 }
 
 /// The same for two rows: a column stays in both or in none.
@@ -119,20 +139,23 @@ void FactorStore<T>::select_pair(int row, int row2, const PairedRows<T>& pair, d
     compensate(row2, pair.column[at], pair.value[1][at]);
   };
   candidates_.clear();
+  left_.clear();
   const auto entries = static_cast<int>(pair.column.size());
   for (int p = 0; p < entries; ++p) {
     const double size = std::max(magnitude(pair.value[0][p]), magnitude(pair.value[1][p]));
-    if (size > tau)
-      candidates_.push_back({size, pair.column[p], p});
-    else
-      drop(p);
+    const Candidate c{size, pair.column[p], p};
+    if (size > tau) {
+      candidates_.push_back(c);
+      continue;
+    }
+    drop(p);
+    if (takes_left_out()) left_.push_back(c);
   }
   statistics_.entries_2x2 += 2 * std::int64_t{entries};
   statistics_.dropped_2x2 += 2 * (entries - static_cast<std::int64_t>(candidates_.size()));
   const std::size_t kept = clip();
   for (std::size_t p = kept; p < candidates_.size(); ++p) drop(candidates_[p].at);
-  candidates_.resize(kept);
-  sort_candidates();
+  leave_out(kept, tau);
 }
 
 // ---- storing ------------------------------------------------------------------------------------
@@ -149,6 +172,21 @@ template <class T>
 void FactorStore<T>::accept_slot(int slot) {
   slot_of_pivot_[f_.pivots++] = slot;
   rows_.finish_slot(slot);
+}
+
+/// Appends one row, or two, to the factor or to what is left out.
+/// @param values_of  of an entry: its value in each of the W rows
+template <class T>
+template <int W, class Rows, class F>
+void FactorStore<T>::store_rows(const Vector<Candidate>& entries, Rows& rows, F values_of) {
+  const auto count = static_cast<std::int64_t>(entries.size());
+  int* const column = rows.column.extend(W * count);
+  T* const value = rows.value.extend(W * count);
+  for (std::int64_t p = 0; p < count; ++p) {
+    std::fill(column + W * p, column + W * (p + 1), entries[p].column);
+    values_of(entries[p], value + W * p);
+  }
+  for (int w = 0; w < W; ++w) rows.start.push_back(rows.column.size());
 }
 
 template <class T>
@@ -170,15 +208,12 @@ void FactorStore<T>::store_single(int slot, const GatheredRow<T>& entries) {
     ++(d > 0 ? f_.npos : f_.nneg);
     statistics_.sign_changes += original_diagonal_[row] * d < 0 ? 1 : 0;
   }
-  const auto kept = static_cast<std::int64_t>(candidates_.size());
-  int* const column = f_.column.extend(kept);
-  T* const value = f_.value.extend(kept);
   const T reciprocal = divide(T(1), d);
-  for (std::int64_t p = 0; p < kept; ++p) {
-    column[p] = candidates_[p].column;
-    value[p] = product(entries.values()[candidates_[p].at], reciprocal);
-  }
-  f_.start.push_back(f_.column.size());
+  const auto scaled = [&](const Candidate& c, T* value) {
+    *value = product(entries.values()[c.at], reciprocal);
+  };
+  store_rows<1>(candidates_, f_, scaled);
+  if (takes_left_out()) store_rows<1>(left_, rows_.left_out(), scaled);
   accept_slot(slot);
   rows_.advance(slot);
   rows_.stored(k);
@@ -210,19 +245,14 @@ void FactorStore<T>::store_pair(int slot, int partner, PairedRows<T>& pair) {
     f_.npos += 2 - negative;
   }
   ++statistics_.pairs;
-  const auto kept = static_cast<std::int64_t>(candidates_.size());
-  int* const column = f_.column.extend(2 * kept);
-  T* const value = f_.value.extend(2 * kept);
-  for (std::int64_t p = 0; p < kept; ++p) {
-    const T rhs[2] = {pair.value[0][candidates_[p].at], pair.value[1][candidates_[p].at]};
+  const auto solved = [&](const Candidate& c, T* value) {
+    const T rhs[2] = {pair.value[0][c.at], pair.value[1][c.at]};
     T solution[2];
     block.solve(rhs, solution);
-    column[2 * p] = column[2 * p + 1] = candidates_[p].column;
-    value[2 * p] = solution[0];
-    value[2 * p + 1] = solution[1];
-  }
-  f_.start.push_back(f_.column.size());
-  f_.start.push_back(f_.column.size());
+    std::copy(solution, solution + 2, value);
+  };
+  store_rows<2>(candidates_, f_, solved);
+  if (takes_left_out()) store_rows<2>(left_, rows_.left_out(), solved);
   accept_slot(slot);
   accept_slot(partner);
   rows_.advance(slot);
@@ -238,7 +268,7 @@ void FactorStore<T>::store_schur_row(int position, const GatheredRow<T>& row, T 
   for (int p = 0; p < row.length(); ++p)
     if (!(magnitude(row.values()[p]) <= options_.schur_drop))
       candidates_.push_back({0, row.columns()[p], p});
-  sort_candidates();
+  sort_by_column(candidates_);
   UpperRows<T>& S = result_.schur;
   const auto count = static_cast<std::int64_t>(candidates_.size());
   int* const column = S.column.extend(count + 1);

@@ -70,10 +70,14 @@ class FactorStore {
   UpperRows<T>&& prepare(UpperRows<T>&& A);
   double threshold(double size, double largest);
   std::size_t clip();
-  void sort_candidates();
+  static void sort_by_column(Vector<Candidate>& entries);
   void compensate(int row, int column_slot, T value);
   bool is_precious(int row) const { return options_.precious && options_.precious[row]; }
   void check_positive(int row, T d) const;
+  bool takes_left_out() const { return options_.second_drop >= 0; }
+  void leave_out(std::size_t kept, double tau);
+  template <int W, class Rows, class F>
+  void store_rows(const Vector<Candidate>& entries, Rows& rows, F values_of);
   void select_single(int row, const GatheredRow<T>& entries, double tau);
   void select_pair(int row, int row2, const PairedRows<T>& pair, double tau);
   void accept_slot(int slot);
@@ -87,6 +91,7 @@ class FactorStore {
   Vector<T> compensation_;     ///< by row of the matrix: what goes on the diagonal
   Vector<int> slot_of_pivot_;  ///< by position
   Vector<Candidate> candidates_;
+  Vector<Candidate> left_;       ///< entries that take part in the updates alone
   Vector<T> original_diagonal_;  ///< by row of the matrix
   Vector<int> schur_slots_;
   IldltResult<T> result_;

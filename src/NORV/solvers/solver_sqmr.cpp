@@ -6,30 +6,12 @@
 #include <algorithm>
 #include <cmath>
 
+#include "NORV/solvers/krylov.hpp"
 #include "NORV/solvers/sqmr_recursion.hpp"
 #include "base/clock.hpp"
 
 namespace vlm {
 namespace {
-
-/// The quotients of successive residuals in the last 25 steps.
-class RateWindow {
- public:
-  /// Enters the quotient of step k, from 1.  @return how many of the window lie near 1; 0 as long
-  /// as it isn't full
-  int enter(int k, double rate, double relative_residual) {
-    rates_[(k - 1) % length] = rate;
-    if (k <= length) return -1;
-    const double tolerance = relative_residual > 1e-8 ? 0.001 : 0.01;
-    return static_cast<int>(std::count_if(std::begin(rates_), std::end(rates_), [=](double each) {
-      return std::abs(each - 1.0) < tolerance;
-    }));
-  }
-
- private:
-  static constexpr int length = 25;
-  double rates_[length] = {};
-};
 
 struct Problem {
   double epsilon;
@@ -189,7 +171,7 @@ class Sqmr {
   const TerminationHook hook;
   const double start;
   SqmrRecursion<T> core;
-  RateWindow rates;
+  RateWindow<25> rates;
   double norm_b = 0, initial = 0, relative = 0;
   int state = NORV_SQMR_OK;
 };

@@ -7,21 +7,9 @@
 #include <algorithm>
 
 #include "base/clock.hpp"
+#include "norv/krylov.h"
 
 namespace {
-
-// The methods that this version lacks.
-constexpr char gs[] = "GS", bicgstab[] = "BICGSTAB", qmr[] = "QMR", qmrpack[] = "QMRPACK",
-               pcg[] = "PCG", pcg2[] = "PCG2", gmres[] = "GMRES", gmresdr[] = "GMRESDR",
-               symmlq[] = "SYMMLQ", minres[] = "MINRES";
-
-/// Says that there is no such method; x stays as it is.
-template <const char* name>
-int missing(double, smat*, vec*, const vec*, precon*, int, solver* s) {
-  _norv_print_error_msg("Solver %s is not available in this version.", name);
-  if (s != nullptr) s->iters = 0;
-  return 0;
-}
 
 struct Row {
   char name[28];
@@ -29,10 +17,10 @@ struct Row {
 };
 
 constexpr Row methods[] = {
-    {"GS", missing<gs>},         {"BICGSTAB", missing<bicgstab>}, {"QMR", missing<qmr>},
-    {"SQMR", solve_sqmr},        {"QMRPACK", missing<qmrpack>},   {"PCG", missing<pcg>},
-    {"PCG2", missing<pcg2>},     {"GMRES", missing<gmres>},       {"GMRESDR", missing<gmresdr>},
-    {"SYMMLQ", missing<symmlq>}, {"MINRES", missing<minres>},
+    {"GS", solve_gs},         {"BICGSTAB", solve_bicgstab}, {"QMR", solve_qmr},
+    {"SQMR", solve_sqmr},     {"QMRPACK", solve_qmrpack},   {"PCG", solve_pcg},
+    {"PCG2", solve_pcg2},     {"GMRES", solve_gmres},       {"GMRESDR", solve_gmresdr},
+    {"SYMMLQ", solve_symmlq}, {"MINRES", solve_minres},
 };
 
 struct Listener {
@@ -73,15 +61,22 @@ void tell_step(solver* s, int iteration, double relative_residual) {
   if (listener.fn != nullptr) listener.fn(listener.data, iteration, relative_residual);
 }
 
-void tell_end(solver* s, const char* name, double start, int iterations, double relative_residual) {
-  _norv_print_stat_msg("[%s took %f secs., %3d its., rel.res.: %e]", name, timer_velmora() - start,
-                       iterations, relative_residual);
+void tell_end(solver* s, const char* name, double start, int iterations, double relative_residual,
+              const char* label) {
+  _norv_print_stat_msg("[%s took %f secs., %3d its., %s: %e]", name, timer_velmora() - start,
+                       iterations, label, relative_residual);
   if (s == nullptr) return;
   s->res = relative_residual;
   s->iters = iterations;
 }
 
 }  // namespace vlm
+
+int solve_qmrpack(double, smat*, vec*, const vec*, precon*, int, solver* s) {
+  _norv_print_error_msg("QMRPACK not available.");
+  if (s != nullptr) s->iters = 0;
+  return 0;
+}
 
 solver* solver_new(const char* name) {
   NORV_ASSERT(name != 0);

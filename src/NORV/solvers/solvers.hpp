@@ -45,7 +45,8 @@ const char* precon_name(const precon* M);
 void tell_step(solver* s, int iteration, double relative_residual);
 
 /// Result of a solve, in its record and the log: "[<name> took <seconds> secs., ...]".
-void tell_end(solver* s, const char* name, double start, int iterations, double relative_residual);
+void tell_end(solver* s, const char* name, double start, int iterations, double relative_residual,
+              const char* label = "rel.res.");
 
 /// The optimiser's hook; null where there is none.  See norv/interface.h.
 using TerminationHook = int (*)(double norm_b, double norm_r, int n, double* x, double* r,

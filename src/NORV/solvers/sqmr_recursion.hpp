@@ -9,8 +9,7 @@
 #include <cmath>
 #include <complex>
 
-#include "NORV/solvers/solvers.hpp"
-#include "base/vector_primitives.hpp"
+#include "NORV/solvers/krylov.hpp"
 
 namespace vlm {
 
@@ -38,17 +37,6 @@ class SqmrRecursion {
     if (kind.smoothed) s = scratch_like(b), rs = scratch_like(b);
   }
 
-  /// The sum of x(i) y(i).
-  static T dot(const vec* x, const vec* y) {
-    if constexpr (is_complex_v<T>) {
-      double re = 0, im = 0;
-      vec_dot_cpx(x, y, &re, &im);
-      return {re, im};
-    } else {
-      return vec_dot(x, y);
-    }
-  }
-
   /// r = b - A x.
   void residual(const vec* x, const vec* b) { linop_calc_residual(r.get(), A_, x, b); }
 
@@ -57,7 +45,7 @@ class SqmrRecursion {
     precon_solve(t.get(), M_, r.get());
     vec_copy(q.get(), t.get());
     tau = vec_euclid_norm(kind_.right ? r.get() : t.get());
-    rho = dot(r.get(), t.get());
+    rho = bilinear<T>(r.get(), t.get());
     theta_before2 = 1.0;
     if (kind_.smoothed) vec_copy(rs.get(), r.get());
   }
@@ -66,7 +54,7 @@ class SqmrRecursion {
   SqmrEnd advance(int k, vec* x) {
     if (std::abs(rho) <= kind_.breakdown) return SqmrEnd::rho_zero;
     linop_vecmul(v.get(), A_, q.get());
-    const T sigma = dot(q.get(), v.get());
+    const T sigma = bilinear<T>(q.get(), v.get());
     if (std::abs(sigma) <= kind_.breakdown) return SqmrEnd::sigma_zero;
     const T alpha = rho / sigma;
     const double norm_r = std::sqrt(leave_direction(alpha));
@@ -83,7 +71,7 @@ class SqmrRecursion {
 
   /// The search direction of the next step.
   void turn() {
-    const T rho_new = dot(r.get(), t.get());
+    const T rho_new = bilinear<T>(r.get(), t.get());
     const T beta = rho_new / rho;
     rho = rho_new;
     const T* const from = values<T>(t.get());
@@ -95,9 +83,6 @@ class SqmrRecursion {
   }
 
  private:
-  static double square(double x) { return x * x; }
-  static double square(const zcomplex& x) { return square(x.real()) + square(x.imag()); }
-
   /// r -= alpha v; the sum of squares of r.
   double leave_direction(T alpha) {
     T* const residual = values<T>(r.get());

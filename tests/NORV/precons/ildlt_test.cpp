@@ -127,6 +127,70 @@ TYPED_TEST(IldltExact, ReproducesTheMatrixUnderAllStrategies) {
   EXPECT_GT(schurs, 50);
 }
 
+/// Eliminates the dense matrix pivot by pivot in the order that was found, with the entries that
+/// the factor kept: largest distance from its values and from the Schur complement.
+/// @param left_out  whether what was dropped takes part in the updates, times what was kept
+template <class T>
+double replayed(const Smat& A, const IldltResult<T>& r, bool left_out) {
+  const LdltFactor<T>& f = r.factor;
+  const int n = f.n;
+  const Picture original = picture(A), L = lower(f), D = middle(r);
+  Picture W(n, n);
+  for (int i = 0; i < n; ++i)
+    for (int j = 0; j < n; ++j) W(r.place[i], r.place[j]) = original(i, j);
+  double worst = 0;
+  for (int k = 0; k < f.pivots;) {
+    const int width = f.is_pair[k] ? 2 : 1, next = k + width;
+    const cplx d = W(k, k), e = width == 2 ? W(k, k + 1) : 0, g = width == 2 ? W(k + 1, k + 1) : 1;
+    for (int p = k; p < next; ++p)
+      for (int q = k; q < next; ++q) worst = std::max(worst, std::abs(W(p, q) - D(p, q)));
+    Picture all(n, width), kept(n, width);  // rows of L^T, before and after dropping
+    for (int j = next; j < n; ++j) {
+      const cplx x = W(k, j), y = width == 2 ? W(k + 1, j) : 0;
+      all(j, 0) = (g * x - e * y) / (d * g - e * e);
+      if (width == 2) all(j, 1) = (d * y - e * x) / (d * g - e * e);
+      for (int w = 0; w < width; ++w)
+        if ((kept(j, w) = L(j, k + w)) != cplx())
+          worst = std::max(worst, std::abs(kept(j, w) - all(j, w)));
+    }
+    const Picture block = window(W, k, next, k, next), KD = kept * block, AD = all * block;
+    const Picture KK = KD * transposed(kept), AK = AD * transposed(kept), KA = KD * transposed(all);
+    for (int i = next; i < n; ++i)
+      for (int j = next; j < n; ++j)
+        W(i, j) -= left_out ? AK(i, j) + KA(i, j) - KK(i, j) : KK(i, j);
+    k = next;
+  }
+  for (int i = f.pivots; i < n; ++i)
+    for (int j = f.pivots; j < n; ++j) worst = std::max(worst, std::abs(W(i, j) - D(i, j)));
+  return worst;
+}
+
+TYPED_TEST(IldltExact, DroppedEntriesActAsTheyShould) {
+  using T = TypeParam;
+  RandomContainers random(29);
+  std::int64_t dropped = 0, delays = 0, pairs = 0;
+  for (const bool left_out : {false, true})
+    for (int run = 0; run < 80; ++run) {
+      const Smat A = indefinite<T>(random, 5 + run % 25, 0.3);
+      IldltOptions o = exact();
+      o.drop = 0.1;
+      o.max_fill = run % 2 ? 0.8 : 0;
+      o.pivot_2x2 = 1.5;
+      o.keep_schur = run % 4 > 1;
+      o.kappa = run % 3 ? 3 : 0;
+      o.second_drop = left_out ? 0 : -1;
+      const IldltResult<T> r = factorize<T>(A, o);
+      if (r.statistics.perturbed > 0 || r.statistics.bad_delayed > 0) continue;
+      EXPECT_LT(replayed(A, r, left_out), 1e-8) << "run " << run << " left out " << left_out;
+      dropped += r.statistics.dropped_1x1 + r.statistics.dropped_2x2 + r.statistics.clipped;
+      delays += r.statistics.delayed_scalar + r.statistics.delayed_pairs;
+      pairs += r.statistics.pairs;
+    }
+  EXPECT_GT(dropped, 500);
+  EXPECT_GT(delays, 50);
+  EXPECT_GT(pairs, 100);
+}
+
 TEST(Ildlt, CountsTheInertia) {
   RandomContainers random(5);
   for (int run = 0; run < 40; ++run) {

@@ -1,0 +1,280 @@
+# SPDX-License-Identifier: BSD-3-Clause
+"""From a SciPy matrix to the arrays that the library reads, and the choice of the type.
+
+The library reads rows counted from 1 with ascending columns, of symmetric and Hermitian types the
+upper triangle with a full diagonal.  Columns of a CSC matrix are the rows of its transpose: they are
+taken as they are, and solves are then turned.
+"""
+
+import numpy as np
+import scipy.sparse as sp
+
+from .errors import InputError
+
+#: Names of the types, as velmora-solve has them.
+TYPES = {
+    "struct": 1, "spd": 2, "sym": -2, "complex-struct": 3, "hpd": 4, "hermitian": -4,
+    "complex-sym": 6, "unsym": 11, "complex-unsym": 13,
+}
+LABELS = {
+    1: "real structurally symmetric", 2: "real symmetric positive definite",
+    -2: "real symmetric indefinite", 3: "complex structurally symmetric",
+    4: "complex Hermitian positive definite", -4: "complex Hermitian indefinite",
+    6: "complex symmetric", 11: "real unsymmetric", 13: "complex unsymmetric",
+}
+
+
+def is_complex(mtype):
+    return mtype not in (1, 2, -2, 11)
+
+
+def is_triangular(mtype):
+    """Half of the matrix is stored."""
+    return mtype % 2 == 0
+
+
+def is_hermitian(mtype):
+    return mtype in (4, -4)
+
+
+def refuse(why):
+    raise InputError(-1, why)
+
+
+def type_number(word):
+    """Type named by a word of TYPES or its number."""
+    if word in TYPES:
+        return TYPES[word]
+    if word in LABELS:
+        return int(word)
+    return refuse(f"unknown type {word!r}: one of {', '.join(TYPES)}")
+
+
+class Lines:
+    """The three arrays of a matrix, sorted, without duplicates: lines are rows or columns."""
+
+    def __init__(self, A):
+        if not sp.issparse(A):
+            A = sp.csr_matrix(np.atleast_2d(np.asarray(A)))
+        if A.shape[0] != A.shape[1]:
+            refuse(f"the matrix is {A.shape[0]} by {A.shape[1]}; only square systems are solved")
+        if A.shape[0] == 0:
+            refuse("the matrix is empty")
+        if A.format not in ("csr", "csc"):
+            A = A.tocsr()
+        if not A.has_canonical_format:
+            A = A.copy()
+            A.sum_duplicates()
+        self.n = A.shape[0]
+        self.by_columns = A.format == "csc"
+        self.dtype = A.dtype
+        self.start, self.index, data = A.indptr, A.indices, A.data
+        if self.start[-1] + self.n >= 2**31:
+            refuse("the matrix has more entries than 32-bit positions can count")
+        if self.index.dtype != np.int32 or self.start.dtype != np.int32:
+            self.start = self.start.astype(np.int32)
+            self.index = self.index.astype(np.int32)
+        if len(data) != self.start[-1]:
+            data = data[:self.start[-1]]
+            self.index = self.index[:self.start[-1]]
+        wide = np.complex128 if np.issubdtype(data.dtype, np.complexfloating) else np.float64
+        self.data = np.ascontiguousarray(data, dtype=wide)
+        if wide is np.complex128 and not self.data.imag.any():
+            self.data = np.ascontiguousarray(self.data.real)
+        self._line = self._turned = None
+
+    @property
+    def complex(self):
+        return self.data.dtype == np.complex128
+
+    @property
+    def line(self):
+        """The line of each entry, from 0."""
+        if self._line is None:
+            self._line = np.repeat(np.arange(self.n, dtype=np.int32), np.diff(self.start))
+        return self._line
+
+    @property
+    def turned(self):
+        """The transpose's arrays: start, index, data."""
+        if self._turned is None:
+            A = sp.csr_matrix((self.data, self.index, self.start), shape=(self.n, self.n))
+            A.has_canonical_format = True
+            T = A.tocsc()
+            self._turned = T.indptr, T.indices, T.data
+        return self._turned
+
+    def pattern_is_symmetric(self):
+        start, index, _ = self.turned
+        return np.array_equal(start, self.start) and np.array_equal(index, self.index)
+
+    def is_symmetric(self, hermitian):
+        """Exactly equal to its transpose, or its adjoint; the pattern is known to be symmetric."""
+        other = self.turned[2]
+        return np.array_equal(other.conj() if hermitian and self.complex else other, self.data)
+
+    def diagonal(self):
+        out = np.zeros(self.n, dtype=self.data.dtype)
+        at = np.flatnonzero(self.index == self.line)
+        out[self.index[at]] = self.data[at]
+        return out
+
+
+def _minors_are_positive(lines, diagonal):
+    if not (diagonal.real > 0).all() or (lines.complex and diagonal.imag.any()):
+        return False
+    root = np.sqrt(diagonal.real)
+    below = np.abs(lines.data) < root[lines.line] * root[lines.index]
+    below[lines.index == lines.line] = True
+    return bool(below.all())
+
+
+def _diagonal_is_strong(lines, diagonal):
+    size = np.abs(diagonal)
+    if not (size > 0).all():
+        return False
+    beside = np.where(lines.index == lines.line, 0, np.abs(lines.data))
+    return bool((10 * size >= np.maximum.reduceat(beside, lines.start[:-1])).all())
+
+
+def choose_type(lines):
+    """Cheapest type that is safe for a matrix, and the reason in one clause.
+
+    A symmetric (Hermitian) matrix whose diagonal and 2x2 minors are positive is offered to
+    Cholesky, which finds out by itself when the matrix is not definite.  A pattern that is symmetric
+    is used as such only with a strong diagonal, because that type has no matching.
+    """
+    complex_ = lines.complex
+    if not lines.pattern_is_symmetric():
+        return (13 if complex_ else 11), "the pattern is not symmetric"
+    diagonal = lines.diagonal()
+    if lines.is_symmetric(hermitian=True):
+        kind = "Hermitian" if complex_ else "symmetric"
+        if _minors_are_positive(lines, diagonal):
+            return (4 if complex_ else 2), \
+                f"{kind} with positive diagonal and 2x2 minors: Cholesky is tried first"
+        zeros = int((diagonal == 0).sum())
+        if zeros:
+            return (-4 if complex_ else -2), f"{kind} with {zeros} zeros on the diagonal"
+        return (-4 if complex_ else -2), f"{kind}, but not all 2x2 minors are positive"
+    if complex_ and lines.is_symmetric(hermitian=False):
+        return 6, "complex symmetric, not Hermitian"
+    if _diagonal_is_strong(lines, diagonal):
+        return (3 if complex_ else 1), "symmetric pattern with a strong diagonal"
+    return (13 if complex_ else 11), "symmetric pattern, but the diagonal is weak"
+
+
+class Stored:
+    """A matrix in the library's form, and the way from new values of its pattern to it.
+
+    n, ia, ja, a   what the library reads
+    mtype, reason  the type, and why it was chosen
+    turned         the rows are the columns of the caller's matrix
+    """
+
+    def __init__(self, A, type=None):
+        lines = Lines(A)
+        self.dtype = lines.dtype
+        self.chosen = type is None
+        if self.chosen:
+            self.mtype, self.reason = choose_type(lines)
+        else:
+            self.mtype, self.reason = type_number(type), "as asked for"
+        if lines.complex and not is_complex(self.mtype):
+            refuse(f"complex values cannot be solved as {LABELS[self.mtype]}")
+        if self.mtype in (1, 3) and not lines.pattern_is_symmetric():
+            refuse("the pattern is not symmetric")
+        self.n = lines.n
+        self.by_columns = lines.by_columns
+        self.turned = self.by_columns and not is_triangular(self.mtype)
+        self.start, self.index = lines.start, lines.index
+        self._pick = self._place = None
+        self._conjugated = False
+        if is_triangular(self.mtype):
+            self._take_triangle(lines)
+        else:
+            self.ia, self.ja = lines.start + np.int32(1), lines.index + np.int32(1)
+            few = len(lines.index) <= lines.n and not lines.diagonal().all()
+            if self.mtype in (1, 3) or few:
+                self._add_diagonal()
+        self._take_values(lines)
+
+    def _take_triangle(self, lines):
+        upper = lines.index >= lines.line
+        count = int(np.count_nonzero(upper))
+        lower_only = count < len(upper) and bool((lines.index <= lines.line).all())
+        self._conjugated = is_hermitian(self.mtype) and self.by_columns != lower_only
+        if lower_only:  # the rows of the transpose, with where their entries came from
+            A = sp.csr_matrix((np.arange(len(upper)), lines.index, lines.start), (self.n, self.n))
+            T = A.tocsc()
+            self.ia, self.ja, self._pick = T.indptr + np.int32(1), T.indices + np.int32(1), T.data
+        else:
+            on_diagonal = int(np.count_nonzero(lines.index == lines.line))
+            if count < len(upper) and len(upper) - count != count - on_diagonal:
+                refuse("the triangles have different numbers of entries: the matrix is not symmetric")
+            if count < len(upper):
+                self._pick = np.flatnonzero(upper)
+                before = np.zeros(len(upper) + 1, dtype=np.int32)
+                np.cumsum(upper, dtype=np.int32, out=before[1:])
+                self.ia = before[lines.start] + np.int32(1)
+                self.ja = lines.index[self._pick] + np.int32(1)
+            else:
+                self.ia, self.ja = lines.start + np.int32(1), lines.index + np.int32(1)
+        self._add_diagonal()
+
+    def _add_diagonal(self):
+        rows = np.repeat(np.arange(1, self.n + 1, dtype=np.int32), np.diff(self.ia))
+        has = np.zeros(self.n, dtype=bool)
+        has[rows[rows == self.ja] - 1] = True
+        if has.all():
+            return
+        missing = np.flatnonzero(~has).astype(np.int32)
+        entries = len(self.ja)
+        marked = sp.csr_matrix(
+            (np.concatenate([np.arange(1, entries + 1), np.zeros(len(missing), dtype=int)]),
+             (np.concatenate([rows - 1, missing]), np.concatenate([self.ja - 1, missing]))),
+            shape=(self.n, self.n))
+        marked.sort_indices()
+        self.ia, self.ja = marked.indptr + np.int32(1), marked.indices + np.int32(1)
+        self._place = np.empty(entries, dtype=np.int64)
+        held = np.flatnonzero(marked.data)
+        self._place[marked.data[held] - 1] = held
+
+    def _take_values(self, lines):
+        values = lines.data
+        if is_complex(self.mtype) and not lines.complex:
+            values = values.astype(np.complex128)
+        if self._pick is not None:
+            values = values[self._pick]
+        if self._conjugated:
+            values = values.conj()
+        if self._place is not None:
+            placed = np.zeros(len(self.ja), dtype=values.dtype)
+            placed[self._place] = values
+            values = placed
+        self.a = np.ascontiguousarray(values)
+
+    def renew(self, A):
+        """Takes other values on the same pattern."""
+        lines = Lines(A)
+        if lines.by_columns != self.by_columns:
+            lines = Lines(A.tocsc() if self.by_columns else A.tocsr())
+        same = lines.start is self.start and lines.index is self.index
+        if not same and not (np.array_equal(lines.start, self.start)
+                             and np.array_equal(lines.index, self.index)):
+            refuse("the pattern is not that of the analysis")
+        if lines.complex and not is_complex(self.mtype):
+            refuse(f"complex values cannot be solved as {LABELS[self.mtype]}")
+        if self.chosen and is_triangular(self.mtype):
+            if not lines.is_symmetric(hermitian=self.mtype != 6):
+                refuse("the new values are not symmetric, as those of the analysis were; "
+                       "name the type, or analyse anew")
+        self.dtype = lines.dtype
+        self._take_values(lines)
+
+    def has_zero_diagonal(self):
+        return is_triangular(self.mtype) and not self.a[self.ia[:-1] - 1].all()
+
+    def is_diagonal(self):
+        """n entries: the library solves it at once, without a factor."""
+        return len(self.ja) == self.n
