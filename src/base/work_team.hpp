@@ -16,10 +16,10 @@
 
 namespace vlm {
 
-/// Threads for a pass over so many entries of an array: one where a team would take longer to
-/// start.  Measured as 10 microseconds with idle threads at hand, 30000 entries of a scatter.
+/// Threads for a pass over so many entries of an array: one where it takes less than some tenths of
+/// a millisecond, for a team whose threads have to wait for a processor costs more.
 inline int threads_for(std::size_t entries, int threads) {
-  return entries < 60000 ? 1 : std::max(threads, 1);
+  return entries < 100000 ? 1 : std::max(threads, 1);
 }
 
 /// Calls body(turn) for each turn in a parallel region.  A failed allocation is thrown behind it.

@@ -71,7 +71,7 @@ void expect_same(const Stages& a, const Stages& b) {
 
 TEST(AnalysisThreads, StagesGiveWhatOneThreadGives) {
   for (const test::Matrix& m :
-       {test::poisson2d(200), test::elasticity3d(9, 1), test::convection_diffusion(24, 10, 1)}) {
+       {test::poisson2d(270), test::elasticity3d(12, 1), test::convection_diffusion(28, 10, 1)}) {
     SCOPED_TRACE(m.name);
     std::vector<int> rows;
     if (!m.triangle()) rows = test::Rng(1).permutation(m.n);
@@ -116,7 +116,7 @@ TEST(AnalysisThreads, TreeOfTheOrderingIsTheTree) {
 
 // Ranges that are coupled: the lists are those without ranges.
 TEST(AnalysisThreads, CoupledRangesLeaveTheListsAlone) {
-  const test::Matrix m = test::poisson2d(130);
+  const test::Matrix m = test::poisson2d(240);
   Vector<int> lists[2];
   for (const int threads : {1, 3}) {
     Analysis analysis;
