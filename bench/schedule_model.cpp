@@ -232,9 +232,15 @@ class Player {
         done_(t.updates.size(), never),
         applied_(t.updates.size(), 0),
         held_(t.updates.size(), 0),
+        chain_(t.updates.size(), 0),
         holds_(static_cast<std::size_t>(threads), 0) {
     for (const auto& list : t.updates) taken_.emplace_back(list.size(), 0);
     for (int k = 0; k < threads; ++k) free_.push({0.0, k});
+    for (int s = t.count; s >= t.first_separator; --s) {
+      chain_[s] += t.finish[s];
+      for (const Update& u : t.updates[s])
+        chain_[u.source] = std::max(chain_[u.source], chain_[s] + u.cost);
+    }
   }
 
   Played run() {
@@ -324,18 +330,16 @@ class Player {
 
   int separators() const { return t_.count - t_.first_separator + 1; }
 
-  /// The first panel from the cursor on that nobody holds and that has something ready.
+  /// Of the panels that nobody holds and that have something ready, the one from which the way to
+  /// the roots is longest.
   int claim(double at) {
-    for (int tries = 0; tries < separators(); ++tries) {
-      const int s = t_.first_separator + cursor_;
-      cursor_ = (cursor_ + 1) % separators();
-      if (held_[s]) continue;
-      if (is_complete(s) || ready_update(s, at) < t_.updates[s].size()) {
-        held_[s] = 1;
-        return s;
-      }
-    }
-    return 0;
+    int best = 0;
+    for (int s = t_.first_separator; s <= t_.count; ++s)
+      if (!held_[s] && (best == 0 || chain_[s] > chain_[best]) &&
+          (is_complete(s) || ready_update(s, at) < t_.updates[s].size()))
+        best = s;
+    if (best > 0) held_[best] = 1;
+    return best;
   }
 
   /// Panels in the order of the queue; a thread stays with its own until it is finished.
@@ -362,10 +366,11 @@ class Player {
   std::vector<std::size_t> applied_;  ///< updates of each panel
   std::vector<std::vector<char>> taken_;
   std::vector<char> held_;            ///< claimed, or done
+  std::vector<double> chain_;         ///< seconds from a panel on to the end of its longest chain
   std::vector<int> holds_, waiting_;  ///< panel of each thread; threads that found nothing
   std::priority_queue<Event, std::vector<Event>, std::greater<>> free_;
   std::priority_queue<double, std::vector<double>, std::greater<>> finishes_;
-  int domain_ = 1, cursor_ = 0, finished_ = 0;
+  int domain_ = 1, finished_ = 0;
   std::size_t position_ = 0;
 };
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <numeric>
 #include <utility>
 
 #include "base/backoff.hpp"
@@ -19,12 +20,16 @@ struct TwoLevelWork {
   View<std::atomic<char>> state;    ///< [separators]
   View<char> loaded;                ///< [separators] touched by the holder of the claim
   View<int> next;                   ///< first update of a target and source not applied, from 1
+  View<int> order;                  ///< [separators] in which they are handed out
+  View<double> chain;  ///< [separators] operations from a panel on, along the longest way to a root
   TwoLevelWork(const Structure& st, Carver& carver)
       : lists(st, carver),
         progress(carver.make<std::atomic<int>>(static_cast<std::size_t>(st.nparts))),
         state(carver.make<std::atomic<char>>(separators(st))),
         loaded(carver.make<char>(separators(st))),
-        next(carver.take<int>(st.schedule.start.size())) {}
+        next(carver.take<int>(st.schedule.start.size())),
+        order(carver.take<int>(separators(st))),
+        chain(carver.make<double>(separators(st))) {}
   static std::size_t separators(const Structure& st) {
     return static_cast<std::size_t>(st.nsuper - st.range(2 * st.nparts + 1) + 1);
   }
@@ -45,6 +50,7 @@ class TwoLevel {
         separators_(frame.st.nsuper - first_ + 1),
         work_(work) {
     std::copy(plan_.start.begin(), plan_.start.end(), work_.next.begin());
+    order_separators();
   }
 
   bool run(const Team<T>& team) {
@@ -64,6 +70,27 @@ class TwoLevel {
  private:
   enum State : char { open, claimed, done };
   static constexpr int none_left = 0, none_open = -1;
+
+  /// Panels from which the way to the roots is longest come first: they hold the others up.  In
+  /// fixed order it is the ascending one.
+  void order_separators() {
+    std::iota(work_.order.begin(), work_.order.end(), 1);
+    if (fixed_order_) return;
+    const View<double> chain = work_.chain;
+    for (int c = separators_; c >= 1; --c) {
+      const Panel<T> target = panel_of(f_.st, f_.store, first_ + c - 1);
+      chain(c) += static_cast<double>(target.rows) * target.width * target.width;
+      const int row = (c - 1) * (domains_ + 1) + domains_ + 1;
+      for (int k = plan_.start(row); k < plan_.start(row + 1); ++k) {
+        const int s = plan_.up(k) - first_ + 1;
+        const Panel<T> source = panel_of(f_.st, f_.store, plan_.up(k));
+        const double update = 2.0 * plan_.uplen(k) * target.width * source.width;
+        chain(s) = std::max(chain(s), chain(c) + update);
+      }
+    }
+    std::sort(work_.order.begin(), work_.order.end(),
+              [&](int a, int b) { return chain(a) != chain(b) ? chain(a) > chain(b) : a < b; });
+  }
 
   bool failed() const { return failed_.load(std::memory_order_acquire); }
   /// A panel failed, or the listener has ended the call.
@@ -108,10 +135,13 @@ class TwoLevel {
     }
   }
 
-  /// A separator panel, from 1, that no other thread holds.  In fixed order each is handed out
-  /// once, in ascending order, so that whatever a thread waits for was handed out before.
+  /// A separator panel, from 1, that no other thread holds: after one was finished the first in the
+  /// order, then those behind, as the first ones may still lack updates.  In fixed order each is
+  /// handed out once, so that whatever a thread waits for was handed out before.
   int claim() {
-    const auto is = [&](int k, State s) { return state(k).load(std::memory_order_relaxed) == s; };
+    const auto is = [&](int k, State s) {
+      return state(work_.order(k)).load(std::memory_order_relaxed) == s;
+    };
     const std::lock_guard hold(latch_blklu_separator_);
     while (lowest_ <= separators_ && is(lowest_, done)) ++lowest_;
     if (failed() || lowest_ > separators_ || (fixed_order_ && cursor_ > separators_))
@@ -119,7 +149,7 @@ class TwoLevel {
     int c = none_open;
     for (int tries = lowest_; tries <= separators_ && c == none_open; ++tries) {
       if (cursor_ > separators_ || cursor_ < lowest_) cursor_ = lowest_;
-      if (is(cursor_, open)) c = cursor_;
+      if (is(cursor_, open)) c = work_.order(cursor_);
       ++cursor_;
     }
     if (c > 0) state(c).store(claimed, std::memory_order_relaxed);
@@ -129,6 +159,7 @@ class TwoLevel {
   void set_state(int c, State s) {
     const std::lock_guard hold(latch_blklu_separator_);
     state(c).store(s, std::memory_order_release);
+    if (s == done && !fixed_order_) cursor_ = lowest_;
   }
 
   /// Whether source panel s of a domain, or of the separators as the last one, is finished.
@@ -168,7 +199,7 @@ class TwoLevel {
   const TwoLevelWork& work_;
   std::atomic<bool> failed_{false};
   std::mutex latch_blklu_separator_;
-  int cursor_ = 1, lowest_ = 1;  ///< under the latch
+  int cursor_ = 1, lowest_ = 1;  ///< places in the order, under the latch
 };
 
 }  // namespace vlm
