@@ -22,8 +22,8 @@ SparseMatrix matched_rows(const SparseMatrix& matrix, const std::vector<int>& or
   SparseMatrix out{matrix.n, false, matrix.form, {1}, {}, {}};
   for (std::size_t j = 0; j < n; ++j) {
     const auto row = static_cast<std::size_t>(order[n + j] - 1);
-    out.ja.insert(out.ja.end(), matrix.ja.begin() + matrix.ia[row] - 1,
-                  matrix.ja.begin() + matrix.ia[row + 1] - 1);
+    out.ja.insert(out.ja.end(), matrix.ja.begin() + (matrix.ia[row] - 1),
+                  matrix.ja.begin() + (matrix.ia[row + 1] - 1));
     out.ia.push_back(static_cast<int>(out.ja.size()) + 1);
   }
   return out;

@@ -294,8 +294,8 @@ std::int64_t add_missing_diagonal(SparseMatrix& matrix) {
   std::vector<char> present(n, 0);
   for (std::size_t i = 0; i < n; ++i) {
     present[i] =
-        std::binary_search(matrix.ja.begin() + matrix.ia[i] - 1,
-                           matrix.ja.begin() + matrix.ia[i + 1] - 1, static_cast<int>(i) + 1);
+        std::binary_search(matrix.ja.begin() + (matrix.ia[i] - 1),
+                           matrix.ja.begin() + (matrix.ia[i + 1] - 1), static_cast<int>(i) + 1);
   }
   const auto missing = static_cast<std::int64_t>(std::count(present.begin(), present.end(), 0));
   if (missing == 0) return 0;
