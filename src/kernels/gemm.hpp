@@ -384,9 +384,9 @@ struct Blocking {
 /// Most columns of A taken at once: every further block of them reads and writes C once more.
 inline constexpr int deepest = 256;
 /// Values of B that are copied at once, if the second-level cache holds twice as many.  With the tiles
-/// they are 160 KB of the stack, which has to grow by them where memory is short.
+/// they are 224 KB of the stack, which has to grow by them where memory is short.
 template <class T>
-inline constexpr int block_limit = 98304 / static_cast<int>(sizeof(T));
+inline constexpr int block_limit = 163840 / static_cast<int>(sizeof(T));
 /// Reals of the tiles of A that are packed together, one of the deepest at least.
 template <class T>
 inline constexpr int tiles_limit = 65536 / static_cast<int>(sizeof(typename Kind<T>::Real));
