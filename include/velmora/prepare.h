@@ -15,14 +15,16 @@ extern "C" {
  * Type of a matrix, by its pattern and values: the cheapest that is safe.  A matrix that equals its
  * adjoint and has a positive diagonal and positive 2x2 minors is told to be positive definite; a
  * factorization finds out whether it is.  Linear in the entries; keeps n integers and values.
- *   start, index  all entries, by rows or by columns, ascending without duplicates; counted from 0
- *                 or 1, as start[0] says                                      [n+1], in
  *   is_complex    1: each value is a pair of doubles                          in, by value
+ *   form          0 all entries are there; 1 those on and above the diagonal of a symmetric matrix,
+ *                 2 of a Hermitian one                                        in, by value
+ *   start, index  the entries by rows, of form 0 also by columns, ascending without duplicates;
+ *                 counted from 0 or 1, as start[0] says                       [n+1], in
  *   reason        receives one clause that belongs to the library; may be null  out
  * Returns mtype, or 0 where there is no memory.
  */
-VELMORA_API int velmora_find_type(int n, int is_complex, const int* start, const int* index,
-                                  const double* value, const char** reason);
+VELMORA_API int velmora_find_type(int n, int is_complex, int form, const int* start,
+                                  const int* index, const double* value, const char** reason);
 
 /*
  * The upper triangle as the symmetric and Hermitian types want it, with a full diagonal, from all

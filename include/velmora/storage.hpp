@@ -138,7 +138,7 @@ struct Finding {
 inline Finding find_kind(int n, bool complex, const int* start, const int* index,
                          const void* value) {
   const char* reason = "";
-  switch (velmora_find_type(n, complex ? 1 : 0, start, index, static_cast<const double*>(value),
+  switch (velmora_find_type(n, complex ? 1 : 0, 0, start, index, static_cast<const double*>(value),
                             &reason)) {
     case 0:
       throw Error(-2, "no memory to examine the matrix");

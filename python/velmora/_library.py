@@ -63,7 +63,7 @@ lib.velmora_version.restype = ctypes.c_char_p
 lib.velmora_error_text.argtypes = [ctypes.c_int]
 lib.velmora_error_text.restype = ctypes.c_char_p
 
-lib.velmora_find_type.argtypes = [ctypes.c_int] * 2 + [_address] * 3 + [
+lib.velmora_find_type.argtypes = [ctypes.c_int] * 3 + [_address] * 3 + [
     ctypes.POINTER(ctypes.c_char_p)]
 lib.velmora_upper_triangle.argtypes = [ctypes.c_int] * 3 + [_address] * 6
 

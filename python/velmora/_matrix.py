@@ -100,7 +100,7 @@ class Lines:
     def find_type(self):
         """Cheapest type that is safe for the matrix, and the reason in one clause."""
         reason = ctypes.c_char_p()
-        mtype = lib.velmora_find_type(self.n, int(self.complex), self.start.ctypes.data,
+        mtype = lib.velmora_find_type(self.n, int(self.complex), 0, self.start.ctypes.data,
                                       self.index.ctypes.data, self.data.ctypes.data,
                                       ctypes.byref(reason))
         if mtype == 0:

@@ -18,7 +18,10 @@
 namespace vlm {
 namespace {
 
-/// All entries of a matrix, by rows or by columns.
+/// What is there of a matrix.
+enum Form : int { all_entries = 0, symmetric_half = 1, hermitian_half = 2 };
+
+/// Entries of a matrix, by rows or by columns.
 template <class T>
 struct Lines {
   int n;
@@ -88,11 +91,21 @@ struct Choice {
   const char* reason;
 };
 
+/// The symmetry that a half says it has.
 template <class T>
-Choice choose_type(const Lines<T>& lines) {
+Symmetry symmetry_of_half(const Lines<T>& lines, Form form, std::vector<T>& diagonal) {
+  for (int i = 0; i < lines.n; ++i)
+    if (const int p = lines.begin(i); p < lines.end(i) && lines.other(p) == i)
+      diagonal[i] = lines.value[p];
+  return {true, form == symmetric_half, form == hermitian_half || !is_complex_v<T>};
+}
+
+template <class T>
+Choice choose_type(const Lines<T>& lines, Form form) {
   constexpr bool complex = is_complex_v<T>;
   std::vector<T> diagonal(static_cast<std::size_t>(lines.n), T(0));
-  const Symmetry found = compare_with_transpose(lines, diagonal);
+  const Symmetry found = form == all_entries ? compare_with_transpose(lines, diagonal)
+                                             : symmetry_of_half(lines, form, diagonal);
   if (!found.pattern) return {complex ? 13 : 11, "the pattern is not symmetric"};
   if (found.hermitian) {
     if (minors_are_positive(lines, diagonal))
@@ -135,10 +148,11 @@ int take_upper_triangle(const Lines<T>& lines, bool conjugated, int* ia, int* ja
 
 extern "C" {
 
-int velmora_find_type(int n, int is_complex, const int* start, const int* index,
+int velmora_find_type(int n, int is_complex, int form, const int* start, const int* index,
                       const double* value, const char** reason) try {
   const auto choose = [&](const auto* values) {
-    return vlm::choose_type(vlm::Lines<std::decay_t<decltype(*values)>>{n, start, index, values});
+    return vlm::choose_type(vlm::Lines<std::decay_t<decltype(*values)>>{n, start, index, values},
+                            static_cast<vlm::Form>(form));
   };
   const vlm::Choice found =
       is_complex != 0 ? choose(reinterpret_cast<const vlm::zcomplex*>(value)) : choose(value);

@@ -50,8 +50,8 @@ TEST(MultigridFailure, EveryAllocationFailsOnce) {
     for (const char* name : {"AML", "AMG", "SMAGGR"}) {
       SCOPED_TRACE(m.name + name);
       const Smat A = full(m);
-      const Vec b = random.vector(A->m, A->is_complex), x = zero(A->m, A->is_complex),
-                y = zero(A->m, A->is_complex);
+      const Vec b = random.vector(A->m, A->is_complex), x = zeros(A->m, A->is_complex),
+                y = zeros(A->m, A->is_complex);
       int failures = 0;
       bool more = true;
       {

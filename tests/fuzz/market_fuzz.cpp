@@ -19,7 +19,7 @@ void read_matrix(const std::string& path) {
   tool::BuildNotes notes;
   tool::SparseMatrix matrix = tool::build_matrix(std::move(file), notes);
   const tool::Traits traits = tool::examine(matrix);
-  const tool::TypeChoice choice = tool::choose_type(matrix, traits);
+  const tool::TypeChoice choice = tool::choose_type(matrix);
   tool::convert(matrix, traits, choice.mtype);
   fuzz::require_sound(matrix, choice.mtype);
 }

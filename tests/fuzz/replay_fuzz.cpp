@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     tool::Dump dump = tool::read_dump(file.path(), mtype);
     tool::SparseMatrix& matrix = dump.matrix;
     const tool::Traits traits = tool::examine(matrix);
-    const int chosen = mtype ? *mtype : tool::choose_type(matrix, traits).mtype;
+    const int chosen = mtype ? *mtype : tool::choose_type(matrix).mtype;
     tool::convert(matrix, traits, chosen);
     fuzz::require_sound(matrix, chosen);
     const auto values = static_cast<std::size_t>(matrix.n) * (matrix.complex ? 2 : 1);

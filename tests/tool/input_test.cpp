@@ -18,6 +18,7 @@
 #include "elimination.hpp"
 #include "matrix_market.hpp"
 #include "system.hpp"
+#include "types.hpp"
 
 namespace {
 
@@ -265,12 +266,11 @@ TEST_F(ToolInput, SymmetryIsSeenAndTrianglesUndone) {
       "%%MatrixMarket matrix coordinate complex general\n2 2 4\n1 1 4 0\n2 2 3 0\n";
   const auto look = [&](const std::string& text) { return tool::examine(build(file(text))); };
   const tool::Traits hermitian = look(head + "1 2 1 2\n2 1 1 -2\n");
-  EXPECT_TRUE(hermitian.hermitian && !hermitian.symmetric && hermitian.minors_positive);
+  EXPECT_TRUE(hermitian.hermitian && !hermitian.symmetric);
   const tool::Traits symmetric = look(head + "1 2 1 2\n2 1 1 2\n");
   EXPECT_TRUE(!symmetric.hermitian && symmetric.symmetric);
   const tool::Traits structural = look(head + "1 2 1 2\n2 1 5 2\n");
   EXPECT_TRUE(structural.structurally_symmetric && !structural.symmetric && !structural.hermitian);
-  EXPECT_FALSE(structural.minors_positive);
 
   for (const char* kind : {"symmetric", "hermitian"}) {
     const SparseMatrix half = build(file(std::string("%%MatrixMarket matrix coordinate complex ") +
@@ -279,6 +279,9 @@ TEST_F(ToolInput, SymmetryIsSeenAndTrianglesUndone) {
     EXPECT_EQ(whole.form, Form::full);
     EXPECT_EQ(dense(whole), dense(half));
     EXPECT_EQ(dense(tool::upper_triangle(whole, half.form)), dense(half));
+    EXPECT_EQ(tool::choose_type(half).mtype, half.form == Form::symmetric ? 6 : -4);
+    EXPECT_EQ(tool::choose_type(whole).mtype, tool::choose_type(half).mtype);
+    EXPECT_EQ(tool::choose_type(whole).reason, tool::choose_type(half).reason);
   }
   const SparseMatrix real_one =
       build(file("%%MatrixMarket matrix coordinate complex hermitian\n1 1 1\n1 1 3 0\n"));

@@ -395,7 +395,7 @@ class Solver {
 void decide_type(const Options& options, const SparseMatrix& matrix, const Traits& traits,
                  Report& report) {
   report.type =
-      options.type ? TypeChoice{*options.type, "as asked for"} : choose_type(matrix, traits);
+      options.type ? TypeChoice{*options.type, "as asked for"} : choose_type(matrix);
   if (options.settings.iterative && !options.type && report.type.mtype == 2)
     report.type = {-2, "symmetric, for the iterative solver"};
 }

@@ -159,33 +159,12 @@ void for_operator(const SparseMatrix& matrix, bool transposed, Visit visit) {
 }
 
 template <typename Scalar>
-void examine_diagonal(const SparseMatrix& matrix, Traits& traits) {
-  const auto n = static_cast<std::size_t>(matrix.n);
-  std::vector<Scalar> diagonal(n, Scalar(0));
-  std::vector<double> largest(n, 0.0);
-  for_operator<Scalar>(matrix, false, [&](std::size_t i, std::size_t j, Scalar value) {
-    if (i == j) {
-      diagonal[i] = value;
-    } else {
-      largest[i] = std::max(largest[i], std::abs(value));
-    }
-  });
-  traits.positive_diagonal = traits.strong_diagonal = true;
-  for (std::size_t i = 0; i < n; ++i) {
-    if (diagonal[i] == Scalar(0)) ++traits.zero_diagonal;
-    if (!(std::real(diagonal[i]) > 0) || std::imag(diagonal[i]) != 0) {
-      traits.positive_diagonal = false;
-    }
-    if (!(std::abs(diagonal[i]) > 0) || std::abs(diagonal[i]) < 0.1 * largest[i]) {
-      traits.strong_diagonal = false;
-    }
-  }
-  traits.minors_positive = traits.positive_diagonal;
-  if (!traits.positive_diagonal) return;
+std::int64_t count_zero_diagonal(const SparseMatrix& matrix) {
+  std::int64_t zeros = matrix.n;
   for_entries<Scalar>(matrix, [&](std::size_t i, std::size_t j, Scalar value) {
-    const double bound = std::sqrt(std::real(diagonal[i])) * std::sqrt(std::real(diagonal[j]));
-    if (i != j && !(std::abs(value) < bound)) traits.minors_positive = false;
+    if (i == j && value != Scalar(0)) --zeros;
   });
+  return zeros;
 }
 
 /// Sums of one residual, for one row.
@@ -444,11 +423,8 @@ Traits examine(const SparseMatrix& matrix) {
     traits.symmetric = matrix.form == Form::symmetric;
     traits.hermitian = matrix.form == Form::hermitian || !matrix.complex;
   }
-  if (matrix.complex) {
-    examine_diagonal<std::complex<double>>(matrix, traits);
-  } else {
-    examine_diagonal<double>(matrix, traits);
-  }
+  traits.zero_diagonal = matrix.complex ? count_zero_diagonal<std::complex<double>>(matrix)
+                                        : count_zero_diagonal<double>(matrix);
   return traits;
 }
 

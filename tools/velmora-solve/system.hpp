@@ -72,9 +72,6 @@ struct Traits {
   bool symmetric = false;          ///< a(i,j) == a(j,i) exactly
   bool hermitian = false;          ///< a(i,j) == conj(a(j,i)) exactly; for real ones as symmetric
   std::int64_t zero_diagonal = 0;  ///< rows whose diagonal entry is missing or zero
-  bool positive_diagonal = false;  ///< real and above zero in every row
-  bool minors_positive = false;    ///< positive diagonal, and |a(i,j)|^2 < a(i,i) a(j,j)
-  bool strong_diagonal = false;    ///< |a(i,i)| at least a tenth of the largest of its row
 };
 Traits examine(const SparseMatrix& matrix);
 

@@ -2,6 +2,9 @@
 #include "types.hpp"
 
 #include <fmt/format.h>
+#include <velmora/prepare.h>
+
+#include <new>
 
 namespace tool {
 
@@ -19,28 +22,13 @@ std::optional<int> type_of(const std::string& word) {
   return std::nullopt;
 }
 
-TypeChoice choose_type(const SparseMatrix& matrix, const Traits& traits) {
-  const bool mirrored = matrix.complex ? traits.hermitian : traits.symmetric;
-  const char* kind = matrix.complex ? "Hermitian" : "symmetric";
-  if (mirrored && traits.minors_positive) {
-    return {matrix.complex ? 4 : 2,
-            fmt::format("{} with positive diagonal and 2x2 minors: Cholesky is tried first", kind)};
-  }
-  if (mirrored) {
-    return {matrix.complex ? -4 : -2,
-            traits.zero_diagonal > 0
-                ? fmt::format("{} with {} zeros on the diagonal", kind, traits.zero_diagonal)
-            : traits.positive_diagonal
-                ? fmt::format("{}, but a 2x2 minor is not positive", kind)
-                : fmt::format("{} with entries on the diagonal that are not positive", kind)};
-  }
-  if (matrix.complex && traits.symmetric) return {6, "complex symmetric, not Hermitian"};
-  if (traits.structurally_symmetric && traits.strong_diagonal) {
-    return {matrix.complex ? 3 : 1, "symmetric pattern with a strong diagonal"};
-  }
-  return {matrix.complex ? 13 : 11, traits.structurally_symmetric
-                                        ? "symmetric pattern, but the diagonal is weak"
-                                        : "the pattern is not symmetric"};
+TypeChoice choose_type(const SparseMatrix& matrix) {
+  const int form = matrix.form == Form::full ? 0 : matrix.form == Form::symmetric ? 1 : 2;
+  const char* reason = "";
+  const int mtype = velmora_find_type(matrix.n, matrix.complex ? 1 : 0, form, matrix.ia.data(),
+                                      matrix.ja.data(), matrix.a.data(), &reason);
+  if (mtype == 0) throw std::bad_alloc();
+  return {mtype, reason};
 }
 
 std::int64_t convert(SparseMatrix& matrix, const Traits& traits, int mtype) {

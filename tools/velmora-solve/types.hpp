@@ -42,12 +42,12 @@ struct TypeChoice {
   std::string reason;  ///< one clause for the user
 };
 
-/// Cheapest type that is safe for a matrix with these traits.
+/// Cheapest type that is safe for a matrix, as the library finds it.
 ///
 /// A symmetric (Hermitian) matrix whose diagonal and 2x2 minors are positive is offered to
 /// Cholesky, which finds out by itself when the matrix is not definite.  A pattern that is
 /// symmetric is used as such only with a strong diagonal, because that type has no matching.
-TypeChoice choose_type(const SparseMatrix& matrix, const Traits& traits);
+TypeChoice choose_type(const SparseMatrix& matrix);
 
 /// Brings the matrix into the storage of `mtype`: triangle or all entries, full diagonal, complex
 /// values.  @return zeros added on the diagonal

@@ -12,7 +12,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
 #include <new>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -113,6 +115,27 @@ template <class F>
 decltype(auto) by_kind(int is_complex, F&& f) {
   return is_complex ? f(zcomplex{}) : f(double{});
 }
+
+/// An object for one kind of scalar or for the other, or none.
+template <template <class> class Object>
+class OfKind {
+ public:
+  template <class T>
+  std::unique_ptr<Object<T>>& of() {
+    if constexpr (std::is_same_v<T, double>)
+      return real_;
+    else
+      return complex_;
+  }
+  void forget() {
+    real_.reset();
+    complex_.reset();
+  }
+
+ private:
+  std::unique_ptr<Object<double>> real_;
+  std::unique_ptr<Object<zcomplex>> complex_;
+};
 
 /// The larger number, or the one that is none.
 inline double larger(double a, double b) { return a >= b || std::isnan(a) ? a : b; }

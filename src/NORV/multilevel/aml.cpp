@@ -210,15 +210,8 @@ void build(const aml* h, Hierarchy<T>& levels) {
 }  // namespace
 
 aml* aml_new(void) {
-  aml_params p{};
+  aml_params p = default_params(Smoothing::ilut, 0);
   p.sparsify_fact = 1e-4;
-  p.sparsify_base = 0.08;
-  p.omega = 2.0 / 3.0;
-  p.strong_pos = p.strong_neg = 0.25;
-  p.coarsening_bis_bsize = 5;
-  p.smoothing_method = static_cast<int>(Smoothing::ilut);
-  p.ilut_thresh = 1e-3;
-  p.ilut_fill = 30;
   p.correction_method = 1;
   return new_record(5, 100, p);
 }

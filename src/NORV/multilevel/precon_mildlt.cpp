@@ -23,19 +23,9 @@ using vlm::norv::Mildlt;
 using namespace vlm::norv::params;
 
 /// What hangs on a record.
-struct MildltData {
-  std::unique_ptr<Mildlt<double>> real;
-  std::unique_ptr<Mildlt<zcomplex>> complex;
+struct MildltData : vlm::OfKind<Mildlt> {
   LevelOrder order;             ///< kept between setups
   const vec* target = nullptr;  ///< the caller's
-
-  template <class T>
-  std::unique_ptr<Mildlt<T>>& levels() {
-    if constexpr (std::is_same_v<T, double>)
-      return real;
-    else
-      return complex;
-  }
 };
 
 MildltData* data_of(precon* M) { return static_cast<MildltData*>(M->data); }
@@ -95,7 +85,7 @@ void set_up(precon* M, const smat* A, const vlm::norv::MildltOptions& options) {
   const bool again = (M->phase == 22 || M->phase == 23) && data->order.place.size() == A->m;
   LevelOrder order = again ? std::move(data->order) : LevelOrder();
   data->order = LevelOrder();
-  auto& levels = data->levels<T>();
+  auto& levels = data->of<T>();
   levels = std::make_unique<Mildlt<T>>(A, options, data->target, std::move(order));
   data->order = levels->take_order();
   M->nnz = bounded(levels->totals().entries);
@@ -104,16 +94,11 @@ void set_up(precon* M, const smat* A, const vlm::norv::MildltOptions& options) {
   M->nperturbed = bounded(levels->totals().perturbed);
 }
 
-void forget_levels(MildltData* data) {
-  data->real.reset();
-  data->complex.reset();
-}
-
 int mildlt_setup(precon* M, smat* A) {
   NORV_ASSERT(A->sym);
   M->is_complex = A->is_complex;
   vlm::guarded([&] {
-    forget_levels(data_of(M));
+    data_of(M)->forget();
     const vlm::norv::MildltOptions options = options_of(M);
     print_options(options);
     vlm::by_kind(A->is_complex, [&](auto kind) { set_up<decltype(kind)>(M, A, options); });
@@ -126,7 +111,7 @@ vec* mildlt_apply(vec* result, precon* M, const vec* x) {
   vlm::guarded([&] {
     vlm::by_kind(x->is_complex, [&](auto kind) {
       using T = decltype(kind);
-      auto& levels = data_of(M)->levels<T>();
+      auto& levels = data_of(M)->of<T>();
       NORV_ASSERT(levels != nullptr);
       levels->apply(vlm::values<T>(x), vlm::values<T>(result));
     });
@@ -139,7 +124,7 @@ void delete_data(void* data) { delete static_cast<MildltData*>(data); }
 /// Phases that make all anew release the record; 22 and 23 keep it with the order.
 void mildlt_free(precon* M, int phase) {
   MildltData* const data = data_of(M);
-  forget_levels(data);
+  data->forget();
   if (phase == 22 || phase == 23) return;
   vlm::remove_finalizer(data);
   delete data;

@@ -16,6 +16,20 @@ double percent(double part, double whole) { return whole > 0 ? 100.0 * part / wh
 
 }  // namespace
 
+aml_params default_params(Smoothing smoothing, int sweeps) {
+  aml_params p{};
+  p.sparsify_base = 0.08;
+  p.sparsify_fact = 0.5;
+  p.omega = 2.0 / 3.0;
+  p.strong_pos = p.strong_neg = 0.25;
+  p.coarsening_bis_bsize = 5;
+  p.smoothing_method = static_cast<int>(smoothing);
+  p.pre_smooth = p.pst_smooth = sweeps;
+  p.ilut_thresh = 1e-3;
+  p.ilut_fill = 30;
+  return p;
+}
+
 aml* new_record(int max_levels, int min_size, const aml_params& params) {
   auto* const h = allocate_cleared<aml>(1);
   h->max_levels = max_levels;

@@ -6,21 +6,7 @@
 #include "NORV/precons/ildlt_params.hpp"
 
 /// Levels of a record, of one kind of scalar or the other.
-struct aml_level {
-  template <class T>
-  std::unique_ptr<vlm::norv::Hierarchy<T>>& of() {
-    if constexpr (vlm::is_complex_v<T>)
-      return complex;
-    else
-      return real;
-  }
-  void forget() {
-    real.reset();
-    complex.reset();
-  }
-
-  std::unique_ptr<vlm::norv::Hierarchy<double>> real;
-  std::unique_ptr<vlm::norv::Hierarchy<vlm::zcomplex>> complex;
+struct aml_level : vlm::OfKind<vlm::norv::Hierarchy> {
   smat* A = nullptr;          ///< the caller's
   vlm::Vector<double> modes;  ///< mode_count vectors of mode_n values
   unsigned mode_n = 0;
@@ -28,6 +14,9 @@ struct aml_level {
 };
 
 namespace vlm::norv {
+
+/// What the methods begin with: so many sweeps of a smoother before and after.
+aml_params default_params(Smoothing smoothing, int sweeps);
 
 /// A record without levels.
 aml* new_record(int max_levels, int min_size, const aml_params& params);

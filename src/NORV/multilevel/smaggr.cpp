@@ -65,19 +65,7 @@ void build(const aml* h, Hierarchy<T>& levels, int block_size) {
 
 }  // namespace
 
-aml* smaggr_new(void) {
-  aml_params p{};
-  p.sparsify_base = 0.08;
-  p.sparsify_fact = 0.5;
-  p.omega = 2.0 / 3.0;
-  p.strong_pos = p.strong_neg = 0.25;
-  p.coarsening_bis_bsize = 5;
-  p.smoothing_method = static_cast<int>(Smoothing::gauss_seidel);
-  p.pre_smooth = p.pst_smooth = 2;
-  p.ilut_thresh = 1e-3;
-  p.ilut_fill = 30;
-  return new_record(5, 10000, p);
-}
+aml* smaggr_new(void) { return new_record(5, 10000, default_params(Smoothing::gauss_seidel, 2)); }
 
 int smaggr_setup_matrix(aml* h, smat* A, int block_size) {
   NORV_ASSERT(h != 0);

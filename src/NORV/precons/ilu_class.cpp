@@ -25,18 +25,8 @@ struct ScaledFactor {
   Vector<T> work;  ///< [n]
 };
 
-struct IluData {
+struct IluData : OfKind<ScaledFactor> {
   Transversal transversal;
-  std::unique_ptr<ScaledFactor<double>> real;
-  std::unique_ptr<ScaledFactor<zcomplex>> complex;
-
-  template <class T>
-  std::unique_ptr<ScaledFactor<T>>& of() {
-    if constexpr (is_complex_v<T>)
-      return complex;
-    else
-      return real;
-  }
 };
 
 int number(std::int64_t x) {
@@ -67,8 +57,7 @@ void setup_of_kind(precon* M, const smat* A) {
 template <Factorize<double> real, Factorize<zcomplex> complex>
 int setup(precon* M, smat* A) {
   IluData* const data = data_of<IluData>(M);
-  data->real.reset();
-  data->complex.reset();
+  data->forget();
   M->is_complex = A->is_complex;
   guarded([&] {
     if (A->is_complex)

@@ -41,14 +41,14 @@ void keep_factor(precon* M, IldltResult<T>&& result) {
   M->npos = kept->factor.npos;
   M->nneg = kept->factor.nneg;
   M->nperturbed = bounded(result.statistics.perturbed);
-  stand_alone(M)->factor<T>() = std::move(kept);
+  stand_alone(M)->of<T>() = std::move(kept);
 }
 
 vec* stand_alone_apply(vec* result, precon* M, const vec* x) {
   NORV_ASSERT(x->is_complex == M->is_complex);
   by_kind(x->is_complex, [&](auto kind) {
     using T = decltype(kind);
-    auto& kept = stand_alone(M)->factor<T>();
+    auto& kept = stand_alone(M)->of<T>();
     NORV_ASSERT(kept != nullptr);
     NORV_ASSERT(x->n == kept->place.size());
     T* const w = kept->work.data();

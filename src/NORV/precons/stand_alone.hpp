@@ -16,22 +16,8 @@ struct PermutedFactor {
 };
 
 /// What hangs on such a record.
-struct StandAlone {
-  std::unique_ptr<PermutedFactor<double>> real;
-  std::unique_ptr<PermutedFactor<zcomplex>> complex;
+struct StandAlone : OfKind<PermutedFactor> {
   const vec* target = nullptr;  ///< of a compensation; the caller's
-
-  template <class T>
-  std::unique_ptr<PermutedFactor<T>>& factor() {
-    if constexpr (is_complex_v<T>)
-      return complex;
-    else
-      return real;
-  }
-  void forget() {
-    real.reset();
-    complex.reset();
-  }
 };
 
 StandAlone* stand_alone(const precon* M);

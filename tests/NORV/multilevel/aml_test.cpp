@@ -68,7 +68,7 @@ TEST_F(AmlTest, CyclesConverge) {
         h->params.pre_smooth = h->params.pst_smooth = 1;
         ASSERT_EQ(aml_setup(h.get(), A.get()), 1);
         EXPECT_GE(h->num_levels, 3);
-        const Vec b = random.vector(A->m, A->is_complex), x = zero(A->m, A->is_complex);
+        const Vec b = random.vector(A->m, A->is_complex), x = zeros(A->m, A->is_complex);
         EXPECT_LT(solve_aml(h.get(), x.get(), b.get(), 1e-9, 100), 40);
         EXPECT_LT(relative_residual(A, x, b), 1e-9);
       }
@@ -83,7 +83,7 @@ TEST_F(AmlTest, EliminatesGroupsThatAreApart) {
     h->params.coarsening_method = 1;
     h->params.coarsening_bis_bsize = size;
     ASSERT_EQ(aml_setup(h.get(), A.get()), 1);
-    const auto& levels = *h->levels->real;
+    const auto& levels = *h->levels->of<double>();
     const Picture P = picture(levels.prolongation(0)), R = picture(levels.restriction(0));
     EXPECT_LT(distance(R * picture(A) * P, picture(levels.matrix(1))), 1e-12);
     // Unknowns that stay have a row of the identity; the others, joined along entries, the groups.

@@ -15,7 +15,7 @@ void compare_with_plain(const Smat& A, bool symmetric, RandomContainers& random)
   const GaussSeidel<T> sweeps(norv::rows<T>(A.get()), symmetric);
   const Vec b = random.vector(A->m, A->is_complex), x = random.vector(A->m, A->is_complex);
   const Vec r(smat_calc_residual(nullptr, A.get(), x.get(), b.get())),
-      work = zero(A->m, A->is_complex);
+      work = zeros(A->m, A->is_complex);
   const Picture M = picture(A);
   const auto at = [&](const Vec& v, int i) { return value(v->v, v->is_complex, std::size_t(i)); };
   std::vector<cplx> plain;
@@ -66,8 +66,8 @@ TEST(GaussSeidel, PartsKeepResidualAndTranspose) {
     const bool symmetric = m.triangle();
     const Threads two(2);
     const GaussSeidel<double> sweeps(norv::rows<double>(A.get()), symmetric);
-    const Vec u = random.vector(A->m, 0), v = random.vector(A->m, 0), work = zero(A->m, 0);
-    const Vec x = zero(A->m, 0), y = zero(A->m, 0), r(vec_copy(nullptr, u.get()));
+    const Vec u = random.vector(A->m, 0), v = random.vector(A->m, 0), work = zeros(A->m, 0);
+    const Vec x = zeros(A->m, 0), y = zeros(A->m, 0), r(vec_copy(nullptr, u.get()));
     sweeps.correct(x->v, r->v, work->v, true);
     const Vec left(smat_calc_residual(nullptr, A.get(), x.get(), u.get()));
     vec_sub(left.get(), left.get(), r.get());
@@ -79,7 +79,7 @@ TEST(GaussSeidel, PartsKeepResidualAndTranspose) {
                   1e-10 * vec_euclid_norm(u.get()) * vec_euclid_norm(v.get()));
     }
     const Threads one(1);
-    const Vec again = zero(A->m, 0), rest(vec_copy(nullptr, u.get()));
+    const Vec again = zeros(A->m, 0), rest(vec_copy(nullptr, u.get()));
     sweeps.correct(again->v, rest->v, work->v, true);
     EXPECT_TRUE(vec_equal(again.get(), x.get()));
     EXPECT_TRUE(vec_equal(rest.get(), r.get()));

@@ -6,16 +6,12 @@
 #include "norv/ildlt.h"
 #include "norv_log.hpp"
 #include "reference.hpp"
+#include "norv_objects.hpp"
 #include "smat_dense.hpp"
 
 namespace {
 
 using namespace vlm::test;
-
-struct FreePrecon {
-  void operator()(precon* M) const { precon_free(M, -1); }
-};
-using Precon = std::unique_ptr<precon, FreePrecon>;
 
 struct Settings {
   double kappa = 5, max_fill = 0, drop = 0, schur_drop = 0;

@@ -3,16 +3,12 @@
 #include <gtest/gtest.h>
 
 #include "norv_log.hpp"
+#include "norv_objects.hpp"
 #include "smat_dense.hpp"
 
 namespace {
 
 using namespace vlm::test;
-
-struct FreePrecon {
-  void operator()(precon* M) const { precon_free(M, -1); }
-};
-using Precon = std::unique_ptr<precon, FreePrecon>;
 
 /// Symmetric with a heavy diagonal of both signs, or one sign.
 Smat well_conditioned(RandomContainers& random, int n, int type, bool definite) {

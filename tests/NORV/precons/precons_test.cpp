@@ -5,15 +5,11 @@
 #include <gtest/gtest.h>
 
 #include "norv_log.hpp"
+#include "norv_objects.hpp"
 #include "smat_dense.hpp"
 
 namespace vlm::test {
 namespace {
-
-struct FreePrecon {
-  void operator()(precon* M) const { precon_free(M, -1); }
-};
-using Precon = std::unique_ptr<precon, FreePrecon>;
 
 const char* const names[] = {
     "DUMMY",   "XFSAI", "MFSAI",    "AUGBLOCK",  "CP_DIRECT", "SPAINDIAG", "SPAIONE",  "ILUT",

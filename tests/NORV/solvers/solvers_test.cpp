@@ -8,19 +8,11 @@
 
 #include "norv/interface.h"
 #include "norv_log.hpp"
+#include "norv_objects.hpp"
 #include "smat_dense.hpp"
 
 namespace vlm::test {
 namespace {
-
-struct FreePrecon {
-  void operator()(precon* M) const { precon_free(M, -1); }
-};
-using Precon = std::unique_ptr<precon, FreePrecon>;
-struct FreeSolver {
-  void operator()(solver* s) const { solver_free(s); }
-};
-using Solver = std::unique_ptr<solver, FreeSolver>;
 
 /// Symmetric indefinite: a path with diagonal entries of both signs, at least `gap` off zero.
 Smat indefinite(int n, bool cpx, double gap = 2.5) {
