@@ -46,7 +46,7 @@ class Settings(typing.NamedTuple):
     matching: typing.Optional[int] = None         # iparm(13)
     scaling: typing.Optional[int] = None          # iparm(11)
     pivoting: typing.Optional[int] = None         # iparm(21)
-    single_precision: bool = False                # iparm(29)
+    single_precision: bool = False                # iparm(29); types 1, -2 and 11 have it
     old_factor: int = 0                           # iparm(4)
     keep: int = 0                                 # iparm(38) = n - keep
     iparm: typing.Mapping[int, int] = {}

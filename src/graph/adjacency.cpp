@@ -14,10 +14,6 @@ namespace {
 
 constexpr std::int64_t max_position = std::numeric_limits<int>::max() - 1;
 
-}  // namespace
-
-namespace {
-
 // Each slice of the rows counts the neighbours of all nodes.
 constexpr int most_slices = 8;
 
