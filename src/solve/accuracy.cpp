@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 #include "base/amuxy.hpp"
 #include "base/scalar.hpp"
 #include "base/status.hpp"
 #include "base/values.hpp"
+#include "solve/accuracy_residual.hpp"
 #include "solve/row_errors.hpp"
 
 namespace vlm {
@@ -23,6 +25,8 @@ constexpr double good_backward = 1e-12, usable_backward = 1e-10;
 constexpr double good_bound = 1e-6, usable_bound = 0.2;
 /// Part that a step of refinement may leave for the factor to stand for A.
 constexpr double usable_contraction = 0.3;
+/// The factor was tried along a few vectors only.
+constexpr double bound_margin = 2;
 constexpr int block = accuracy_block;
 
 template <class T>
@@ -75,13 +79,18 @@ class Measurement {
     weight_ = reals;
     rounding_ = weight_ + n_;
     product_work_ = rounding_ + n_;
+    if (call.options.level < 2) return;
+    const auto place = reinterpret_cast<std::uintptr_t>(product_work_) +
+                       product_bytes(call.options, call.matrix.n);
+    constexpr std::uintptr_t unit = alignof(Extended<T>);
+    sums_ = reinterpret_cast<Extended<T>*>((place + unit - 1) / unit * unit);
   }
 
   static std::size_t bytes(const AccuracyOptions& options, int n, int nrhs) {
     const auto rows = static_cast<std::size_t>(n);
     return (3 * static_cast<std::size_t>(std::min(nrhs, block)) + 1) * rows * sizeof(T) +
-           2 * rows * sizeof(double) +
-           amuxy_work_bytes(n, options.type.mtype, options.transpose, options.threads);
+           2 * rows * sizeof(double) + product_bytes(options, n) +
+           (options.level < 2 ? 0 : rows * sizeof(Extended<T>) + alignof(Extended<T>));
   }
 
   int run(Accuracy& result) {
@@ -89,28 +98,33 @@ class Measurement {
     for (int k = 0; k < call_.nrhs; k += block)
       measure_columns(k, std::min(block, call_.nrhs - k), result);
     if (call_.options.level < 2) return status_ok;
-    // The row of the largest error: with its row sum the bound holds for what the solves tell.
     unit_vector(peak_row_);
-    result.bound = inverse_norm(1);
-    if (!(result.bound <= usable_bound)) result.bound = infinity;  // nothing is known of x
+    const double unseen = inverse_norm(1);
     std::fill_n(weight_, n_, 1.0);
     std::fill_n(residual_, n_, T(1.0 / static_cast<double>(n_)));
     result.condition = norm_a_ * inverse_norm(2);
+    const double growth = inverse_growth();  // after all solves
+    result.condition *= growth;
+    result.bound = bound_margin * (peak_ + unseen) * growth;
+    if (!(result.bound <= usable_bound)) result.bound = infinity;  // nothing is known of x
     return status_;
   }
 
  private:
-  /// Row sums of |A|, and by how much rounding may change a residual in relation to its terms: a
-  /// sum of k terms by the root of k (Higham and Mary, A new approach to probabilistic rounding
-  /// error analysis, 2019), times 0.3 for partial sums that grow evenly.
+  static std::size_t product_bytes(const AccuracyOptions& options, int n) {
+    return amuxy_work_bytes(n, options.type.mtype, options.transpose, options.threads);
+  }
+
+  /// Row sums of |A|, and by how many units rounding may change a residual in relation to its
+  /// terms: a sum of k terms by the root of k (Higham and Mary, A new approach to probabilistic
+  /// rounding error analysis, 2019), times 0.3 for partial sums that grow evenly.
   void prepare_rows() {
     std::fill_n(absolute_x_, n_, T(1));
     amuxy_abs_velmora(product_, 1, doubles(absolute_x_), doubles(row_sum_), product_work_);
     norm_a_ = largest(row_sum_, n_);
     std::fill_n(weight_, n_, 0.0);
     count_entries(call_.matrix, call_.options.type, call_.options.transpose, rounding_);
-    for (std::size_t i = 0; i < n_; ++i)
-      rounding_[i] = (1 + 0.3 * std::sqrt(rounding_[i])) * unit_roundoff;
+    for (std::size_t i = 0; i < n_; ++i) rounding_[i] = 1 + 0.3 * std::sqrt(rounding_[i]);
   }
 
   /// Backward errors of columns first to first + count - 1; weights for the bound.
@@ -126,7 +140,7 @@ class Measurement {
       const std::size_t column = n_ * static_cast<std::size_t>(k);
       measure_column(b + column, x + column, residual_ + column, absolute_b_ + column, result);
     }
-    if (call_.options.level == 2) find_peak(x, count);
+    if (call_.options.level == 2) find_errors(b, x, count);
   }
 
   /// @param terms  |A||x|
@@ -137,28 +151,37 @@ class Measurement {
       const double size_r = std::abs(r[i]), ax = std::abs(terms[i]), bi = std::abs(b[i]);
       rows.add(size_r, ax, bi, std::abs(row_sum_[i]) * size_x);
       // A solution 0 tells nothing of A: it is judged like one of ones, with their products.
-      const double change =
-          size_x == 0 ? rounding_[i] * std::abs(row_sum_[i]) : size_r + rounding_[i] * (ax + bi);
-      weight_[i] = larger(weight_[i], change == 0 ? 0 : change / (size_x == 0 ? 1 : size_x));
+      const double change = size_x == 0 ? unit_roundoff * std::abs(row_sum_[i])
+                                        : extended_roundoff * ((ax + bi) / size_x);
+      weight_[i] = larger(weight_[i], rounding_[i] * change);
     }
     result.componentwise = larger(result.componentwise, rows.total());
     result.entrywise = larger(result.entrywise, rows.entrywise());
     result.normwise = larger(result.normwise, ratio(largest(r, n_), norm_a_ * size_x + size_b));
   }
 
-  /// The errors themselves, as the factor sees them: the row of the largest, and what a step of
-  /// refinement leaves of them.
-  void find_peak(const T* x, int count) {
+  /// The errors themselves, as the factor tells them from residuals in extended precision: the
+  /// largest and its row, and what a step of refinement leaves of them.
+  void find_errors(const T* b, const T* x, int count) {
     T *const error = absolute_x_, *const left = absolute_b_;
+    double unit[block];
+    for (int k = 0; k < count; ++k) {
+      const std::size_t column = n_ * static_cast<std::size_t>(k);
+      unit[k] = extended_residual(product_, x + column, b + column, sums_, residual_ + column);
+    }
     solve(residual_, error, count);
     refine(residual_, error, left, count);
     for (int k = 0; k < count; ++k) {
       const std::size_t column = n_ * static_cast<std::size_t>(k);
-      const double size_x = largest(x + column, n_), size = largest(error + column, n_);
-      if (size > 0) left_ = larger(left_, largest(left + column, n_) / size);
+      const double size = largest(error + column, n_), size_x = largest(x + column, n_);
+      if (size == 0) continue;
+      left_ = larger(left_, largest(left + column, n_) / size);
+      const double part = unit[k] / size_x;
       for (std::size_t i = 0; i < n_; ++i) {
-        const double relative = std::abs(error[column + i]) / size_x;
-        if (relative > peak_) peak_ = relative, peak_row_ = i;
+        const double relative = std::abs(error[column + i]) * part;
+        if (!(relative <= peak_)) peak_ = larger(peak_, relative), peak_row_ = i;
+        const double rounding = unit_roundoff * std::abs(residual_[column + i]) * part;
+        weight_[i] = larger(weight_[i], rounding);
       }
     }
   }
@@ -229,17 +252,18 @@ class Measurement {
           v));
       estimate = std::max(top, apply(v));
     }
-    return unit * std::max(estimate, top) * inverse_growth(target, v, top);
+    refine(target, v, absolute_b_);
+    left_ = larger(left_, largest(absolute_b_, n_) / top);
+    return unit * std::max(estimate, top);
   }
 
   /// What A^-1 may be longer than (A + E)^-1, which is what the factor solves with.  The part q
-  /// that a step of refinement leaves of v, or of the errors, is |(A + E)^-1 E| along them, and
-  /// A^-1 longer by 1 / (1 - q) there; as much again, since q may be larger elsewhere.  A large q
-  /// may grow towards 1 in the next steps: such a factor tells nothing.
-  double inverse_growth(const T* target, const T* v, double size) {
-    refine(target, v, absolute_b_);
-    const double left = larger(left_, largest(absolute_b_, n_) / size);
-    return left < usable_contraction ? 1 / ((1 - left) * (1 - left)) : infinity;
+  /// that a step of refinement leaves of the errors, or of the solutions that the estimates met, is
+  /// |(A + E)^-1 E| along them, and A^-1 longer by 1 / (1 - q) there; as much again, since q may be
+  /// larger elsewhere.  A large q may grow towards 1 in the next steps: such a factor tells
+  /// nothing.
+  double inverse_growth() const {
+    return left_ < usable_contraction ? 1 / ((1 - left_) * (1 - left_)) : infinity;
   }
 
   static double* doubles(T* v) { return reinterpret_cast<double*>(v); }
@@ -251,8 +275,9 @@ class Measurement {
   T *residual_, *absolute_x_, *absolute_b_;  ///< [n, up to 4]; the last: |A||x|
   T* row_sum_;                               ///< of |A|  [n]
   double* weight_;                           ///< w of the norm that is estimated  [n]
-  double* rounding_;                         ///< relative error of a residual's terms  [n]
+  double* rounding_;                         ///< errors of a residual in units of its terms  [n]
   double* product_work_;
+  Extended<T>* sums_ = nullptr;  ///< level 2  [n]
   double norm_a_ = 0;
   double peak_ = 0;  ///< largest error
   double left_ = 0;  ///< largest part of the errors that a step of refinement leaves

@@ -8,12 +8,12 @@
 /// vanishes are judged by the norm of x instead of its entries, as in Arioli, Demmel and Duff,
 /// Solving sparse linear systems with sparse backward error, 1989.
 ///
-/// Bound and condition are norms || |A^-1| w || for a vector w, estimated with solves (Hager,
-/// Condition estimates, 1984; Higham, FORTRAN codes for estimating the one-norm of a matrix,
-/// 1988).  For the bound w holds the residuals with their rounding errors, for the condition
-/// ones.  The bound starts from the row with the largest error, as a solve for the residuals tells
-/// it.  The factor may belong to a nearby matrix: each estimate grows by what one step of
-/// refinement leaves of its worst solution.
+/// The bound is on the error A^-1 r itself: a solve for the residual r, which is summed up in
+/// extended precision, and for what rounding left in r a norm || |A^-1| w ||.  That norm and the
+/// condition, with w of ones, are estimated with solves (Hager, Condition estimates, 1984; Higham,
+/// FORTRAN codes for estimating the one-norm of a matrix, 1988); the one starts from the row with
+/// the largest error.  The factor may belong to a nearby matrix: bound and condition grow by what
+/// one step of refinement leaves of the worst solution of all these solves.
 ///
 /// Level 1 costs three products, level 2 up to ten solves more.
 #pragma once

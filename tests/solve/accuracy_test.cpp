@@ -179,7 +179,7 @@ TEST(Accuracy, AgreesWithTheReference) {
           EXPECT_GE(found.condition, condition / 3);
           const double error = true_error(m, off.x, off.b, nrhs, transpose);
           EXPECT_GE(found.bound, error * (1 - 1e-9));
-          EXPECT_LE(found.bound, error * 1000);
+          EXPECT_LE(found.bound, error * 2.1);
           EXPECT_LE(off.solves, 10 + 2 * (nrhs / accuracy_block));
           EXPECT_EQ(Measured(m, 1, transpose, nrhs, 1, 1e-5).solves, 0);
         }
@@ -253,7 +253,7 @@ struct Bounds {
       return verdict;
     }
     ++usable;
-    if (bound > 100 * error) ++wide;
+    if (bound > 10 * error) ++wide;
     return verdict;
   }
 };
@@ -282,7 +282,7 @@ TEST(Accuracy, BoundsHoldAndAreNarrow) {
     bounds.solve(interior_point_kkt(5, 6 + static_cast<int>(seed), seed), 2);
   }
   EXPECT_GT(bounds.usable, 100);
-  EXPECT_LE(bounds.wide * 10, bounds.usable);
+  EXPECT_EQ(bounds.wide, 0);
 }
 
 // Residuals that are beyond the range of a single-precision factor are none for its solves.
