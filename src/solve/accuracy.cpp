@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <utility>
 
 #include "base/amuxy.hpp"
 #include "base/scalar.hpp"
@@ -25,6 +26,7 @@ constexpr double good_backward = 1e-12, usable_backward = 1e-10;
 constexpr double good_bound = 1e-6, usable_bound = 0.2;
 /// Part that a step of refinement may leave for the factor to stand for A.
 constexpr double usable_contraction = 0.3;
+constexpr int contraction_steps = 3;
 /// The factor was tried along a few vectors only.
 constexpr double bound_margin = 2;
 constexpr int block = accuracy_block;
@@ -84,13 +86,18 @@ class Measurement {
                        product_bytes(call.options, call.matrix.n);
     constexpr std::uintptr_t unit = alignof(Extended<T>);
     sums_ = reinterpret_cast<Extended<T>*>((place + unit - 1) / unit * unit);
+    probe_ = reinterpret_cast<T*>(sums_ + n_);
+    probe_target_ = probe_ + n_;
+    std::fill_n(probe_, 2 * n_, T(0));
   }
 
   static std::size_t bytes(const AccuracyOptions& options, int n, int nrhs) {
     const auto rows = static_cast<std::size_t>(n);
     return (3 * static_cast<std::size_t>(std::min(nrhs, block)) + 1) * rows * sizeof(T) +
            2 * rows * sizeof(double) + product_bytes(options, n) +
-           (options.level < 2 ? 0 : rows * sizeof(Extended<T>) + alignof(Extended<T>));
+           (options.level < 2
+                ? 0
+                : rows * (sizeof(Extended<T>) + 2 * sizeof(T)) + alignof(Extended<T>));
   }
 
   int run(Accuracy& result) {
@@ -103,7 +110,7 @@ class Measurement {
     std::fill_n(weight_, n_, 1.0);
     std::fill_n(residual_, n_, T(1.0 / static_cast<double>(n_)));
     result.condition = norm_a_ * inverse_norm(2);
-    const double growth = inverse_growth();  // after all solves
+    const double growth = inverse_growth();
     result.condition *= growth;
     result.bound = bound_margin * (peak_ + unseen) * growth;
     if (!(result.bound <= usable_bound)) result.bound = infinity;  // nothing is known of x
@@ -161,21 +168,20 @@ class Measurement {
   }
 
   /// The errors themselves, as the factor tells them from residuals in extended precision: the
-  /// largest and its row, and what a step of refinement leaves of them.
+  /// largest and its row.
   void find_errors(const T* b, const T* x, int count) {
-    T *const error = absolute_x_, *const left = absolute_b_;
+    T* const error = absolute_x_;
     double unit[block];
     for (int k = 0; k < count; ++k) {
       const std::size_t column = n_ * static_cast<std::size_t>(k);
       unit[k] = extended_residual(product_, x + column, b + column, sums_, residual_ + column);
     }
     solve(residual_, error, count);
-    refine(residual_, error, left, count);
     for (int k = 0; k < count; ++k) {
       const std::size_t column = n_ * static_cast<std::size_t>(k);
       const double size = largest(error + column, n_), size_x = largest(x + column, n_);
       if (size == 0) continue;
-      left_ = larger(left_, largest(left + column, n_) / size);
+      add_probe(residual_ + column, error + column, size);
       const double part = unit[k] / size_x;
       for (std::size_t i = 0; i < n_; ++i) {
         const double relative = std::abs(error[column + i]) * part;
@@ -204,10 +210,13 @@ class Measurement {
     }
   }
 
-  /// left := A^-1 (target - A v), what the solution v leaves to correct.
-  void refine(const T* target, const T* v, T* left, int columns = 1) {
-    amuxy_res_velmora(product_, columns, doubles(v), doubles(target), doubles(left), product_work_);
-    solve(left, left, columns);
+  /// The solution v of size `size` for a right-hand side, as a part of what the factor is tried on.
+  void add_probe(const T* target, const T* v, double size) {
+    if (size == 0) return;
+    for (std::size_t i = 0; i < n_; ++i) {
+      probe_[i] += v[i] / size;
+      probe_target_[i] += target[i] / size;
+    }
   }
 
   /// v := A^-H v.
@@ -252,18 +261,27 @@ class Measurement {
           v));
       estimate = std::max(top, apply(v));
     }
-    refine(target, v, absolute_b_);
-    left_ = larger(left_, largest(absolute_b_, n_) / top);
+    add_probe(target, v, top);
     return unit * std::max(estimate, top);
   }
 
-  /// What A^-1 may be longer than (A + E)^-1, which is what the factor solves with.  The part q
-  /// that a step of refinement leaves of the errors, or of the solutions that the estimates met, is
-  /// |(A + E)^-1 E| along them, and A^-1 longer by 1 / (1 - q) there; as much again, since q may be
-  /// larger elsewhere.  A large q may grow towards 1 in the next steps: such a factor tells
-  /// nothing.
-  double inverse_growth() const {
-    return left_ < usable_contraction ? 1 / ((1 - left_) * (1 - left_)) : infinity;
+  /// What A^-1 may be longer than (A + E)^-1, which is what the factor solves with.  Refinement of
+  /// all solutions that were met, errors included, contracts by the part q = |(A + E)^-1 E|, and
+  /// A^-1 is longer by 1 / (1 - q); as much again, since q may be larger elsewhere.  Some steps
+  /// bring out the largest q, as in the power method: where A is singular to working precision and
+  /// only E is not, it is 1.  A large q may grow still: such a factor tells nothing.
+  double inverse_growth() {
+    T *v = probe_, *target = probe_target_, *next = residual_;
+    double q = 0, size = largest(v, n_);
+    for (int step = 0; step < contraction_steps && size != 0; ++step) {
+      amuxy_res_velmora(product_, 1, doubles(v), doubles(target), doubles(next), product_work_);
+      std::swap(target, next);
+      solve(target, v);
+      const double left = largest(v, n_);
+      q = larger(q, left / size);
+      size = left;
+    }
+    return q < usable_contraction ? 1 / ((1 - q) * (1 - q)) : infinity;
   }
 
   static double* doubles(T* v) { return reinterpret_cast<double*>(v); }
@@ -277,10 +295,10 @@ class Measurement {
   double* weight_;                           ///< w of the norm that is estimated  [n]
   double* rounding_;                         ///< errors of a residual in units of its terms  [n]
   double* product_work_;
-  Extended<T>* sums_ = nullptr;  ///< level 2  [n]
+  Extended<T>* sums_ = nullptr;                   ///< level 2  [n]
+  T *probe_ = nullptr, *probe_target_ = nullptr;  ///< sums of solutions, right-hand sides  [n]
   double norm_a_ = 0;
   double peak_ = 0;  ///< largest error
-  double left_ = 0;  ///< largest part of the errors that a step of refinement leaves
   std::size_t peak_row_ = 0;
   int status_ = status_ok;
 };

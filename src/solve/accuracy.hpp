@@ -13,7 +13,7 @@
 /// condition, with w of ones, are estimated with solves (Hager, Condition estimates, 1984; Higham,
 /// FORTRAN codes for estimating the one-norm of a matrix, 1988); the one starts from the row with
 /// the largest error.  The factor may belong to a nearby matrix: bound and condition grow by what
-/// one step of refinement leaves of the worst solution of all these solves.
+/// refinement leaves of the solutions of all these solves.
 ///
 /// Level 1 costs three products, level 2 up to ten solves more.
 #pragma once
