@@ -107,7 +107,8 @@ class Measurement {
     if (call_.options.level < 2) return status_ok;
     unit_vector(peak_row_);
     const double unseen = inverse_norm(1);
-    std::fill_n(weight_, n_, 1.0);
+    // Ones, but for values whose products are without rounding errors, which are to be seen.
+    for (std::size_t i = 0; i < n_; ++i) weight_[i] = 1 - 0.1 / static_cast<double>(3 + i % 7);
     std::fill_n(residual_, n_, T(1.0 / static_cast<double>(n_)));
     result.condition = norm_a_ * inverse_norm(2);
     const double growth = inverse_growth();
@@ -210,12 +211,17 @@ class Measurement {
     }
   }
 
-  /// The solution v of size `size` for a right-hand side, as a part of what the factor is tried on.
+  /// The solution v of size `size` for a right-hand side, as a part of what the factor is tried on;
+  /// with the sign that does not cancel what the others have in common with it.
   void add_probe(const T* target, const T* v, double size) {
     if (size == 0) return;
+    double common = 0;
+    for (std::size_t i = 0; i < n_; ++i)
+      common += std::real(maybe_conj<true>(probe_[i]) * (v[i] / size));
+    const double part = common < 0 ? -size : size;
     for (std::size_t i = 0; i < n_; ++i) {
-      probe_[i] += v[i] / size;
-      probe_target_[i] += target[i] / size;
+      probe_[i] += v[i] / part;
+      probe_target_[i] += target[i] / part;
     }
   }
 
