@@ -24,8 +24,9 @@ constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double good_backward = 1e-12, usable_backward = 1e-10;
 /// Bounds on the error: six digits are certain, and one.
 constexpr double good_bound = 1e-6, usable_bound = 0.2;
-/// Part that a step of refinement may leave for the factor to stand for A.
-constexpr double usable_contraction = 0.3;
+/// Part that a step of refinement may leave for the factor to stand for A, and from which it
+/// matters that it grows from step to step.
+constexpr double usable_contraction = 0.3, noticeable_contraction = 0.01;
 constexpr int contraction_steps = 3;
 /// The factor was tried along a few vectors only.
 constexpr double bound_margin = 2;
@@ -275,19 +276,22 @@ class Measurement {
   /// all solutions that were met, errors included, contracts by the part q = |(A + E)^-1 E|, and
   /// A^-1 is longer by 1 / (1 - q); as much again, since q may be larger elsewhere.  Some steps
   /// bring out the largest q, as in the power method: where A is singular to working precision and
-  /// only E is not, it is 1.  A large q may grow still: such a factor tells nothing.
+  /// only E is not, it is 1.  A large q, or one that still grows: such a factor tells nothing.
   double inverse_growth() {
     T *v = probe_, *target = probe_target_, *next = residual_;
-    double q = 0, size = largest(v, n_);
+    double q = 0, last = 0, size = largest(v, n_);
+    bool grows = false;
     for (int step = 0; step < contraction_steps && size != 0; ++step) {
       amuxy_res_velmora(product_, 1, doubles(v), doubles(target), doubles(next), product_work_);
       std::swap(target, next);
       solve(target, v);
-      const double left = largest(v, n_);
-      q = larger(q, left / size);
+      const double left = largest(v, n_), part = left / size;
+      grows = part > 2 * last && part > noticeable_contraction;
+      last = part;
+      q = larger(q, part);
       size = left;
     }
-    return q < usable_contraction ? 1 / ((1 - q) * (1 - q)) : infinity;
+    return q < usable_contraction && !grows ? 1 / ((1 - q) * (1 - q)) : infinity;
   }
 
   static double* doubles(T* v) { return reinterpret_cast<double*>(v); }
