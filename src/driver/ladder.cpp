@@ -260,10 +260,8 @@ class Climb {
     if (improved || !is_certain()) {
       const Accuracy before = accuracy_;
       measure(solve, transpose, factor.perturbed + factor.grown);
-      // The same solution is as good as the best factor can show.
-      const bool tells_more =
-          accuracy_.bound < before.bound ||
-          (accuracy_.bound == before.bound && accuracy_.condition < before.condition);
+      // Of the same solution the factor nearest to the matrix tells the truth.
+      const bool tells_more = accuracy_.contraction < before.contraction;
       if (!improved && before.verdict != verdict_none && !tells_more)
         accuracy_ = before;
       else

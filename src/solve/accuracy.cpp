@@ -112,7 +112,10 @@ class Measurement {
     for (std::size_t i = 0; i < n_; ++i) weight_[i] = 1 - 0.1 / static_cast<double>(3 + i % 7);
     std::fill_n(residual_, n_, T(1.0 / static_cast<double>(n_)));
     result.condition = norm_a_ * inverse_norm(2);
-    const double growth = inverse_growth();
+    result.contraction =
+        std::isfinite(unseen) && std::isfinite(result.condition) ? contraction() : infinity;
+    const double q = result.contraction;
+    const double growth = q < usable_contraction ? 1 / ((1 - q) * (1 - q)) : infinity;
     result.condition *= growth;
     result.bound = bound_margin * (peak_ + unseen) * growth;
     if (!(result.bound <= usable_bound)) result.bound = infinity;  // nothing is known of x
@@ -272,12 +275,12 @@ class Measurement {
     return unit * std::max(estimate, top);
   }
 
-  /// What A^-1 may be longer than (A + E)^-1, which is what the factor solves with.  Refinement of
-  /// all solutions that were met, errors included, contracts by the part q = |(A + E)^-1 E|, and
-  /// A^-1 is longer by 1 / (1 - q); as much again, since q may be larger elsewhere.  Some steps
-  /// bring out the largest q, as in the power method: where A is singular to working precision and
-  /// only E is not, it is 1.  A large q, or one that still grows: such a factor tells nothing.
-  double inverse_growth() {
+  /// The part q that refinement leaves of the solutions that were met, errors included: the norm
+  /// |(A + E)^-1 E| along them, where A + E is what the factor solves with.  A^-1 is longer than
+  /// (A + E)^-1 by 1 / (1 - q); as much again, since q may be larger elsewhere.  Some steps bring
+  /// out the largest q, as in the power method: where A is singular to working precision and only E
+  /// is not, it is 1.  A large q, or one that still grows, tells nothing.
+  double contraction() {
     T *v = probe_, *target = probe_target_, *next = residual_;
     double q = 0, last = 0, size = largest(v, n_);
     bool grows = false;
@@ -291,7 +294,7 @@ class Measurement {
       q = larger(q, part);
       size = left;
     }
-    return q < usable_contraction && !grows ? 1 / ((1 - q) * (1 - q)) : infinity;
+    return grows ? std::max(q, 1.0) : q;
   }
 
   static double* doubles(T* v) { return reinterpret_cast<double*>(v); }

@@ -49,6 +49,7 @@ struct Accuracy {
   double entrywise = 0;      ///< componentwise, the rows of small |A||x| judged like the others
   double condition = 0;      ///< |A| |A^-1|, largest row sums
   double bound = 0;          ///< on max|x - x*| / max|x|
+  double contraction = 0;    ///< what a step of refinement leaves: how far the factor is from A
   AccuracyVerdict verdict = verdict_none;
 };
 

@@ -285,6 +285,43 @@ TEST(Accuracy, BoundsHoldAndAreNarrow) {
   EXPECT_EQ(bounds.wide, 0);
 }
 
+/// A random matrix with zeros on its diagonal, in which two unknowns occur in one equation only.
+Matrix two_leaves(int mtype, std::uint64_t seed) {
+  Rng rng(seed);
+  const int n = 8 + rng.below(60);
+  const bool mirrored = mtype % 2 != 0;
+  Builder builder("leaves", mtype, n);
+  const auto couple = [&](int i, int j) {
+    builder.add(i, j, rng.centred(builder.complex()));
+    if (mirrored) builder.add(j, i, rng.centred(builder.complex()));
+  };
+  for (int i = 0; i < n - 2; ++i) {
+    if (i % 4 == 0) builder.add(i, i, rng.uniform(1, 2));
+    couple(i, (i + 1) % (n - 2));
+    couple(i, (i + 2 + rng.below(n - 5)) % (n - 2));
+  }
+  couple(0, n - 2);
+  couple(0, n - 1);
+  return builder.finish();
+}
+
+// Replaced pivots make a factor of a singular matrix regular, and refinement finds one of its
+// solutions: there is no bound on its distance from the others.
+TEST(Accuracy, SingularSystemsHaveNoBound) {
+  for (const int mtype : {1, -2, 3, -4, 6, 11, 13})
+    for (std::uint64_t seed = 1; seed <= 40; ++seed) {
+      const Matrix m = two_leaves(mtype, seed);
+      const auto b = product(m, random_vector(m, 1, seed));
+      Session s(m);
+      s.iparm(29) = seed % 4 == 0 && matrix_type(mtype).single;
+      s.iparm(40) = 2;
+      s.solve(b, 1, 13);
+      EXPECT_NE(s.error, 0) << mtype << " seed " << seed;
+      EXPECT_TRUE(s.iparm(41) == verdict_useless || s.iparm(41) == verdict_none)
+          << mtype << " seed " << seed << " bound " << s.dparm(43);
+    }
+}
+
 // Residuals that are beyond the range of a single-precision factor are none for its solves.
 TEST(Accuracy, UnitsOfTheRightHandSideMakeNoDifference) {
   for (const int mtype : all_mtypes)
