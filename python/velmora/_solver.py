@@ -209,6 +209,13 @@ class Factorization(LinearOperator):
         if phase == 33 and not told and _library.last_message()[0]:
             raise _library.failure(-4, False)
 
+    def measures(self, wanted):
+        """Whether solves with this factor are measured and refined, as the settings say, or plain."""
+        _configure(self._handle, self._matrix, self._settings)
+        if not wanted:
+            i, s = self._handle.integers, self._settings
+            i[8], i[40], i[42] = s.refinement or 0, s.accuracy or 0, 0
+
     def _need_factor(self):
         if not self._factored:
             _matrix.refuse("there is no factor: call factorize() or refactorize(A)")
