@@ -47,5 +47,6 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
     "${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} (>= ${PROJECT_VERSION}), python3, python3-numpy, python3-scipy")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-petsc4py)
 set(CPACK_DEBIAN_PYTHON_DESCRIPTION "${about}\nThis package has the Python interface, for SciPy's matrices.")
 include(CPack)

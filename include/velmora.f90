@@ -11,9 +11,9 @@
 !> will do.  iparm and dparm have the numbers of velmora.h.  The module is compiled with the program
 !> that uses it, so that it fits every compiler.
 module velmora
-  use, intrinsic :: iso_c_binding, only: c_int, c_double, c_double_complex, c_char, c_intptr_t
+  use, intrinsic :: iso_c_binding, only: c_int, c_double, c_double_complex, c_char, c_intptr_t, c_long_long
   implicit none
-  private :: c_int, c_double, c_double_complex, c_char, c_intptr_t
+  private :: c_int, c_double, c_double_complex, c_char, c_intptr_t, c_long_long
 
   !> The handle; empty at first.
   type, bind(c) :: velmora_handle
@@ -136,6 +136,17 @@ module velmora
       integer(c_int), intent(inout) :: is(*), js(*)
     end subroutine velmora_schur_complex
   end interface velmora_get_schur
+
+  interface
+    !> 0, or error_memory where the machine has less memory left than a factorization needs, in KB
+    !> (iparm(17) after the analysis); left receives what there is, 0 where the system does not tell.
+    function velmora_require_memory(kilobytes, left) result(error) bind(c)
+      import :: c_int, c_long_long
+      integer(c_long_long), value :: kilobytes
+      integer(c_long_long), intent(out) :: left
+      integer(c_int) :: error
+    end function velmora_require_memory
+  end interface
 
   !> The checker: 0, or what is wrong with a matrix; velmora.h lists the numbers.
   interface velmora_check

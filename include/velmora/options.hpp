@@ -70,6 +70,8 @@ struct Options {
   bool fixed_order = false;
   /// Keep a copy of the matrix also where the caller's arrays could be read, so that they may go.
   bool own = false;
+  /// Refuse a factorization that needs more memory than the machine has left.
+  bool heed_memory = true;
   bool verbose = false;  ///< messages and reports on standard output
   /// Any other entries, by their numbers in velmora.h; they overrule what is above.
   std::vector<std::pair<int, int>> iparm;
@@ -108,7 +110,7 @@ struct Figures {
   int gigaflop = 0;              ///< operations in 10^9, truncated
   int perturbed_pivots = 0;      ///< replaced ones
   std::int64_t analysis_kb = 0;  ///< peak of the analysis
-  std::int64_t factor_kb = 0;    ///< factors and their work space
+  std::int64_t factor_kb = 0;    ///< factors and their work space; a forecast after the analysis
   int threads = 0;
 };
 

@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 /*
- * velmora/prepare.h - bringing a matrix to the library: its type, its upper triangle.
+ * velmora/prepare.h - what comes before a factorization: the matrix's type, its upper triangle, and
+ * whether there is memory.
  */
 #ifndef VELMORA_PREPARE_H
 #define VELMORA_PREPARE_H
@@ -38,6 +39,17 @@ VELMORA_API int velmora_find_type(int n, int is_complex, int form, const int* st
 VELMORA_API int velmora_upper_triangle(int n, int is_complex, int conjugated, const int* start,
                                        const int* index, const double* value, int* ia, int* ja,
                                        double* a);
+
+/*
+ * Whether the machine has the memory of a factorization: what is available beside the swap space,
+ * the control group of the process, and the limit of its address space.  A phase 22 itself takes
+ * what the system promises, and the system may end the process for it later.
+ *   kilobytes  what is needed: iparm(17) after phase 11                       in, by value
+ *   left       receives what is left, in KB; 0 where the system does not tell; may be null  out
+ * Returns 0, also where the system does not tell or, without left, for less than 16 MB; or -2, and
+ * velmora_last_message() has both figures.
+ */
+VELMORA_API int velmora_require_memory(long long kilobytes, long long* left);
 
 #ifdef __cplusplus
 }

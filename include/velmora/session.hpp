@@ -112,6 +112,7 @@ class Session {
     factored_ = false;
     accuracy = {};
     condition_known_ = false;
+    require_memory();
     try {
       call(22);
     } catch (const Error& failed) {
@@ -124,9 +125,10 @@ class Session {
       configure();
       call(11);
       analysed_ = true;
+      require_memory();
       call(22);
     }
-    factored_ = true;
+    factored_ = has_memory_ = true;
   }
 
   void solve(Span<const S> b, Span<S> x, Operation operation) {
@@ -360,9 +362,16 @@ class Session {
     if (phase == 33 && !told && !Message().text.empty()) fail(-4);
   }
 
+  /// Once for each analysis; later factors take the place of the first.
+  void require_memory() const {
+    if (!options_.heed_memory || has_memory_) return;
+    if (velmora_require_memory(iparm(17), nullptr) != 0) fail(-2);
+  }
+
   void call(int phase) { judge(phase, try_call(phase, storage.a(), nullptr, nullptr, 1)); }
 
   void release() {
+    has_memory_ = false;
     const int one = 1, quiet = 0, phase = -1, mtype = type();
     int error = 0;
     velmora(handle_.data(), &one, &one, &mtype, &phase, &storage.n, nullptr, nullptr, nullptr,
@@ -375,7 +384,7 @@ class Session {
   std::array<void*, 64> handle_{};
   std::array<int, 64> iparm_{};
   std::array<double, 64> dparm_{};
-  bool analysed_ = false, factored_ = false, condition_known_ = false;
+  bool analysed_ = false, factored_ = false, condition_known_ = false, has_memory_ = false;
 };
 
 }  // namespace detail

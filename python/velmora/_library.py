@@ -67,6 +67,8 @@ lib.velmora_find_type.argtypes = [ctypes.c_int] * 3 + [_address] * 3 + [
     ctypes.POINTER(ctypes.c_char_p)]
 lib.velmora_upper_triangle.argtypes = [ctypes.c_int] * 3 + [_address] * 6
 
+lib.velmora_require_memory.argtypes = [ctypes.c_longlong, _address]
+
 LISTEN = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_int, ctypes.c_double)
 lib.velmora_set_progress.argtypes = [_address] * 3
 lib.velmora_set_progress.restype = None

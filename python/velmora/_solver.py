@@ -51,6 +51,7 @@ class Settings(typing.NamedTuple):
     keep: int = 0                                 # iparm(38) = n - keep
     iparm: typing.Mapping[int, int] = {}
     dparm: typing.Mapping[int, float] = {}
+    heed_memory: bool = True                      # refuses what the machine has no memory for
     verbose: bool = False
     progress: typing.Optional[typing.Callable[[str, float], None]] = None
 
@@ -134,6 +135,11 @@ class Factorization(LinearOperator):
         return -1000 * told if told < 0 else told
 
     @property
+    def memory(self) -> int:
+        """KB of the factor and its work space; after the analysis a forecast."""
+        return self.iparm(17)
+
+    @property
     def perturbed_pivots(self) -> int:
         """Pivots that were too small and have been replaced."""
         return int(self.iparm(14)) if self._factored else 0
@@ -183,11 +189,13 @@ class Factorization(LinearOperator):
             before.close()
             self._handle.seconds = before.seconds
         self._handle.progress = self._settings.progress
+        self._has_memory = False
         _configure(self._handle, self._matrix, self._settings)
         self._call(11)
 
     def _factor(self):
         self._factored = self._condition_known = False
+        self._require_memory()
         try:
             self._call(22)
         except NotPositiveDefiniteError:
@@ -196,8 +204,15 @@ class Factorization(LinearOperator):
             self._matrix.mtype = -self.mtype
             self._matrix.reason = "Cholesky found that it is not definite"
             self._analyse()
+            self._require_memory()
             self._call(22)
-        self._factored = True
+        self._factored = self._has_memory = True
+
+    def _require_memory(self):
+        """Once for each analysis; later factors take the place of the first."""
+        if self._settings.heed_memory and not self._has_memory:
+            if _library.lib.velmora_require_memory(self.memory, None):
+                raise _library.failure(-2, False)
 
     def _call(self, phase, b=None, x=None, nrhs=1, **arrays):
         """One call; raises for its errors."""
@@ -208,6 +223,13 @@ class Factorization(LinearOperator):
         told = self.iparm(40) > 0 or self.iparm(42) > 0 or self.iparm(4) != 0
         if phase == 33 and not told and _library.last_message()[0]:
             raise _library.failure(-4, False)
+
+    def measures(self, wanted):
+        """Whether solves with this factor are measured and refined, as the settings say, or plain."""
+        _configure(self._handle, self._matrix, self._settings)
+        if not wanted:
+            i, s = self._handle.integers, self._settings
+            i[8], i[40], i[42] = s.refinement or 0, s.accuracy or 0, 0
 
     def _need_factor(self):
         if not self._factored:
@@ -491,6 +513,8 @@ def factorize(A, **options) -> Factorization:
     threads     0: as many as OpenMP gives
     robust      True: solves are measured, and go on until the solution is good; 2x2 pivots, and
                 matching where the diagonal has zeros.  False: the plain, slightly quicker solves
+    heed_memory True: raises OutOfMemoryError where the machine has less memory left than the factor
+                is forecast to take
     accuracy    0 to 2, what is measured of a solution; None: 1 with robust, and 2 once for a factor
                 whose solution is suspicious
     ordering    "nd", "mmd" or "cmd"

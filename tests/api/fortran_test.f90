@@ -2,12 +2,13 @@
 ! The Fortran module beyond its example: complex values, Schur complement, checker, messages.
 program fortran_test
   use velmora
-  use iso_fortran_env, only: real64
+  use iso_fortran_env, only: real64, int64
   implicit none
   complex(real64), parameter :: i = (0d0, 1d0)
   type(velmora_handle) :: handle
   integer :: iparm(64) = 0, ia(4) = [1, 3, 5, 6], ja(5) = [1, 2, 2, 3, 3], perm(3), is(2), js(1), error
   real(real64) :: dparm(64)
+  integer(int64) :: left
   complex(real64) :: a(5), b(3), x(3), s(1)
 
   ! Hermitian, upper triangle: [ 2 i 0; -i 3 1; 0 1 -4 ]
@@ -36,6 +37,9 @@ program fortran_test
                    dparm)
   call expect(error /= 0 .and. index(velmora_message(), 'phase') > 0, 'the message of a wrong phase')
   call velmora_release(handle)
+
+  call expect(velmora_require_memory(1_int64, left) == error_none .and. left >= 0, 'memory for a factor')
+  call expect(left == 0 .or. velmora_require_memory(huge(left), left) == error_memory, 'too much memory')
 
 contains
 

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """The Python package against dense references of NumPy."""
 
+import resource
 import signal
 import threading
 import warnings
@@ -195,6 +196,23 @@ def test_errors_and_warnings():
     with warnings.catch_warnings():
         warnings.simplefilter("error")
         velmora.spsolve(sp.csr_matrix(random_matrix("sym")), np.ones(40))
+
+
+def test_what_the_machine_has_no_memory_for_is_refused():
+    line = sp.diags([-1.0, 2.1, -1.0], [-1, 0, 1], (120, 120))
+    A = sp.csr_matrix(sp.kron(line, sp.identity(120)) + sp.kron(sp.identity(120), line))
+    f = velmora.analyse(sp.kron(A, np.ones((3, 3))) + sp.identity(3 * A.shape[0]), threads=1)
+    assert f.memory > 20000
+    before = resource.getrlimit(resource.RLIMIT_AS)
+    with open("/proc/self/statm") as statm:
+        space = int(statm.read().split()[0]) * resource.getpagesize()
+    resource.setrlimit(resource.RLIMIT_AS, (space + 2**23, before[1]))
+    try:
+        with pytest.raises(velmora.OutOfMemoryError, match="needs .* the machine has .* left"):
+            f.factorize()
+    finally:
+        resource.setrlimit(resource.RLIMIT_AS, before)
+    assert f.factorize().solve(np.ones(f.n)).shape == (f.n,)
 
 
 def test_progress_is_told_and_ends_calls():

@@ -135,7 +135,7 @@ for file in "$source"/README.md "$source"/docs/*.md "$source"/docs/site/*.md "$s
     *.md) split_page "$file" ;;
     *) split_manual "$file" ;;
   esac
-  try_blocks
+  [[ $page == docs/distributed.md ]] || try_blocks  # needs PETSc: ./dev distributed runs that one
   [[ $page == docs/site/* ]] || follow_links "$file"  # ./dev docs follows those of the site
 done
 for file in "$source"/bench/README.md "$source"/bench/results/*.md; do

@@ -4,13 +4,11 @@
 #include <fmt/format.h>
 #include <unistd.h>
 #include <velmora.h>
+#include <velmora/prepare.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <limits>
 
 #include "text_input.hpp"
 
@@ -46,23 +44,6 @@ std::string duration(double seconds) {
   const int whole = static_cast<int>(seconds + 0.5);
   return whole < 60 ? fmt::format("{} s", whole)
                     : fmt::format("{} min {:02d} s", whole / 60, whole % 60);
-}
-
-/// KB of a line "name:  value kB" of /proc/meminfo; 0 where there is none.
-long long meminfo(const std::string& name) {
-  std::ifstream file("/proc/meminfo");
-  std::string word;
-  for (long long value; file >> word;)
-    if (word == name + ":" && file >> value) return value;
-  return 0;
-}
-
-/// KB that the control group of the process still may take.
-long long left_in_group() {
-  std::ifstream most("/sys/fs/cgroup/memory.max"), used("/sys/fs/cgroup/memory.current");
-  long long limit = 0, taken = 0;
-  if (!(most >> limit) || !(used >> taken)) return std::numeric_limits<long long>::max();
-  return std::max(0LL, limit - taken) / 1024;
 }
 
 std::string size_of(long long kilobytes) {
@@ -122,14 +103,13 @@ bool can_draw() {
 }
 
 std::string require_memory(long long kilobytes) {
-  const long long there = meminfo("MemAvailable") + meminfo("SwapFree");
-  if (there == 0) return "needs " + size_of(kilobytes);  // no such file here
-  const long long left = std::min(there, left_in_group());
-  if (kilobytes > left)
+  long long left = 0;
+  if (velmora_require_memory(kilobytes, &left) != 0)
     throw InputError(
         fmt::format("the factorization needs {}, and the machine has {} left: --single, another "
                     "--ordering or --iterative need less; --ignore-memory tries all the same",
                     size_of(kilobytes), size_of(left)));
+  if (left == 0) return "needs " + size_of(kilobytes);  // the system does not tell
   return fmt::format("needs {} of {} that are left", size_of(kilobytes), size_of(left));
 }
 
