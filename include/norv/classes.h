@@ -93,6 +93,39 @@ NORV_API int precon_spaione_setup_dense(precon* M, smat* A);
 NORV_API precon* precon_spaindiag_create(void);
 NORV_API precon* precon_spaindiag_create_param(int n_diag);
 
+/* Factored approximate inverses of symmetric matrices, G' D^-1 G with G unit lower triangular and 1x1
+ * and 2x2 blocks in D, applied as products; either storage.  Each row of G solves a small system on
+ * its own pattern (L. Kolotilina and A. Yeremin, Factorized sparse approximate inverse
+ * preconditionings, 1993).  For a definite matrix M is definite.  Sizes are those of the matrix
+ * scaled by the largest entries of its rows.
+ *
+ * XFSAI  2x2 pivots from a matching       MFSAI  pivots and rows are watched, and may wait
+ *   dparam[0] threshold 0.001: couplings, or gains of a row's entry, below it are left out of patterns
+ *   dparam[1] drop 0: smaller entries of G go
+ *   dparam[2] fill: entries of a row of G as a multiple of the average row, <= 0: no limit; 2, 6
+ *   dparam[3] pivot 0.01: smaller pivots are replaced, or wait
+ *   dparam[4] MFSAI: largest entry of a row of G that is no reason to wait, 10
+ *   iparam[0] steps of the pattern 4       iparam[4] most entries of a row of G 50, 0: no limit
+ *   iparam[1] NORV_FSAI_... for the small systems, DIRECT
+ *   iparam[2] NORV_FSAI_... for the patterns, ADAPTIVE
+ *   iparam[3] XFSAI: 2x2 pivots, 0 where the diagonal is weak, 1 always, 2 never
+ *             MFSAI: NORV_FSAI_... for the pivots, TRIED_MONITORED */
+#define NORV_FSAI_QR 0              /* least squares over all rows that a pattern touches */
+#define NORV_FSAI_RESTRICTED_LSQR 1 /* the square system on a pattern, by LSQR */
+#define NORV_FSAI_LSQR 2            /* least squares, by LSQR */
+#define NORV_FSAI_ITERATIVE 4       /* the square system, by conjugate residuals */
+#define NORV_FSAI_DIRECT 5          /* the square system, by elimination; 3 is not offered */
+#define NORV_FSAI_POWER 0           /* rows within so many steps in the graph */
+#define NORV_FSAI_INVERSE 1         /* all that a path joins, so that M is exact: small matrices */
+#define NORV_FSAI_ADAPTIVE 2        /* grown in so many rounds by the rows that promise most */
+#define NORV_FSAI_GIVEN 0           /* pivots from a matching where the diagonal is weak, */
+#define NORV_FSAI_GIVEN_DELAYED 1   /* small ones wait until all others are done, */
+#define NORV_FSAI_GIVEN_MONITORED 2 /* or those with large rows of G */
+#define NORV_FSAI_TRIED 3           /* 1x1, or 2x2 with the strongest coupling; small ones wait, */
+#define NORV_FSAI_TRIED_MONITORED 4 /* and those with large rows of G */
+NORV_API precon* precon_xfsai_create(void);
+NORV_API precon* precon_mfsai_create(void);
+
 /* Stand-ins for factors that this version lacks: their setup is an error message and fails. */
 NORV_API precon* precon_sainv_create(void);
 NORV_API precon* precon_bainv_create(void);

@@ -59,6 +59,8 @@ NORV_API void velmora_set_default(const smat* A, int* iparm, double* dparm, int*
  * what is no such pair. */
 NORV_API void velmora_set_custom_iparam(const char* string, int* iparm);
 
+/* x = A^-T b, x may be b. */
+NORV_API int norv_velmora_solve_trans(direct_factorization* f, vec* x, const vec* b);
 /* The steps: a record with control vectors, and with a permutation under which A is ordered, p[i]
  * the place of row i; analysis, also with such a permutation and iparm entries as above, either of
  * them null where not wanted; numerical factorization of A, which may be another matrix of the same

@@ -43,16 +43,14 @@ struct precon {
   int is_complex; /* 0 or 1 */
 };
 
-/* Instance with default parameters, by the name of the class in any case.  Null when there is no
- * such class, and, after an error message, when this version doesn't have it.  In the order of the
- * search:
+/* Instance with default parameters, by the name of the class in any case; null when there is none.
+ * In the order of the search:
  *
  *   DUMMY XFSAI MFSAI AUGBLOCK CP_DIRECT SPAINDIAG SPAIONE ILUT ILU0 ILUC LU
  *   DIAG SOR AML AMG BLOCKLU BLOCKGS ICHOL PARILDLT ILDLT_CP ILDLT_SP ILDLT_WS
  *   ILDLT_BK ILDLT MILDLT SAINV BAINV SCHILDERS SMAGGR MPS_DIAG
  *
- * This version lacks XFSAI and MFSAI; the others are those of this header, of norv/classes.h, of
- * norv/multilevel.h and of norv/ildlt.h. */
+ * They are those of this header, of norv/classes.h, of norv/multilevel.h and of norv/ildlt.h. */
 NORV_API precon* precon_new_by_name(const char* name);
 
 /* 1 on success, 0 when the setup failed.  A must live as long as M for the classes that keep the

@@ -185,6 +185,46 @@ refuses "an iteration limit" 1 'error -100: no convergence' cube.mtx --iterative
 solves "iterations for an unsymmetric matrix" '^status +solved' unsym.mtx --iterative
 refuses "a type without iterations" 1 'does not cover type 13' unsym.mtx \
   --type complex-unsym --iterative
+# Methods and preconditioners by name: each of the list that takes a definite matrix solves one.
+solves "the list" '^  XFSAI +symmetric  yes' --list
+methods=$(sed -n '/^Methods/,/^$/s/^  \([A-Z0-9]*\) .*/\1/p' out)
+precons=$(sed -n '/^Precond/,$s/^  \([A-Z0-9_]*\) .*/\1/p' out)
+[[ $(wc -w <<<"$methods") -eq 11 && $(wc -w <<<"$precons") -eq 28 ]] || fail "the list is not whole"
+"$gallery" grid2d --size 12 --output definite.mtx >out 2>err
+for name in $precons; do
+  case $name in
+    CP_DIRECT | SCHILDERS | AUGBLOCK) continue ;;
+  esac
+  method=SQMR
+  case $name in
+    SOR | ILU* | BLOCK*) method=BICGSTAB ;;
+  esac
+  solves "$name" "^setup .* $name" definite.mtx --iterative --method $method --preconditioner "$name" \
+    --tolerance 1e-7
+done
+for name in $methods; do
+  solves "$name" "^solution .*$name\$" definite.mtx --iterative --method "$name" --tolerance 1e-7
+done
+solves "two right-hand sides" '^solution .* 2 right-hand sides' definite.mtx --iterative --nrhs 2 \
+  --method pcg --preconditioner smaggr:i0=1,i3=1 --refactor 1 --resolve 2 --tolerance 1e-7 --json pair.json
+grep -q '"preconditioner": "SMAGGR"' pair.json || fail "no preconditioner in the report"
+solves "a transpose" '^status +solved' unsym.mtx --iterative --method QMR --preconditioner ILUT --transpose
+solves "a Hermitian matrix" '^status +solved' indefinite.mtx --iterative --method MINRES --tolerance 1e-8
+refuses "an unknown method" 2 "unknown method 'FOO'" spd.mtx --iterative --method FOO
+refuses "an unknown preconditioner" 2 'see --list' spd.mtx --iterative --preconditioner FOO
+refuses "names without iterations" 2 'need --iterative' spd.mtx --method PCG
+refuses "an unsymmetric preconditioner" 1 'ILUT is none' definite.mtx --iterative --method PCG \
+  --preconditioner ILUT
+refuses "a preconditioner without use" 1 'takes no preconditioner' definite.mtx --iterative \
+  --method GS --preconditioner DIAG
+refuses "an unsymmetric matrix" 1 'needs a symmetric type' unsym.mtx --iterative --preconditioner XFSAI
+refuses "a wrong parameter" 1 'is not iN=VALUE' spd.mtx --iterative --preconditioner DIAG:k=1
+refuses "a parameter that is none" 1 'ended with an error' unsym.mtx --iterative \
+  --preconditioner ILUT:i8=7
+refuses "settings that don't reach it" 1 'dparm.5. does not reach' definite.mtx --iterative \
+  --method PCG --dparm 5=0.1
+refuses "iterations that don't get there" 1 'above the tolerance' definite.mtx --iterative \
+  --method PCG --dparm 1=3
 refuses "a factor that is not there" 2 'spy' spd.mtx --iterative --spy x.png
 solves "the right-hand side of a dump" 'right side +of the dump' --replay with_rhs.iajaa --output x.mtx
 tail -2 x.mtx | tr '\n' ' ' | awk '{ exit !(($1-1.4)^2 < 1e-24 && ($2-1.2)^2 < 1e-24) }' ||

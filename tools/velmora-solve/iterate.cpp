@@ -5,43 +5,25 @@
 #include <norv/solver.h>
 
 namespace tool {
-namespace {
 
-/// Keeps the residuals as they come, and prints those of iterations 0, 1, 2, 5, 10, 20 and so on.
-class Follower {
- public:
-  explicit Follower(const Printer& printer) : printer_(printer) { norv_set_progress(follow, this); }
-  ~Follower() { norv_set_progress(nullptr, nullptr); }
-  Follower(const Follower&) = delete;
-  Follower& operator=(const Follower&) = delete;
+Follower::Follower(const Printer& printer) : printer_(printer) { norv_set_progress(follow, this); }
+Follower::~Follower() { norv_set_progress(nullptr, nullptr); }
 
-  /// Prints the last one, unless that has been done.
-  void tell() {
-    if (told_ == history_.size()) return;
-    told_ = history_.size();
-    printer_.line("iteration", fmt::format("{:>6}   relative residual {:.2e}", history_.size() - 1,
-                                           history_.back()));
-  }
-  /// Of the last right-hand side.
-  const std::vector<double>& history() const { return history_; }
+void Follower::tell() {
+  if (told_ == history_.size()) return;
+  told_ = history_.size();
+  printer_.line("iteration", fmt::format("{:>6}   relative residual {:.2e}", history_.size() - 1,
+                                         history_.back()));
+}
 
- private:
-  static void follow(void* data, int iteration, double relative_residual) {
-    Follower& self = *static_cast<Follower*>(data);
-    if (iteration == 0) self.history_.clear(), self.told_ = 0;
-    self.history_.push_back(relative_residual);
-    int digit = iteration;
-    while (digit >= 10 && digit % 10 == 0) digit /= 10;
-    if (digit == 0 || digit == 1 || digit == 2 || digit == 5) self.tell();
-  }
-
-  const Printer& printer_;
-  std::vector<double> history_;
-  std::size_t told_ = 0;  ///< its length when a line was printed
-};
-
-}  // namespace
-
+void Follower::follow(void* data, int iteration, double relative_residual) {
+  Follower& self = *static_cast<Follower*>(data);
+  if (iteration == 0) self.history_.clear(), self.told_ = 0;
+  self.history_.push_back(relative_residual);
+  int digit = iteration;
+  while (digit >= 10 && digit % 10 == 0) digit /= 10;
+  if (digit == 0 || digit == 1 || digit == 2 || digit == 5) self.tell();
+}
 std::string set_up_and_iterate(Session& session, const Options& options, const Printer& printer,
                                const std::vector<double>& b, int nrhs, Factor& factor) {
   // The measures of a good residual differ from |r| / |b| by small factors.

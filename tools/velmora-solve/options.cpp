@@ -7,6 +7,7 @@
 #include <charconv>
 #include <map>
 
+#include "pairs.hpp"
 #include "progress.hpp"
 #include "types.hpp"
 #include "velmora.h"
@@ -119,6 +120,41 @@ void add_system_options(CLI::App& app, Options& options) {
       ->group(group);
 }
 
+/// The iterative method and the preconditioner by name.
+void add_pair_options(CLI::App& app, Settings& settings, const char* group) {
+  app.add_option_function<std::string>(
+         "--method",
+         [&settings](const std::string& name) {
+           if (find_method(name) == nullptr)
+             throw CLI::ValidationError("--method", "unknown method '" + name + "', see --list");
+           settings.method = name;
+         },
+         "Iterative method by name, see --list (default: SQMR, or BICGSTAB where the matrix is not "
+         "symmetric)")
+      ->type_name("NAME")
+      ->group(group);
+  app.add_option_function<std::string>(
+         "--preconditioner",
+         [&settings](const std::string& text) {
+           const std::string name = text.substr(0, text.find(':'));
+           if (find_precon(name) == nullptr)
+             throw CLI::ValidationError("--preconditioner",
+                                        "unknown preconditioner '" + name + "', see --list");
+           settings.preconditioner = text;
+         },
+         "Its preconditioner, with parameters as in SMAGGR:i0=3,d0=0.1 (default: none)")
+      ->type_name("NAME")
+      ->group(group);
+  app.add_flag_callback(
+         "--list",
+         [] {
+           fmt::print("{}", list_of_pairs());
+           throw CLI::Success();
+         },
+         "List the methods and preconditioners")
+      ->group(group);
+}
+
 void add_solver_options(CLI::App& app, Settings& settings) {
   const char* group = "Solver";
   app.add_option("-t,--threads", settings.threads, "Threads (default: as many as OpenMP gives)")
@@ -172,6 +208,7 @@ void add_solver_options(CLI::App& app, Settings& settings) {
                "Use the multilevel iterative solver, to a tenth of --tolerance; its limits "
                "are dparm(1) to dparm(9)")
       ->group(group);
+  add_pair_options(app, settings, group);
   app.add_option_function<std::vector<std::string>>(
          "--iparm",
          [&settings](const std::vector<std::string>& texts) {
@@ -260,6 +297,8 @@ Parsed parse_options(int argc, char** argv) {
     }
     if (options.settings.iterative && !options.spy.empty())
       throw CLI::ValidationError("--spy", "draws a factor that --iterative doesn't make");
+    if (options.settings.names_pair() && !options.settings.iterative)
+      throw CLI::ValidationError("--method and --preconditioner", "need --iterative");
     options.settings.draws = !options.quiet && options.msglvl == 0 && can_draw();
   } catch (const CLI::Success& done) {
     parsed.exit_status = app.exit(done);

@@ -30,12 +30,15 @@ struct Settings {
   bool single_precision = false;              ///< iparm(29)
   bool determinant = false;                   ///< iparm(33)
   bool iterative = false;                     ///< iparm(32)
+  std::string method, preconditioner;         ///< by name, in place of the library's choice
   bool transposed = false;                    ///< iparm(12)
   bool draws = false;                         ///< a bar for what takes long
   bool ignores_memory = false;                ///< factor also where memory seems too small
   int threads = 0;                            ///< iparm(3), 0: as many as OpenMP gives
   std::vector<std::pair<int, int>> iparm;     ///< anything else, by number
   std::vector<std::pair<int, double>> dparm;  ///< likewise
+
+  bool names_pair() const { return !method.empty() || !preconditioner.empty(); }
 };
 
 struct Options {

@@ -29,12 +29,16 @@ nlohmann::ordered_json number(double value) {
 nlohmann::ordered_json factor_to_json(const Factor& factor, int n) {
   nlohmann::ordered_json out;
   out["type"] = factor.mtype;
+  if (!factor.method.empty()) {
+    out["method"] = factor.method;
+    out["preconditioner"] = factor.preconditioner;
+  }
   out["robust"] = factor.robust;
   out["threads"] = factor.threads;
   out["nonzeros"] = factor.nonzeros;
   out["gflop"] = factor.gflop;
   out["perturbed_pivots"] = factor.perturbed;
-  if (has_inertia(factor.mtype)) {
+  if (factor.method.empty() && has_inertia(factor.mtype)) {
     out["inertia"] = {{"positive", factor.positive},
                       {"negative", factor.negative},
                       {"uncertain", factor.doubtful},
@@ -49,9 +53,10 @@ nlohmann::ordered_json factor_to_json(const Factor& factor, int n) {
   }
   if (factor.log_determinant) out["log_determinant"] = number(*factor.log_determinant);
   out["refinement_steps"] = factor.refinement_steps;
-  out["memory_kb"] = {{"analysis_peak", factor.memory_analysis_peak},
-                      {"analysis", factor.memory_analysis},
-                      {"factor", factor.memory_factor}};
+  if (factor.method.empty())
+    out["memory_kb"] = {{"analysis_peak", factor.memory_analysis_peak},
+                        {"analysis", factor.memory_analysis},
+                        {"factor", factor.memory_factor}};
   out["seconds"] = {{"analysis", factor.analysis_seconds},
                     {"factorization", factor.factorization_seconds},
                     {"solution", factor.solution_seconds},
@@ -91,7 +96,7 @@ std::string seconds(double value) {
 
 void print_factor(const Printer& printer, const Report& report) {
   const Factor& factor = *report.factor;
-  if (has_inertia(factor.mtype)) {
+  if (factor.method.empty() && has_inertia(factor.mtype)) {
     const auto signs = [](int count, const char* kind, int uncertain) {
       std::string text = fmt::format("{} {}", count, kind);
       if (uncertain > 0) text += fmt::format(", of which {} uncertain", uncertain);
@@ -107,10 +112,11 @@ void print_factor(const Printer& printer, const Report& report) {
   if (factor.log_determinant) {
     printer.line("determinant", fmt::format("log |det A| = {:.10g}", *factor.log_determinant));
   }
-  printer.line("memory",
-               fmt::format("analysis {} at its peak and {} kept, factor and work {}",
-                           megabytes(factor.memory_analysis_peak),
-                           megabytes(factor.memory_analysis), megabytes(factor.memory_factor)));
+  if (factor.method.empty())
+    printer.line("memory",
+                 fmt::format("analysis {} at its peak and {} kept, factor and work {}",
+                             megabytes(factor.memory_analysis_peak),
+                             megabytes(factor.memory_analysis), megabytes(factor.memory_factor)));
   if (!factor.refactor_seconds.empty()) {
     printer.line("factored again", median_and_least(factor.refactor_seconds));
   }

@@ -15,7 +15,8 @@ namespace tool {
 /// What one factorization and its solution gave.
 struct Factor {
   int mtype = 0;
-  bool robust = false;  ///< with matching, scaling and Bunch-Kaufman
+  std::string method, preconditioner;  ///< iterative, by name; empty: the library's choice
+  bool robust = false;                 ///< with matching, scaling and Bunch-Kaufman
   int threads = 0;
   std::int64_t nonzeros = 0;
   int gflop = 0;  ///< truncated

@@ -8,13 +8,13 @@
 #include <limits>
 #include <map>
 #include <memory>
-#include <random>
 
+#include "chosen.hpp"
 #include "iterate.hpp"
 #include "near_singular.hpp"
 #include "pictures.hpp"
+#include "problem.hpp"
 #include "progress.hpp"
-#include "replay.hpp"
 #include "session.hpp"
 #include "types.hpp"
 
@@ -27,96 +27,6 @@ struct Stopwatch {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   }
 };
-
-struct Rhs {
-  std::vector<double> b;
-  bool solution_is_ones = false;
-};
-
-/// The matrix from its file; `dumped_rhs` receives the right-hand side of a dump that has one.
-SparseMatrix read_matrix(const Options& options, Report& report, std::vector<double>& dumped_rhs) {
-  if (!options.replay.empty()) {
-    Dump dump = read_dump(options.replay, options.type);
-    report.file = options.replay;
-    report.described = dump.matrix.complex ? "complex, from a dump" : "real, from a dump";
-    if (dump.assumed_triangle) {
-      report.notes.push_back(
-          "the dump is taken as the upper triangle of a symmetric matrix; --type unsym or "
-          "complex-unsym if it is a triangular one");
-    }
-    dumped_rhs = std::move(dump.rhs);
-    return std::move(dump.matrix);
-  }
-  report.file = options.matrix;
-  MarketFile file = read_market(options.matrix);
-  report.described = fmt::format("{} {}{}", name(file.field), name(file.symmetry),
-                                 file.layout == Layout::array ? " array" : "");
-  BuildNotes notes;
-  SparseMatrix matrix = build_matrix(std::move(file), notes);
-  if (notes.duplicates > 0) {
-    report.notes.push_back(fmt::format("{} duplicate entries summed", notes.duplicates));
-  }
-  if (notes.dropped_imaginary) {
-    report.notes.emplace_back("all imaginary parts are zero: taken as real");
-  }
-  return matrix;
-}
-
-/// Right-hand sides from a file, fitted to the kind of the matrix.
-std::vector<double> read_rhs(const std::string& path, const SparseMatrix& matrix, int& nrhs) {
-  DenseColumns columns = read_columns(path);
-  if (columns.rows != matrix.n && columns.cols == 1 && columns.rows % matrix.n == 0) {
-    columns.cols = columns.rows / matrix.n;  // plain numbers, column after column
-    columns.rows = matrix.n;
-  }
-  if (columns.rows != matrix.n) {
-    throw InputError(fmt::format("{} has {} rows, the matrix {}", path, columns.rows, matrix.n));
-  }
-  if (columns.complex && !matrix.complex) {
-    throw InputError(
-        fmt::format("{} is complex, the matrix real; a complex --type takes both", path));
-  }
-  if (!columns.complex && matrix.complex) {
-    std::vector<double> pairs(2 * columns.value.size(), 0.0);
-    for (std::size_t k = 0; k < columns.value.size(); ++k) pairs[2 * k] = columns.value[k];
-    columns.value = std::move(pairs);
-  }
-  nrhs = columns.cols;
-  return std::move(columns.value);
-}
-
-Rhs make_rhs(const Options& options, const SparseMatrix& matrix, std::vector<double>&& dumped,
-             Report& report) {
-  report.nrhs = options.nrhs;
-  if (!options.rhs.empty()) {
-    report.rhs = options.rhs;
-    return {read_rhs(options.rhs, matrix, report.nrhs), false};
-  }
-  if (!dumped.empty()) {
-    report.rhs = "of the dump";
-    report.nrhs = 1;
-    return {std::move(dumped), false};
-  }
-  const std::size_t doubles = matrix.complex ? 2 : 1;
-  const std::size_t column = static_cast<std::size_t>(matrix.n) * doubles;
-  const auto count = static_cast<std::size_t>(options.nrhs);
-  std::vector<double> b;
-  b.reserve(column * count);
-  std::vector<double> ones(column, 0.0);
-  for (std::size_t k = 0; k < column; k += doubles) ones[k] = 1;
-  if (options.rhs_kind == RhsKind::random) {
-    report.rhs = fmt::format("random, seed {}", options.seed);
-    std::mt19937_64 bits(options.seed);
-    while (b.size() < column * count) b.push_back(static_cast<double>(bits() >> 10) * 0x1p-53 - 1);
-    return {std::move(b), false};
-  }
-  const bool sums = options.rhs_kind == RhsKind::row_sums;
-  report.rhs = sums ? "row sums" : "ones";
-  const std::vector<double> one =
-      sums ? multiply(matrix, options.settings.transposed, ones) : std::move(ones);
-  for (std::size_t k = 0; k < count; ++k) b.insert(b.end(), one.begin(), one.end());
-  return {std::move(b), sums};
-}
 
 /// Largest distance of the entries of x from one.
 double distance_from_ones(const std::vector<double>& x, bool complex) {
@@ -172,6 +82,7 @@ class Solver {
   /// Solves the system as the type of the report.  @return empty, or why it is not solved
   std::string run() {
     const int mtype = report_.type.mtype;
+    if (settings_.names_pair()) return run_chosen();
     Session session(matrix_, mtype, settings_, options_.msglvl > 0 && !options_.quiet);
     session.set_rhs(rhs_.b, report_.nrhs);
     Factor factor;
@@ -205,6 +116,22 @@ class Solver {
   const std::vector<RefinementPoint>& refinement() const { return refinement_; }
 
  private:
+  /// The same with the method and the preconditioner that the user names.
+  std::string run_chosen() {
+    Factor factor;
+    factor.mtype = report_.type.mtype;
+    const std::string why =
+        solve_as_chosen(options_, printer_, matrix_, rhs_.b, report_.nrhs, factor, solution_);
+    if (!why.empty()) return why;
+    factor.residual =
+        residual(matrix_, options_.settings.transposed, report_.nrhs, rhs_.b, solution_);
+    report_.factor = std::move(factor);
+    const std::string failure = verdict(*report_.factor);
+    if (rhs_.solution_is_ones && failure.empty())
+      report_.solution_error = distance_from_ones(solution_, matrix_.complex);
+    return failure;
+  }
+
   /// A call of the library that ended with an error, explained.
   struct PhaseFailed : std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -392,10 +319,8 @@ class Solver {
 };
 
 /// Chooses the type and says why.
-void decide_type(const Options& options, const SparseMatrix& matrix, const Traits& traits,
-                 Report& report) {
-  report.type =
-      options.type ? TypeChoice{*options.type, "as asked for"} : choose_type(matrix);
+void decide_type(const Options& options, const SparseMatrix& matrix, Report& report) {
+  report.type = options.type ? TypeChoice{*options.type, "as asked for"} : choose_type(matrix);
   if (options.settings.iterative && !options.type && report.type.mtype == 2)
     report.type = {-2, "symmetric, for the iterative solver"};
 }
@@ -421,7 +346,7 @@ void run(const Options& options, const Printer& printer, Report& report) {
   report.n = matrix.n;
   report.entries = static_cast<std::int64_t>(matrix.entries());
   const Traits traits = examine(matrix);
-  decide_type(options, matrix, traits, report);
+  decide_type(options, matrix, report);
   const std::int64_t added = convert(matrix, traits, report.type.mtype);
   if (added > 0)
     report.notes.push_back(fmt::format("{} missing diagonal entries set to zero", added));

@@ -42,6 +42,19 @@ int call_velmora(DirectWork& work, int phase, const smat* A, int* perm, int nrhs
   return error;
 }
 
+/// An option that is another one until the scope ends, also when the call throws.
+class OptionForCall {
+ public:
+  OptionForCall(int& option, int value) : option_(option), before_(option) { option_ = value; }
+  ~OptionForCall() { option_ = before_; }
+  OptionForCall(const OptionForCall&) = delete;
+  OptionForCall& operator=(const OptionForCall&) = delete;
+
+ private:
+  int& option_;
+  const int before_;
+};
+
 /// What the ledger of a failed call does with a workspace.
 void end_work(void* work) {
   call_velmora(*static_cast<DirectWork*>(work), -1, nullptr, nullptr, 0, nullptr, nullptr);
@@ -256,6 +269,12 @@ int norv_velmora_solve(direct_factorization* f, vec* x, const vec* b) {
   return vlm::solve(f, x, b, 1, work_of(f).solution);
 }
 
+int norv_velmora_solve_trans(direct_factorization* f, vec* x, const vec* b) {
+  NORV_ASSERT(f != 0);
+  const vlm::OptionForCall transposed(work_of(f).iparm[11], 1);
+  return norv_velmora_solve(f, x, b);
+}
+
 int norv_velmora_solve_multiple_rhs(direct_factorization* f, vec* x, const vec* b, int nrhs) {
   NORV_ASSERT(f != 0);
   NORV_ASSERT(nrhs > 0);
@@ -268,12 +287,7 @@ int norv_velmora_solve_iterative(direct_factorization* f, vec* x, const vec* b) 
   NORV_ASSERT(f != 0);
   NORV_DEBUG("solver_velmora", "Solve with CGS and Velmora preconditioner.");
   const double start = vlm::timer_velmora();
-  struct Stabilised {  // also when the solve throws
-    explicit Stabilised(int& option) : option_(option), before_(option) { option_ = -61; }
-    ~Stabilised() { option_ = before_; }
-    int& option_;
-    int before_;
-  } const stabilised(work_of(f).iparm[3]);
+  const vlm::OptionForCall stabilised(work_of(f).iparm[3], -61);
   const int result = norv_velmora_solve(f, x, b);
   _norv_print_stat_msg("VELMORA solve took %f secs.", vlm::timer_velmora() - start);
   return result;

@@ -7,6 +7,10 @@
 namespace vlm::norv {
 namespace {
 
+/// A level with so many times fewer entries than the one above is visited twice in a cycle: one
+/// visit more costs little, and what the levels below leave of the error doesn't add up over them.
+constexpr int worth_two_visits = 4;
+
 template <class T>
 ScratchVec new_vector(unsigned n) {
   return ScratchVec(is_complex_v<T> ? vec_new_cpx(n) : vec_new(n));
@@ -94,6 +98,9 @@ void Hierarchy<T>::finish() {
   }
   coarse_ = std::make_unique<CoarseLevel>(A);
   if (levels_.size() > 1) last.A = A;
+  for (std::size_t l = 0; l + 2 < levels_.size(); ++l)
+    if (std::int64_t{levels_[l + 1].A->nnz} * worth_two_visits <= levels_[l].A->nnz)
+      levels_[l].again = new_vector<T>(levels_[l + 1].A->n);
 }
 
 template <class T>
@@ -142,8 +149,14 @@ void Hierarchy<T>::cycle(std::size_t l, const vec* b, vec* x) {
   Level& level = levels_[l];
   const Transfer<T>& transfer = level.transfer;
   smooth_down(level, b, x);
-  smat_vecmul(level.next_b.get(), transfer.R.get(), level.r.get());
-  cycle(l + 1, level.next_b.get(), level.next_x.get());
+  vec *const next_b = level.next_b.get(), *const next_x = level.next_x.get();
+  smat_vecmul(next_b, transfer.R.get(), level.r.get());
+  cycle(l + 1, next_b, next_x);
+  if (level.again) {
+    smat_gemv(-1.0, 1.0, levels_[l + 1].A, next_x, next_b);
+    cycle(l + 1, next_b, level.again.get());
+    add<T>(nullptr, level.again.get(), next_x);
+  }
   smat_vecaddmul(x, transfer.P.get(), level.next_x.get());
   if (!transfer.eliminated.empty()) add(transfer.eliminated.data(), level.r.get(), x);
   smooth_up(level, b, x);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// Levels of a multigrid method and their V-cycle, whichever method made them.
+/// Levels of a multigrid method and their cycle, whichever method made them: a V-cycle, which
+/// visits a level twice where that is much smaller than the one above and not the coarsest.
 ///
 /// A level holds its matrix, a smoother and the transfers to the next one; the coarsest level goes
 /// to the direct solver.  A cycle is a fixed linear operation: where the smoother is Gauss-Seidel,
@@ -73,6 +74,7 @@ class Hierarchy {
     std::unique_ptr<precon, ReleasePrecon> ilut;
     ScratchVec r, work;
     ScratchVec next_b, next_x;  ///< of the next level
+    ScratchVec again;           ///< likewise, where that is visited twice
   };
 
   void cycle(std::size_t level, const vec* b, vec* x);

@@ -66,11 +66,19 @@ vec* part_of(const Blocks& b, const vec* x, unsigned i) {
   return part;
 }
 
-/// rest -= sum of A(i, j) y(j) for j from `first` to before `last`.
+/// y := D(i)^-1 y, or D(i)^-T y.
+template <bool transposed>
+void solve_block(const Blocks& b, unsigned i, vec* y) {
+  transposed ? precon_solve_trans(y, b.inverse[i], y) : precon_solve(y, b.inverse[i], y);
+}
+
+/// rest -= sum of A(i, j) y(j) for j from `first` to before `last`, of A or its transpose.
+template <bool transposed>
 void subtract(const Blocks& b, unsigned i, unsigned first, unsigned last, vec* const* y,
               vec* rest) {
   for (unsigned j = first; j < last; ++j) {
-    vec* const image = smat_vecmul(nullptr, block(b, i, j), y[j]);
+    vec* const image = transposed ? smat_vecmul_trans(nullptr, block(b, j, i), y[j])
+                                  : smat_vecmul(nullptr, block(b, i, j), y[j]);
     vec_sub(rest, rest, image);
     vec_release(image);
   }
@@ -149,7 +157,9 @@ int blocklu_setup(precon* M, smat* A) {
   return 1;
 }
 
-/// With the complements D and the parts of A below and above them M is (D + L) D^-1 (D + U).
+/// With the complements D and the parts of A below and above them M is (D + L) D^-1 (D + U), and so
+/// is its transpose with those of A's.
+template <bool transposed>
 vec* blocklu_apply(vec* result, precon* M, const vec* x) {
   const Blocks& b = blocks_of(M);
   NORV_ASSERT(b.S != 0);
@@ -158,14 +168,14 @@ vec* blocklu_apply(vec* result, precon* M, const vec* x) {
   const unsigned nb = b.S->nb;
   for (unsigned i = 0; i < nb; ++i) {
     y[i] = part_of(b, x, i);
-    subtract(b, i, 0, i, y, y[i]);
-    precon_solve(y[i], b.inverse[i], y[i]);
+    subtract<transposed>(b, i, 0, i, y, y[i]);
+    solve_block<transposed>(b, i, y[i]);
   }
   for (unsigned i = nb - 1; i-- > 0;) {
     vec* const rest = vec_copy(nullptr, y[i]);
     vec_clear(rest);
-    subtract(b, i, i + 1, nb, y, rest);
-    precon_solve(rest, b.inverse[i], rest);
+    subtract<transposed>(b, i, i + 1, nb, y, rest);
+    solve_block<transposed>(b, i, rest);
     vec_add(y[i], y[i], rest);
     vec_release(rest);
   }
@@ -215,6 +225,9 @@ int block_gs_setup(precon* M, smat* A) {
   return 1;
 }
 
+/// The sweep of the transpose goes from the last block to the first; forward and backward, it is
+/// that of A's transpose.
+template <bool transposed>
 vec* block_gs_apply(vec* result, precon* M, const vec* x) {
   const Blocks& b = blocks_of(M);
   NORV_ASSERT(b.S != 0);
@@ -222,16 +235,19 @@ vec* block_gs_apply(vec* result, precon* M, const vec* x) {
   vec* y[NORV_PRECON_IPARAMS];
   const unsigned nb = b.S->nb;
   const int variant = M->iparam[gs_variant];
-  for (unsigned i = 0; i < nb; ++i) {
+  const bool from_last = transposed && variant != NORV_BLOCK_SGS;
+  for (unsigned k = 0; k < nb; ++k) {
+    const unsigned i = from_last ? nb - 1 - k : k;
     y[i] = part_of(b, x, i);
-    if (variant != NORV_BLOCK_JACOBI) subtract(b, i, 0, i, y, y[i]);
-    precon_solve(y[i], b.inverse[i], y[i]);
+    if (variant != NORV_BLOCK_JACOBI)
+      subtract<transposed>(b, i, from_last ? i + 1 : 0, from_last ? nb : i, y, y[i]);
+    solve_block<transposed>(b, i, y[i]);
     if (variant == NORV_BLOCK_SOR) vec_scale(M->dparam[0], y[i]);
   }
   for (unsigned i = variant == NORV_BLOCK_SGS ? nb : 0; i-- > 0;) {
     vec* const rest = part_of(b, x, i);
-    subtract(b, i, 0, nb, y, rest);
-    precon_solve(rest, b.inverse[i], rest);
+    subtract<transposed>(b, i, 0, nb, y, rest);
+    solve_block<transposed>(b, i, rest);
     vec_add(y[i], y[i], rest);
     vec_release(rest);
   }
@@ -255,8 +271,8 @@ precon* precon_blocklu_create(void) { return precon_blocklu_create_param(3, null
 precon* precon_blocklu_create_param(int num_blocks, const int* sizes) {
   precon M = vlm::class_record("BLOCKLU", {.create = precon_blocklu_create,
                                            .setup = blocklu_setup,
-                                           .apply = blocklu_apply,
-                                           .apply_trans = nullptr,
+                                           .apply = blocklu_apply<false>,
+                                           .apply_trans = blocklu_apply<true>,
                                            .free = free_blocks});
   M.iparam[lu_blocks] = num_blocks;
   return new_blocks(M, lu_sizes, sizes, num_blocks);
@@ -270,8 +286,8 @@ precon* precon_block_gs_create_param(int num_blocks, const int* sizes, int inner
                                      double omega) {
   precon M = vlm::class_record("BLOCK-GS", {.create = precon_block_gs_create,
                                             .setup = block_gs_setup,
-                                            .apply = block_gs_apply,
-                                            .apply_trans = nullptr,
+                                            .apply = block_gs_apply<false>,
+                                            .apply_trans = block_gs_apply<true>,
                                             .free = free_blocks});
   if (variant >= NORV_BLOCK_JACOBI && variant <= NORV_BLOCK_SOR)
     std::snprintf(M.name, sizeof M.name, "BLOCK-%s", variant_names[variant]);

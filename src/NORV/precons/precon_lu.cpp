@@ -19,6 +19,11 @@ vec* lu_apply(vec* result, precon* M, const vec* x) {
   return result;
 }
 
+vec* lu_apply_trans(vec* result, precon* M, const vec* x) {
+  norv_velmora_solve_trans(factor_of(M), result, x);
+  return result;
+}
+
 int lu_setup(precon* M, smat* A) {
   direct_free(factor_of(M));
   M->data = nullptr;
@@ -39,7 +44,7 @@ void lu_free(precon* M, int) {
 constexpr precon lu_class = vlm::class_record("LU", {.create = precon_lu_create,
                                                      .setup = lu_setup,
                                                      .apply = lu_apply,
-                                                     .apply_trans = nullptr,
+                                                     .apply_trans = lu_apply_trans,
                                                      .free = lu_free});
 
 }  // namespace

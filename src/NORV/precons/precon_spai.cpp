@@ -10,48 +10,12 @@
 #include "NORV/precons/ildlt_params.hpp"
 #include "NORV/precons/precons.hpp"
 #include "NORV/precons/scalars.hpp"
+#include "NORV/precons/small_dense.hpp"
 #include "base/clock.hpp"
 #include "norv/classes.h"
 
 namespace vlm::norv {
 namespace {
-
-/// min || A x - b || for a column-major A, by Gram-Schmidt with a second pass; both are
-/// overwritten. A column that depends on those before gets 0.
-template <class T>
-void least_squares(int m, int n, T* a, T* b, Vector<T>& r, T* x) {
-  r.assign(static_cast<std::size_t>(n) * static_cast<std::size_t>(n), T{});
-  const auto column = [&](int j) { return a + std::ptrdiff_t{j} * m; };
-  const auto at = [&](int i, int j) -> T& { return r[static_cast<std::size_t>(j * n + i)]; };
-  const auto dot = [&](const T* p, const T* q) {
-    T sum{};
-    for (int i = 0; i < m; ++i) sum += product(maybe_conj<true>(p[i]), q[i]);
-    return sum;
-  };
-  const auto take_off = [&](const T& by, const T* p, T* q) {
-    for (int i = 0; i < m; ++i) q[i] -= product(by, p[i]);
-  };
-  for (int j = 0; j < n; ++j) {
-    T* const v = column(j);
-    const double before = std::sqrt(real_part(dot(v, v)));
-    for (int pass = 0; pass < 2; ++pass)
-      for (int k = 0; k < j; ++k) {
-        const T along = dot(column(k), v);
-        at(k, j) += along;
-        take_off(along, column(k), v);
-      }
-    const double norm = std::sqrt(real_part(dot(v, v)));
-    constexpr double dependent = 1e-12;
-    at(j, j) = norm > dependent * before ? T(norm) : T{};
-    for (int i = 0; i < m; ++i) v[i] = at(j, j) == T{} ? T{} : v[i] / norm;
-    x[j] = dot(v, b);
-    take_off(x[j], v, b);
-  }
-  for (int j = n - 1; j >= 0; --j) {
-    x[j] = at(j, j) == T{} ? T{} : divide(x[j], at(j, j));
-    for (int i = 0; i < j; ++i) x[i] -= product(at(i, j), x[j]);
-  }
-}
 
 /// Forms the columns of M one after the other.
 template <class T>

@@ -143,6 +143,21 @@ LevelOrder order_level(const UpperRows<T>& A, Preordering preordering) {
 }
 
 template <class T>
+Vector<int> pivot_candidates(const UpperRows<T>& A) {
+  const Magnitudes m = magnitudes(A);
+  const MatchInput input = m.input(A.n);
+  const PairedOrder pairs = reordering_matching_sym2x2(input, mps_velmora(input).perm);
+  Vector<int> partner(A.n, -1);
+  for (int k = 0; k + 1 < A.n; ++k) {
+    if (pairs.block1x1[k]) continue;
+    const int i = pairs.node[k], j = pairs.node[++k];
+    partner[i] = j;
+    partner[j] = i;
+  }
+  return partner;
+}
+
+template <class T>
 PartedOrder order_by_parts(const UpperRows<T>& A, int wanted) {
   const Magnitudes m = magnitudes(A);
   Adjacency graph;
@@ -158,6 +173,8 @@ PartedOrder order_by_parts(const UpperRows<T>& A, int wanted) {
   return parted;
 }
 
+template Vector<int> pivot_candidates(const UpperRows<double>&);
+template Vector<int> pivot_candidates(const UpperRows<zcomplex>&);
 template PartedOrder order_by_parts(const UpperRows<double>&, int);
 template PartedOrder order_by_parts(const UpperRows<zcomplex>&, int);
 template LevelOrder order_level(const UpperRows<double>&, Preordering);

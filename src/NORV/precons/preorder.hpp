@@ -30,6 +30,11 @@ struct LevelOrder {
 template <class T>
 LevelOrder order_level(const UpperRows<T>& A, Preordering preordering);
 
+/// The other row of each 2x2 pivot that a symmetric matching proposes, or -1: [n].
+/// @param A  upper triangle
+template <class T>
+Vector<int> pivot_candidates(const UpperRows<T>& A);
+
 /// Rows that are eliminated together, [begin, end).
 struct PartRange {
   int begin, end;

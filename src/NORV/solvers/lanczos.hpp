@@ -118,8 +118,8 @@ struct LanczosNorms {
   double A, condition, r, y;
 };
 
-/// Ends the solve: text of the end, norms, record.  @return iterations
-int finish_lanczos(const char* name, const char* const (&texts)[10], LanczosEnd end, KrylovRun& run,
-                   int iterations, const LanczosNorms& norms);
+/// Ends the solve of MINRES or SYMMLQ: text of the end, norms, record.  @return iterations
+int finish_lanczos(const char* name, LanczosEnd end, KrylovRun& run, int iterations,
+                   const LanczosNorms& norms);
 
 }  // namespace vlm

@@ -8,17 +8,6 @@
 namespace vlm {
 namespace {
 
-constexpr const char* texts[10] = {"beta2 = 0.  If M = I, b and x are eigenvectors of A",
-                                   "beta1 = 0.  The exact solution is  x = 0",
-                                   "Requested accuracy achieved, as determined by rtol",
-                                   "Reasonable accuracy achieved, given eps",
-                                   "x has converged to an eigenvector",
-                                   "Acond has exceeded 0.1/eps",
-                                   "The iteration limit was reached",
-                                   "A does not define a symmetric matrix",
-                                   "M does not define a symmetric matrix",
-                                   "M does not define a pos-def preconditioner"};
-
 template <class T>
 class Minres {
  public:
@@ -39,7 +28,7 @@ class Minres {
     if (end == LanczosEnd::running && p.maxiter <= 0) end = LanczosEnd::limit;
     while (end == LanczosEnd::running) end = step(++k);
     const double condition = largest / std::max(smallest, core.eps * largest);
-    return finish_lanczos("MINRES", texts, end, run, k, {std::sqrt(norm2), condition, phi, norm_y});
+    return finish_lanczos("MINRES", end, run, k, {std::sqrt(norm2), condition, phi, norm_y});
   }
 
  private:

@@ -9,17 +9,6 @@
 namespace vlm {
 namespace {
 
-constexpr const char* texts[10] = {"beta2 = 0.  If M = I, b and x are eigenvectors of A",
-                                   "beta1 = 0.  The exact solution is  x = 0",
-                                   "Requested accuracy achieved, as determined by rtol",
-                                   "Reasonable accuracy achieved, given eps",
-                                   "x has converged to an eigenvector",
-                                   "Acond has exceeded 0.1/eps",
-                                   "The iteration limit was reached",
-                                   "A is not a symmetric matrix",
-                                   "M is not a symmetric matrix",
-                                   "M is not a pos-def preconditioner"};
-
 template <class T>
 class Symmlq {
  public:
@@ -36,7 +25,7 @@ class Symmlq {
     while (end == LanczosEnd::running) end = step(++k);
     if (k > 0) move_to_cg();
     run.relative = std::min(lq, cg) / run.norm_b;
-    return finish_lanczos("SYMMLQ", texts, end, run, k,
+    return finish_lanczos("SYMMLQ", end, run, k,
                           {std::sqrt(norm2), condition, std::min(lq, cg), norm_y});
   }
 

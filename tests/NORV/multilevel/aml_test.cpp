@@ -55,23 +55,24 @@ TEST_F(AmlTest, OneLevelIsADirectSolve) {
 TEST_F(AmlTest, CyclesConverge) {
   for (const Matrix& m : {poisson2d(30), poisson3d(12), convection_diffusion(12, 4.0, 1),
                           helmholtz(20, 0.5, true, 6)})
-    for (const int groups : {0, 1})
-      for (const int correction : {0, 1}) {
-        SCOPED_TRACE(m.name + " " + std::to_string(groups) + std::to_string(correction));
-        const Smat A = full(m);
-        if (groups == 1 || A->is_complex) smat_add_diag(A.get(), 3.0);  // definite, dominant
-        OwnAml h(aml_new());
-        h->params.sparsify_fact = 1e-5;
-        h->params.coarsening_method = groups;
-        h->params.correction_method = correction;
-        h->params.smoothing_method = 2;
-        h->params.pre_smooth = h->params.pst_smooth = 1;
-        ASSERT_EQ(aml_setup(h.get(), A.get()), 1);
-        EXPECT_GE(h->num_levels, 3);
-        const Vec b = random.vector(A->m, A->is_complex), x = zeros(A->m, A->is_complex);
-        EXPECT_LT(solve_aml(h.get(), x.get(), b.get(), 1e-9, 100), 40);
-        EXPECT_LT(relative_residual(A, x, b), 1e-9);
-      }
+    for (const int choice : {0, 1, 2, 3, 4, 5, 6, 7}) {
+      const int groups = choice & 1, correction = choice >> 1 & 1, smoothing = 1 + (choice >> 2);
+      SCOPED_TRACE(m.name + " " + std::to_string(groups) + std::to_string(correction) +
+                   std::to_string(smoothing));
+      const Smat A = full(m);
+      if (groups == 1 || A->is_complex) smat_add_diag(A.get(), 3.0);  // definite, dominant
+      OwnAml h(aml_new());
+      h->params.sparsify_fact = 1e-5;
+      h->params.coarsening_method = groups;
+      h->params.correction_method = correction;
+      h->params.smoothing_method = smoothing;  // ILUT, Gauss-Seidel
+      h->params.pre_smooth = h->params.pst_smooth = 1;
+      ASSERT_EQ(aml_setup(h.get(), A.get()), 1);
+      EXPECT_GE(h->num_levels, 3);
+      const Vec b = random.vector(A->m, A->is_complex), x = zeros(A->m, A->is_complex);
+      EXPECT_LT(solve_aml(h.get(), x.get(), b.get(), 1e-9, 100), 40);
+      EXPECT_LT(relative_residual(A, x, b), 1e-9);
+    }
 }
 
 // No entry connects two groups, and the next level is R A P.

@@ -33,6 +33,30 @@ struct Saddle {
   Picture dense = picture(A);
 };
 
+/// The largest difference of y' M^-1 x and x' M^-T y, over the first.
+double asymmetry(precon* P, unsigned n, bool cpx) {
+  const Vec x = filled(n, cpx, 64), y = filled(n, cpx, 65),
+            forward(precon_solve(nullptr, P, x.get())),
+            backward(precon_solve_trans(nullptr, P, y.get()));
+  const cplx a = (transposed(picture(y)) * picture(forward))(0, 0),
+             b = (transposed(picture(x)) * picture(backward))(0, 0);
+  return std::abs(a - b) / std::abs(a);
+}
+
+TEST_F(Blocks, TransposesAreTheirs) {
+  for (const bool cpx : {false, true}) {
+    const Smat A = to_smat(random_unsymmetric(60, 4, 1.2, 56, cpx ? 13 : 11));
+    EXPECT_LT(asymmetry(prepared("BLOCKLU", A.get()).get(), 60, cpx), 1e-11);
+    EXPECT_LT(asymmetry(prepared("LU", A.get()).get(), 60, cpx), 1e-11);
+    for (const int inner : {7, 10})
+      for (int variant = NORV_BLOCK_JACOBI; variant <= NORV_BLOCK_SOR; ++variant) {
+        const Precon M(precon_block_gs_create_param(3, nullptr, inner, variant, 0.7));
+        ASSERT_EQ(precon_setup(M.get(), A.get()), 1);
+        EXPECT_LT(asymmetry(M.get(), 60, cpx), 1e-11) << inner << ' ' << variant;
+      }
+  }
+}
+
 TEST_F(SaddlePoints, CpDirectKeepsTheDiagonalOfTheLeadingBlock) {
   const Saddle s;
   ASSERT_GT(s.nc, 5);
