@@ -325,15 +325,13 @@ int solve(precon* M, const IterativeCall& call, const IterativeResults& results)
 /// The same with the transposed matrix, and with M's transpose in its place.
 int solve_transposed(precon* M, const IterativeCall& call, const IterativeResults& results) {
   IterativeCall turned = call;
-  turned.A = smat_copy_trans(call.A);
+  turned.A = call.transpose;
   precon transpose{};
   transpose.data = M;
   transpose.apply = [](vec* result, precon* self, const vec* x) {
     return precon_solve_trans(result, static_cast<precon*>(self->data), x);
   };
-  const int status = solve(M != nullptr ? &transpose : nullptr, turned, results);
-  smat_free(turned.A);
-  return status;
+  return solve(M != nullptr ? &transpose : nullptr, turned, results);
 }
 
 }  // namespace
@@ -341,7 +339,7 @@ int solve_transposed(precon* M, const IterativeCall& call, const IterativeResult
 int iterative_phase(precon*& M, const IterativeCall& call, const IterativeResults& results) {
   const NorvPars& pars = *call.pars;
   // A caller who wants errors is told of a damaged matrix at any level.
-  const bool checks = pars.msglvl >= 1 || running_scope() != nullptr;
+  const bool checks = !call.checked && (pars.msglvl >= 1 || running_scope() != nullptr);
   if (checks && !smat_is_consistent(call.A)) return refuse("Matrix not consistent!");
   if (pars.stop_crit < 0 || pars.stop_crit > 2) return refuse("Stopping criterion unknown.");
   if (pars.fill_max_mode != 0) return refuse("fill_max_mode unknown.");
@@ -349,7 +347,7 @@ int iterative_phase(precon*& M, const IterativeCall& call, const IterativeResult
   if (call.phase < 33 && !set_up(M, call, results, status)) return status;
   const bool solves = call.phase == 33 || call.phase == 23 || call.phase == 13;
   if (!solves) return 0;
-  return call.transposed ? solve_transposed(M, call, results) : solve(M, call, results);
+  return call.transpose != nullptr ? solve_transposed(M, call, results) : solve(M, call, results);
 }
 
 }  // namespace vlm
@@ -390,7 +388,8 @@ int IterativeNorvScalar(int, NorvPars* pars, int n, int is_complex, int mtype, i
                             .x = x,
                             .solution_in_b = solution_in_b == 1,
                             .expected_negative = expected_neg != nullptr ? *expected_neg : 0,
-                            .transposed = false,
+                            .transpose = nullptr,
+                            .checked = false,
                             .second_drop = 0},
                            {info, perturbed_out, pos_out, neg_out, nnz_out, relres_out, iters_out});
   smat_to_fortran_indexing(A);
