@@ -64,6 +64,7 @@ constexpr Bound bounds[] = {
     {-huge, huge},          // 8 bound on the inverse; 0 and below: none
     {0, most_int},          // 9 stagnation
     {0, 1},                 // 10 second dropping, times dparm(5)
+    {0, 1},                 // 11 levels in an order of minimum degree
 };
 
 Outcome fault(int code, int argument) { return {error_input, code, argument, 0}; }
@@ -194,7 +195,8 @@ struct Run {
                             .expected_negative = call.iparm(48),
                             .transpose = transpose,
                             .checked = checked,
-                            .second_drop = call.dparm(10)},
+                            .second_drop = call.dparm(10),
+                            .minimum_degree = call.dparm(11) != 0},
                            {&info, &perturbed, &positive, &negative, &nnz, &relres, &iterations});
   }
 

@@ -9,6 +9,7 @@
 
 #include "NORV/corelib/vec_common.hpp"
 #include "NORV/precons/ildlt_params.hpp"
+#include "NORV/precons/preorder.hpp"
 #include "NORV/solvers/krylov.hpp"
 #include "norv/classes.h"
 #include "norv/ildlt.h"
@@ -170,7 +171,12 @@ bool set_up(precon*& M, const IterativeCall& call, const IterativeResults& resul
     return false;
   }
   M->phase = phase;
-  if (code == code_mildlt) M->dparam[norv::params::mildlt_second_drop] = call.second_drop;
+  if (code == code_mildlt) {
+    M->dparam[norv::params::mildlt_second_drop] = call.second_drop;
+    if (call.minimum_degree)
+      M->iparam[norv::params::mildlt_preordering] =
+          static_cast<int>(norv::Preordering::amd_matched);
+  }
   if (precon_setup(M, call.A) == 0) {
     if (running_scope() != nullptr) direct_solver_failed(0, "Setup of %s failed.", M->name);
     // A failed setup ends some classes' phase 22 and the others' remaining phases.
@@ -390,7 +396,8 @@ int IterativeNorvScalar(int, NorvPars* pars, int n, int is_complex, int mtype, i
                             .expected_negative = expected_neg != nullptr ? *expected_neg : 0,
                             .transpose = nullptr,
                             .checked = false,
-                            .second_drop = 0},
+                            .second_drop = 0,
+                            .minimum_degree = false},
                            {info, perturbed_out, pos_out, neg_out, nnz_out, relres_out, iters_out});
   smat_to_fortran_indexing(A);
   vlm::release_block(A);

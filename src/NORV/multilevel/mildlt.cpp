@@ -93,21 +93,23 @@ void CoarseLevel::solve(double* x) {
 
 template <class T>
 Mildlt<T>::Mildlt(const smat* A, const MildltOptions& options, const vec* target,
-                  LevelOrder&& order) {
+                  Vector<KeptOrder>&& kept) {
   double seconds = 0;
   {
     const Stopwatch watch(seconds);
     const int n = static_cast<int>(A->m);
     Vector<T> level_target = first_target<T>(n, options, target);
     UpperRows<T> rows = rows_of<T>(A);
-    order_ = std::move(order);
     for (int l = 0; l + 1 < options.max_levels && rows.n > options.min_level_size; ++l) {
       _norv_print_stat_msg("Factorizing level %d ...", l);
-      LevelOrder level_order;
-      if (l > 0 || order_.empty()) level_order = order_level(rows, options.preordering);
-      if (l == 0 && order_.empty()) order_ = std::move(level_order);
-      rows = add_level(std::move(rows), l == 0 ? LevelOrder(order_) : std::move(level_order),
-                       options, level_target);
+      KeptOrder level;
+      if (l > 0) level.row = rows_left();
+      if (l < static_cast<int>(kept.size()))
+        level.order =
+            l == 0 ? std::move(kept[l].order) : inherit_order(rows, level.row, kept[l], n);
+      if (level.order.empty()) level.order = order_level(rows, options.preordering);
+      orders_.push_back(std::move(level));
+      rows = add_level(std::move(rows), orders_.back().order, options, level_target);
       if (levels_.back().factor.pivots == 0 || stalls(rows, levels_.back().m)) break;
     }
     if (rows.n > 0) {
@@ -123,10 +125,22 @@ Mildlt<T>::Mildlt(const smat* A, const MildltOptions& options, const vec* target
   report(A->nnz, seconds);
 }
 
+/// Which rows of the matrix the last level leaves, in their order.
+template <class T>
+Vector<int> Mildlt<T>::rows_left() const {
+  const Level& last = levels_.back();
+  const Vector<int>& row = orders_.back().row;
+  Vector<int> left;
+  left.reserve(static_cast<std::size_t>(last.m - last.factor.pivots));
+  for (int k = last.factor.pivots; k < last.m; ++k)
+    left.push_back(row.empty() ? last.row[k] : row[last.row[k]]);
+  return left;
+}
+
 /// @param target  of the rows, in; of what is left, out
 /// @return the Schur complement
 template <class T>
-UpperRows<T> Mildlt<T>::add_level(UpperRows<T>&& A, LevelOrder&& order,
+UpperRows<T> Mildlt<T>::add_level(UpperRows<T>&& A, const LevelOrder& order,
                                   const MildltOptions& options, Vector<T>& target) {
   const int m = A.n;
   IldltOptions factor_options = options.factor;
@@ -148,7 +162,7 @@ UpperRows<T> Mildlt<T>::add_level(UpperRows<T>&& A, LevelOrder&& order,
   Level& level = levels_.emplace_back();
   level.m = m;
   level.work.resize(m);
-  level.scale = std::move(order.scale);
+  level.scale = order.scale;
   level.place.resize(m);
   level.row.resize(m);
   level.scale_at.resize(m);
