@@ -67,10 +67,10 @@ void setup_row(int edge) {
   std::unique_ptr<Mildlt<double>> levels;
   const double full = least_seconds(3, [&] {
     levels.reset();
-    levels = std::make_unique<Mildlt<double>>(A.get(), options, nullptr, vlm::Vector<KeptOrder>());
+    levels = std::make_unique<Mildlt<double>>(A.get(), options, nullptr, KeptOrders());
   });
   const double again = least_seconds(3, [&] {
-    vlm::Vector<KeptOrder> orders = levels->take_orders();
+    KeptOrders orders = levels->take_orders();
     levels.reset();
     levels = std::make_unique<Mildlt<double>>(A.get(), options, nullptr, std::move(orders));
   });

@@ -36,12 +36,22 @@ struct MildltTotals {
   std::int64_t positive = 0, negative = 0, perturbed = 0;
 };
 
+/// What a setup passes on to a later one of the same pattern.
+struct KeptOrders {
+  Vector<KeptOrder> level;
+  KeptOrder coarse;  ///< without scaling
+  /// Rows of the matrix that they are for.
+  std::size_t size() const { return (level.empty() ? coarse : level.front()).order.place.size(); }
+};
+
 /// Coarsest level: its matrix and the direct solver's factor of it.
 class CoarseLevel {
  public:
   CoarseLevel() = default;
   /// Takes the matrix over.
   explicit CoarseLevel(smat* A);
+  /// @param order  see factorize_in_order()
+  CoarseLevel(smat* A, Vector<int>& order);
   ~CoarseLevel();
   CoarseLevel(const CoarseLevel&) = delete;
   CoarseLevel& operator=(const CoarseLevel&) = delete;
@@ -64,7 +74,7 @@ class Mildlt {
   /// @param A       symmetric, upper triangle stored; not needed afterwards
   /// @param target  by row of A, for Compensation::target
   /// @param kept    orders of an earlier setup with the same pattern; empty: found here
-  Mildlt(const smat* A, const MildltOptions& options, const vec* target, Vector<KeptOrder>&& kept);
+  Mildlt(const smat* A, const MildltOptions& options, const vec* target, KeptOrders&& kept);
 
   /// y := B x.
   void apply(const T* x, T* y);
@@ -80,7 +90,7 @@ class Mildlt {
 
   /// The orders of the levels, which a later setup of the same pattern may take; they are gone
   /// from here then.
-  Vector<KeptOrder> take_orders() { return std::move(orders_); }
+  KeptOrders take_orders() { return std::move(orders_); }
 
  private:
   struct Level {
@@ -101,7 +111,7 @@ class Mildlt {
 
   Vector<Level> levels_;
   std::unique_ptr<CoarseLevel> coarse_;
-  Vector<KeptOrder> orders_;
+  KeptOrders orders_;
   MildltTotals totals_;
 };
 

@@ -18,14 +18,14 @@
 namespace {
 
 using vlm::zcomplex;
-using vlm::norv::KeptOrder;
+using vlm::norv::KeptOrders;
 using vlm::norv::Mildlt;
 using namespace vlm::norv::params;
 
 /// What hangs on a record.
 struct MildltData : vlm::OfKind<Mildlt> {
-  vlm::Vector<KeptOrder> orders;  ///< kept between setups
-  const vec* target = nullptr;    ///< the caller's
+  KeptOrders orders;            ///< kept between setups
+  const vec* target = nullptr;  ///< the caller's
 };
 
 MildltData* data_of(precon* M) { return static_cast<MildltData*>(M->data); }
@@ -82,10 +82,9 @@ void print_options(const vlm::norv::MildltOptions& o) {
 template <class T>
 void set_up(precon* M, const smat* A, const vlm::norv::MildltOptions& options) {
   MildltData* const data = data_of(M);
-  vlm::Vector<KeptOrder> orders = std::exchange(data->orders, {});
-  const bool again = (M->phase == 22 || M->phase == 23) && !orders.empty() &&
-                     orders.front().order.place.size() == A->m;
-  if (!again) orders.clear();
+  KeptOrders orders = std::exchange(data->orders, {});
+  const bool again = (M->phase == 22 || M->phase == 23) && orders.size() == A->m;
+  if (!again) orders = {};
   auto& levels = data->of<T>();
   levels = std::make_unique<Mildlt<T>>(A, options, data->target, std::move(orders));
   data->orders = levels->take_orders();

@@ -209,7 +209,10 @@ Vector<Newcomer> settle(const UpperRows<T>& A, const Vector<int>& place, int las
 template <class T>
 LevelOrder inherit_order(const UpperRows<T>& A, const Vector<int>& row, const KeptOrder& kept,
                          int n) {
+  if (row.empty() && kept.row.empty()) return kept.order;
+  if (row.empty() || kept.row.empty()) return {};
   const auto m = static_cast<int>(kept.row.size());
+  const bool scaled = !kept.order.scale.empty();
   Vector<int> known(n, -1);
   for (int k = 0; k < m; ++k) known[kept.row[k]] = k;
   LevelOrder level;
@@ -224,12 +227,12 @@ LevelOrder inherit_order(const UpperRows<T>& A, const Vector<int>& row, const Ke
       continue;
     }
     level.place[i] = kept.order.place[k];
-    level.scale[i] = kept.order.scale[k];
+    if (scaled) level.scale[i] = kept.order.scale[k];
     row_at[level.place[i]] = i;
   }
   if (strange > A.n / 10) return {};
   const Vector<Newcomer> newcomers = settle(A, level.place, m - 1, level.scale);
-  if (!scaling_fits(A, level.scale)) return {};
+  if (scaled && !scaling_fits(A, level.scale)) return {};
   auto next = newcomers.begin();
   int position = 0;
   for (int k = 0; k < m; ++k) {

@@ -40,7 +40,8 @@ LevelOrder order_level(const UpperRows<T>& A, Preordering preordering);
 /// sequence and scaling, each of the others comes behind its strongest neighbour among them, scaled
 /// to a largest entry of 1.
 /// @param A     upper triangle
-/// @param row   [A.n] which rows of the whole matrix its rows are
+/// @param row   [A.n] which rows of the whole matrix its rows are; empty: all
+/// @param kept  without scaling: neither its test nor scalings of new rows
 /// @param n     rows of the whole matrix
 /// @return      empty where more than a tenth of the rows is new, or the scaling no longer fits
 template <class T>
