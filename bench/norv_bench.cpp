@@ -67,12 +67,12 @@ void setup_row(int edge) {
   std::unique_ptr<Mildlt<double>> levels;
   const double full = least_seconds(3, [&] {
     levels.reset();
-    levels = std::make_unique<Mildlt<double>>(A.get(), options, nullptr, LevelOrder());
+    levels = std::make_unique<Mildlt<double>>(A.get(), options, nullptr, KeptOrders());
   });
   const double again = least_seconds(3, [&] {
-    LevelOrder order = levels->take_order();
+    KeptOrders orders = levels->take_orders();
     levels.reset();
-    levels = std::make_unique<Mildlt<double>>(A.get(), options, nullptr, std::move(order));
+    levels = std::make_unique<Mildlt<double>>(A.get(), options, nullptr, std::move(orders));
   });
   const auto bytes = static_cast<std::size_t>(levels->sweep_bytes());
   std::vector<double> x(A->m, 1.0), y(A->m);

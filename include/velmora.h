@@ -318,7 +318,7 @@
  * Iterative solver, iparm(32) 1
  * -----------------------------
  * Multilevel incomplete LDL^T preconditions SQMR (norv/ildlt.h); of mtype 11 ILUC BiCGStab.
- * Phases 11 and 12 set it up; 22 again for new values of the pattern, with the order and scaling
+ * Phases 11 and 12 set it up; 22 again for new values of the pattern, with the orders and scalings
  * that there are; 33 solves with it, a may have changed a little.  0 does nothing.  All read a, ia,
  * ja, dparm, and iparm(3), (6), (48).  x is the starting guess, or 0 where that is better.  Written:
  * iparm(14), (22), (23), of the preconditioner, (18) its nonzeros, (15) and (17) its memory.  From
@@ -334,6 +334,7 @@
  *   dparm(8)  [500]   bound on the growth of the inverse factor; <= 0: none
  *   dparm(9)  [25]    steps of the last 25 without change that end a solve with error -101
  *   dparm(10) [0]     dropped entries down to so many times the threshold still take part in updates
+ *   dparm(11) [0]     1: levels are ordered by minimum degree, not by nested dissection
  *
  * error -100, -101, also -102 and -103, breakdowns: x is the last iterate, and the preconditioner
  * stays.  -4: its setup failed, and it is gone.  docs/iterative.md says which settings to try.

@@ -64,6 +64,7 @@ constexpr Bound bounds[] = {
     {-huge, huge},          // 8 bound on the inverse; 0 and below: none
     {0, most_int},          // 9 stagnation
     {0, 1},                 // 10 second dropping, times dparm(5)
+    {0, 1},                 // 11 levels in an order of minimum degree
 };
 
 Outcome fault(int code, int argument) { return {error_input, code, argument, 0}; }
@@ -129,28 +130,31 @@ Outcome outcome_of(const Fault& fault) {
   return outcome;
 }
 
-/// The caller's matrix with base 0, for the time of a scope.
-class ShiftedMatrix {
- public:
-  explicit ShiftedMatrix(const Call& call)
-      : A_(smat_new(static_cast<unsigned>(call.n), static_cast<unsigned>(call.n),
-                    call.mtype == 11                       ? NORV_REAL_UNSYM
-                    : matrix_type(call.mtype).nvals() == 2 ? NORV_CPX_SYM
-                                                           : NORV_REAL_SYM)) {
-    const int nnz = call.ia[call.n] - 1;
-    A_->nnz = static_cast<unsigned>(nnz);
-    A_->ja = vlm::allocate<int>(static_cast<std::uint64_t>(nnz));
+/// The caller's pattern with base 0.
+struct Pattern {
+  explicit Pattern(const Call& call)
+      : ia(static_cast<std::size_t>(call.n) + 1),
+        ja(static_cast<std::size_t>(call.ia[call.n] - 1)) {
     const auto shift = [](int index) { return index - 1; };
-    std::transform(call.ia, call.ia + call.n + 1, A_->ia, shift);
-    std::transform(call.ja, call.ja + nnz, A_->ja, shift);
-    A_->a = const_cast<double*>(call.a);  // read only
+    std::transform(call.ia, call.ia + call.n + 1, ia.begin(), shift);
+    std::transform(call.ja, call.ja + ja.size(), ja.begin(), shift);
   }
-  ~ShiftedMatrix() {
-    A_->a = nullptr;
-    smat_free(A_);
-  }
-  ShiftedMatrix(const ShiftedMatrix&) = delete;
-  ShiftedMatrix& operator=(const ShiftedMatrix&) = delete;
+  Vector<int> ia, ja;
+};
+
+/// Record over the pattern and the caller's values, which are only read.
+class MatrixRecord {
+ public:
+  MatrixRecord(const Call& call, Pattern& pattern)
+      : A_(smat_new_from(static_cast<unsigned>(call.n), static_cast<unsigned>(call.n),
+                         pattern.ia.data(), pattern.ja.data(), const_cast<double*>(call.a),
+                         call.mtype == 11                       ? NORV_REAL_UNSYM
+                         : matrix_type(call.mtype).nvals() == 2 ? NORV_CPX_SYM
+                                                                : NORV_REAL_SYM,
+                         0)) {}
+  ~MatrixRecord() { release_block(A_); }
+  MatrixRecord(const MatrixRecord&) = delete;
+  MatrixRecord& operator=(const MatrixRecord&) = delete;
   smat* get() const { return A_; }
 
  private:
@@ -165,6 +169,7 @@ struct Run {
   NorvInfo info{};
   int perturbed, positive, negative, nnz, iterations = 0;
   double relres;
+  bool set_up = false;  ///< the preconditioner on the handle is whole
 
   explicit Run(const Call& c)
       : call(c),
@@ -174,28 +179,34 @@ struct Run {
         positive(c.iparm(22)),
         negative(c.iparm(23)),
         nnz(c.iparm(18)),
-        relres(c.dparm(34)) {}
+        relres(c.dparm(34)),
+        set_up(c.first_digit() == 3) {}
 
-  /// Runs one phase of the library; a fault becomes the outcome, and what it took goes back.
-  Outcome step(int phase, double* b, double* x) {
-    int status = 0;
+  /// Runs one phase of the library.
+  int step(int phase, smat* A, smat* transpose, double* b, double* x, bool checked) {
+    return iterative_phase(state.M,
+                           {.pars = &pars,
+                            .phase = phase,
+                            .is_complex = A->is_complex,
+                            .A = A,
+                            .b = b,
+                            .x = x,
+                            .solution_in_b = call.iparm(6) == 1,
+                            .expected_negative = call.iparm(48),
+                            .transpose = transpose,
+                            .checked = checked,
+                            .second_drop = call.dparm(10),
+                            .minimum_degree = call.dparm(11) != 0},
+                           {&info, &perturbed, &positive, &negative, &nnz, &relres, &iterations});
+  }
+
+  /// Runs f on the matrix, as a call of the ledger; a fault in it becomes the outcome.
+  template <class F>
+  Outcome in_scope(Pattern& pattern, F f) {
     try {
-      const MeterScope metered(state.meter);
       const CallScope scope(state.ledger, call.msg != 0 ? 2 : 0, call.iparm(3));
-      const ShiftedMatrix A(call);
-      status =
-          iterative_phase(state.M,
-                          {.pars = &pars,
-                           .phase = phase,
-                           .is_complex = A.get()->is_complex,
-                           .A = A.get(),
-                           .b = b,
-                           .x = x,
-                           .solution_in_b = call.iparm(6) == 1,
-                           .expected_negative = call.iparm(48),
-                           .transposed = call.mtype == 11 && transpose_asked(call),
-                           .second_drop = call.dparm(10)},
-                          {&info, &perturbed, &positive, &negative, &nnz, &relres, &iterations});
+      const MatrixRecord A(call, pattern);
+      return f(A.get());
     } catch (const Fault& fault) {
       state.ledger.release_call();
       return outcome_of(fault);
@@ -203,26 +214,21 @@ struct Run {
       state.ledger.release_call();
       throw;
     }
-    if (status == 0) return {};
-    return {status, status, 0, 0};
   }
 };
 
+Outcome outcome_of_status(int status) {
+  if (status == 0) return {};
+  return {status, status, 0, 0};
+}
+
 /// Phases 11 to 23 up to the solve.
-Outcome set_up(Run& run) {
+Outcome set_up(Run& run, Pattern& pattern) {
   const int phase = run.call.first_digit() == 1 ? 12 : 22;
-  Outcome outcome;
-  try {
-    outcome = run.step(phase, nullptr, nullptr);
-  } catch (...) {
-    run.state.ledger.release_all();
-    run.state.M = nullptr;
-    throw;
-  }
-  if (outcome) {
-    run.state.ledger.release_all();
-    run.state.M = nullptr;
-  }
+  const Outcome outcome = run.in_scope(pattern, [&](smat* A) {
+    return outcome_of_status(run.step(phase, A, nullptr, nullptr, nullptr, false));
+  });
+  run.set_up = !outcome;
   return outcome;
 }
 
@@ -234,30 +240,57 @@ int first_not_finite_of(const double* v, int n, int nvals) {
 }
 
 /// Solves for one right-hand side after the other; the first that fails ends it.
-Outcome solve(Run& run) {
+Outcome solve(Run& run, Pattern& pattern) {
   const Call& call = run.call;
   const int nvals = matrix_type(call.mtype).nvals();
   const std::ptrdiff_t length = std::ptrdiff_t{call.n} * nvals;
   double worst = 0;
   int iterations = 0;
-  Outcome outcome;
   // Without x the work space for the solution is the library's.
   Vector<double> own(call.x == nullptr ? static_cast<std::size_t>(length) : 0);
-  for (int k = 0; k < call.nrhs && !outcome; ++k) {
+  const auto solve_one = [&](int k, smat* A, smat* transpose) -> Outcome {
     double* const b = call.b + k * length;
     double* const x = call.x != nullptr ? call.x + k * length : own.data();
     if (const int place = first_not_finite_of(b, call.n, nvals)) {
-      outcome = {error_numeric, status_iterative, place, 0};
+      Outcome outcome{error_numeric, status_iterative, place, 0};
       outcome.detail = "the right-hand side has NaN or infinity in row " + std::to_string(place);
-      break;
+      return outcome;
     }
-    outcome = run.step(33, b, x);
+    const bool checked = k > 0 || call.first_digit() < 3;
+    const int status = run.step(33, A, transpose, b, x, checked);
     iterations += run.iterations;
     worst = k == 0 ? run.relres : std::fmax(worst, run.relres);
-  }
+    return outcome_of_status(status);
+  };
+  const Outcome outcome = run.in_scope(pattern, [&](smat* A) {
+    smat* const transpose =
+        call.mtype == 11 && transpose_asked(call) ? smat_copy_trans(A) : nullptr;
+    Outcome failed;
+    for (int k = 0; k < call.nrhs && !failed; ++k) failed = solve_one(k, A, transpose);
+    if (transpose != nullptr) smat_free(transpose);
+    return failed;
+  });
   call.dparm(34) = worst;
   call.dparm(35) = iterations;
   return outcome;
+}
+
+/// All that the call's phase asks for.
+Outcome run_phases(Run& run) {
+  const Call& call = run.call;
+  const MeterScope metered(run.state.meter);
+  Pattern pattern(call);
+  Outcome outcome;
+  if (call.first_digit() < 3) outcome = set_up(run, pattern);
+  if (!outcome && call.last_digit() == 3 && call.nrhs > 0) outcome = solve(run, pattern);
+  return outcome;
+}
+
+/// A handle whose setup failed holds nothing.
+void drop_unfinished(Run& run) {
+  if (run.set_up) return;
+  run.state.ledger.release_all();
+  run.state.M = nullptr;
 }
 
 }  // namespace
@@ -306,8 +339,13 @@ Outcome run_iterative(const Call& call) {
   const ThreadGuard team(call.iparm(3));
   Run run(call);
   Outcome outcome;
-  if (call.first_digit() < 3) outcome = set_up(run);
-  if (!outcome && call.last_digit() == 3 && call.nrhs > 0) outcome = solve(run);
+  try {
+    outcome = run_phases(run);
+  } catch (...) {
+    drop_unfinished(run);
+    throw;
+  }
+  drop_unfinished(run);
   call.iparm(14) = run.perturbed;
   call.iparm(22) = run.positive;
   call.iparm(23) = run.negative;

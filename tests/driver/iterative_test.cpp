@@ -65,6 +65,7 @@ std::vector<Matrix> systems() {
 TEST(Iterative, EveryPhaseSolves) {
   NorvLog log(0);
   unsetenv("OMP_NUM_THREADS");  // which is no matter on this road
+  int ordered = 0;
   for (const Matrix& m : systems()) {
     SCOPED_TRACE(m.n);
     IterativeCaller c(m);
@@ -79,6 +80,7 @@ TEST(Iterative, EveryPhaseSolves) {
       EXPECT_EQ(c.iparm(22) + c.iparm(23), m.n);
       EXPECT_NEAR(c.iparm(23), dense_inertia(to_dense(m)).negative, 3);
     }
+    const std::vector<double> solution = c.x;
     const auto counts = std::array{c.iparm(14), c.iparm(18), c.iparm(22), c.iparm(23)};
     for (const int phase : {33, 23, 22, 33, 12, 33, 11, 22, 33}) {
       SCOPED_TRACE(phase);
@@ -89,6 +91,15 @@ TEST(Iterative, EveryPhaseSolves) {
       }
       EXPECT_EQ(counts, (std::array{c.iparm(14), c.iparm(18), c.iparm(22), c.iparm(23)}));
     }
+    if (m.mtype != 11) {  // another order, another factor
+      c.dparm[10] = 1;
+      ASSERT_EQ(c.run(12), 0);
+      std::fill(c.x.begin(), c.x.end(), 0.0);
+      ASSERT_EQ(c.run(33), 0);
+      EXPECT_LT(c.relative_residual(b, c.x), 1e-9);
+      EXPECT_NE(c.x, solution);
+      ordered += counts != std::array{c.iparm(14), c.iparm(18), c.iparm(22), c.iparm(23)};
+    }
     // The last solution as a starting guess is at once good enough; so is it in b.
     c.iparm(6) = 1;
     ASSERT_EQ(c.run(33), 0);
@@ -98,6 +109,7 @@ TEST(Iterative, EveryPhaseSolves) {
     EXPECT_EQ(c.run(-1), 0);
     EXPECT_TRUE(c.empty());
   }
+  EXPECT_GT(ordered, 0);
 }
 
 // A^T x = b takes the preconditioner of A.
@@ -115,8 +127,8 @@ TEST(Iterative, SolvesWithTheTranspose) {
 
 // With no dropping at all the levels hold an exact factor: its inertia is that of the matrix, and
 // the preconditioner alone is the solution.
-// The residual that BiCGStab carries along runs ahead of the true one near rounding, and where large
-// iterates came before.
+// The residual that BiCGStab carries along runs ahead of the true one near rounding, and where
+// large iterates came before.
 TEST(Iterative, WhatIsCalledSolvedIsSolved) {
   int solved = 0, refused = 0;
   for (const double tolerance : {1e-9, 1e-13, 1e-15, 1e-16})
@@ -248,6 +260,7 @@ TEST(Iterative, FailuresLeaveTheHandleUsable) {
       {"dparm", [](auto& c) { c.dparm[0] = NAN; }, 33, -1, "dparam(1) is out of bounds"},
       {"dparm", [](auto& c) { c.dparm[3] = 1e10; }, 13, -1, "dparam(4) is out of bounds"},
       {"dparm", [](auto& c) { c.dparm[9] = 1.1; }, 22, -1, "dparam(10) is out of bounds"},
+      {"dparm", [](auto& c) { c.dparm[10] = -1; }, 22, -1, "dparam(11) is out of bounds"},
       {"null", [](auto& c) { c.ja_ptr = nullptr; }, 33, -1, "argument number 9 is a null"},
       {"null", [](auto& c) { c.x_ptr = nullptr; }, 33, -1, "argument number 15 is a null"},
       {"nrhs", [](auto& c) { c.nrhs = 0; }, 33, -1, "nb_new  0"},

@@ -9,6 +9,7 @@
 
 #include "NORV/corelib/vec_common.hpp"
 #include "NORV/precons/ildlt_params.hpp"
+#include "NORV/precons/preorder.hpp"
 #include "NORV/solvers/krylov.hpp"
 #include "norv/classes.h"
 #include "norv/ildlt.h"
@@ -170,7 +171,12 @@ bool set_up(precon*& M, const IterativeCall& call, const IterativeResults& resul
     return false;
   }
   M->phase = phase;
-  if (code == code_mildlt) M->dparam[norv::params::mildlt_second_drop] = call.second_drop;
+  if (code == code_mildlt) {
+    M->dparam[norv::params::mildlt_second_drop] = call.second_drop;
+    if (call.minimum_degree)
+      M->iparam[norv::params::mildlt_preordering] =
+          static_cast<int>(norv::Preordering::amd_matched);
+  }
   if (precon_setup(M, call.A) == 0) {
     if (running_scope() != nullptr) direct_solver_failed(0, "Setup of %s failed.", M->name);
     // A failed setup ends some classes' phase 22 and the others' remaining phases.
@@ -325,15 +331,13 @@ int solve(precon* M, const IterativeCall& call, const IterativeResults& results)
 /// The same with the transposed matrix, and with M's transpose in its place.
 int solve_transposed(precon* M, const IterativeCall& call, const IterativeResults& results) {
   IterativeCall turned = call;
-  turned.A = smat_copy_trans(call.A);
+  turned.A = call.transpose;
   precon transpose{};
   transpose.data = M;
   transpose.apply = [](vec* result, precon* self, const vec* x) {
     return precon_solve_trans(result, static_cast<precon*>(self->data), x);
   };
-  const int status = solve(M != nullptr ? &transpose : nullptr, turned, results);
-  smat_free(turned.A);
-  return status;
+  return solve(M != nullptr ? &transpose : nullptr, turned, results);
 }
 
 }  // namespace
@@ -341,7 +345,7 @@ int solve_transposed(precon* M, const IterativeCall& call, const IterativeResult
 int iterative_phase(precon*& M, const IterativeCall& call, const IterativeResults& results) {
   const NorvPars& pars = *call.pars;
   // A caller who wants errors is told of a damaged matrix at any level.
-  const bool checks = pars.msglvl >= 1 || running_scope() != nullptr;
+  const bool checks = !call.checked && (pars.msglvl >= 1 || running_scope() != nullptr);
   if (checks && !smat_is_consistent(call.A)) return refuse("Matrix not consistent!");
   if (pars.stop_crit < 0 || pars.stop_crit > 2) return refuse("Stopping criterion unknown.");
   if (pars.fill_max_mode != 0) return refuse("fill_max_mode unknown.");
@@ -349,7 +353,7 @@ int iterative_phase(precon*& M, const IterativeCall& call, const IterativeResult
   if (call.phase < 33 && !set_up(M, call, results, status)) return status;
   const bool solves = call.phase == 33 || call.phase == 23 || call.phase == 13;
   if (!solves) return 0;
-  return call.transposed ? solve_transposed(M, call, results) : solve(M, call, results);
+  return call.transpose != nullptr ? solve_transposed(M, call, results) : solve(M, call, results);
 }
 
 }  // namespace vlm
@@ -390,8 +394,10 @@ int IterativeNorvScalar(int, NorvPars* pars, int n, int is_complex, int mtype, i
                             .x = x,
                             .solution_in_b = solution_in_b == 1,
                             .expected_negative = expected_neg != nullptr ? *expected_neg : 0,
-                            .transposed = false,
-                            .second_drop = 0},
+                            .transpose = nullptr,
+                            .checked = false,
+                            .second_drop = 0,
+                            .minimum_degree = false},
                            {info, perturbed_out, pos_out, neg_out, nnz_out, relres_out, iters_out});
   smat_to_fortran_indexing(A);
   vlm::release_block(A);

@@ -17,9 +17,11 @@ struct IterativeCall {
   double *b, *x;
   bool solution_in_b;
   int expected_negative;
-  bool transposed;     ///< solve with the transposed matrix
-  double second_drop;  ///< of MILDLT: dropped entries down to so many times the threshold still
-                       ///< take part in the updates; 0: none
+  smat* transpose;      ///< of A, to solve with it; null: with A
+  bool checked;         ///< a call before this one has tested A
+  double second_drop;   ///< of MILDLT: dropped entries down to so many times the threshold still
+                        ///< take part in the updates; 0: none
+  bool minimum_degree;  ///< MILDLT orders its levels by it, not by nested dissection
 };
 
 /// What it found; null where it isn't wanted.  Written by the phases that know it.

@@ -133,6 +133,30 @@ int solve(direct_factorization* f, vec* x, const vec* b, int nrhs, double* solut
   return 0;
 }
 
+/// The analysis.
+/// @param prepare  changes the options; its array, unless it is null, is perm of the call
+template <class F>
+direct_factorization* analyse(smat* A, const perm* p, F prepare) {
+  _norv_print_stat_msg("Analyse with VELMORA ...");
+  const double start = timer_velmora();
+  direct_factorization* const f = norv_velmora_setup(A, p);
+  DirectWork& work = work_of(f);
+  int* order = prepare(work);
+  if (order == nullptr && f->perm != nullptr) order = f->perm->p;
+  NORV_DEBUG("solver_velmora", "Calling VELMORA ...");
+  int error = 0;
+  {
+    const FortranIndexing base_1(A);
+    error = call_velmora(work, 11, A, order, 1, nullptr, nullptr);
+  }
+  if (error != 0) fail("analysis", error);
+  _norv_print_stat_msg("VELMORA analysis  memory %d", work.iparm[14]);
+  _norv_print_stat_msg("VELMORA structure memory %d", work.iparm[15]);
+  _norv_print_stat_msg("VELMORA factor    memory %d", work.iparm[16]);
+  _norv_print_stat_msg("VELMORA analysis took %f secs.", timer_velmora() - start);
+  return f;
+}
+
 }  // namespace
 }  // namespace vlm
 
@@ -214,23 +238,19 @@ direct_factorization* norv_velmora_setup(smat* A, const perm* p) {
 }
 
 direct_factorization* norv_velmora_analyse_iparam(smat* A, const perm* p, const char* custom) {
-  _norv_print_stat_msg("Analyse with VELMORA ...");
-  const double start = vlm::timer_velmora();
-  direct_factorization* const f = norv_velmora_setup(A, p);
-  DirectWork& work = work_of(f);
-  if (custom != nullptr) velmora_set_custom_iparam(custom, work.iparm);
-  NORV_DEBUG("solver_velmora", "Calling VELMORA ...");
-  int error = 0;
-  {
-    const vlm::FortranIndexing base_1(A);
-    error = vlm::call_velmora(work, 11, A, f->perm != nullptr ? f->perm->p : nullptr, 1, nullptr,
-                              nullptr);
-  }
-  if (error != 0) vlm::fail("analysis", error);
-  _norv_print_stat_msg("VELMORA analysis  memory %d", work.iparm[14]);
-  _norv_print_stat_msg("VELMORA structure memory %d", work.iparm[15]);
-  _norv_print_stat_msg("VELMORA factor    memory %d", work.iparm[16]);
-  _norv_print_stat_msg("VELMORA analysis took %f secs.", vlm::timer_velmora() - start);
+  return vlm::analyse(A, p, [custom](DirectWork& work) -> int* {
+    if (custom != nullptr) velmora_set_custom_iparam(custom, work.iparm);
+    return nullptr;
+  });
+}
+
+direct_factorization* vlm::factorize_in_order(smat* A, Vector<int>& order) {
+  direct_factorization* const f = analyse(A, nullptr, [&](DirectWork& work) {
+    work.iparm[4] = order.empty() ? -1 : 1;
+    order.resize(A->n);
+    return order.data();
+  });
+  norv_velmora_factorize(f, A);
   return f;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <new>
 
+#include "NORV/bridge/solver_velmora.hpp"
 #include "NORV/corelib/vec_common.hpp"
 #include "NORV/precons/ildlt_messages.hpp"
 #include "base/clock.hpp"
@@ -66,6 +67,19 @@ UpperRows<T> sparsify(const UpperRows<T>& S, double thresh, const Vector<T>& tar
   return thin;
 }
 
+/// Rows, from 1, in the sequence that their places tell.
+Vector<int> order_of(const LevelOrder& level) {
+  Vector<int> order(level.place.size());
+  for (std::size_t i = 0; i < order.size(); ++i) order[level.place[i]] = static_cast<int>(i) + 1;
+  return order;
+}
+
+Vector<int> places_of(const Vector<int>& order) {
+  Vector<int> place(order.size());
+  for (std::size_t k = 0; k < place.size(); ++k) place[order[k] - 1] = static_cast<int>(k);
+  return place;
+}
+
 }  // namespace
 
 // ---- coarsest level -----------------------------------------------------------------------------
@@ -73,6 +87,11 @@ UpperRows<T> sparsify(const UpperRows<T>& S, double thresh, const Vector<T>& tar
 CoarseLevel::CoarseLevel(smat* A) : matrix_(A) {
   x_ = A->is_complex ? vec_new_cpx(A->n) : vec_new(A->n);
   factor_ = direct_factorize(A);
+}
+
+CoarseLevel::CoarseLevel(smat* A, Vector<int>& order) : matrix_(A) {
+  x_ = A->is_complex ? vec_new_cpx(A->n) : vec_new(A->n);
+  factor_ = factorize_in_order(A, order);
 }
 
 CoarseLevel::~CoarseLevel() {
@@ -93,26 +112,30 @@ void CoarseLevel::solve(double* x) {
 
 template <class T>
 Mildlt<T>::Mildlt(const smat* A, const MildltOptions& options, const vec* target,
-                  LevelOrder&& order) {
+                  KeptOrders&& kept) {
   double seconds = 0;
   {
     const Stopwatch watch(seconds);
     const int n = static_cast<int>(A->m);
     Vector<T> level_target = first_target<T>(n, options, target);
     UpperRows<T> rows = rows_of<T>(A);
-    order_ = std::move(order);
     for (int l = 0; l + 1 < options.max_levels && rows.n > options.min_level_size; ++l) {
       _norv_print_stat_msg("Factorizing level %d ...", l);
-      LevelOrder level_order;
-      if (l > 0 || order_.empty()) level_order = order_level(rows, options.preordering);
-      if (l == 0 && order_.empty()) order_ = std::move(level_order);
-      rows = add_level(std::move(rows), l == 0 ? LevelOrder(order_) : std::move(level_order),
-                       options, level_target);
+      KeptOrder level;
+      if (l > 0) level.row = rows_left();
+      if (l < static_cast<int>(kept.level.size()))
+        level.order = inherit_order(rows, level.row, kept.level[l], n);
+      if (level.order.empty()) level.order = order_level(rows, options.preordering);
+      orders_.level.push_back(std::move(level));
+      rows = add_level(std::move(rows), orders_.level.back().order, options, level_target);
       if (levels_.back().factor.pivots == 0 || stalls(rows, levels_.back().m)) break;
     }
     if (rows.n > 0) {
       _norv_print_stat_msg("Factorizing coarse grid matrix ...");
-      coarse_ = std::make_unique<CoarseLevel>(to_smat(rows, true));
+      orders_.coarse.row = levels_.empty() ? Vector<int>() : rows_left();
+      Vector<int> order = order_of(inherit_order(rows, orders_.coarse.row, kept.coarse, n));
+      coarse_ = std::make_unique<CoarseLevel>(to_smat(rows, true), order);
+      orders_.coarse.order.place = places_of(order);
       const smat* const C = coarse_->matrix();
       totals_.entries += coarse_->entries();
       totals_.positive += C->npos;
@@ -123,10 +146,22 @@ Mildlt<T>::Mildlt(const smat* A, const MildltOptions& options, const vec* target
   report(A->nnz, seconds);
 }
 
+/// Which rows of the matrix the last level leaves, in their order.
+template <class T>
+Vector<int> Mildlt<T>::rows_left() const {
+  const Level& last = levels_.back();
+  const Vector<int>& row = orders_.level.back().row;
+  Vector<int> left;
+  left.reserve(static_cast<std::size_t>(last.m - last.factor.pivots));
+  for (int k = last.factor.pivots; k < last.m; ++k)
+    left.push_back(row.empty() ? last.row[k] : row[last.row[k]]);
+  return left;
+}
+
 /// @param target  of the rows, in; of what is left, out
 /// @return the Schur complement
 template <class T>
-UpperRows<T> Mildlt<T>::add_level(UpperRows<T>&& A, LevelOrder&& order,
+UpperRows<T> Mildlt<T>::add_level(UpperRows<T>&& A, const LevelOrder& order,
                                   const MildltOptions& options, Vector<T>& target) {
   const int m = A.n;
   IldltOptions factor_options = options.factor;
@@ -148,7 +183,7 @@ UpperRows<T> Mildlt<T>::add_level(UpperRows<T>&& A, LevelOrder&& order,
   Level& level = levels_.emplace_back();
   level.m = m;
   level.work.resize(m);
-  level.scale = std::move(order.scale);
+  level.scale = order.scale;
   level.place.resize(m);
   level.row.resize(m);
   level.scale_at.resize(m);

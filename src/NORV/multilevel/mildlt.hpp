@@ -36,12 +36,22 @@ struct MildltTotals {
   std::int64_t positive = 0, negative = 0, perturbed = 0;
 };
 
+/// What a setup passes on to a later one of the same pattern.
+struct KeptOrders {
+  Vector<KeptOrder> level;
+  KeptOrder coarse;  ///< without scaling
+  /// Rows of the matrix that they are for.
+  std::size_t size() const { return (level.empty() ? coarse : level.front()).order.place.size(); }
+};
+
 /// Coarsest level: its matrix and the direct solver's factor of it.
 class CoarseLevel {
  public:
   CoarseLevel() = default;
   /// Takes the matrix over.
   explicit CoarseLevel(smat* A);
+  /// @param order  see factorize_in_order()
+  CoarseLevel(smat* A, Vector<int>& order);
   ~CoarseLevel();
   CoarseLevel(const CoarseLevel&) = delete;
   CoarseLevel& operator=(const CoarseLevel&) = delete;
@@ -63,8 +73,8 @@ class Mildlt {
   /// Sets the levels up.
   /// @param A       symmetric, upper triangle stored; not needed afterwards
   /// @param target  by row of A, for Compensation::target
-  /// @param order   of the first level; empty: found here
-  Mildlt(const smat* A, const MildltOptions& options, const vec* target, LevelOrder&& order);
+  /// @param kept    orders of an earlier setup with the same pattern; empty: found here
+  Mildlt(const smat* A, const MildltOptions& options, const vec* target, KeptOrders&& kept);
 
   /// y := B x.
   void apply(const T* x, T* y);
@@ -78,9 +88,9 @@ class Mildlt {
   /// Bytes of the factors that an application reads, without the direct solver's.
   std::int64_t sweep_bytes() const;
 
-  /// The order of the first level, which a later setup of the same pattern may take; it is gone
+  /// The orders of the levels, which a later setup of the same pattern may take; they are gone
   /// from here then.
-  LevelOrder take_order() { return std::move(order_); }
+  KeptOrders take_orders() { return std::move(orders_); }
 
  private:
   struct Level {
@@ -93,14 +103,15 @@ class Mildlt {
     Vector<T> work;           ///< [m]
   };
 
-  UpperRows<T> add_level(UpperRows<T>&& A, LevelOrder&& order, const MildltOptions& options,
+  UpperRows<T> add_level(UpperRows<T>&& A, const LevelOrder& order, const MildltOptions& options,
                          Vector<T>& target);
+  Vector<int> rows_left() const;
   void report(std::int64_t matrix_entries, double seconds) const;
   void solve_level(std::size_t level, const T* x, T* y);
 
   Vector<Level> levels_;
   std::unique_ptr<CoarseLevel> coarse_;
-  LevelOrder order_;
+  KeptOrders orders_;
   MildltTotals totals_;
 };
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 /// MILDLT: the class of the multilevel incomplete LDL^T.
 ///
-/// A setup for one of the phases 22 and 23 takes the order and the scaling of the first level over
-/// from the one before; all else is made anew.
+/// A setup for one of the phases 22 and 23 takes the order and the scaling of the levels over from
+/// the one before, where they still fit; all else is made anew.
 #include <algorithm>
 #include <limits>
 #include <memory>
-#include <optional>
+#include <utility>
 
 #include "NORV/corelib/vec_common.hpp"
 #include "NORV/multilevel/mildlt.hpp"
@@ -18,13 +18,13 @@
 namespace {
 
 using vlm::zcomplex;
-using vlm::norv::LevelOrder;
+using vlm::norv::KeptOrders;
 using vlm::norv::Mildlt;
 using namespace vlm::norv::params;
 
 /// What hangs on a record.
 struct MildltData : vlm::OfKind<Mildlt> {
-  LevelOrder order;             ///< kept between setups
+  KeptOrders orders;            ///< kept between setups
   const vec* target = nullptr;  ///< the caller's
 };
 
@@ -82,12 +82,12 @@ void print_options(const vlm::norv::MildltOptions& o) {
 template <class T>
 void set_up(precon* M, const smat* A, const vlm::norv::MildltOptions& options) {
   MildltData* const data = data_of(M);
-  const bool again = (M->phase == 22 || M->phase == 23) && data->order.place.size() == A->m;
-  LevelOrder order = again ? std::move(data->order) : LevelOrder();
-  data->order = LevelOrder();
+  KeptOrders orders = std::exchange(data->orders, {});
+  const bool again = (M->phase == 22 || M->phase == 23) && orders.size() == A->m;
+  if (!again) orders = {};
   auto& levels = data->of<T>();
-  levels = std::make_unique<Mildlt<T>>(A, options, data->target, std::move(order));
-  data->order = levels->take_order();
+  levels = std::make_unique<Mildlt<T>>(A, options, data->target, std::move(orders));
+  data->orders = levels->take_orders();
   M->nnz = bounded(levels->totals().entries);
   M->npos = bounded(levels->totals().positive);
   M->nneg = bounded(levels->totals().negative);

@@ -4,6 +4,7 @@
 #include "NORV/precons/preorder.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 #include "matching/mpssym.hpp"
@@ -142,6 +143,106 @@ LevelOrder order_level(const UpperRows<T>& A, Preordering preordering) {
   return level;
 }
 
+namespace {
+
+/// A row that an order doesn't know, behind the place of its strongest neighbour.
+struct Newcomer {
+  int behind, row;
+  double largest = 0;  ///< entry between the two, scaled on the neighbour's side
+  bool operator<(const Newcomer& other) const {
+    return behind != other.behind ? behind < other.behind : row < other.row;
+  }
+};
+
+/// Whether nearly all rows have a largest entry that isn't far from 1.
+template <class T>
+bool scaling_fits(const UpperRows<T>& A, const Vector<double>& scale) {
+  constexpr double far = 16;
+  Vector<double> largest(A.n, 0.0);
+  for (int i = 0; i < A.n; ++i)
+    for (std::int64_t p = A.start[i]; p < A.start[i + 1]; ++p) {
+      const int j = A.column[p];
+      const double size = magnitude(A.value[p]) * scale[i] * scale[j];
+      largest[i] = std::max(largest[i], size);
+      largest[j] = std::max(largest[j], size);
+    }
+  const auto strange =
+      std::ranges::count_if(largest, [=](double x) { return !(x < far && x > 1 / far); });
+  return strange <= A.n / 100;
+}
+
+/// Neighbour and scaling of each row that has no place yet.
+template <class T>
+Vector<Newcomer> settle(const UpperRows<T>& A, const Vector<int>& place, int last,
+                        Vector<double>& scale) {
+  Vector<int> number(A.n, -1);
+  Vector<Newcomer> newcomers;
+  for (int i = 0; i < A.n; ++i)
+    if (place[i] < 0) {
+      number[i] = static_cast<int>(newcomers.size());
+      newcomers.push_back({last, i});
+    }
+  const auto meet = [&](int i, int j, const T& value) {
+    if (place[i] >= 0 || place[j] < 0) return;
+    Newcomer& each = newcomers[number[i]];
+    const double size = magnitude(value) * scale[j];
+    if (size > each.largest) each.largest = size, each.behind = place[j];
+  };
+  for (int i = 0; i < A.n; ++i)
+    for (std::int64_t p = A.start[i]; p < A.start[i + 1]; ++p) {
+      meet(i, A.column[p], A.value[p]);
+      meet(A.column[p], i, A.value[p]);
+    }
+  for (const Newcomer& each : newcomers) {
+    const std::int64_t first = A.start[each.row];
+    const bool has_diagonal = first < A.start[each.row + 1] && A.column[first] == each.row;
+    const double diagonal = has_diagonal ? std::sqrt(magnitude(A.value[first])) : 0;
+    const double largest = std::max(each.largest, diagonal);
+    scale[each.row] = largest > 0 && std::isfinite(largest) ? 1 / largest : 1;
+  }
+  std::sort(newcomers.begin(), newcomers.end());
+  return newcomers;
+}
+
+}  // namespace
+
+template <class T>
+LevelOrder inherit_order(const UpperRows<T>& A, const Vector<int>& row, const KeptOrder& kept,
+                         int n) {
+  if (row.empty() && kept.row.empty()) return kept.order;
+  if (row.empty() || kept.row.empty()) return {};
+  const auto m = static_cast<int>(kept.row.size());
+  const bool scaled = !kept.order.scale.empty();
+  Vector<int> known(n, -1);
+  for (int k = 0; k < m; ++k) known[kept.row[k]] = k;
+  LevelOrder level;
+  level.place.assign(A.n, -1);
+  level.scale.assign(A.n, 1.0);
+  Vector<int> row_at(m, -1);
+  int strange = 0;
+  for (int i = 0; i < A.n; ++i) {
+    const int k = known[row[i]];
+    if (k < 0) {
+      ++strange;
+      continue;
+    }
+    level.place[i] = kept.order.place[k];
+    if (scaled) level.scale[i] = kept.order.scale[k];
+    row_at[level.place[i]] = i;
+  }
+  if (strange > A.n / 10) return {};
+  const Vector<Newcomer> newcomers = settle(A, level.place, m - 1, level.scale);
+  if (scaled && !scaling_fits(A, level.scale)) return {};
+  auto next = newcomers.begin();
+  int position = 0;
+  for (int k = 0; k < m; ++k) {
+    if (row_at[k] >= 0) level.place[row_at[k]] = position++;
+    for (; next != newcomers.end() && next->behind == k; ++next)
+      level.place[next->row] = position++;
+  }
+  return level;
+}
+
 template <class T>
 Vector<int> pivot_candidates(const UpperRows<T>& A) {
   const Magnitudes m = magnitudes(A);
@@ -177,6 +278,10 @@ template Vector<int> pivot_candidates(const UpperRows<double>&);
 template Vector<int> pivot_candidates(const UpperRows<zcomplex>&);
 template PartedOrder order_by_parts(const UpperRows<double>&, int);
 template PartedOrder order_by_parts(const UpperRows<zcomplex>&, int);
+template LevelOrder inherit_order(const UpperRows<double>&, const Vector<int>&, const KeptOrder&,
+                                  int);
+template LevelOrder inherit_order(const UpperRows<zcomplex>&, const Vector<int>&, const KeptOrder&,
+                                  int);
 template LevelOrder order_level(const UpperRows<double>&, Preordering);
 template LevelOrder order_level(const UpperRows<zcomplex>&, Preordering);
 

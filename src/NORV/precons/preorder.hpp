@@ -26,6 +26,12 @@ struct LevelOrder {
   bool empty() const { return place.empty(); }
 };
 
+/// The order of a level as a later setup takes it over.
+struct KeptOrder {
+  LevelOrder order;
+  Vector<int> row;  ///< [m] which rows of the whole matrix the level's are; empty: all of them
+};
+
 /// @param A  upper triangle
 template <class T>
 LevelOrder order_level(const UpperRows<T>& A, Preordering preordering);
@@ -34,6 +40,18 @@ LevelOrder order_level(const UpperRows<T>& A, Preordering preordering);
 /// @param A  upper triangle
 template <class T>
 Vector<int> pivot_candidates(const UpperRows<T>& A);
+
+/// The order of a level whose rows are nearly those that an order was made for: those it knows keep
+/// sequence and scaling, each of the others comes behind its strongest neighbour among them, scaled
+/// to a largest entry of 1.
+/// @param A     upper triangle
+/// @param row   [A.n] which rows of the whole matrix its rows are; empty: all
+/// @param kept  without scaling: neither its test nor scalings of new rows
+/// @param n     rows of the whole matrix
+/// @return      empty where more than a tenth of the rows is new, or the scaling no longer fits
+template <class T>
+LevelOrder inherit_order(const UpperRows<T>& A, const Vector<int>& row, const KeptOrder& kept,
+                         int n);
 
 /// Rows that are eliminated together, [begin, end).
 struct PartRange {

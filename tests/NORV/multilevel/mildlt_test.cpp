@@ -5,8 +5,8 @@
 
 #include "norv/ildlt.h"
 #include "norv_log.hpp"
-#include "reference.hpp"
 #include "norv_objects.hpp"
+#include "reference.hpp"
 #include "smat_dense.hpp"
 
 namespace {
@@ -191,6 +191,71 @@ TEST_F(MildltTest, RefusesWhatIsNoOption) {
         precon_setup(M.get(), U.get());
       },
       "A->sym");
+}
+
+// A later setup with other values finds other rows on the lower levels: their orders still serve,
+// and the factor is exact without dropping.
+TEST_F(MildltTest, OrdersOfAllLevelsServeOtherValues) {
+  NorvLog log(0);
+  for (const int type : {NORV_REAL_SYM, NORV_CPX_SYM})
+    for (const double change : {0.0, 1e-3, 0.1, 10.0}) {
+      SCOPED_TRACE(change);
+      const Smat A = indefinite(random, 300, type, 0.03);
+      Settings s;
+      s.kappa = 2;
+      s.max_levels = 4;
+      const Precon M = create(s, A->is_complex);
+      M->phase = 12;
+      precon_setup(M.get(), A.get());
+      for (unsigned k = 0; k < A->nnz << A->is_complex; ++k)
+        A->a[k] *= 1 + change * random.number();
+      precon_free(M.get(), 22);
+      M->phase = 22;
+      ASSERT_EQ(precon_setup(M.get(), A.get()), 1);
+      EXPECT_LT(residual(A, M.get(), random), 1e-8);
+    }
+}
+
+/// A level of the rows 10, 20, ... of a larger matrix: a chain with the off-diagonal entries e.
+vlm::norv::UpperRows<double> chain(const std::vector<double>& e) {
+  const int n = int(e.size()) + 1;
+  std::vector<int> i, j;
+  std::vector<double> a;
+  for (int k = 0; k < n; ++k) {
+    i.push_back(k), j.push_back(k), a.push_back(k == 2 ? 4 : 1);
+    if (k + 1 < n) i.push_back(k), j.push_back(k + 1), a.push_back(e[k]);
+  }
+  const Smat A(smat_new_from_coord(unsigned(n), unsigned(n), unsigned(i.size()), i.data(), j.data(),
+                                   a.data(), 1));
+  return vlm::norv::permuted_upper<double>(A.get(), nullptr, nullptr);
+}
+
+TEST(Preordering, InheritedOrder) {
+  using vlm::norv::inherit_order;
+  constexpr int n = 500, m = 30;
+  std::vector<double> e(m - 1, 0.5);
+  e[1] = 3, e[2] = -8;  // row 2 has row 3 as its strongest neighbour
+  const auto A = chain(e);
+  vlm::Vector<int> row;
+  for (int k = 0; k < m; ++k) row.push_back(10 * k);
+  // The order knows all rows but 20, and row 300 besides, from the last to the first.
+  vlm::norv::KeptOrder kept;
+  for (int k = 0; k <= m; ++k)
+    if (k != 2) kept.row.push_back(10 * k);
+  for (int k = 0; k < m; ++k) kept.order.place.push_back(m - 1 - k), kept.order.scale.push_back(1);
+  const auto level = inherit_order(A, row, kept, n);
+  ASSERT_EQ(level.place.size(), std::size_t{m});
+  for (int k = 0; k < m; ++k)
+    EXPECT_EQ(level.place[k], k == 2 ? m - 3 : k == 3 ? m - 4 : m - 1 - k);
+  for (int k = 0; k < m; ++k) EXPECT_EQ(level.scale[k], k == 2 ? 1.0 / 8 : 1) << k;
+
+  kept.order.scale.clear();  // an order alone
+  EXPECT_EQ(inherit_order(A, row, kept, n).place, level.place);
+  kept.order.scale.assign(m, 1e-3);  // which no longer fits
+  EXPECT_TRUE(inherit_order(A, row, kept, n).empty());
+  kept.order.scale.assign(m, 1);
+  for (int k = 10; k < 14; ++k) row[k] += 1;  // too many that it doesn't know
+  EXPECT_TRUE(inherit_order(A, row, kept, n).empty());
 }
 
 /// Matrices whose diagonals are zero, matched in pairs: the order puts partners side by side and
