@@ -112,8 +112,8 @@
  *               sign.  Phases 22 and 23 then keep the factor of an earlier matrix where that pays,
  *               and a solve iterates on the matrix of the call with this factor as preconditioner
  *               (a, ia and ja must be there, in phase 33 as well), without other refinement.
- *                K  |K| 2: conjugate gradients for types 2 and 4; else, and for all other types,
- *                   conjugate gradients squared.  0: off
+ *                K  |K| 2: conjugate gradients for types that store a triangle; else, and for
+ *                   all other types, conjugate gradients squared.  0: off
  *                L  the residual is to fall to 10^-L of that of the factor's own solution, in
  *                   Euclidean norms; 0: 10^-12.  1.4e-14 of |A||x| + |b| counts as rounding
  *                K > 0: at most 1.35 |K| t + 1 iterations, and 100, t being the time of the

@@ -11,6 +11,7 @@
 #include "driver/options.hpp"
 #include "driver/sequence.hpp"
 #include "solve/first_guess.hpp"
+#include "solve/rescale.hpp"
 
 namespace vlm {
 
@@ -97,6 +98,7 @@ struct FactorRecord {
   double seconds = 0;  ///< time of the factorization
   ReuseHistory history;
   EarlierSolutions* earlier = nullptr;  ///< of stabilised solves; owned
+  RowSizes* sizes = nullptr;            ///< of the factored matrix, for the same; owned
   bool inverted = false;                ///< lu holds the selected inverse, and no factor
   std::uint64_t inverse_values = 0;     ///< checksum of the inverse in the caller's a; 0: none
   SecondFactor* second = nullptr;  ///< the factor of a rung that helped where lu did not; owned

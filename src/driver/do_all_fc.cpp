@@ -94,6 +94,19 @@ InputMatrix matrix_of_call(const StageArrays& arrays) {
   return {call.n, call.ia, call.ja, call.a};
 }
 
+/// Keeps the figures by which a later matrix of a stabilised sequence is compared with this one.
+void measure_sizes(const StageArrays& arrays) {
+  const Options& options = arrays.control.options;
+  FactorRecord& record = *arrays.record;
+  if (options.stabilised.k == 0 || options.type->family != Family::cholesky) {
+    delete record.sizes;
+    record.sizes = nullptr;
+    return;
+  }
+  if (record.sizes == nullptr) record.sizes = new RowSizes;
+  record.sizes->measure(arrays.matrix, *options.type);
+}
+
 int run_factorization(StageArrays& arrays) {
   Control& control = arrays.control;
   const Options& options = control.options;
@@ -101,6 +114,7 @@ int run_factorization(StageArrays& arrays) {
   arrays.call.iparm(20) = 0;
   record.finished = false;
   note_factorization(record.history);
+  measure_sizes(arrays);
   int status = status_ok;
   {
     const Stopwatch watch(control.clocks.timer.numfct);

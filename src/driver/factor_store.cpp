@@ -116,6 +116,7 @@ void drop_second(FactorRecord& record) {
 void clean_fact_fc(FactorRecord& record) {
   drop_second(record);
   delete record.earlier;
+  delete record.sizes;
   std::free(record.lu);
   record = FactorRecord{};
 }
@@ -168,7 +169,8 @@ void provide_cgs(void** pt, std::size_t bytes) {
 
 void release_large_cgs(void** pt) {
   constexpr std::size_t small = std::size_t{1} << 20;
-  if (control_of(pt).cgs_held <= small) return;
+  const Control& control = control_of(pt);
+  if (control.cgs_held <= small || control.options.stabilised.k != 0) return;
   release(pt, slot_cgs);
   control_of(pt).cgs_held = 0;
 }
@@ -181,6 +183,7 @@ std::int64_t numeric_kilobytes(void** pt) {
     if (record.lu != nullptr) sum += kilobytes(record.bytes);
     if (record.second != nullptr) sum += kilobytes(record.second->bytes());
     if (record.earlier != nullptr) sum += kilobytes(record.earlier->bytes());
+    if (record.sizes != nullptr) sum += kilobytes(record.sizes->bytes());
   }
   for (const std::size_t bytes : {control.work_bytes, control.cgs_bytes})
     if (bytes > 0) sum += kilobytes(bytes);

@@ -22,7 +22,8 @@ enum Slot : int {
   slot_table = 4,         ///< FactorRecord [nrecords]
   slot_structure = 8,     ///< Structure
   slot_work = 10,         ///< work of factorization and solve
-  slot_cgs = 11,          ///< vectors of refinement; large ones within one solve only
+  slot_cgs = 11,          ///< vectors of refinement, large ones within one solve only; of
+                          ///< stabilised solves
   slot_match_perm = 13,   ///< permutation of the matching [n]
   slot_match_scale = 14,  ///< scalings of the matching [2n]
   slot_padded = 16,       ///< PaddedMatrix; its content has a destructor, as that of the next
@@ -122,7 +123,7 @@ void provide_work(void** pt, std::size_t bytes);
 /// At least that much CGS_ARR for one solve.
 void provide_cgs(void** pt, std::size_t bytes);
 /// After the solve: frees CGS_ARR, unless it is so small that its allocation would cost a loop of
-/// solves more than its memory.
+/// solves more than its memory, or a stabilised sequence goes on.
 void release_large_cgs(void** pt);
 
 /// KB that one allocation counts for.

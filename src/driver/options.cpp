@@ -200,12 +200,11 @@ RefineOptions refine_options(const Options& options, const Call& call, int pertu
 
 StabiliseOptions stabilise_options(const Options& options) {
   const MatrixType& type = *options.type;
-  return {
-      .type = type,
-      .transpose = options.transpose,
-      .conjugate_gradients = std::abs(options.stabilised.k) == 2 && type.family == Family::cholesky,
-      .tolerance = options.stabilised.tolerance,
-      .threads = options.threads};
+  return {.type = type,
+          .transpose = options.transpose,
+          .conjugate_gradients = std::abs(options.stabilised.k) == 2 && type.symmetric,
+          .tolerance = options.stabilised.tolerance,
+          .threads = options.threads};
 }
 
 AccuracyOptions accuracy_options(const Options& options, const Call& call) {

@@ -11,6 +11,7 @@
 #include "base/status.hpp"
 #include "base/vector_primitives.hpp"
 #include "solve/first_guess.hpp"
+#include "solve/rescale.hpp"
 
 namespace vlm {
 namespace {
@@ -61,9 +62,10 @@ struct Parts {
   std::size_t iteration = 0;  ///< vectors of the iteration
   std::size_t gain = 0;       ///< of the first guess, a column each
   std::size_t guess = 0;      ///< its work
+  std::size_t scale = 0;      ///< of the factor
   std::size_t accuracy = 0;
 
-  std::size_t all() const { return solution + rhs + iteration + gain + guess + accuracy; }
+  std::size_t all() const { return solution + rhs + iteration + gain + guess + scale + accuracy; }
 };
 
 SparseProduct product_of(const StageArrays& arrays) {
@@ -72,10 +74,16 @@ SparseProduct product_of(const StageArrays& arrays) {
 }
 
 /// The solutions from which the first guess is made; null where the factor is that of the matrix,
-/// or none are there.
-const EarlierSolutions* solutions_for_guess(const StageArrays& arrays) {
-  const EarlierSolutions* const earlier = arrays.record->earlier;
-  return arrays.fresh || earlier == nullptr || earlier->count() == 0 ? nullptr : earlier;
+/// or they promise nothing.
+EarlierSolutions* solutions_for_guess(const StageArrays& arrays) {
+  EarlierSolutions* const earlier = arrays.record->earlier;
+  return arrays.fresh || earlier == nullptr || !earlier->promise() ? nullptr : earlier;
+}
+
+/// The figures of the factored matrix, from which the factor is scaled; null where it is that of
+/// the matrix, or has none.
+const RowSizes* sizes_for_scale(const StageArrays& arrays) {
+  return arrays.fresh ? nullptr : arrays.record->sizes;
 }
 
 Parts parts_of(const StageArrays& arrays) {
@@ -93,6 +101,7 @@ Parts parts_of(const StageArrays& arrays) {
     parts.gain = static_cast<std::size_t>(call.nrhs);
     parts.guess = guess_bytes(product_of(arrays), *earlier) / sizeof(double);
   }
+  if (sizes_for_scale(arrays) != nullptr) parts.scale = 2 * static_cast<std::size_t>(call.n);
   if (accuracy.level == 2 && !arrays.fresh) {
     parts.rhs = vector_length(arrays, std::min(call.nrhs, accuracy_block));
     parts.iteration = std::max(parts.iteration, iteration(turned(options)));
@@ -113,12 +122,16 @@ class FactorSolves {
                double* iteration)
       : arrays_(arrays), options_(options), rhs_(rhs), iteration_(iteration) {}
 
+  /// Between diagonal matrices, [2n], from now on.
+  void scale_factor(const double* scale) { scale_ = scale; }
+
   int solve(Side side, int nrhs, const double* in, double* out) const {
     pulse();
     SolveOptions options = solve_options(arrays_.control.options);
     options.transpose = options_of(side).transpose;
-    return solve_velmora(options, *arrays_.structure, arrays_.matching, arrays_.record->lu, nrhs,
-                         in, out, arrays_.work);
+    const Matching matching = scale_ != nullptr ? Matching{.scale = scale_} : arrays_.matching;
+    return solve_velmora(options, *arrays_.structure, matching, arrays_.record->lu, nrhs, in, out,
+                         arrays_.work);
   }
 
   SolveStep step(Side side) const {
@@ -164,6 +177,7 @@ class FactorSolves {
   const StageArrays& arrays_;
   const StabiliseOptions& options_;
   double *rhs_, *iteration_;
+  const double* scale_ = nullptr;
 };
 
 int measure_solution(const StageArrays& arrays, const AccuracyOptions& options,
@@ -205,7 +219,8 @@ class StabilisedStage {
     iteration_ = arrays.cgs_arr + parts_.solution + parts_.rhs;
     gain_ = iteration_ + parts_.iteration;
     guess_ = gain_ + parts_.gain;
-    accuracy_ = guess_ + parts_.guess;
+    scale_ = guess_ + parts_.guess;
+    accuracy_ = scale_ + parts_.scale;
   }
 
   int run() {
@@ -225,7 +240,9 @@ class StabilisedStage {
   /// @param seconds  out: time of the solve
   int solve_first(double& seconds) {
     const AddingStopwatch watch(timer_.solve);
-    const EarlierSolutions* const earlier = solutions_for_guess(arrays_);
+    if (const RowSizes* const sizes = sizes_for_scale(arrays_))
+      if (sizes->rescale(arrays_.matrix, options_.type, scale_)) solves_.scale_factor(scale_);
+    EarlierSolutions* const earlier = solutions_for_guess(arrays_);
     double *const residual = iteration_, *const correction = iteration_ + length_;
     const SparseProduct product = product_of(arrays_);
     guessed_ = earlier != nullptr && guess({.earlier = *earlier,
@@ -236,6 +253,7 @@ class StabilisedStage {
                                             .residual = residual,
                                             .gain = gain_,
                                             .work = guess_});
+    if (earlier != nullptr) earlier->note_guess(guessed_);
     const double start = timer_velmora();
     const int status = guessed_ ? solves_.solve(Side::as_asked, call_.nrhs, residual, correction)
                                 : solves_.solve(Side::as_asked, call_.nrhs, call_.b, x_);
@@ -292,8 +310,8 @@ class StabilisedStage {
   StabiliseOptions options_;
   const std::size_t length_;
   const Parts parts_;
-  const FactorSolves solves_;
-  double *x_, *iteration_, *gain_, *guess_, *accuracy_;
+  FactorSolves solves_;
+  double *x_, *iteration_, *gain_, *guess_, *scale_, *accuracy_;
   bool guessed_ = false;
 };
 

@@ -133,7 +133,14 @@ void EarlierSolutions::provide(std::size_t length, int nrhs, bool transpose, std
   transpose_ = transpose;
 }
 
+void EarlierSolutions::note_guess(bool gained) {
+  constexpr int longest_rest = 8;
+  rest_ = gained ? 0 : std::min(1 << std::min(failures_, 8), longest_rest) + 1;
+  failures_ = gained ? 0 : failures_ + 1;
+}
+
 void EarlierSolutions::keep(const double* x) {
+  rest_ = std::max(rest_ - 1, 0);
   if (room_ == 0) return;
   for (int j = 0; j < nrhs_; ++j)
     std::copy_n(x + static_cast<std::size_t>(j) * length_, length_,
@@ -145,7 +152,6 @@ void EarlierSolutions::keep(const double* x) {
 }
 
 std::size_t guess_bytes(const SparseProduct& product, const EarlierSolutions& earlier) {
-  if (earlier.count() == 0) return 0;
   return earlier.length() * static_cast<std::size_t>(earlier.count()) * sizeof(double) +
          amuxy_work_bytes(product.matrix.n, product.mtype, product.transpose, product.nthreads);
 }

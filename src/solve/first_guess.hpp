@@ -26,7 +26,12 @@ class EarlierSolutions : public TellsItsSize {
   void provide(std::size_t length, int nrhs, bool transpose, std::size_t bytes);
   /// Keeps one more, in the place of the oldest.  @param x  [length, nrhs]
   void keep(const double* x);
-  void forget() { count_ = next_ = 0; }
+  void forget() { count_ = next_ = rest_ = failures_ = 0; }
+
+  /// Whether a guess is worth its products: there are solutions, and the last guesses were not in
+  /// vain.  One that was lets the next 1, 2, 4, up to 8 solves go without.
+  bool promise() const { return count_ > 0 && rest_ == 0; }
+  void note_guess(bool gained);
 
   int count() const { return count_; }
   std::size_t length() const { return length_; }
@@ -40,6 +45,7 @@ class EarlierSolutions : public TellsItsSize {
   Vector<double> values_;  ///< [length, room, nrhs]
   std::size_t length_ = 0;
   int nrhs_ = 0, room_ = 0, count_ = 0, next_ = 0;
+  int rest_ = 0, failures_ = 0;  ///< solves without a guess; guesses in vain, one after the other
   bool transpose_ = false;
 };
 

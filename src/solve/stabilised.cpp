@@ -27,10 +27,10 @@ constexpr double divergence = 1e4;
 constexpr double rounding_level = 0x1p-46, rounding_drift = 1;
 /// Steps that tell the pace.
 constexpr int pace_steps = 3;
-/// Where no more steps than this are worth it the first solve may tell that they won't do: it
-/// promises this multiple of them.
-constexpr double few_steps = 8, hopeless = 3;
-/// Ratios of the scalars of CGS beyond which it has broken down.
+/// Where steps of no more solves than this are worth it the first solve may tell that they won't
+/// do: it promises this multiple of them.
+constexpr double few_solves = 16, hopeless = 3;
+/// Ratios of the scalars beyond which a recurrence has broken down.
 constexpr double largest_growth = 1e15, least_beta = 1e-45, least_alpha = 1e-10;
 
 /// Work vectors.  CG has the first three.
@@ -122,6 +122,14 @@ class Iteration {
   T dot(const T* u, const T* v) const {
     return sum([=](std::size_t k) { return product(maybe_conj<true>(u[k]), v[k]); });
   }
+  /// The product in which A and the factor are symmetric: u^H v, real where both are Hermitian
+  /// forms of one vector; u^T v for complex symmetric matrices.
+  T form(const T* u, const T* v) const {
+    const MatrixType& type = call_.options.type;
+    if (!type.complex || type.hermitian) return T(std::real(dot(u, v)));
+    return sum([=](std::size_t k) { return product(u[k], v[k]); });
+  }
+  bool is_positive() const { return call_.options.type.family == Family::cholesky; }
 
   IterationResult failed(int code) {
     result_.code = code;
@@ -294,7 +302,8 @@ class Iteration {
   /// Whether the first solve has done so little that the few steps which are worth it need not be
   /// tried: measured by the part of b, of the best length, that it left.
   bool is_hopeless() const {
-    if (limits_.affordable > few_steps || call_.gain != nullptr) return false;
+    const double affordable = limits_.affordable * call_.options.solves_per_step();
+    if (affordable > few_solves || call_.gain != nullptr) return false;
     double left = 0;
     for (std::size_t k = 0; k < active(); ++k) {
       const Column& c = columns_[k];
@@ -310,7 +319,7 @@ class Iteration {
       const double way = std::log(c.goal(call_.options.tolerance) / size);
       left = std::max(left, way / pace);
     }
-    return left > hopeless * limits_.affordable * call_.options.solves_per_step();
+    return left > hopeless * affordable;
   }
 
   /// Whether the pace of the last steps promises more steps than are worth it.
@@ -343,35 +352,38 @@ class Iteration {
   int step_cg() {
     if (!solve(v_residual, v_product)) return iteration_solve_failed;
     for (std::size_t k = 0; k < active(); ++k)
-      if (!cgstep1(k)) return iteration_diverged;
+      if (const int code = cgstep1(k)) return code;
     multiply(v_direction, v_product);
     for (std::size_t k = 0; k < active(); ++k)
-      if (!cgstep2(k)) return iteration_diverged;
+      if (const int code = cgstep2(k)) return code;
     return iteration_converged;
   }
 
-  /// The new direction.  @return whether the factor is positive along the residual
-  bool cgstep1(std::size_t k) {
+  /// The new direction; fails where the residual has no length in the factor's form.
+  int cgstep1(std::size_t k) {
     Column& c = columns_[k];
     const T* const z = vector(v_product, k);
     T* const p = vector(v_direction, k);
-    const double rho = std::real(dot(vector(v_residual, k), z));
-    if (!(rho > 0) || !std::isfinite(rho)) return false;
-    const double beta = rho / std::real(c.rho);
+    const T rho = form(vector(v_residual, k), z);
+    if (!std::isfinite(std::abs(rho)) || (is_positive() && !(std::real(rho) > 0)))
+      return iteration_diverged;
+    const T beta = rho / c.rho;
+    if (!(std::abs(beta) >= least_beta)) return cgs_stagnation;
     c.rho = rho;
-    each([=](std::size_t i) { p[i] = z[i] + beta * p[i]; });
-    return true;
+    each([=](std::size_t i) { p[i] = z[i] + product(beta, p[i]); });
+    return iteration_converged;
   }
 
-  /// The new solution and residual.  @return whether A is positive along the direction
-  bool cgstep2(std::size_t k) {
+  /// The new solution and residual; fails where the direction has no length in the form of A.
+  int cgstep2(std::size_t k) {
     Column& c = columns_[k];
     const T *const p = vector(v_direction, k), *const q = vector(v_product, k);
-    const double curvature = std::real(dot(p, q));
-    if (!(curvature > 0)) return false;
-    c.alpha = std::real(c.rho) / curvature;
+    const T curvature = form(p, q);
+    if (is_positive() && !(std::real(curvature) > 0)) return iteration_diverged;
+    if (!(std::abs(c.rho) <= std::abs(curvature) * largest_growth)) return cgs_breakdown;
+    c.alpha = c.rho / curvature;
     advance(c, p, q, vector(v_residual, k));
-    return true;
+    return iteration_converged;
   }
 
   int step_cgs() {

@@ -2,10 +2,14 @@
 /// Solves with the factor of another matrix: a Krylov iteration on A x = b whose preconditioner is
 /// the factor at hand, begun from the solution that this factor gives.
 ///
-/// Conjugate gradients for positive definite types (M. R. Hestenes and E. Stiefel, Methods of
+/// Conjugate gradients for types that store a triangle (M. R. Hestenes and E. Stiefel, Methods of
 /// conjugate gradients for solving linear systems, 1952), conjugate gradients squared for all
-/// others (P. Sonneveld, CGS, a fast Lanczos-type solver for nonsymmetric linear systems, 1989),
-/// preconditioned from the right, so that both measure residuals of A x = b itself.
+/// types (P. Sonneveld, CGS, a fast Lanczos-type solver for nonsymmetric linear systems, 1989),
+/// preconditioned from the right, so that both measure residuals of A x = b itself.  With
+/// indefinite matrices conjugate gradients minimise nothing, and may break down; they are the
+/// Lanczos recurrence in the form r^H M^-1 r (R. W. Freund and N. M. Nachtigal, A new
+/// Krylov-subspace method for symmetric indefinite linear systems, 1994), in r^T M^-1 r where
+/// matrices are complex symmetric, and a solve brings them as far as one of CGS.
 ///
 /// All right-hand sides go through a step together, each with scalars of its own.  One that has
 /// reached its goal leaves the iteration, after a product has confirmed that its solution has the
@@ -31,7 +35,7 @@ namespace vlm {
 struct StabiliseOptions {
   const MatrixType& type;
   bool transpose = false;            ///< the system, and what the solve solves
-  bool conjugate_gradients = false;  ///< CG, for positive definite types; else CGS
+  bool conjugate_gradients = false;  ///< CG, for types that store a triangle; else CGS
   double tolerance = 1e-12;          ///< residual that is sought, as a part of the first solution's
   bool corrected = false;  ///< a step of refinement goes first: the factor is that of the matrix
   double sufficient = 0;   ///< a residual of this part of b is good enough
@@ -61,11 +65,12 @@ struct StabiliseCall {
   double* work = nullptr;  ///< stabilised_bytes() bytes
 };
 
-/// Why an iteration ended.  Breakdowns of CGS have the numbers 1 to 4, negated as well.
+/// Why an iteration ended.  Breakdowns have the numbers 1 to 4, negated as well; CG with an
+/// indefinite factor knows the second and the third.
 enum IterationCode : int {
   iteration_converged = 0,
   iteration_diverged = -1,      ///< residual 10^4 times the first one, or NaN; CG met a direction
-                                ///< along which A or the factor is not positive
+                                ///< along which a definite A or its factor is not positive
   iteration_slow = -2,          ///< half of the digits not there in half of the time; not worth it
   iteration_exhausted = -3,     ///< the most steps are done
   iteration_solve_failed = -4,  ///< the solve with the factor did not succeed

@@ -131,6 +131,30 @@ TEST(Sequence, EarlierSolutionsSaveIterations) {
   EXPECT_LT(together, 0.8 * alone);
 }
 
+// A definite matrix between diagonal matrices is solved by the old factor between others.
+TEST(Sequence, ScaledMatricesTakeAScaledFactor) {
+  for (const int mtype : {2, 4})
+    for (const int level : {0, 2}) {
+      SCOPED_TRACE("type " + std::to_string(mtype) + " level " + std::to_string(level));
+      const Matrix m = random_spd(80, 4, 3, mtype);
+      Session s(m, 2);
+      s.iparm(4) = -2;
+      s.iparm(40) = level;
+      ASSERT_EQ(s.run(12), 0);
+      for (const std::uint64_t seed : {1, 2}) {
+        const Matrix now = gallery::with_new_values(m, seed);
+        const std::vector<double> b = random_vector(m, 3, 5);
+        s.use(now);
+        EXPECT_LE(normwise_error(now, s.solve(b, 3, 23), b, 3), 1e-12);
+        EXPECT_LE(s.iparm(20), 2);
+        if (level == 2) {
+          EXPECT_NEAR(s.dparm(42), dense_condition(to_dense(now)), 0.7 * s.dparm(42));
+        }
+        s.use(m);
+      }
+    }
+}
+
 // Where a solve with a kept factor goes on, the figures are still those of the matrix of the call.
 TEST(Sequence, LadderMeasuresTheMatrixOfTheCall) {
   const auto asks = [](Session& s, int option) {

@@ -161,6 +161,38 @@ TEST(FirstGuess, NothingIsMadeOfWhatDoesNotHelp) {
   EXPECT_LE(relative_difference(product(m, g.x, 2), sum(1, known, -1, g.residual)), 1e-12);
 }
 
+TEST(FirstGuess, GuessesInVainRest) {
+  const Matrix m = random_spd(60, 4, 3);
+  EarlierSolutions earlier;
+  const auto provide = [&](int nrhs) {
+    earlier.provide(static_cast<std::size_t>(m.n), nrhs, false, std::size_t{1} << 20);
+  };
+  /// Solves until the next guess.
+  const auto rest = [&] {
+    int solves = 0;
+    do {
+      earlier.keep(random_vector(m, 2, 1).data());
+      ++solves;
+    } while (!earlier.promise());
+    return solves;
+  };
+  provide(1);
+  EXPECT_FALSE(earlier.promise());
+  EXPECT_EQ(rest(), 1);
+  for (const int pause : {1, 2, 4, 8, 8}) {
+    earlier.note_guess(false);
+    EXPECT_EQ(rest(), pause + 1);
+  }
+  earlier.note_guess(true);
+  EXPECT_EQ(rest(), 1);
+  earlier.note_guess(false);
+  EXPECT_EQ(rest(), 2);
+  // Other shapes begin anew.
+  earlier.note_guess(false);
+  provide(2);
+  EXPECT_EQ(rest(), 1);
+}
+
 TEST(FirstGuess, TheOldestGoesAndShapesDontMix) {
   const Matrix m = random_spd(60, 4, 3);
   Guesser g(m, 2, 2);
