@@ -3,9 +3,12 @@
 // residual; and beside hypre's incomplete LU and multigrid, where it is installed.
 //
 //   iterative_bench [-r repeats] [-t threads] [--tolerance T] [--dparm N=V]... [--also N=V,...]...
-//                   [--no-peers] CLASS:SIZE...
+//                   [--settings ABC] [--page] [--no-peers] CLASS:SIZE...
 //
-// --dparm sets an entry, for the iterative solver; each --also adds a row with further settings.
+// --dparm sets an entry, for the iterative solver; each --also adds a row with further settings,
+// each letter of --settings one of the settings of docs/iterative.md, small letters with
+// dparm(11) 1.
+// --page prints the rows of its tables.
 // Classes: those of velmora_bench with symmetric real or complex symmetric matrices, and
 // anderson:EDGE, the tight-binding model of a disordered crystal at the middle of its spectrum.
 // Without problems a fixed list runs.  Each solver runs in a process of its own; seconds are
@@ -211,6 +214,21 @@ Matrix load(const std::string& spec, bool& definite) {
   return m;
 }
 
+/// The settings of the page by their letters; small ones order by minimum degree.
+std::string settings_of(char letter) {
+  const std::string order = letter >= 'a' ? "11=1" : "11=0";
+  switch (letter >= 'a' ? letter - 'a' + 'A' : letter) {
+    case 'A':
+      return order;
+    case 'B':
+      return "4=10,5=0.01,6=0.003,7=0,8=5,10=0.1," + order;
+    case 'C':
+      return "4=2,5=0.005,6=0.001,7=0,8=10,10=0.1," + order;
+    default:
+      throw std::runtime_error(std::string("no settings ") + letter);
+  }
+}
+
 void print_row(const char* solver, const Matrix& m, const Figures& f) {
   if (f.error != 0 && f.error > -100) {
     fmt::print("| | {} | | error {} | | | | | |\n", solver, f.error);
@@ -220,6 +238,40 @@ void print_row(const char* solver, const Matrix& m, const Figures& f) {
              solver, f.entries / double(m.ja.size()), f.setup + f.solve, f.setup, f.resetup,
              f.solve, f.iterations, f.megabytes, f.residual,
              f.error != 0 ? fmt::format(" error {}", f.error) : "");
+}
+
+std::string outcome_of(const Figures& f) {
+  return f.error == 0 ? fmt::format("{:.2f} | {}", f.setup + f.solve, f.iterations)
+                      : fmt::format("fails | {}", f.error);
+}
+
+/// A problem's row of the page for each letter, and what the peers take.
+void print_page(const std::string& spec, const Settings& settings, const std::string& letters,
+                bool peers) {
+  bool definite = false;
+  const Matrix m = load(spec, definite);
+  const Figures direct = measure_apart([&] { return measure(m, false, settings); });
+  for (const char letter : letters) {
+    Settings each = settings;
+    for (const auto& entry : entries_of(settings_of(letter))) each.dparm.push_back(entry);
+    const Figures f = measure_apart([&] { return measure(m, true, each); });
+    fmt::print("| {} | {} | {} | {:.2f} | {} | ", spec, m.n, letter, direct.setup + direct.solve,
+               outcome_of(f));
+    if (f.error == 0)
+      fmt::print("{:.2f} | {:.2f} | {:.2f} |\n",
+                 (f.setup + f.solve) / (direct.setup + direct.solve),
+                 f.megabytes / direct.megabytes, f.resetup / f.setup);
+    else
+      fmt::print("| | |\n");
+    std::fflush(stdout);
+  }
+  if (!peers || !bench::has_peers() || is_complex(m)) return;
+  for (const bench::Peer peer : {bench::Peer::ilu, bench::Peer::amg}) {
+    const Figures f =
+        measure_apart([&] { return measure_peer(peer, m, definite, settings.tolerance); });
+    fmt::print("| {} | {} | {} | | {} | | | |\n", spec, m.n,
+               peer == bench::Peer::ilu ? "hypre ILU" : "hypre multigrid", outcome_of(f));
+  }
 }
 
 /// All rows of a problem.
@@ -255,7 +307,8 @@ int main(int argc, char** argv) {
   CLI::App app("Iterative and direct solver on the same matrices");
   Settings settings;
   std::vector<std::string> problems, dparm, also;
-  bool no_peers = false;
+  std::string letters;
+  bool no_peers = false, page = false;
   app.add_option("problems", problems, "CLASS:SIZE or file");
   app.add_option("-t,--threads", settings.threads, "Threads")->check(CLI::Range(1, 64));
   app.add_option("-r,--repeats", settings.repeats, "Runs, of which the least counts")
@@ -263,6 +316,8 @@ int main(int argc, char** argv) {
   app.add_option("--tolerance", settings.tolerance, "dparm(2)");
   app.add_option("--dparm", dparm, "N=V, for the iterative solver")->take_all()->expected(1);
   app.add_option("--also", also, "N=V,N=V,..., a further row")->take_all()->expected(1);
+  app.add_option("--settings", letters, "Letters of docs/iterative.md, a row each");
+  app.add_flag("--page", page, "Rows for docs/iterative.md");
   app.add_flag("--no-peers", no_peers, "Without hypre");
   CLI11_PARSE(app, argc, argv);
   for (const std::string& text : dparm)
@@ -270,15 +325,23 @@ int main(int argc, char** argv) {
   if (problems.empty())
     problems = {"anderson:30",   "shifted:40", "poisson3d:50",
                 "elasticity:20", "kkt:150",    "helmholtz:30"};
-  fmt::print(
-      "{} thread{}, tolerance {:.0e}, seconds of {}\n\n"
-      "| problem | solver | nnz(L)/nnz(A) | total s | setup | setup again | solve | iterations | "
-      "MB | residual |\n|---|---|---|---|---|---|---|---|---|---|\n",
-      settings.threads, settings.threads == 1 ? "" : "s", settings.tolerance,
-      settings.threads == 1 ? "processor time" : "wall clock");
+  if (page && letters.empty()) letters = "ABC";
+  fmt::print("{} thread{}, tolerance {:.0e}, seconds of {}\n\n", settings.threads,
+             settings.threads == 1 ? "" : "s", settings.tolerance,
+             settings.threads == 1 ? "processor time" : "wall clock");
+  fmt::print("{}\n",
+             page ? "| matrix | n | settings | direct s | iterative s | iterations | quotient | "
+                    "memory, quotient | setup again |\n|---|---|---|---|---|---|---|---|---|"
+                  : "| problem | solver | nnz(L)/nnz(A) | total s | setup | setup again | solve | "
+                    "iterations | MB | residual |\n|---|---|---|---|---|---|---|---|---|---|");
   try {
+    if (!page)
+      for (const char letter : letters) also.push_back(settings_of(letter));
     for (const std::string& spec : problems) {
-      compare(spec, settings, also, !no_peers);
+      if (page)
+        print_page(spec, settings, letters, !no_peers);
+      else
+        compare(spec, settings, also, !no_peers);
       std::fflush(stdout);
     }
   } catch (const std::exception& failure) {

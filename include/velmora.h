@@ -335,7 +335,6 @@
  *   dparm(9)  [25]    steps of the last 25 without change that end a solve with error -101
  *   dparm(10) [0]     dropped entries down to so many times the threshold still take part in updates
  *   dparm(11) [0]     1: levels are ordered by minimum degree, not by nested dissection
- *
  * error -100, -101, also -102 and -103, breakdowns: x is the last iterate, and the preconditioner
  * stays.  -4: its setup failed, and it is gone.  docs/iterative.md says which settings to try.
  */

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <numeric>
 
 #include "base/clock.hpp"
 #include "velmora.h"
@@ -247,7 +248,10 @@ direct_factorization* norv_velmora_analyse_iparam(smat* A, const perm* p, const 
 direct_factorization* vlm::factorize_in_order(smat* A, Vector<int>& order) {
   direct_factorization* const f = analyse(A, nullptr, [&](DirectWork& work) {
     work.iparm[4] = order.empty() ? -1 : 1;
-    order.resize(A->n);
+    if (order.empty()) {  // stays so for a diagonal matrix, which has no analysis
+      order.resize(A->n);
+      std::iota(order.begin(), order.end(), 1);
+    }
     return order.data();
   });
   norv_velmora_factorize(f, A);

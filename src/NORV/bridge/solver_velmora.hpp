@@ -3,7 +3,6 @@
 #pragma once
 
 #include "NORV/corelib/base.hpp"
-#include "base/memory.hpp"
 #include "norv/direct.h"
 
 namespace vlm {
@@ -16,9 +15,5 @@ struct DirectWork {
   int n;
   double* solution;  ///< scratch, n values
 };
-
-/// Analyses and factorizes a matrix in an order that can be kept.
-/// @param order  perm as iparm(5) has it [n], or empty: the solver's own, which comes back
-direct_factorization* factorize_in_order(smat* A, Vector<int>& order);
 
 }  // namespace vlm

@@ -19,8 +19,10 @@
 #include <vector>
 
 #include "NORV/corelib/faults.hpp"
+#include "base/memory.hpp"
 #include "base/values.hpp"
 #include "norv.h"
+#include "norv/direct.h"
 
 /// Level of messages, 0 silent, 1 errors to statistics, 2 all.
 extern "C" int _norv_debug_level;
@@ -142,5 +144,9 @@ inline double larger(double a, double b) { return a >= b || std::isnan(a) ? a : 
 
 /// Doubles that a value takes in memory.
 inline std::uint64_t doubles_per_value(int is_complex) { return is_complex ? 2 : 1; }
+
+/// Of the bridge: analyses and factorizes a matrix in an order that can be kept.
+/// @param order  perm as iparm(5) has it [n], or empty: the solver's own, which comes back
+direct_factorization* factorize_in_order(smat* A, Vector<int>& order);
 
 }  // namespace vlm

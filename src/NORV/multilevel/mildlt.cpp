@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <new>
 
-#include "NORV/bridge/solver_velmora.hpp"
 #include "NORV/corelib/vec_common.hpp"
 #include "NORV/precons/ildlt_messages.hpp"
 #include "base/clock.hpp"

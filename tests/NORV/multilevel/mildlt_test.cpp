@@ -3,6 +3,8 @@
 /// keep; the ends of the hierarchy.
 #include "NORV/multilevel/mildlt.hpp"
 
+#include <numeric>
+
 #include "norv/ildlt.h"
 #include "norv_log.hpp"
 #include "norv_objects.hpp"
@@ -214,6 +216,26 @@ TEST_F(MildltTest, OrdersOfAllLevelsServeOtherValues) {
       ASSERT_EQ(precon_setup(M.get(), A.get()), 1);
       EXPECT_LT(residual(A, M.get(), random), 1e-8);
     }
+}
+
+// A diagonal matrix has no analysis, and so no order of its own.
+TEST_F(MildltTest, DiagonalCoarsestLevel) {
+  NorvLog log(0);
+  std::vector<int> i(40);
+  std::iota(i.begin(), i.end(), 0);
+  std::vector<double> a(40);
+  for (int k = 0; k < 40; ++k) a[k] = k % 2 ? 2.0 : -1.0;
+  const Smat A(smat_new_from_coord(40, 40, 40, i.data(), i.data(), a.data(), 1));
+  Settings s;
+  s.min_level_size = 40;
+  const Precon M = create(s, 0);
+  for (const int phase : {12, 22}) {
+    M->phase = phase;
+    ASSERT_EQ(precon_setup(M.get(), A.get()), 1);
+    EXPECT_LT(residual(A, M.get(), random), 1e-12);
+    EXPECT_EQ(M->nneg, 20);
+    precon_free(M.get(), 22);
+  }
 }
 
 /// A level of the rows 10, 20, ... of a larger matrix: a chain with the off-diagonal entries e.
