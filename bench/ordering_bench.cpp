@@ -355,20 +355,14 @@ bool scale(DissectionTuning& tuning, const std::string& name, double by) {
       {"seconds_per_flop", &T::seconds_per_flop},
       {"saved_cubes", &T::saved_cubes},
       {"unlike_sides", &T::unlike_sides},
-      {"trial_share", &T::trial_share},
       {"band_share", &T::band_share},
       {"promising_layer", &T::promising_layer},
       {"hopeless_layer", &T::hopeless_layer}};
-  const std::pair<const char*, int T::*> counts[] = {{"least_piece", &T::least_piece},
-                                                     {"coarse_enough", &T::coarse_enough},
-                                                     {"first_cluster", &T::first_cluster},
-                                                     {"cluster_size", &T::cluster_size},
-                                                     {"attempts", &T::attempts},
-                                                     {"passes", &T::passes},
-                                                     {"trials", &T::trials},
-                                                     {"least_trials", &T::least_trials},
-                                                     {"idle_moves", &T::idle_moves},
-                                                     {"band_layers", &T::band_layers}};
+  const std::pair<const char*, int T::*> counts[] = {
+      {"least_piece", &T::least_piece},     {"coarse_enough", &T::coarse_enough},
+      {"first_cluster", &T::first_cluster}, {"cluster_size", &T::cluster_size},
+      {"attempts", &T::attempts},           {"passes", &T::passes},
+      {"idle_moves", &T::idle_moves},       {"band_layers", &T::band_layers}};
   for (const auto& [figure, member] : reals)
     if (name == figure) return tuning.*member *= by, true;
   for (const auto& [figure, member] : counts)

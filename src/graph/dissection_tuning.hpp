@@ -34,19 +34,17 @@ struct DissectionTuning {
   double flat_factor = 9;
 
   // The search for a separator: ordering_bench --vary FIGURE
-  int coarse_enough = 120;       ///< vertices of the coarsest graph, at most
-  int first_cluster = 4;         ///< members of a cluster in the first contraction
-  int cluster_size = 3;          ///< and in the later ones
-  int attempts = 4;              ///< separators grown in the coarsest graph
-  int trials = 2;                ///< ways down and back from a contracted graph: the best counts
-  double trial_share = 1.0 / 8;  ///< vertices of that graph, as a part of all
-  int least_trials = 3000;       ///< vertices of a graph that has several
-  int passes = 6;                ///< of moves on each level, at most
-  int idle_moves = 40;           ///< moves without improvement that end a pass
-  double larger_side = 0.6;      ///< most weight of a side, as a part of the whole
-  double unlike_sides = 0.5;     ///< squared difference of the sides against the separator
-  int band_layers = 3;       ///< of vertices on each side of a separator that a cut runs through
-  double band_share = 0.15;  ///< part of all weight that such a band may have
+  int coarse_enough = 120;    ///< vertices of the coarsest graph, at most
+  int first_cluster = 4;      ///< members of a cluster in the first contraction
+  int cluster_size = 3;       ///< and in the later ones
+  int attempts = 4;           ///< separators grown in the coarsest graph
+  int least_shared = 3000;    ///< vertices of a graph that threads work on together
+  int passes = 12;            ///< of moves on each level, at most
+  int idle_moves = 120;       ///< moves without improvement that end a pass
+  double larger_side = 0.6;   ///< most weight of a side, as a part of the whole
+  double unlike_sides = 0.5;  ///< squared difference of the sides against the separator
+  int band_layers = 3;        ///< of vertices on each side of a separator that a cut runs through
+  double band_share = 0.15;   ///< part of all weight that such a band may have
   /// Cost of a layer against that of the separator found, up to which it is refined ...
   double promising_layer = 1.3;
   /// ... and from which on the pieces of the graph are not searched for layers.

@@ -35,13 +35,13 @@ class Clusters {
     w_.waiting.clear();
   }
 
-  void form(std::uint64_t seed) {
+  void form() {
     // In the sequence of the vertices clusters would be stripes, and the coarse graph would know
     // of separators along and across them only; so they are shuffled, in blocks that the cache
     // holds.
     constexpr int block = 64;
     int turn[block];
-    SplitMix random(seed + static_cast<std::uint64_t>(end_));
+    SplitMix random(static_cast<std::uint64_t>(end_));
     for (int first = begin_; first < end_; first += block) {
       const int length = std::min(block, end_ - first);
       for (int i = 0; i < length; ++i) {
@@ -167,21 +167,21 @@ class Clusters {
 };
 
 // Forms the clusters of a graph; their number.
-int form_clusters(const LevelGraph& g, const ClusterLimits& limits, std::uint64_t seed,
-                  Vector<int>& cluster, CoarsenWorkspace& w, WorkTeam& team) {
+int form_clusters(const LevelGraph& g, const ClusterLimits& limits, Vector<int>& cluster,
+                  CoarsenWorkspace& w, WorkTeam& team) {
   cluster.resize(g.n);
   if (static_cast<int>(w.next.size()) < g.n) w.next.resize(g.n);
   const int count = std::max(1, g.n / slice_vertices);
   if (count == 1) {
     std::fill(cluster.begin(), cluster.end(), none);
-    Clusters(g, limits, cluster.data(), w, w.clusters, 0, g.n).form(seed);
+    Clusters(g, limits, cluster.data(), w, w.clusters, 0, g.n).form();
     return static_cast<int>(w.clusters.head.size());
   }
   w.slices.resize(count);
   team.loop(count, [&](int s) {
     const Slice slice(g.n, s, count);
     std::fill(cluster.begin() + slice.begin, cluster.begin() + slice.end, none);
-    Clusters(g, limits, cluster.data(), w, w.slices[s], slice.begin, slice.end).form(seed);
+    Clusters(g, limits, cluster.data(), w, w.slices[s], slice.begin, slice.end).form();
   });
   Vector<int> first(count + 1, 0);
   for (int s = 0; s < count; ++s)
@@ -282,9 +282,9 @@ void contract_clusters(const LevelGraph& g, int count, CoarseLevel& coarse, Coar
 
 }  // namespace
 
-void contract(const LevelGraph& fine, const ClusterLimits& limits, std::uint64_t seed,
-              CoarseLevel& coarse, CoarsenWorkspace& workspace, WorkTeam& team) {
-  const int count = form_clusters(fine, limits, seed, coarse.cluster, workspace, team);
+void contract(const LevelGraph& fine, const ClusterLimits& limits, CoarseLevel& coarse,
+              CoarsenWorkspace& workspace, WorkTeam& team) {
+  const int count = form_clusters(fine, limits, coarse.cluster, workspace, team);
   contract_clusters(fine, count, coarse, workspace, team);
 }
 

@@ -36,9 +36,8 @@ struct CoarsenWorkspace {
 };
 
 /// Contracts a graph.  Linear in its edges.
-/// @param seed    of the sequence in which clusters are opened
 /// @param coarse  out
-void contract(const LevelGraph& fine, const ClusterLimits& limits, std::uint64_t seed,
-              CoarseLevel& coarse, CoarsenWorkspace& workspace, WorkTeam& team);
+void contract(const LevelGraph& fine, const ClusterLimits& limits, CoarseLevel& coarse,
+              CoarsenWorkspace& workspace, WorkTeam& team);
 
 }  // namespace vlm

@@ -60,10 +60,8 @@ void Separation::GainQueue::clear() {
 
 void Separation::set_scale() {
   const int n = graph_.n;
-  if (static_cast<int>(near_[0].size()) < n)
-    for (int s : {0, 1}) near_[s].resize(n);
-  for (int s : {0, 1}) queue_[s].prepare(n);
-  if (static_cast<int>(locked_.size()) < n) locked_.resize(n, 0);
+  if (static_cast<int>(near_.size()) < n) near_.resize(n);
+  queue_.prepare(n);
   const std::int64_t total = weight_[0] + weight_[1] + weight_[2];
   set_most(total);
   unit_ = static_cast<int>(std::max<std::int64_t>(1, total / std::max(n, 1) / 8));
@@ -84,7 +82,6 @@ void Separation::load(const LevelGraph& graph, Sides sides) {
   weight_ = {0, 0, 0};
   weigh(Slice(graph_.n, 0, 1), weight_, separator_);
   set_scale();
-  for (const int v : separator_) count_neighbours(v);
 }
 
 void Separation::load(const LevelGraph& graph, const Sides& coarse, const Vector<int>& cluster,
@@ -110,22 +107,18 @@ void Separation::load(const LevelGraph& graph, const Sides& coarse, const Vector
     separator_.insert(separator_.end(), part.separator.begin(), part.separator.end());
   }
   set_scale();
-  for (const int v : separator_) count_neighbours(v);
 }
 
-void Separation::count_neighbours(int v) {
-  int sum[3] = {0, 0, 0};
+int Separation::weight_near(int v, int s) const {
+  int sum = 0;
   for (int k = graph_.ptr[v]; k < graph_.ptr[v + 1]; ++k)
-    sum[side_[graph_.adj[k]]] += graph_.weight[graph_.adj[k]];
-  near_[0][v] = sum[0];
-  near_[1][v] = sum[1];
+    if (side_[graph_.adj[k]] == s) sum += graph_.weight[graph_.adj[k]];
+  return sum;
 }
 
-int Separation::bucket(int v, int to) const {
-  return std::clamp(zero_bucket + gain(v, to) / unit_, 0, buckets - 1);
+int Separation::bucket(int v) const {
+  return std::clamp(zero_bucket + (graph_.weight[v] - near_[v]) / unit_, 0, buckets - 1);
 }
-
-void Separation::enqueue(int v, int to) { queue_[to].insert(v, bucket(v, to)); }
 
 double Separation::cost_of(const std::array<std::int64_t, 3>& weight) const {
   const auto heavy = static_cast<double>(std::max(weight[0], weight[1]));
@@ -139,47 +132,46 @@ double Separation::cost_of(const std::array<std::int64_t, 3>& weight) const {
 
 void Separation::grow_from(int seed) {
   trail_.clear();
-  trail_to_.clear();
   double best = cost();
-  std::size_t best_moves = 0;
+  std::size_t kept = 0;
   for (int v = seed, next_seed = 0; weight_[0] <= most_ && weight_[1] > 0; v = none) {
-    if (v == none) v = queue_[0].top();
+    if (v == none) v = queue_.top();
     while (v == none) {  // the component is used up
       if (side_[next_seed] == 1) v = next_seed;
       ++next_seed;
     }
     if (side_[v] == 1) pull(v, 0);
-    queue_[0].remove(v);
+    queue_.remove(v);
     move(v, 0);
     const double now = cost();
     if (now >= best) continue;
     best = now;
-    best_moves = trail_to_.size();
+    kept = trail_.size();
   }
-  queue_[0].clear();
-  for (const int u : separator_) locked_[u] = 0;
-  take_back(best_moves);
+  queue_.clear();
+  take_back(kept, 0);
 }
 
 // Takes a vertex into the separator, on its way to the side `to`.
 void Separation::pull(int u, int to) {
-  const int other = 1 - to;
+  const int other = 1 - to, w = graph_.weight[u];
   side_[u] = 2;
-  weight_[other] -= graph_.weight[u];
-  weight_[2] += graph_.weight[u];
+  weight_[other] -= w;
+  weight_[2] += w;
   separator_.push_back(u);
   trail_.push_back(u);
-  int sum[3] = {0, 0, 0};
+  int sum = 0;
   for (int k = graph_.ptr[u]; k < graph_.ptr[u + 1]; ++k) {
     const int x = graph_.adj[k];
-    sum[side_[x]] += graph_.weight[x];
-    if (side_[x] != 2) continue;
-    near_[other][x] -= graph_.weight[u];
-    if (queue_[to].holds(x)) queue_[to].change(x, bucket(x, to));
+    if (side_[x] == other) {
+      sum += graph_.weight[x];
+    } else if (side_[x] == 2 && queue_.holds(x)) {
+      near_[x] -= w;
+      queue_.change(x, bucket(x));
+    }
   }
-  near_[0][u] = sum[0];
-  near_[1][u] = sum[1];
-  if (!locked_[u]) enqueue(u, to);
+  near_[u] = sum;
+  queue_.insert(u, bucket(u));
 }
 
 void Separation::move(int v, int to) {
@@ -187,101 +179,67 @@ void Separation::move(int v, int to) {
   side_[v] = static_cast<signed char>(to);
   weight_[2] -= w;
   weight_[to] += w;
-  locked_[v] = 1;
-  for (int k = graph_.ptr[v]; k < graph_.ptr[v + 1]; ++k) {
-    const int u = graph_.adj[k];
-    if (side_[u] == 2) {
-      near_[to][u] += w;
-      if (queue_[other].holds(u)) queue_[other].change(u, bucket(u, other));
-    } else if (side_[u] == other) {
-      pull(u, to);
-    }
-  }
+  for (int k = graph_.ptr[v]; k < graph_.ptr[v + 1]; ++k)
+    if (const int u = graph_.adj[k]; side_[u] == other) pull(u, to);
   trail_.push_back(-1 - v);
-  trail_to_.push_back(static_cast<signed char>(to));
 }
 
-// The next move: the larger gain; in doubt to the lighter side, never above its limit.
-bool Separation::choose(int& v, int& to) {
+// The next vertex to move to a side: that with the largest gain for which there is room.
+int Separation::choose(int to) {
   for (;;) {
-    const int top[2] = {queue_[0].top(), queue_[1].top()};
-    if (top[0] == none && top[1] == none) return false;
-    const int lighter = weight_[0] <= weight_[1] ? 0 : 1;
-    if (over_limit()) {
-      to = lighter;
-      if (top[to] == none) return false;
-    } else if (top[0] == none || top[1] == none) {
-      to = top[0] == none ? 1 : 0;
-    } else {
-      const int g0 = gain(top[0], 0), g1 = gain(top[1], 1);
-      to = g0 == g1 ? lighter : g0 > g1 ? 0 : 1;
-    }
-    v = top[to];
-    queue_[to].remove(v);
-    if (weight_[to] + graph_.weight[v] > most_ && to != lighter) continue;
-    if (queue_[1 - to].holds(v)) queue_[1 - to].remove(v);
-    return true;
+    const int v = queue_.top();
+    if (v == none) return none;
+    queue_.remove(v);
+    if (weight_[to] + graph_.weight[v] <= most_ || weight_[to] <= weight_[1 - to]) return v;
   }
 }
 
-void Separation::take_back(std::size_t kept) {
-  while (trail_to_.size() > kept) {
-    const int to = trail_to_.back(), other = 1 - to, v = -1 - trail_.back();
-    trail_to_.pop_back();
-    trail_.pop_back();
-    for (; !trail_.empty() && trail_.back() >= 0; trail_.pop_back()) {
-      const int u = trail_.back(), w = graph_.weight[u];
-      side_[u] = static_cast<signed char>(other);
-      weight_[2] -= w;
-      weight_[other] += w;
-      for (int k = graph_.ptr[u]; k < graph_.ptr[u + 1]; ++k)
-        if (side_[graph_.adj[k]] == 2) near_[other][graph_.adj[k]] += w;
-    }
-    const int w = graph_.weight[v];
-    side_[v] = 2;
-    weight_[to] -= w;
-    weight_[2] += w;
-    for (int k = graph_.ptr[v]; k < graph_.ptr[v + 1]; ++k)
-      if (side_[graph_.adj[k]] == 2) near_[to][graph_.adj[k]] -= w;
-    count_neighbours(v);
+// Takes back all moves to a side but the first, which left so much of the trail.
+void Separation::take_back(std::size_t kept, int to) {
+  const int other = 1 - to;
+  for (; trail_.size() > kept; trail_.pop_back()) {
+    const bool moved = trail_.back() < 0;
+    const int v = moved ? -1 - trail_.back() : trail_.back(), w = graph_.weight[v];
+    weight_[moved ? to : 2] -= w;
+    side_[v] = static_cast<signed char>(moved ? 2 : other);
+    weight_[side_[v]] += w;
   }
 }
 
-bool Separation::pass() {
+// Moves to one side; false when they brought nothing.
+bool Separation::pass(int to) {
+  if (weight_[to] > most_ && weight_[to] > weight_[1 - to]) return false;
   std::size_t kept = 0;
   for (const int v : separator_) {
-    if (side_[v] != 2 || locked_[v]) continue;
-    locked_[v] = 1;  // a vertex may be on the list twice
+    if (side_[v] != 2 || queue_.holds(v)) continue;  // a vertex may be on the list twice
     separator_[kept++] = v;
+    near_[v] = weight_near(v, 1 - to);
+    queue_.insert(v, bucket(v));
   }
   separator_.resize(kept);
-  for (const int v : separator_) {
-    locked_[v] = 0;
-    enqueue(v, 0);
-    enqueue(v, 1);
-  }
   trail_.clear();
-  trail_to_.clear();
   const double before = cost();
   double best = before;
-  std::size_t best_moves = 0;
-  int v = none, to = 0;
-  for (int idle = 0; idle < limits_.idle_moves && choose(v, to); ++idle) {
+  std::size_t best_trail = 0;
+  for (int idle = 0; idle < limits_.idle_moves; ++idle) {
+    const int v = choose(to);
+    if (v == none) break;
     move(v, to);
     const double now = cost();
     if (now >= best) continue;
     best = now;
-    best_moves = trail_to_.size();
+    best_trail = trail_.size();
     idle = 0;
   }
-  for (GainQueue& queue : queue_) queue.clear();
-  for (const int u : separator_) locked_[u] = 0;
-  take_back(best_moves);
+  queue_.clear();
+  take_back(best_trail, to);
   return best < before - 0.1;
 }
 
 void Separation::refine() {
-  for (int done = 0; done < limits_.passes && pass();) ++done;
+  int to = weight_[0] < weight_[1] ? 0 : 1;
+  for (int done = 0, idle = 0; done < limits_.passes && idle < 2; ++done, to = 1 - to)
+    idle = pass(to) ? 0 : idle + 1;
 }
 
 // The separator and the next vertices, layer by layer.
@@ -368,7 +326,6 @@ void Separation::cut_through_band(int layers, double share) {
     side_[members[b]] = static_cast<signed char>((*better)[b]);
     if ((*better)[b] == 2) separator_.push_back(members[b]);
   }
-  for (const int v : separator_) count_neighbours(v);
 }
 
 }  // namespace vlm

@@ -2,8 +2,9 @@
 /// Vertex separators grown and improved by single moves.
 ///
 /// A move takes a vertex of the separator to one side and its neighbours of the other side into the
-/// separator.  Moves are made in the sequence of their gains, through losses, and taken back to the
-/// best separator met (C. M. Fiduccia and R. M. Mattheyses, "A linear-time heuristic for improving
+/// separator.  A pass moves to one side only, the next one to the other: so a separator can travel.
+/// Moves are made in the sequence of their gains, through losses, and taken back to the best
+/// separator met (C. M. Fiduccia and R. M. Mattheyses, "A linear-time heuristic for improving
 /// network partitions", 1982; for vertex separators C. Ashcraft and J. W. H. Liu, "A partition
 /// improvement algorithm for generalized nested dissection", 1994).  The gains lie in buckets: a
 /// move costs the edges of the vertices that it moves.  A minimum vertex cut in the band around a
@@ -28,8 +29,8 @@ using Sides = Vector<signed char>;
 /// Limits of a refinement.
 struct RefineLimits {
   double larger_side = 0.6;   ///< most weight of a side, as a part of the whole
-  int passes = 6;             ///< at most; the first without improvement is the last
-  int idle_moves = 60;        ///< moves without improvement that end a pass
+  int passes = 12;            ///< at most; two in a row without improvement end it
+  int idle_moves = 120;       ///< moves without improvement that end a pass
   double unlike_sides = 0.5;  ///< part of the separator that the difference of the sides counts
                               ///< for, times its square
 };
@@ -104,30 +105,25 @@ class Separation {
   }
   void set_scale();
   void weigh(const Slice& slice, std::array<std::int64_t, 3>& weight, Vector<int>& separator) const;
-  int gain(int v, int to) const { return graph_.weight[v] - near_[1 - to][v]; }
-  int bucket(int v, int to) const;
-  void count_neighbours(int v);
-  void enqueue(int v, int to);
-  bool choose(int& v, int& to);
+  int weight_near(int v, int s) const;
+  int bucket(int v) const;
+  int choose(int to);
   void move(int v, int to);
   void pull(int u, int to);
-  void take_back(std::size_t kept);
-  bool pass();
-  bool over_limit() const { return weight_[0] > most_ || weight_[1] > most_; }
+  void take_back(std::size_t kept, int to);
+  bool pass(int to);
 
   RefineLimits limits_;
   LevelGraph graph_;
   Sides side_;
-  Vector<int> near_[2];  // of a separator vertex: weight of its neighbours on a side
+  Vector<int> near_;  // of a queued vertex: weight of its neighbours on the side it leaves
   std::array<std::int64_t, 3> weight_ = {0, 0, 0};
   std::int64_t most_ = 0;
   int unit_ = 1;  // gains in a bucket
-  GainQueue queue_[2];
-  Vector<signed char> locked_;
+  GainQueue queue_;
   Vector<int> separator_;  // those of the start, and those that came; may hold others
   Vector<int> trail_;      // moves: the pulled vertices, then the moved one as -1 - v
-  Vector<signed char> trail_to_;
-  Vector<int> place_;  // of a vertex in the band, or none
+  Vector<int> place_;      // of a vertex in the band, or none
 };
 
 }  // namespace vlm

@@ -11,9 +11,8 @@ namespace vlm {
 namespace {
 
 // The best of several grown separators of the coarsest graph.
-Sides grow_separators(const LevelGraph& graph, int attempts, std::uint64_t seed,
-                      Separation& separation) {
-  SplitMix random(seed + static_cast<std::uint64_t>(graph.n));
+Sides grow_separators(const LevelGraph& graph, int attempts, Separation& separation) {
+  SplitMix random(static_cast<std::uint64_t>(graph.n));
   double least = std::numeric_limits<double>::max();
   Sides best;
   for (int attempt = 0; attempt < attempts; ++attempt) {
@@ -36,51 +35,24 @@ class Multilevel {
       : tuning_(tuning), most_(most), whole_(whole), w_(workspace), team_(team) {}
 
   // Leaves the separator in the workspace's separation.
-  void separate(Vector<MultilevelWorkspace>& workspaces) {
-    const auto few = static_cast<int>(tuning_.trial_share * static_cast<double>(whole_.n));
-    if (whole_.n < tuning_.least_trials || tuning_.trials < 2 || few <= tuning_.coarse_enough) {
-      way_down_and_back(0, 0);
-      return;
-    }
-    // Below some level the way down and back is cheap: the best of several counts.
-    contract_to(few, 0);
-    if (levels_.empty()) {
-      way_down_and_back(0, 0);
-      return;
-    }
-    const LevelGraph start = coarsest();
-    workspaces.resize(tuning_.trials);
-    team_.loop(tuning_.trials, [&](int trial) {
-      MultilevelWorkspace& own = workspaces[trial];
-      own.separation.set_limits(w_.separation.limits());
-      Multilevel(start, most_, tuning_, own, team_)
-          .way_down_and_back(static_cast<std::uint64_t>(trial) << 32, levels_.size());
-    });
-    const auto best = std::ranges::min_element(
-        workspaces, {}, [](const MultilevelWorkspace& w) { return w.separation.cost(); });
-    refine_up(best->separation.take_sides());
-  }
-
- private:
-  LevelGraph coarsest() const { return levels_.empty() ? whole_ : level_of(levels_.back()); }
-
-  void way_down_and_back(std::uint64_t seed, std::size_t above) {
-    above_ = above;
-    contract_to(tuning_.coarse_enough, seed);
-    Sides side = grow_separators(coarsest(), tuning_.attempts, seed, w_.separation);
+  void separate() {
+    contract_all();
+    Sides side = grow_separators(coarsest(), tuning_.attempts, w_.separation);
     if (levels_.empty())
       w_.separation.load(whole_, std::move(side));
     else
       refine_up(std::move(side));
   }
 
-  void contract_to(int vertices, std::uint64_t seed) {
-    while (coarsest().n > vertices) {
+ private:
+  LevelGraph coarsest() const { return levels_.empty() ? whole_ : level_of(levels_.back()); }
+
+  void contract_all() {
+    while (coarsest().n > tuning_.coarse_enough) {
       CoarseLevel coarse;
       const LevelGraph at = coarsest();
-      const ClusterLimits limits{
-          levels_.empty() && above_ == 0 ? tuning_.first_cluster : tuning_.cluster_size, most_};
-      contract(at, limits, seed, coarse, w_.coarsen, team_);
+      const int members = levels_.empty() ? tuning_.first_cluster : tuning_.cluster_size;
+      contract(at, {members, most_}, coarse, w_.coarsen, team_);
       if (coarse.graph.n > 0.9 * at.n) break;
       levels_.push_back(std::move(coarse));
     }
@@ -103,7 +75,6 @@ class Multilevel {
   MultilevelWorkspace& w_;
   WorkTeam& team_;
   Vector<CoarseLevel> levels_;
-  std::size_t above_ = 0;  // contractions that led to this graph
 };
 
 // Vertices by their distance from a start: those at distance d lie from starts[d] on.
@@ -175,13 +146,13 @@ Sides find_separator(const WeightedGraph& graph, const DissectionTuning& tuning,
   const auto separate = [&](int which) {
     if (which == 0) {
       best->set_limits(limits);
-      Multilevel(whole, most, tuning, workspace.multilevel, team).separate(workspace.trials);
+      Multilevel(whole, most, tuning, workspace.multilevel, team).separate();
     } else {
       layer.set_limits(limits, total);
       layer.load(whole, layer_separator(whole, total, layer));
     }
   };
-  if (graph.n < tuning.least_trials) {  // too small for two threads
+  if (graph.n < tuning.least_shared) {  // too small for two threads
     for (int which = 0; which < (layered ? 2 : 1); ++which) separate(which);
   } else {
     team.loop(layered ? 2 : 1, separate);

@@ -34,7 +34,6 @@ struct MultilevelWorkspace {
 struct SeparatorWorkspace {
   Separation layer;
   MultilevelWorkspace multilevel;
-  Vector<MultilevelWorkspace> trials;
 };
 
 /// Vertex separator of a graph: 0 and 1 for the sides, 2 for the separator.

@@ -3,7 +3,7 @@
 ///
 /// E. A. Dinic, "Algorithm for solution of a problem of maximum flow in networks with power
 /// estimation", Soviet Math. Dokl. 11 (1970), on the graph with each vertex split into an arc
-/// of its weight.  For unit weights O(sqrt(n) |adj|) at worst; memory 8 |adj| integers.
+/// of its weight.  For unit weights O(sqrt(n) |adj|) at worst; memory 4 |adj| integers.
 #pragma once
 
 #include "base/memory.hpp"

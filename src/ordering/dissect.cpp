@@ -268,7 +268,7 @@ bool Dissector::split(Task& task, Task& left, Task& right) {
   const auto take = [&](int s) {
     (s == 0 ? left : right).piece = take_side(task.piece, side, s, index);
   };
-  if (g.n < tuning_.least_trials)
+  if (g.n < tuning_.least_shared)
     for (const int s : {0, 1}) take(s);
   else
     team_.loop(2, take);

@@ -17,7 +17,7 @@ TEST(OrderingFailure, EveryAllocationTellsItsBytes) {
   const WeightedGraph nodes = weighted_graph(graph);
   DissectionGoal goal{.domains = 3};
   goal.tuning.least_team = 0;
-  goal.tuning.least_trials = 1000;
+  goal.tuning.least_shared = 1000;
   const Dissection whole = dissect(nodes, goal);
   for (const int threads : {1, 3}) {
     int failures = 0;

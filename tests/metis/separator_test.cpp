@@ -180,7 +180,7 @@ TEST(Separator, MovesKeepTheBooks) {
 // The same with the help of a team, which finds work in the smallest graph.
 Sides separate_in_team(const WeightedGraph& graph, int threads) {
   DissectionTuning tuning;
-  tuning.least_trials = 1;
+  tuning.least_shared = 1;
   WorkTeam team(threads);
   std::atomic<bool> done = false;
   Sides side;
@@ -225,7 +225,7 @@ TEST(Separator, ContractionKeepsWeightsAndEdges) {
                                      with_random_weights(graph_of(test::random_spd(200, 6, 1)), 2)})
     for (const int members : {2, 3, 4}) {
       CoarseLevel coarse;
-      contract(level_of(graph), {members, 40}, 1, coarse, workspace, alone);
+      contract(level_of(graph), {members, 40}, coarse, workspace, alone);
       const WeightedGraph& small = coarse.graph;
       EXPECT_LT(small.n, 0.8 * graph.n);
       Vector<int> weight(small.n, 0);

@@ -249,7 +249,9 @@ TEST(Pairing, ExchangesLeaveRegularBlocks) {
         EXPECT_EQ(s.iparm(14), 0);
         EXPECT_EQ(s.iparm(22), m.positive);
         const std::vector<double> b = test::random_vector(m, 1, 1);
-        EXPECT_LE(test::normwise_error(m, s.solve(b), b), 1e-13);
+        // No step of refinement: the growth of a factor without a small pivot, which differs
+        // between orders by two digits.  A singular block would leave half of all digits.
+        EXPECT_LE(test::normwise_error(m, s.solve(b), b), 1e-11);
       }
 }
 
@@ -289,7 +291,7 @@ TEST(Pairing, ThreadsGiveThePairsOfOne) {
     const Saddle s = saddle_of(m);
     DissectionGoal goal{.domains = 3};
     goal.tuning.least_team = 0;
-    goal.tuning.least_trials = 500;
+    goal.tuning.least_shared = 500;
     Dissection first;
     Pairing first_pairs;
     for (const int threads : {1, 2, 3, 5, 8}) {
