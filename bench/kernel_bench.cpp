@@ -41,7 +41,8 @@ struct Shape {
 constexpr Shape shapes[] = {{2000, 200, 128, 4000},  {4000, 256, 256, 8000}, {4000, 128, 512, 8000},
                             {6000, 200, 200, 12000}, {1000, 100, 32, 2000},  {500, 40, 16, 1000},
                             {200, 24, 12, 600},      {400, 100, 64, 800},    {200, 100, 32, 400},
-                            {100, 40, 24, 200},      {60, 20, 8, 120},       {30, 10, 4, 60}};
+                            {100, 40, 24, 200},      {60, 20, 8, 120},       {30, 10, 4, 60},
+                            {4000, 80, 80, 5000},    {1500, 80, 80, 2000},   {1500, 80, 240, 2000}};
 
 double now() {
   timespec t;
@@ -120,6 +121,8 @@ void measure(const Kernels<T>& kernel, double operations_of_one) {
     u.a = u.b = a.data();
     u.lda = u.b_col = u.ldc = s.ld;
     u.c = c.data();
+    Values<char> space(packing_bytes(sizeof(T), s.q, s.k));
+    u.space = {space.data(), space.size()};
     const double work = operations_of_one * s.m * s.q * s.k, guess = work / 40e9;
     PanelUpdate<T> scattered = u;
     scattered.row = scattered.col = rows.data();

@@ -44,6 +44,14 @@ int second_level_cache() {
   return bytes;
 }
 
+std::size_t packing_bytes(std::size_t scalar, int width, int depth) {
+  const auto block = scalar * static_cast<std::size_t>(std::max(width, 1)) *
+                     static_cast<std::size_t>(std::clamp(depth, 1, deepest_update));
+  if (block <= stack_columns) return 0;
+  constexpr std::size_t line = 64;
+  return line + packed_tiles + std::min<std::size_t>(block, second_level_cache() / 2);
+}
+
 namespace {
 
 #ifdef VELMORA_KERNELS_AVX2

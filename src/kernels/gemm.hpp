@@ -9,114 +9,12 @@
 /// BLAS functionality", 2015).  Short last tiles are padded with zeros in the packing.
 #pragma once
 
-#include "kernels/scalar.hpp"
-#include "kernels/simd.hpp"
+#include <cstddef>
+#include <cstdint>
+
+#include "kernels/pack.hpp"
 
 namespace vlm::VELMORA_ISA {
-
-/// How a scalar kind is held in vectors: complex values as separate real and imaginary parts.
-template <class T>
-struct Kind {
-  using Real = T;
-  static constexpr int parts = 1, columns = tile_columns;
-  static constexpr int vectors = tile_vectors;
-};
-template <>
-struct Kind<zcomplex> {
-  using Real = double;
-  static constexpr int parts = 2, columns = tile_columns / 2;
-  static constexpr int vectors = 2;
-};
-
-template <class T>
-inline constexpr int lanes = Simd<typename Kind<T>::Real>::width;
-template <class T>
-inline constexpr int tile_rows = Kind<T>::vectors* lanes<T>;
-
-/// Tile of A: for each k `stride` reals, first the real parts of its rows.
-template <class T>
-struct PackedTile {
-  const typename Kind<T>::Real* a = nullptr;
-  long stride = 0;
-};
-
-/// Reals of a tile of MV vectors for each k.
-template <class T, int MV>
-inline constexpr int tile_stride = MV* lanes<T>* Kind<T>::parts;
-
-/// Copies `valid` rows of a column of A into a tile, zero beyond them.
-template <class T, int MV>
-inline void pack_column(const T* column, int valid, typename Kind<T>::Real* to) {
-  using R = typename Kind<T>::Real;
-  constexpr int rows = MV * lanes<T>;
-  const R* from = reinterpret_cast<const R*>(column);
-  if constexpr (Kind<T>::parts == 2) {
-    for (int i = 0; i < valid; ++i) {
-      to[i] = from[2 * i];
-      to[rows + i] = from[2 * i + 1];
-    }
-    for (int i = valid; i < rows; ++i) to[i] = to[rows + i] = R(0);
-  } else if (valid == rows) {
-    for (int v = 0; v < MV; ++v)
-      Simd<R>::store(to + v * lanes<T>, Simd<R>::load(from + v * lanes<T>));
-  } else {
-    for (int i = 0; i < valid; ++i) to[i] = from[i];
-    for (int i = valid; i < rows; ++i) to[i] = R(0);
-  }
-}
-
-/// Copies one tile of `valid` rows.
-template <class T, int MV>
-inline PackedTile<T> pack_tile(const T* a, int lda, int valid, int k,
-                               typename Kind<T>::Real* buffer) {
-  constexpr int stride = tile_stride<T, MV>;
-  for (int p = 0; p < k; ++p)
-    pack_column<T, MV>(a + static_cast<long>(p) * lda, valid,
-                       buffer + static_cast<long>(p) * stride);
-  return {buffer, stride};
-}
-
-/// Copies full tiles that follow each other.  Their columns may each lie on a page of its own,
-/// which is then looked up once for all of them.
-template <class T, int MV>
-inline void pack_tiles(const T* a, int lda, int tiles, int k, typename Kind<T>::Real* buffer) {
-  constexpr int rows = MV * lanes<T>, stride = tile_stride<T, MV>;
-  for (int p = 0; p < k; ++p)
-    for (int t = 0; t < tiles; ++t)
-      pack_column<T, MV>(a + static_cast<long>(p) * lda + t * rows, rows,
-                         buffer + (static_cast<long>(t) * k + p) * stride);
-}
-
-/// B(j,k) = at[j*row + k*column].
-template <class T>
-struct SecondOperand {
-  const T* at = nullptr;
-  long row = 1, column = 0;
-};
-
-/// Copies the q columns of a block of B, tile after tile.
-template <class T>
-inline void pack_columns(SecondOperand<T> b, bool conjugate, int q, int k, T* buffer) {
-  constexpr int nr = Kind<T>::columns;
-  int j = 0;
-  const auto copy = [&](int width) {
-    const T* from = b.at + j * b.row;
-    if (b.row == 1) {
-      for (int p = 0; p < k; ++p, from += b.column, buffer += width)
-        for (int i = 0; i < width; ++i) buffer[i] = conjugated_if(from[i], conjugate);
-    } else {
-      for (int i = 0; i < width; ++i)
-        for (int p = 0; p < k; ++p)
-          buffer[p * width + i] = conjugated_if(from[i * b.row + p * b.column], conjugate);
-      buffer += static_cast<long>(k) * width;
-    }
-    j += width;
-  };
-  while (q - j >= nr) copy(nr);
-  while (q - j >= 4) copy(4);
-  while (q - j >= 2) copy(2);
-  if (j < q) copy(1);
-}
 
 /// Consecutive rows of a tile that stay consecutive in C.
 struct RowRun {
@@ -198,11 +96,22 @@ struct Column {
   }
 };
 
-/// Columns first.. to end of B, for k of A's columns from k0 on.
+/// Columns first.. to end of B, for some of the columns of A.
 template <class T>
 struct ColumnBlock {
   SecondOperand<T> b;
-  int first, end, k0, k;
+  int first, end;
+  const Depth<T>& depth;
+};
+
+/// Rows of A that are copied later, asked for line by line while those before them are at work.
+template <class T>
+struct Ahead {
+  static constexpr int line = 64 / static_cast<int>(sizeof(T));
+  const Depth<T>& depth;
+  int row = 0, end = 0;  ///< what is left to ask for
+
+  void fetch(int p) const { __builtin_prefetch(depth.a[p] + row, 0, 2); }
 };
 
 /// A row tile's way through the columns of C.
@@ -216,6 +125,7 @@ struct TileRow {
   const PanelUpdate<T>& u;
   int k;
   PackedTile<T> a;
+  Ahead<T>& ahead;
   /// Runs of a vector where any part of one is written at once, of the whole tile otherwise.
   TileRows<rows, Simd<R>::masked ? lanes<T> / parts : rows> where;
 
@@ -274,9 +184,20 @@ struct TileRow {
     const R* ak = a.a;
     const T* bk = b.at;
     const long b_row = packed ? 1 : b.row, b_column = packed ? NR : b.column;
-    for (int p = 0; p < k; ++p, ak += a.stride, bk += b_column) {
+    const auto step = [&] {
 #pragma GCC unroll 8
       for (int j = 0; j < NR; ++j) acc[j].add(ak, bk + j * b_row);
+      ak += a.stride;
+      bk += b_column;
+    };
+    if (ahead.row < ahead.end) {
+      for (int p = 0; p < k; ++p) {
+        ahead.fetch(p);
+        step();
+      }
+      ahead.row += ahead.line;
+    } else {
+      for (int p = 0; p < k; ++p) step();
     }
     if (parts == 1 && where.whole) {
 #pragma GCC unroll 8
@@ -285,28 +206,44 @@ struct TileRow {
       scatter<NR>(acc, c);
     }
   }
+};
 
-  /// Columns of a block, until q is reached.
-  inline void columns(const ColumnBlock<T>& block, int q) const {
+/// Row tiles that take their way through a block of columns together, so that a tile of B serves
+/// all of them from the nearest cache.
+template <class T, int MV, bool packed>
+struct TileGroup {
+  static constexpr int most = 2;
+  using Row = TileRow<T, MV, packed>;
+  const Row* row[most] = {};
+  int q[most] = {};  ///< columns that each takes; the later, the more
+  int count = 0;
+
+  inline void columns(const ColumnBlock<T>& block) const {
     constexpr int nr = Kind<T>::columns;
     SecondOperand<T> b = block.b;
     int j = block.first;
+    const int end = q[count - 1];
     const auto next = [&](int width) {
-      b.at += packed ? static_cast<long>(k) * width : b.row * width;
+      b.at += packed ? static_cast<long>(row[0]->k) * width : b.row * width;
       j += width;
     };
-    for (; j < q && j + nr <= block.end; next(nr)) tile<nr>(b, j);
+    const auto all = [&](const auto& tile) {
+      for (int t = 0; t < count; ++t)
+        if (j < q[t]) tile(*row[t]);
+    };
+    for (; j < end && j + nr <= block.end; next(nr))
+      all([&](const Row& r) { r.template tile<nr>(b, j); });
     if constexpr (nr > 4)
-      if (j < q && j + 4 <= block.end) {
-        tile<4>(b, j);
+      if (j < end && j + 4 <= block.end) {
+        all([&](const Row& r) { r.template tile<4>(b, j); });
         next(4);
       }
     if constexpr (nr > 2)
-      if (j < q && j + 2 <= block.end) {
-        tile<2>(b, j);
+      if (j < end && j + 2 <= block.end) {
+        all([&](const Row& r) { r.template tile<2>(b, j); });
         next(2);
       }
-    for (; j < q; next(1)) tile<1>(b, j);
+    for (; j < end; next(1)) all([&](const Row& r) { r.template tile<1>(b, j); });
   }
 };
 
@@ -317,22 +254,36 @@ inline bool is_narrow(int columns) {
 }
 
 /// Rows i0.. of a block of columns, at most MV vectors of them.
-/// @param packed_a  the rows where they were packed before, null: not yet
+/// @param at  the rows where they were packed before, null: not yet
 template <class T, int MV, bool packed>
 inline void update_rows(const PanelUpdate<T>& u, const ColumnBlock<T>& block, int i0, int valid,
-                        typename Kind<T>::Real* buffer, PackedTile<T> at = {}) {
+                        typename Kind<T>::Real* buffer, Ahead<T>& ahead, PackedTile<T> at = {}) {
   // Columns right of the tile's last row lie above the diagonal.
   const int q = u.lower && i0 + valid < block.end ? i0 + valid : block.end;
   if (q <= block.first) return;
   if (!at.a) {
-    const T* a = u.a + i0 + static_cast<long>(block.k0) * u.lda;
     if (valid == MV * lanes<T> && is_narrow<T>(q - block.first))
-      at = {reinterpret_cast<const typename Kind<T>::Real*>(a), u.lda};
+      at = {reinterpret_cast<const typename Kind<T>::Real*>(block.depth.a[0] + i0), u.lda};
     else
-      at = pack_tile<T, MV>(a, u.lda, valid, block.k, buffer);
+      at = pack_tile<T, MV>(block.depth, i0, valid, buffer);
   }
-  const TileRow<T, MV, packed> row{u, block.k, at, {u.row, i0, valid}};
-  row.columns(block, q);
+  const TileRow<T, MV, packed> row{u, block.depth.k, at, ahead, {u.row, i0, valid}};
+  TileGroup<T, MV, packed>{{&row}, {q}, 1}.columns(block);
+}
+
+/// Two full tiles that follow each other from row i0 on.
+template <class T, bool packed>
+inline void update_pair(const PanelUpdate<T>& u, const ColumnBlock<T>& block, int i0,
+                        Ahead<T>& ahead, PackedTile<T> at) {
+  constexpr int rows = tile_rows<T>;
+  const int k = block.depth.k;
+  const auto columns = [&](int end) { return u.lower && end < block.end ? end : block.end; };
+  using Row = TileRow<T, Kind<T>::vectors, packed>;
+  const Row first{u, k, at, ahead, {u.row, i0, rows}};
+  const Row second{u, k, {at.a + k * at.stride, at.stride}, ahead, {u.row, i0 + rows, rows}};
+  const TileGroup<T, Kind<T>::vectors, packed> both{
+      {&first, &second}, {columns(i0 + rows), columns(i0 + 2 * rows)}, 2};
+  if (both.q[1] > block.first) both.columns(block);
 }
 
 /// All rows of a block of columns.
@@ -347,88 +298,137 @@ inline void update_block(const PanelUpdate<T>& u, const ColumnBlock<T>& block, i
   const int whole = u.m / rows * rows - (split ? rows : 0);
   int i = u.lower ? block.first / rows * rows : 0;  // rows before lie above the diagonal
   if (i > whole) i = whole;
+  Ahead<T> ahead{block.depth};
+  // Many columns repay the wait for A.
+  const bool fetches = block.end - block.first <= 96;
+  // Two tiles and what passes beside them fill the first-level cache.
+  constexpr int pair = 2 * tile_stride<T, vectors> * static_cast<int>(sizeof(T)) / Kind<T>::parts;
+  const bool paired = block.depth.k <= first_level_cache() / pair;
   while (i < whole) {
     int tiles = 1;
     PackedTile<T> at;
     if (!is_narrow<T>(block.end - block.first)) {
       const int there = (whole - i) / rows;
       tiles = there < together ? there : together;
-      pack_tiles<T, vectors>(u.a + i + static_cast<long>(block.k0) * u.lda, u.lda, tiles, block.k,
-                             buffer);
+      pack_tiles<T, vectors>(block.depth, i, tiles, buffer);
       at = {buffer, tile_stride<T, vectors>};
+      if (fetches) {
+        ahead.row = i + tiles * rows;
+        ahead.end = u.m < ahead.row + tiles * rows ? u.m : ahead.row + tiles * rows;
+      }
     }
-    for (int t = 0; t < tiles; ++t, i += rows) {
-      update_rows<T, vectors, packed>(u, block, i, rows, buffer, at);
-      if (at.a) at.a += static_cast<long>(block.k) * at.stride;
+    int t = 0;
+    for (; paired && at.a && t + 2 <= tiles; t += 2, i += 2 * rows) {
+      update_pair<T, packed>(u, block, i, ahead, at);
+      at.a += 2 * static_cast<long>(block.depth.k) * at.stride;
+    }
+    for (; t < tiles; ++t, i += rows) {
+      update_rows<T, vectors, packed>(u, block, i, rows, buffer, ahead, at);
+      if (at.a) at.a += static_cast<long>(block.depth.k) * at.stride;
     }
   }
+  ahead.end = 0;
   if (split) {
-    update_rows<T, 2, packed>(u, block, i, 2 * width, buffer);
+    update_rows<T, 2, packed>(u, block, i, 2 * width, buffer, ahead);
     i += 2 * width;
   }
   const int left = u.m - i;
   if constexpr (vectors > 2)
-    if (left > 2 * width) return update_rows<T, 3, packed>(u, block, i, left, buffer);
+    if (left > 2 * width) return update_rows<T, 3, packed>(u, block, i, left, buffer, ahead);
   if (left > width)
-    update_rows<T, 2, packed>(u, block, i, left, buffer);
+    update_rows<T, 2, packed>(u, block, i, left, buffer, ahead);
   else if (left > 0)
-    update_rows<T, 1, packed>(u, block, i, left, buffer);
+    update_rows<T, 1, packed>(u, block, i, left, buffer, ahead);
 }
 
-/// How an update is cut: columns of A and of B taken at once, tiles
-/// of A packed at once.
+/// Where an update copies its operands to, and how many values each copy holds at most.
+template <class T>
+struct Room {
+  typename Kind<T>::Real* tiles;
+  int tile_reals;
+  T* columns;
+  int column_values;
+};
+
+/// How an update is cut: columns of A and of B taken at once, tiles of A packed at once.
 struct Blocking {
   int depth, width, tiles;
 };
 
-/// Most columns of A taken at once: every further block of them reads and writes C once more.
-inline constexpr int deepest = 256;
-/// Values of B that are copied at once, if the second-level cache holds twice as many.  With the tiles
-/// they are 224 KB of the stack, which has to grow by them where memory is short.
-template <class T>
-inline constexpr int block_limit = 163840 / static_cast<int>(sizeof(T));
-/// Reals of the tiles of A that are packed together, one of the deepest at least.
-template <class T>
-inline constexpr int tiles_limit = 65536 / static_cast<int>(sizeof(typename Kind<T>::Real));
-
 /// A tile of A fills the first-level cache; a block of B takes half of the second.
 template <class T>
-inline Blocking blocking(int q, int k) {
-  constexpr int nr = Kind<T>::columns;
-  constexpr int tile = tile_stride<T, Kind<T>::vectors> * sizeof(typename Kind<T>::Real);
-  int limit = first_level_cache() / tile / 8 * 8;
-  if (limit > deepest) limit = deepest;
+inline Blocking blocking(int q, int k, const Room<T>& room) {
+  constexpr int nr = Kind<T>::columns, stride = tile_stride<T, Kind<T>::vectors>;
+  int limit = first_level_cache() / (stride * static_cast<int>(sizeof(T) / Kind<T>::parts)) / 8 * 8;
+  if (limit > deepest_update) limit = deepest_update;
   const int blocks = (k + limit - 1) / limit;
   const int depth = blocks > 1 ? (k + blocks - 1) / blocks : k;
   const int half = second_level_cache() / 2 / static_cast<int>(sizeof(T));
-  const int width = (half < block_limit<T> ? half : block_limit<T>) / depth / nr * nr;
-  const int tiles = tiles_limit<T> / (depth * tile_stride<T, Kind<T>::vectors>);
-  return {depth, width < q ? width : q, tiles};
+  const int values = half < room.column_values ? half : room.column_values;
+  const int width = values / depth / nr * nr;
+  return {depth, width < q ? width : q, room.tile_reals / (depth * stride)};
+}
+
+template <class T>
+inline void update_in(const PanelUpdate<T>& u, const Room<T>& room) {
+  const int k = u.k;
+  const Blocking cut = blocking<T>(u.q, k, room);
+  // Copying B costs what it saves where few tiles of rows meet it.
+  const bool pack = u.m > 2 * tile_rows<T> || (Kind<T>::parts == 2 && u.conjugate);
+  for (int k0 = 0; k0 < k; k0 += cut.depth) {
+    const Depth<T> depth(u, k0, k - k0 < cut.depth ? k - k0 : cut.depth);
+    if (!pack) {
+      update_block<T, false>(u, {{depth.b[0], u.b_row, u.b_col}, 0, u.q, depth}, cut.tiles,
+                             room.tiles);
+      continue;
+    }
+    for (int j = 0; j < u.q; j += cut.width) {
+      const int end = u.q - j < cut.width ? u.q : j + cut.width;
+      pack_columns<T>(depth, u.b_row, u.conjugate, j, end, room.columns);
+      update_block<T, true>(u, {{room.columns}, j, end, depth}, cut.tiles, room.tiles);
+    }
+  }
+}
+
+template <class T>
+__attribute__((noinline)) void update_on_stack(const PanelUpdate<T>& u) {
+  alignas(64) typename Kind<T>::Real tiles[packed_tiles / sizeof(typename Kind<T>::Real)];
+  alignas(64) unsigned char columns[stack_columns];
+  update_in<T>(u, {tiles, sizeof tiles / sizeof *tiles, reinterpret_cast<T*>(columns),
+                   stack_columns / static_cast<int>(sizeof(T))});
+}
+
+/// An update that is over before any preparation would be.
+template <class T>
+inline void update_tiny(const PanelUpdate<T>& u) {
+  for (int j = 0; j < u.q; ++j) {
+    T* const c = u.c + static_cast<long>(u.col ? u.col[j] : j) * u.ldc;
+    const T* const b = u.b + static_cast<long>(j) * u.b_row;
+    for (int i = u.lower ? j : 0; i < u.m; ++i) {
+      T sum = u.a[i] * conjugated_if(b[0], u.conjugate);
+      for (int p = 1; p < u.k; ++p)
+        sum += u.a[i + static_cast<long>(p) * u.lda] *
+               conjugated_if(b[static_cast<long>(p) * u.b_col], u.conjugate);
+      c[u.row ? u.row[i] : i] -= sum;
+    }
+  }
 }
 
 template <class T>
 void update(const PanelUpdate<T>& u) {
+  constexpr int tiny_rows = 8, tiny_depth = 2;
+  if (u.m <= tiny_rows && u.k <= tiny_depth && u.k > 0) return update_tiny(u);
   if (u.k <= 0) return;
-  alignas(64) typename Kind<T>::Real tile[tiles_limit<T>];
-  alignas(64) unsigned char columns[block_limit<T> * sizeof(T)];
-  T* const buffer = reinterpret_cast<T*>(columns);
-  const auto [depth, width, tiles] = blocking<T>(u.q, u.k);
-  // Copying B costs what it saves where few tiles of rows meet it.
-  const bool pack = u.m > 2 * tile_rows<T> || (Kind<T>::parts == 2 && u.conjugate);
-  for (int k0 = 0; k0 < u.k; k0 += depth) {
-    const int k = u.k - k0 < depth ? u.k - k0 : depth;
-    const SecondOperand<T> b{u.b + static_cast<long>(k0) * u.b_col, u.b_row, u.b_col};
-    if (!pack) {
-      update_block<T, false>(u, {b, 0, u.q, k0, k}, tiles, tile);
-      continue;
-    }
-    for (int j = 0; j < u.q; j += width) {
-      const int end = u.q - j < width ? u.q : j + width;
-      pack_columns<T>({b.at + static_cast<long>(j) * u.b_row, u.b_row, u.b_col}, u.conjugate,
-                      end - j, k, buffer);
-      update_block<T, true>(u, {{buffer}, j, end, k0, k}, tiles, tile);
-    }
-  }
+  using Real = typename Kind<T>::Real;
+  constexpr std::size_t least = packed_tiles + stack_columns + 64;
+  if (u.space.bytes < least) return update_on_stack(u);
+  const auto skip = -reinterpret_cast<std::uintptr_t>(u.space.at) % 64;
+  char* const at = static_cast<char*>(u.space.at) + skip;
+  const std::size_t values = (u.space.bytes - skip - packed_tiles) / sizeof(T);
+  constexpr std::size_t most = (1u << 30) / sizeof(T);
+  update_in<T>(u, {reinterpret_cast<Real*>(at), packed_tiles / static_cast<int>(sizeof(Real)),
+                   reinterpret_cast<T*>(at + packed_tiles),
+                   static_cast<int>(values < most ? values : most)});
 }
 
 }  // namespace vlm::VELMORA_ISA

@@ -18,6 +18,25 @@ namespace vlm {
 int first_level_cache();
 int second_level_cache();
 
+/// Most columns of both operands that an update takes at once.
+inline constexpr int deepest_update = 256;
+/// Bytes of the tiles of the first operand that are copied together, one of the deepest at least.
+inline constexpr int packed_tiles = 65536;
+/// Bytes for a block of the second operand on the stack, which has to grow by them and may be
+/// short.
+inline constexpr int stack_columns = 65536;
+
+/// Room for the copies that a kernel makes of its operands; every thread needs one of its own.
+struct PackingSpace {
+  void* at = nullptr;     ///< null: a little of the stack is used instead
+  std::size_t bytes = 0;  ///< as packing_bytes() says
+};
+
+/// Bytes for updates of values of `scalar` bytes whose q and k are at most `width` and `depth`, so
+/// that no block of the second operand is copied in pieces that the second-level cache would hold;
+/// 0 where the stack does as well.
+std::size_t packing_bytes(std::size_t scalar, int width, int depth);
+
 /// C(row(i), col(j)) -= sum over k of A(i,k) B(j,k).
 template <class T>
 struct PanelUpdate {
@@ -32,6 +51,7 @@ struct PanelUpdate {
   const int* col = nullptr;  ///< [q] columns of C, rising; null: 0, 1, 2, ...
   bool lower = false;        ///< entries with i < j need not be formed
   bool conjugate = false;    ///< B is conjugated (complex kinds)
+  PackingSpace space = {};
 };
 
 /// X := X op(L)^-1 from the right, in place.  An upper triangle is given as the lower one that
@@ -47,6 +67,7 @@ struct RightSolve {
   Op op = Op::transposed;
   T* x = nullptr;
   int ldx = 0;
+  PackingSpace space = {};
 };
 
 /// One vector against a lower triangle L(j,k) = l[j*l_row + k*l_col], one stride being 1.

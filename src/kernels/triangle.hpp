@@ -57,6 +57,7 @@ inline void solve_rows(const RightSolve<T>& s, T* x, int m) {
     u.lda = u.ldc = s.ldx;
     u.c = xj;
     u.conjugate = s.conjugate;
+    u.space = s.space;
     if (transposed) {  // columns before the strip are final
       u.k = j;
       u.a = x;

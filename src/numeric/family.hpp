@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 #include "base/carver.hpp"
 #include "base/progress.hpp"
@@ -39,6 +40,7 @@ struct FactorScratch {
   View<int> indmap;         ///< [n] place of a row in the target's list, from 0
   int* relative = nullptr;  ///< [max_rows] places of one source's rows
   T* scaled = nullptr;      ///< second operand of an update, or a diagonal block's work
+  PackingSpace space;       ///< of the kernels
   BlockPivots<T> stats;
 
   FactorScratch() = default;
@@ -49,6 +51,8 @@ struct FactorScratch {
                    .take<T>(static_cast<std::size_t>(
                        std::max<std::int64_t>(st.max_scaled, st.max_width)))
                    .data()) {
+    space.bytes = packing_bytes(sizeof(T), st.max_width, st.max_width);
+    if (space.bytes > 0) space.at = carver.take<std::byte>(space.bytes).data();
     carver.leave_line();
   }
 };
@@ -150,6 +154,7 @@ struct SymmetricBase {
     u.ldc = target.rows;
     u.lower = true;
     u.conjugate = conjugate;
+    u.space = scratch.space;
     f.kernel.update(u);
   }
 };
@@ -181,6 +186,7 @@ struct CholeskyFamily : SymmetricBase<T, hermitian> {
     solve.l_col = solve.ldx = panel.rows;
     solve.x = panel.l21();
     solve.conjugate = hermitian;
+    solve.space = scratch.space;
     if (solve.m > 0) f.kernel.solve_right(solve);
     return true;
   }
@@ -308,13 +314,14 @@ struct LdltFamily : SymmetricBase<T, hermitian> {
     else
       f.kernel.ldlt_diagonal(panel.width, panel.l, panel.rows, panel.pivot, scratch.stats);
     const int m = panel.below();
-    if (m > 0) solve_below(f, panel, m);
+    if (m > 0) solve_below(f, panel, m, scratch);
     watch_growth(f, panel, scratch.stats);
     return true;
   }
 
  private:
-  static void solve_below(const FactorFrame<T>& f, const Panel<T>& panel, int m) {
+  static void solve_below(const FactorFrame<T>& f, const Panel<T>& panel, int m,
+                          const FactorScratch<T>& scratch) {
     T* x = panel.l21();
     for (int k = 0; k < panel.width; ++k) {
       const int place = std::abs(panel.pivot[k]) - 1;
@@ -332,6 +339,7 @@ struct LdltFamily : SymmetricBase<T, hermitian> {
     solve.unit = true;
     solve.x = x;
     solve.conjugate = hermitian;
+    solve.space = scratch.space;
     f.kernel.solve_right(solve);
     divide_by_d<T, hermitian>(panel, x, panel.rows, m);
   }

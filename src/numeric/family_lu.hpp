@@ -42,6 +42,7 @@ struct LuFamily {
     u.q = s.q;
     u.col = rows;
     u.b_row = 1;
+    u.space = scratch.space;
     // L part and diagonal block: rows of L times rows of U.
     u.m = s.m;
     u.row = rows;
@@ -78,18 +79,20 @@ struct LuFamily {
   static bool finish(const FactorFrame<T>& f, const Panel<T>& panel, FactorScratch<T>& scratch) {
     if (!factor_block(f, panel, scratch)) return false;
     const int m = panel.below();
-    if (m > 0) solve_below(f, panel, m);
+    if (m > 0) solve_below(f, panel, m, scratch);
     watch(f, panel, scratch.stats);
     return true;
   }
 
  private:
-  static void solve_below(const FactorFrame<T>& f, const Panel<T>& panel, int m) {
+  static void solve_below(const FactorFrame<T>& f, const Panel<T>& panel, int m,
+                          const FactorScratch<T>& scratch) {
     exchange_columns(panel.width, panel.column_pivot, panel.l21(), panel.rows, m);
     exchange_columns(panel.width, panel.pivot, panel.u, m, m);
     RightSolve<T> solve;
     solve.m = m;
     solve.n = panel.width;
+    solve.space = scratch.space;
     solve.l = panel.l;
     // L21 U11 = A21: U11 is the transpose of a lower triangle, reached by its strides.
     solve.l_row = panel.rows;

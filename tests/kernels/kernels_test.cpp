@@ -81,9 +81,9 @@ TYPED_TEST(KernelTest, UpdateSubtractsTheProductWhereItBelongs) {
   for (const Kernels<T>* kernel : runnable_kernels<T>())
     for (int trial = 0; trial < 60; ++trial) {
       PanelUpdate<T> u;
-      u.m = 1 + static_cast<int>(this->gen() % (trial < 4 ? 300 : 90));  // several buffers of rows
+      u.m = 1 + static_cast<int>(this->gen() % (trial < 6 ? 300 : 90));  // several buffers of rows
       u.q = 1 + static_cast<int>(this->gen() % u.m);
-      u.k = 1 + static_cast<int>(this->gen() % (trial == 0 ? 600 : 40));
+      u.k = 1 + static_cast<int>(this->gen() % (trial == 0 || trial == 5 ? 600 : 40));
       u.lda = u.m + 3;
       u.lower = trial % 3 == 0;
       u.conjugate = trial % 4 == 1;
@@ -110,6 +110,8 @@ TYPED_TEST(KernelTest, UpdateSubtractsTheProductWhereItBelongs) {
             want[at] -= a[i + k * u.lda] * conj_if(b[j * u.b_row + k * u.b_col], u.conjugate);
           free[at] = u.lower && i < j;
         }
+      std::vector<char> space(packing_bytes(sizeof(T), u.q, u.k));
+      if (trial % 2 == 0) u.space = {space.data(), space.size()};
       kernel->update(u);
       for (std::size_t p = 0; p < c.size(); ++p)
         if (free[p]) c[p] = want[p];
