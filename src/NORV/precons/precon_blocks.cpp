@@ -140,7 +140,7 @@ smat* complement(const Blocks& b, unsigned i) {
   return D;
 }
 
-int blocklu_setup(precon* M, smat* A) {
+int fill_blocklu(precon* M, smat* A) {
   const int num_blocks = M->iparam[lu_blocks];
   NORV_ASSERT(num_blocks < 5);
   NORV_ASSERT(!A->sym);
@@ -155,6 +155,10 @@ int blocklu_setup(precon* M, smat* A) {
     if (!invert(M, b, i, precon_lu_create())) return 0;
   }
   return 1;
+}
+
+int blocklu_setup(precon* M, smat* A) {
+  return vlm::fill(blocks_of(M), [&] { return fill_blocklu(M, A); });
 }
 
 /// With the complements D and the parts of A below and above them M is (D + L) D^-1 (D + U), and so
@@ -195,7 +199,7 @@ precon* inner_class(int row) {
   return nullptr;
 }
 
-int block_gs_setup(precon* M, smat* A) {
+int fill_block_gs(precon* M, smat* A) {
   NORV_ASSERT(!A->sym);
   Blocks& b = blocks_of(M);
   forget(b);
@@ -223,6 +227,10 @@ int block_gs_setup(precon* M, smat* A) {
     if (!invert(M, b, i, made)) return 0;
   }
   return 1;
+}
+
+int block_gs_setup(precon* M, smat* A) {
+  return vlm::fill(blocks_of(M), [&] { return fill_block_gs(M, A); });
 }
 
 /// The sweep of the transpose goes from the last block to the first; forward and backward, it is

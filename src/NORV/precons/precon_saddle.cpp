@@ -41,7 +41,7 @@ struct CpDirect {
 
 CpDirect& cp_of(const precon* M) { return *static_cast<CpDirect*>(M->data); }
 
-int cp_direct_setup(precon* M, smat* A) {
+int fill_cp_direct(precon* M, smat* A) {
   NORV_ASSERT(A->m == A->n);
   NORV_ASSERT(A->sym);
   CpDirect& cp = cp_of(M);
@@ -63,6 +63,10 @@ int cp_direct_setup(precon* M, smat* A) {
   M->nperturbed = cp.K->nperturbed;
   M->is_complex = A->is_complex;
   return 1;
+}
+
+int cp_direct_setup(precon* M, smat* A) {
+  return vlm::fill(cp_of(M), [&] { return fill_cp_direct(M, A); });
 }
 
 vec* cp_direct_apply(vec* result, precon* M, const vec* x) {
@@ -148,7 +152,7 @@ vec* trailing_diagonal(const smat* F, const perm* order, unsigned nc) {
   return to;
 }
 
-int schilders_setup(precon* M, smat* A) {
+int fill_schilders(precon* M, smat* A) {
   NORV_ASSERT(A->m == A->n);
   Schilders& s = schilders_of(M);
   forget(s);
@@ -179,6 +183,10 @@ int schilders_setup(precon* M, smat* A) {
   M->nnz = entries_of(s.by_B1) + nf - nc;
   M->is_complex = A->is_complex;
   return 1;
+}
+
+int schilders_setup(precon* M, smat* A) {
+  return vlm::fill(schilders_of(M), [&] { return fill_schilders(M, A); });
 }
 
 /// The values from `first` on as a vector of their own; the caller frees the record.

@@ -31,6 +31,18 @@ constexpr precon class_record(const char* name, const PreconRoutines& routines) 
   return M;
 }
 
+/// Runs a setup that hangs blocks on the data of a class.  A fault takes them back, after which
+/// data holds none of them.
+template <class Data, class Setup>
+int fill(Data& data, const Setup& setup) {
+  try {
+    return setup();
+  } catch (...) {
+    data = Data{};
+    throw;
+  }
+}
+
 /// A copy of the class record.
 precon* new_precon(const precon& class_record);
 

@@ -50,7 +50,11 @@ class Lanczos {
     add_scaled<T>(shift_, p.x, r1_.get());
     precon_solve(y_.get(), p.M, r1_.get());
     const double square_of_beta = real_part_of(inner<T>(r1_.get(), y_.get()));
-    if (square_of_beta < 0 || bb < 0) return LanczosEnd::indefinite_precon;
+    if (square_of_beta < 0 || bb < 0) {  // which has no norms to tell the residual by
+      norm_b = vec_euclid_norm(p.b);
+      beta = vec_euclid_norm(r1_.get());
+      return LanczosEnd::indefinite_precon;
+    }
     beta = std::sqrt(square_of_beta);
     if (beta == 0) return LanczosEnd::zero;
     if (!symmetric_precon()) return LanczosEnd::unsymmetric_precon;

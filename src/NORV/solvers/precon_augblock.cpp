@@ -76,7 +76,7 @@ perm* reorder(smat* K) {
   return order;
 }
 
-int augblock_setup(precon* M, smat* A) {
+int fill_augblock(precon* M, smat* A) {
   NORV_ASSERT(A->m == A->n);
   NORV_ASSERT(A->sym);
   print_banner();
@@ -102,6 +102,10 @@ int augblock_setup(precon* M, smat* A) {
   M->nperturbed = a.inner->nperturbed;
   M->is_complex = A->is_complex;
   return 1;
+}
+
+int augblock_setup(precon* M, smat* A) {
+  return vlm::fill(data_of(M), [&] { return fill_augblock(M, A); });
 }
 
 /// x1 = K^-1 (f + B' W^-1 g), x2 = W^-1 (B x1 - g).

@@ -32,7 +32,9 @@ std::vector<Problem> family() {
           {"convection", Class::unsymmetric, convection_diffusion(15, 2.0, 7)},
           {"complex", Class::unsymmetric, convection_diffusion(12, 1.0, 8, 13)},
           {"random", Class::unsymmetric, random_unsymmetric(150, 4, 0.8, 9)},
-          {"structurally symmetric", Class::unsymmetric, structurally_symmetric(5, 10)}};
+          {"structurally symmetric", Class::unsymmetric, structurally_symmetric(5, 10)},
+          {"poisson, both triangles", Class::definite, expanded(poisson2d(17))},
+          {"flow", Class::indefinite, stokes(6)}};
 }
 
 bool fits(const std::string& method, const Problem& p) {
@@ -44,24 +46,58 @@ bool fits(const std::string& method, const Problem& p) {
   return true;
 }
 
+/// The matrices of a preconditioner, and whether a symmetric one has a symmetric inverse.
+enum class Takes { any, full, upper, symmetric, saddle };
+struct PreconRow {
+  const char* name;
+  Takes takes;
+  bool symmetric;
+};
+constexpr PreconRow precons[] = {
+    {"DUMMY", Takes::any, true},        {"DIAG", Takes::any, true},
+    {"MPS_DIAG", Takes::any, true},     {"LU", Takes::any, true},
+    {"SPAIONE", Takes::any, true},      {"SPAINDIAG", Takes::any, true},
+    {"XFSAI", Takes::symmetric, true},  {"MFSAI", Takes::symmetric, true},
+    {"ILUT", Takes::full, false},       {"ILU0", Takes::full, false},
+    {"ILUC", Takes::full, false},       {"SOR", Takes::full, false},
+    {"BLOCKLU", Takes::full, false},    {"BLOCKGS", Takes::full, false},
+    {"AML", Takes::full, true},         {"AMG", Takes::full, true},
+    {"SMAGGR", Takes::full, true},      {"ICHOL", Takes::upper, true},
+    {"ILDLT", Takes::upper, true},      {"ILDLT_BK", Takes::upper, true},
+    {"ILDLT_CP", Takes::upper, true},   {"ILDLT_SP", Takes::upper, true},
+    {"ILDLT_WS", Takes::upper, true},   {"PARILDLT", Takes::upper, true},
+    {"MILDLT", Takes::upper, true},     {"CP_DIRECT", Takes::saddle, true},
+    {"SCHILDERS", Takes::saddle, true}, {"AUGBLOCK", Takes::saddle, true}};
+
 /// Whether a preconditioner keeps what the method presumes.
-bool fits(const std::string& method, const std::string& M, const Problem& p) {
-  const bool needs_definite =
+bool fits(const std::string& method, const PreconRow& M, const Problem& p) {
+  const std::string name = M.name;
+  const bool definite_M =
       method == "PCG" || method == "PCG2" || method == "MINRES" || method == "SYMMLQ";
   const bool definite = p.kind == Class::definite || p.kind == Class::hermitian_definite;
-  if (M == "ICHOL") return p.kind == Class::definite;
-  const std::string unsymmetric = " ILUT ILU0 ILUC SOR ";
-  if (unsymmetric.find(" " + M + " ") != std::string::npos)
-    return !needs_definite && !p.matrix.triangle() && p.kind != Class::hermitian;
-  if (M == "MPS_DIAG") return !needs_definite || p.kind == Class::definite;
-  if (M == "DIAG") return !needs_definite || definite;
-  if (M == "LU")
-    return method != "QMR" && p.kind != Class::hermitian && p.kind != Class::hermitian_definite;
-  return true;
+  const bool hermitian = p.kind == Class::hermitian || p.kind == Class::hermitian_definite;
+  const bool flow = std::string(p.name) == "flow";
+  // BICGSTAB meets a breakdown with CP_DIRECT; GMRES measures after the preconditioner, too far
+  // off.
+  if (M.takes == Takes::saddle)
+    return flow && !definite_M &&
+           ((name == "AUGBLOCK" && method != "GMRESDR") ||
+            (name == "CP_DIRECT" && method == "GMRESDR"));
+  if (flow) return !definite_M && (name == "LU" || name == "MFSAI" || name == "ILDLT_SP");
+  if (M.takes == Takes::full && p.matrix.triangle()) return false;
+  if (M.takes == Takes::upper && !p.matrix.triangle()) return false;
+  if (M.takes == Takes::symmetric && p.kind != Class::definite) return false;
+  if ((name == "ICHOL" || name == "ILDLT") && !definite) return false;
+  if ((name == "AML" || name == "AMG" || name == "SMAGGR") && p.kind != Class::definite)
+    return false;
+  if (name == "DUMMY") return true;
+  if (definite_M && !(definite && M.symmetric)) return false;
+  if (hermitian) return name == "DIAG";
+  if (method == "QMR" && (name == "AML" || name == "AMG" || name == "SMAGGR")) return false;
+  // On a whole matrix these are not symmetric.
+  const bool whole = !p.matrix.triangle() && (name == "SPAIONE" || name == "SPAINDIAG");
+  return !(whole && definite_M);
 }
-
-constexpr const char* precons[] = {"DUMMY", "DIAG", "ICHOL", "LU",      "ILUT",
-                                   "ILU0",  "ILUC", "SOR",   "MPS_DIAG"};
 
 class EveryMethod : public testing::TestWithParam<const char*> {};
 
@@ -74,10 +110,15 @@ TEST_P(EveryMethod, SolvesWithWhatItFits) {
     const Smat A = to_smat(p.matrix);
     const bool cpx = p.matrix.complex();
     const Vec b = filled(A->m, cpx, 1);
-    for (const char* name : precons) {
-      if (!fits(method, name, p)) continue;
-      SCOPED_TRACE(std::string(p.name) + " " + name);
-      const Precon M = prepared(name, A.get());
+    for (const PreconRow& row : precons) {
+      if (!fits(method, row, p)) continue;
+      SCOPED_TRACE(std::string(p.name) + " " + row.name);
+      const Precon M(precon_new_by_name(row.name));
+      if (std::string(row.name) == "SMAGGR") M->iparam[0] = 1, M->iparam[2] = 30;
+      if (std::string(row.name) == "AMG") M->iparam[2] = 30;
+      if (std::string(row.name) == "SCHILDERS")
+        M->iparam[0] = int(A->m - smat_guess_constraint_size(A.get()));
+      ASSERT_EQ(precon_setup(M.get(), A.get()), 1);
       for (const unsigned seed : {0u, 2u}) {  // from zero, and from a guess
         const Vec x = seed == 0 ? zeros(A->m, cpx) : filled(A->m, cpx, seed);
         const Solver s(solver_new(method.c_str()));
@@ -90,7 +131,8 @@ TEST_P(EveryMethod, SolvesWithWhatItFits) {
         EXPECT_LT(count, 3000);
         EXPECT_LT(s->res, 1e-10);
         // MINRES, SYMMLQ and GMRES measure the residual in the preconditioner's norm.
-        EXPECT_LT(residual_by_rows(A.get(), x.get(), b.get()), 1e-8);
+        EXPECT_LT(residual_by_rows(A.get(), x.get(), b.get()),
+                  row.takes == Takes::saddle ? 1e-7 : 1e-8);
         if (count > 0) {
           ASSERT_EQ(int(s->history->n), count);
           EXPECT_LT(s->history->v[count - 1], 1e-10);

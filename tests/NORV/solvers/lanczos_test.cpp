@@ -69,6 +69,12 @@ TEST(Lanczos, TellsHowItEnds) {
     EXPECT_EQ(end_of(name, A.get(), b.get(), &negative),
               minres ? "M does not define a pos-def preconditioner."
                      : "M is not a pos-def preconditioner.");
+    // Nothing is solved, and the record says so.
+    const Solver s(solver_new(name));
+    const Vec x = zeros(A->m, false);
+    solver_set_precon(s.get(), &negative);
+    solver_solve(s.get(), A.get(), x.get(), b.get());
+    EXPECT_NEAR(s->res, 1.0, 1e-12);
   }
 }
 
