@@ -16,6 +16,7 @@
 #include "NORV/bridge/norv_interface.hpp"
 #include "NORV/corelib/faults.hpp"
 #include "base/matrix_types.hpp"
+#include "base/progress.hpp"
 #include "base/status.hpp"
 #include "base/thread_guard.hpp"
 #include "driver/check_input_fc.hpp"
@@ -198,6 +199,7 @@ struct Run {
                           {&info, &perturbed, &positive, &negative, &nnz, &relres, &iterations});
     } catch (const Fault& fault) {
       state.ledger.release_call();
+      pulse();  // the listener may have ended the direct solver inside
       return outcome_of(fault);
     } catch (...) {
       state.ledger.release_call();
@@ -306,8 +308,15 @@ Outcome run_iterative(const Call& call) {
   const ThreadGuard team(call.iparm(3));
   Run run(call);
   Outcome outcome;
-  if (call.first_digit() < 3) outcome = set_up(run);
-  if (!outcome && call.last_digit() == 3 && call.nrhs > 0) outcome = solve(run);
+  const auto told = [](int phase, auto work) {
+    PhaseProgress progress(phase, 0);
+    Outcome result = work();
+    if (!result) progress.finish();
+    return result;
+  };
+  if (call.first_digit() < 3) outcome = told(call.first_digit() * 11, [&] { return set_up(run); });
+  if (!outcome && call.last_digit() == 3 && call.nrhs > 0)
+    outcome = told(33, [&] { return solve(run); });
   call.iparm(14) = run.perturbed;
   call.iparm(22) = run.positive;
   call.iparm(23) = run.negative;
