@@ -150,6 +150,14 @@ TEST(Progress, EndsInTheMiddleOfAPhase) {
       }
       EXPECT_LT(normwise_error(m, session.solve(b), b), 1e-13);
     }
+    const auto many = random_vector(m, 512, 5);
+    listener.words.clear();
+    listener.last = 1;
+    session.solve(many, 512);
+    EXPECT_EQ(session.error, -9);
+    EXPECT_EQ(listener.words.back().share, 0);
+    listener.last = -1;
+    EXPECT_LT(normwise_error(m, session.solve(many, 512), many), 1e-13);
   }
 }
 
