@@ -29,7 +29,8 @@ typedef int (*velmora_progress_fn)(void* data, int phase, double share);
 
 /*
  * Sets the listener of a handle; null for nobody, which costs nothing.  velmorainit() and the release
- * of the handle (phase -1) forget it.  Diagonal systems and steps of the iterative solver do not pulse.
+ * of the handle (phase -1) forget it.  Diagonal systems do not pulse.  In iterative mode the setup is
+ * phase 11 or 22, each without shares between 0 and 1, and the direct solver inside tells its own.
  *   pt  handle, 64 words                                                       in, out
  */
 VELMORA_API void velmora_set_progress(void** pt, velmora_progress_fn listener, void* data);

@@ -88,6 +88,16 @@ def _configure(handle, matrix, settings):
         handle.reals[number] = value
 
 
+def _columns(b, kind):
+    """b as the library has it; Ctrl-C acts between the columns of a large one."""
+    if b.ndim == 1 or (b.flags.f_contiguous and b.dtype == kind):
+        return np.asfortranarray(b, dtype=kind)
+    columns = np.empty(b.shape, dtype=kind, order="F")
+    for k in range(0, b.shape[1], 4):
+        columns[:, k:k + 4] = b[:, k:k + 4]
+    return columns
+
+
 class Factorization(LinearOperator):
     """Analysis and factor of a matrix; as a LinearOperator it is the inverse of the matrix.
 
@@ -270,7 +280,7 @@ class Factorization(LinearOperator):
 
     def _solve_columns(self, b, trans):
         kind = np.complex128 if _matrix.is_complex(self.mtype) else np.float64
-        b = np.asfortranarray(b, dtype=kind)
+        b = _columns(b, kind)
         turn, conjugate = self._way(trans)
         if conjugate:
             b = b.conj()

@@ -16,6 +16,7 @@
 #include "NORV/bridge/norv_interface.hpp"
 #include "NORV/corelib/faults.hpp"
 #include "base/matrix_types.hpp"
+#include "base/progress.hpp"
 #include "base/status.hpp"
 #include "base/thread_guard.hpp"
 #include "driver/check_input_fc.hpp"
@@ -209,6 +210,7 @@ struct Run {
       return f(A.get());
     } catch (const Fault& fault) {
       state.ledger.release_call();
+      pulse();  // the listener may have ended the direct solver inside
       return outcome_of(fault);
     } catch (...) {
       state.ledger.release_call();
@@ -281,8 +283,16 @@ Outcome run_phases(Run& run) {
   const MeterScope metered(run.state.meter);
   Pattern pattern(call);
   Outcome outcome;
-  if (call.first_digit() < 3) outcome = set_up(run, pattern);
-  if (!outcome && call.last_digit() == 3 && call.nrhs > 0) outcome = solve(run, pattern);
+  const auto told = [](int phase, auto work) {
+    PhaseProgress progress(phase, 0);
+    Outcome result = work();
+    if (!result) progress.finish();
+    return result;
+  };
+  if (call.first_digit() < 3)
+    outcome = told(call.first_digit() * 11, [&] { return set_up(run, pattern); });
+  if (!outcome && call.last_digit() == 3 && call.nrhs > 0)
+    outcome = told(33, [&] { return solve(run, pattern); });
   return outcome;
 }
 

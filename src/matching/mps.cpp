@@ -9,6 +9,7 @@
 
 #include "base/matrix_types.hpp"
 #include "base/memory.hpp"
+#include "base/progress.hpp"
 
 namespace vlm {
 
@@ -338,8 +339,11 @@ MatchState kuhn_munkres_init(const mps_csr& cost) {
 int kuhn_munkres(const mps_csr& cost, MatchState& state) {
   if (state.count < cost.n) {
     Search search(cost, state);
-    for (int r = 0; r < cost.n; ++r)
-      if (state.match_of_row[r] < 0 && search.augment(r)) ++state.count;
+    for (int r = 0; r < cost.n; ++r) {
+      if (state.match_of_row[r] >= 0) continue;
+      pulse();
+      if (search.augment(r)) ++state.count;
+    }
     search.store();
   }
   return state.count;

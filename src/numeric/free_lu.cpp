@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "base/progress.hpp"
 #include "base/scalar.hpp"
 #include "base/status.hpp"
 #include "base/values.hpp"
@@ -55,6 +56,7 @@ class FreeLuWork {
 
   int run() {
     for (std::size_t k = 0; k < n_; ++k) {
+      pulse();
       const int preferred = input_.order[k] - 1;
       const int row =
           input_.matching.perm != nullptr ? input_.matching.perm[preferred] - 1 : preferred;

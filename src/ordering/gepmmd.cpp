@@ -5,6 +5,7 @@
 #include <numeric>
 
 #include "base/memory.hpp"
+#include "base/progress.hpp"
 #include "base/view.hpp"
 #include "graph/ordering.hpp"
 
@@ -112,6 +113,7 @@ std::int64_t MinimumDegree::run() {
   fill_degree_lists();
   number_isolated_nodes();
   while (num_ <= end_) {
+    pulse();
     while (head_(mdeg_) <= 0) ++mdeg_;
     if (eliminate_batch()) break;
     update_degrees();

@@ -11,6 +11,7 @@
 #include <cstdint>
 
 #include "base/status.hpp"
+#include "base/team.hpp"
 #include "numeric/factorize.hpp"
 #include "solve/solve_panels.hpp"
 
@@ -175,18 +176,22 @@ void psol_bwscat_velmora(const SolveBlock<T>& block, const SolveCall& call, int 
   }
 }
 
-/// Forward and diagonal steps of panels first to last.
+/// Forward and diagonal steps of panels first to last.  May throw Cancelled, as the next one.
 template <class Family, class T>
 void sweep_forward(const SolveFrame<T>& f, const Sweep& sweep, int first, int last) {
-  for (int s = first; s <= std::min(last, sweep.last_panel); ++s)
+  for (int s = first; s <= std::min(last, sweep.last_panel); ++s) {
+    pulse();
     Family::forward(f, panel_of(f.st, f.store, s));
+  }
 }
 
 /// Backward steps of panels last to first.
 template <class Family, class T>
 void sweep_backward(const SolveFrame<T>& f, const Sweep& sweep, int first, int last) {
-  for (int s = std::min(last, sweep.last_panel); s >= first; --s)
+  for (int s = std::min(last, sweep.last_panel); s >= first; --s) {
+    pulse();
     Family::backward(f, panel_of(f.st, f.store, s));
+  }
 }
 
 /// A whole solve is one with zeros for the unknowns of the Schur complement.
@@ -204,6 +209,7 @@ void forward_by_domains(const SolveBlock<T>& block) {
   const int domains = block.domains();
   const std::ptrdiff_t length = block.tail_length();
   const std::ptrdiff_t before = static_cast<std::ptrdiff_t>(block.tail_first() - 1) * frame.nb;
+  TeamFailure failure;
 #pragma omp parallel for schedule(dynamic, 1) num_threads(block.threads)
   for (int d = 1; d <= domains; ++d) {
     SolveFrame<T> f = block.of_thread(omp_get_thread_num());
@@ -211,8 +217,10 @@ void forward_by_domains(const SolveBlock<T>& block) {
     std::fill_n(tail, length, T(0));
     f.tail_first = block.tail_first();
     f.tail = tail - before;
-    sweep_forward<Family>(f, block.sweep, f.st.range(2 * d - 1), f.st.range(2 * d));
+    failure.guard(
+        [&] { sweep_forward<Family>(f, block.sweep, f.st.range(2 * d - 1), f.st.range(2 * d)); });
   }
+  failure.rethrow();
   for (int d = 0; d < domains; ++d)
     for (std::ptrdiff_t i = 0; i < length; ++i) frame.y[before + i] += block.tails[d * length + i];
 }
@@ -245,10 +253,14 @@ void run_sweeps(const SolveBlock<T>& block) {
   if (!sweep.backward) return;
   sweep_backward<Family>(f, sweep, first, f.st.nsuper);
   if (!divided) return;
+  TeamFailure failure;
 #pragma omp parallel for schedule(dynamic, 1) num_threads(block.threads)
   for (int d = 1; d <= block.domains(); ++d)
-    sweep_backward<Family>(block.of_thread(omp_get_thread_num()), sweep, f.st.range(2 * d - 1),
-                           f.st.range(2 * d));
+    failure.guard([&] {
+      sweep_backward<Family>(block.of_thread(omp_get_thread_num()), sweep, f.st.range(2 * d - 1),
+                             f.st.range(2 * d));
+    });
+  failure.rethrow();
 }
 
 /// How the threads of a solve divide the work.
@@ -327,9 +339,12 @@ int solve_with(const SolveCall& call) {
     return status_ok;
   }
   const std::size_t stride = block_values(call.st, division);
+  TeamFailure failure;
 #pragma omp parallel for schedule(dynamic, 1) num_threads(division.blocks)
   for (int k0 = 0; k0 < call.nrhs; k0 += division.block)
-    solve_from(k0, work + static_cast<std::size_t>(omp_get_thread_num()) * stride);
+    failure.guard(
+        [&] { solve_from(k0, work + static_cast<std::size_t>(omp_get_thread_num()) * stride); });
+  failure.rethrow();
   return status_ok;
 }
 

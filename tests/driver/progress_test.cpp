@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "caller.hpp"
 #include "reference.hpp"
 #include "session.hpp"
 #include "velmora.h"
@@ -149,7 +150,55 @@ TEST(Progress, EndsInTheMiddleOfAPhase) {
       }
       EXPECT_LT(normwise_error(m, session.solve(b), b), 1e-13);
     }
+    const auto many = random_vector(m, 512, 5);
+    listener.words.clear();
+    listener.last = 1;
+    session.solve(many, 512);
+    EXPECT_EQ(session.error, -9);
+    EXPECT_EQ(listener.words.back().share, 0);
+    listener.last = -1;
+    EXPECT_LT(normwise_error(m, session.solve(many, 512), many), 1e-13);
   }
+}
+
+TEST(Progress, IterationsAreToldAndEnded) {
+  const Matrix m = gallery::poisson3d(14);
+  for (int last = 0;; ++last) {
+    SCOPED_TRACE("word " + std::to_string(last));
+    Caller caller(-2, m.ia, m.ja, m.a);
+    caller.init(1);
+    caller.dparm[2] = 60;
+    auto b = random_vector(m, 1, 5), x = b;
+    caller.b_ptr = b.data();
+    caller.x_ptr = x.data();
+    Listener listener;
+    listener.last = last;
+    velmora_set_progress(caller.pt, Listener::hear, &listener);
+    const int error = caller.run(13);
+    if (error == 0) {
+      EXPECT_EQ(listener.words.front().phase, 11);
+      EXPECT_EQ(listener.words.back().phase, 33);
+      EXPECT_GE(last, 4);
+      break;
+    }
+    ASSERT_EQ(error, -9);
+    listener.last = -1;
+    EXPECT_EQ(caller.run(listener.words.back().phase == 33 ? 33 : 13), 0);
+    EXPECT_LT(normwise_error(m, x, b), 1e-4);
+  }
+}
+
+/// Minimum degree is ended between two pivots.
+TEST(Progress, AnAnalysisEndsInTheMiddle) {
+  const Matrix m = gallery::poisson3d(44);
+  Session session(m, 1);
+  session.iparm(2) = 0;
+  Listener listener;
+  listener.last = 1;
+  listener.attach(session);
+  EXPECT_EQ(session.analyse(), -9);
+  EXPECT_EQ(listener.words.back().phase, 11);
+  EXPECT_EQ(listener.words.back().share, 0);  // the order was not complete
 }
 
 TEST(Progress, TheListenerIsForgottenWithTheHandle) {

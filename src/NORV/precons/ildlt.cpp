@@ -7,6 +7,7 @@
 
 #include "NORV/precons/ildlt_store.hpp"
 #include "base/clock.hpp"
+#include "base/progress.hpp"
 
 namespace vlm::norv {
 namespace {
@@ -84,6 +85,7 @@ int Elimination<T>::eliminate() {
       rows_.advance(slot++);
       continue;
     }
+    pulse();
     rows_.gather(slot, row_);
     const int partner = choose_partner(slot);
     bool more = true;

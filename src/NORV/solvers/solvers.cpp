@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "base/clock.hpp"
+#include "base/progress.hpp"
 #include "norv/krylov.h"
 
 namespace {
@@ -59,6 +60,7 @@ void tell_step(solver* s, int iteration, double relative_residual) {
       static_cast<unsigned>(iteration) <= s->history->n)
     s->history->v[iteration - 1] = relative_residual;
   if (listener.fn != nullptr) listener.fn(listener.data, iteration, relative_residual);
+  pulse();
 }
 
 QuietSteps::QuietSteps() : fn_(listener.fn), data_(listener.data) { listener = {}; }
