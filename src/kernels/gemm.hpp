@@ -398,26 +398,8 @@ __attribute__((noinline)) void update_on_stack(const PanelUpdate<T>& u) {
                    stack_columns / static_cast<int>(sizeof(T))});
 }
 
-/// An update that is over before any preparation would be.
-template <class T>
-inline void update_tiny(const PanelUpdate<T>& u) {
-  for (int j = 0; j < u.q; ++j) {
-    T* const c = u.c + static_cast<long>(u.col ? u.col[j] : j) * u.ldc;
-    const T* const b = u.b + static_cast<long>(j) * u.b_row;
-    for (int i = u.lower ? j : 0; i < u.m; ++i) {
-      T sum = u.a[i] * conjugated_if(b[0], u.conjugate);
-      for (int p = 1; p < u.k; ++p)
-        sum += u.a[i + static_cast<long>(p) * u.lda] *
-               conjugated_if(b[static_cast<long>(p) * u.b_col], u.conjugate);
-      c[u.row ? u.row[i] : i] -= sum;
-    }
-  }
-}
-
 template <class T>
 void update(const PanelUpdate<T>& u) {
-  constexpr int tiny_rows = 8, tiny_depth = 2;
-  if (u.m <= tiny_rows && u.k <= tiny_depth && u.k > 0) return update_tiny(u);
   if (u.k <= 0) return;
   using Real = typename Kind<T>::Real;
   constexpr std::size_t least = packed_tiles + stack_columns + 64;
