@@ -20,8 +20,9 @@ struct DissectionTuning {
   double saved_cubes = 130;
   /// Vertices and neighbours of a piece that is not cut any more, whatever it would save.
   int least_piece = 4000;
-  /// Vertices and neighbours of a graph that is worth the start of a team.
-  int least_team = 30000;
+  /// Vertices and neighbours of a graph that is worth the start of a team: its order takes more
+  /// than a millisecond.  ordering_bench --stages
+  int least_team = 6000;
   /// Part of the vertices above which the first separator is no better than none: minimum degree
   /// then orders the whole as well, and the cheaper order counts.
   double poor_separator = 1.0 / 8;

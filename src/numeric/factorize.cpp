@@ -24,8 +24,6 @@ namespace vlm {
 
 namespace {
 
-/// Operations below which starting threads costs more than they save.
-constexpr double worthwhile_flops = 2e6;
 /// Updates beside the largest entry of the matrix beyond which a pivot counts like a replaced one:
 /// those whose rounding errors reach this part of it.  1e11 in double precision, 186 in single.
 constexpr double growth_error = 2.22e-5;

@@ -98,6 +98,7 @@ class Dissector {
   std::mutex latch_waiting_;
   Vector<Task*> waiting_;  // pieces that a thread of the team may take; owned
   int unfinished_ = 0;     // pieces that wait or are worked on
+  Task uncut_;             // the whole, when it has no useful separator
   bool in_team_ = false;
   bool poor_ = false;  // the first separator was no better than none
 };
@@ -161,6 +162,10 @@ void Dissector::cut_all(Piece whole) {
   }
   in_team_ = false;
   failure_.rethrow();
+  if (uncut_.piece.graph.n == 0) return;
+  const double start = timer_velmora();
+  order_leaf(uncut_.piece, 0);
+  note(uncut_, start, team_.saved());
 }
 
 // Leaves a piece to the team.
@@ -220,6 +225,12 @@ void Dissector::dissect_piece(Task task) {
   pulse();
   Task left, right;
   if (!pays(task) || !split(task, left, right)) {
+    if (task.depth == 0) {  // nobody has work beside it
+      const int number = note(task, start, saved);
+      uncut_ = std::move(task);
+      uncut_.parent = number;
+      return;
+    }
     order_leaf(task.piece, task.first);
     note(task, start, saved);
     return;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <numeric>
 #include <utility>
 
 namespace vlm {
@@ -31,6 +32,7 @@ class Dealer {
       sibling_[j] = child_[parent[j]];
       child_[parent[j]] = j;
     }
+    smallest_ = all_ / domains / 64;
     for (int j = 0; j < n; ++j)
       if (parent[j] == none) push(j);
   }
@@ -39,18 +41,17 @@ class Dealer {
   bool divide(const Vector<double>& work) {
     double best = shared_time(all_);  // all panels shared: no domains
     double top = 0;
-    const double smallest = all_ / domains_ / 64;
     for (;;) {
       const double largest = largest_share();
       if (const double time = largest + shared_time(top); time < best) {
         best = time;
         best_ = heap_;
+        best_crumbs_ = crumbs_.size();
       }
       if (largest <= even_enough * (all_ - top) / domains_ || heap_.empty()) break;
       // Down the chain to the next branching; there the shares change.
       std::pop_heap(heap_.begin(), heap_.end());
       int j = heap_.back().second;
-      if (heap_.back().first < smallest) break;
       heap_.pop_back();
       top += work[j];
       while (child_[j] != none && sibling_[child_[j]] == none) {
@@ -60,7 +61,7 @@ class Dealer {
       for (int c = child_[j]; c != none; c = sibling_[c]) push(c);
       if (shared_time(top) >= best) break;
     }
-    return !best_.empty();
+    return !best_.empty() || best_crumbs_ > 0;
   }
 
   // The largest subtree goes to the least loaded domain; the number of these.
@@ -68,6 +69,7 @@ class Dealer {
     std::sort(best_.begin(), best_.end(), [](const auto& a, const auto& b) {
       return a.first != b.first ? a.first > b.first : a.second < b.second;
     });
+    best_.insert(best_.end(), crumbs_.begin(), crumbs_.begin() + best_crumbs_);
     Vector<double> load(domains_, 0);
     for (const auto& [size, root] : best_) {
       const auto least = std::min_element(load.begin(), load.end());
@@ -90,6 +92,11 @@ class Dealer {
         for (int c = child_[j]; c != none; c = sibling_[c]) waiting_.push_back(c);
         continue;
       }
+      if (total_[j] < smallest_) {
+        crumbs_.emplace_back(total_[j], j);
+        crumb_work_ += total_[j];
+        continue;
+      }
       heap_.emplace_back(total_[j], j);
       std::push_heap(heap_.begin(), heap_.end());
     }
@@ -97,7 +104,8 @@ class Dealer {
 
   double shared_time(double work) const { return work / (shared_rate * domains_); }
 
-  // Work of the fullest domain when the subtrees are dealt out, the largest first.
+  // Work of the fullest domain when the subtrees are dealt out, the largest first, and the crumbs
+  // level the others.
   double largest_share() {
     sorted_.clear();
     for (const auto& entry : heap_) sorted_.push_back(entry.first);
@@ -108,7 +116,8 @@ class Dealer {
       load_.back() += size;
       std::push_heap(load_.begin(), load_.end(), std::greater<>());
     }
-    return *std::max_element(load_.begin(), load_.end());
+    const double even = std::accumulate(load_.begin(), load_.end(), crumb_work_) / domains_;
+    return std::max(even, *std::max_element(load_.begin(), load_.end()));
   }
 
   const Vector<int>& parent_;
@@ -118,6 +127,10 @@ class Dealer {
   double all_ = 0;
   Vector<int> child_, sibling_, waiting_;
   Vector<std::pair<double, int>> heap_, best_;
+  Vector<std::pair<double, int>>
+      crumbs_;  // too small to be split, in the sequence of their finding
+  double smallest_ = 0, crumb_work_ = 0;
+  std::size_t best_crumbs_ = 0;  // at the best stage
   Vector<double> sorted_, load_;
 };
 

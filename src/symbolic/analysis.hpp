@@ -7,6 +7,7 @@
 /// inside one call.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "base/memory.hpp"
@@ -33,6 +34,9 @@ struct FactorFigures {
   std::int64_t nnz_u = 0;     ///< 1 for symmetric storage
   double flops = 0;           ///< real operations of the factorization
 };
+
+/// Operations of a factorization below which starting threads costs more than they save.
+constexpr double worthwhile_flops = 2e6;
 
 /// How threads share the panels of a factorization.
 enum class Scheme : int {
@@ -89,12 +93,16 @@ struct Analysis : OrderedGraph {
 
 /// Calls visit(target, m, r) for every panel that panel s updates, in ascending order: m rows of
 /// s from the target's first one on, r of them columns of the target.
+/// @param first  targets before this column, the first of a panel, are passed over
 template <class Visit>
-void for_each_target(const Analysis& analysis, int s, Visit visit) {
+void for_each_target(const Analysis& analysis, int s, Visit visit, int first = 1) {
   const View<const int> xsuper(analysis.xsuper), snode(analysis.snode);
   const View<const int> xlindx(analysis.xlindx), lindx(analysis.lindx);
   const int end = xlindx(s + 1);
-  for (int p = xlindx(s) + xsuper(s + 1) - xsuper(s); p < end;) {
+  int p = xlindx(s) + xsuper(s + 1) - xsuper(s);
+  if (p < end && lindx(p) < first)
+    p = static_cast<int>(std::lower_bound(lindx.at(p), lindx.at(end), first) - lindx.data()) + 1;
+  while (p < end) {
     const int target = snode(lindx(p)), after = xsuper(target + 1), begin = p;
     while (p < end && lindx(p) < after) ++p;
     visit(target, end - begin, p - begin);

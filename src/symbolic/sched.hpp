@@ -23,7 +23,8 @@ void sched_velmora(View<const int> sparent, View<int> queue);
 /// @return status_ok, or status_overflow when a list does not fit 32-bit positions
 int blkpre_velmora(bool use_domains, Analysis& analysis, int threads = 1);
 
-/// Schedule for several threads: queue and update lists.
+/// Schedule for several threads: queue and update lists; none for a factorization of so few
+/// operations (worthwhile_flops) that it runs on one.
 /// @return as blkpre_velmora()
 int reorder3_velmora(const SymbolicOptions& options, Analysis& analysis);
 

@@ -2,9 +2,10 @@
 #include "symbolic/symfct.hpp"
 
 #include <algorithm>
-#include <atomic>
+#include <functional>
 #include <limits>
 #include <numeric>
+#include <utility>
 
 #include "base/memory.hpp"
 #include "base/work_team.hpp"
@@ -298,23 +299,28 @@ int panel_pointers(bool symmetric, Analysis& analysis) {
 
 void count_updates(Analysis& analysis, int threads) {
   const View<const int> xsuper(analysis.xsuper);
-  analysis.nmod.assign(analysis.nsuper, 0);
-  const View<int> nmod(analysis.nmod);
-  const int parts = threads_for(analysis.lindx.size(), threads);
+  const int nsuper = analysis.nsuper;
+  constexpr int most_parts = 8;  // each counts the updates of all panels
+  const int parts = std::min(threads_for(analysis.lindx.size(), threads), most_parts);
+  Vector<Vector<int>> counts(parts);  // of the panels of a part
   Vector<std::int64_t> most(parts, 0);
   side_by_side(parts, parts, [&](int t) {
-    const Slice slice(analysis.nsuper, t, parts);
+    const Slice slice(nsuper, t, parts);
+    counts[t].assign(nsuper, 0);
+    const View<int> nmod(counts[t]);
+    std::int64_t largest = 0;
     for (int s = slice.begin + 1; s <= slice.end; ++s) {
       const std::int64_t width = xsuper(s + 1) - xsuper(s);
       for_each_target(analysis, s, [&](int target, int, std::int64_t r) {
-        if (parts > 1)
-          std::atomic_ref(nmod(target)).fetch_add(1, std::memory_order_relaxed);
-        else
-          ++nmod(target);
-        most[t] = std::max(most[t], r * width);
+        ++nmod(target);
+        largest = std::max(largest, r * width);
       });
     }
+    most[t] = largest;
   });
+  analysis.nmod = std::move(counts[0]);
+  for (int t = 1; t < parts; ++t)
+    std::ranges::transform(analysis.nmod, counts[t], analysis.nmod.begin(), std::plus<>());
   analysis.max_scaled = *std::ranges::max_element(most);
 }
 
