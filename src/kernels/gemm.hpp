@@ -96,22 +96,26 @@ struct Column {
   }
 };
 
-/// Columns first.. to end of B, for some of the columns of A.
+/// Columns first.. to end of B, for k of A's columns from k0 on.
 template <class T>
 struct ColumnBlock {
   SecondOperand<T> b;
-  int first, end;
-  const Depth<T>& depth;
+  int first, end, k0, k;
 };
 
 /// Rows of A that are copied later, asked for line by line while those before them are at work.
 template <class T>
 struct Ahead {
+  static constexpr bool asks = true;
   static constexpr int line = 64 / static_cast<int>(sizeof(T));
-  const Depth<T>& depth;
+  const T* a;  ///< first of the columns that are taken
+  long lda;
   int row = 0, end = 0;  ///< what is left to ask for
 
-  void fetch(int p) const { __builtin_prefetch(depth.a[p] + row, 0, 2); }
+  void fetch(int p) const { __builtin_prefetch(a + p * lda + row, 0, 2); }
+};
+struct NothingAhead {
+  static constexpr bool asks = false;
 };
 
 /// A row tile's way through the columns of C.
@@ -125,7 +129,6 @@ struct TileRow {
   const PanelUpdate<T>& u;
   int k;
   PackedTile<T> a;
-  Ahead<T>& ahead;
   /// Runs of a vector where any part of one is written at once, of the whole tile otherwise.
   TileRows<rows, Simd<R>::masked ? lanes<T> / parts : rows> where;
 
@@ -175,8 +178,8 @@ struct TileRow {
   }
 
   /// One register tile: columns j0.. of C take NR columns of B.
-  template <int NR>
-  inline void tile(SecondOperand<T> b, int j0) const {
+  template <int NR, class Next>
+  inline void tile(SecondOperand<T> b, int j0, Next& ahead) const {
     Column<T, MV> acc[NR];
     T* c[NR];
     for (int j = 0; j < NR; ++j) c[j] = column(j0 + j);
@@ -190,15 +193,16 @@ struct TileRow {
       ak += a.stride;
       bk += b_column;
     };
-    if (ahead.row < ahead.end) {
-      for (int p = 0; p < k; ++p) {
-        ahead.fetch(p);
-        step();
+    int p = 0;
+    if constexpr (Next::asks)
+      if (ahead.row < ahead.end) {
+        for (; p < k; ++p) {
+          ahead.fetch(p);
+          step();
+        }
+        ahead.row += ahead.line;
       }
-      ahead.row += ahead.line;
-    } else {
-      for (int p = 0; p < k; ++p) step();
-    }
+    for (; p < k; ++p) step();
     if (parts == 1 && where.whole) {
 #pragma GCC unroll 8
       for (int j = 0; j < NR; ++j) acc[j].put(reinterpret_cast<R*>(c[j] + where.run[0].to));
@@ -210,40 +214,42 @@ struct TileRow {
 
 /// Row tiles that take their way through a block of columns together, so that a tile of B serves
 /// all of them from the nearest cache.
-template <class T, int MV, bool packed>
+///
+/// The way is compiled into its caller: a call for each tile of rows cost a small update a tenth.
+template <class T, int MV, bool packed, int count, class Next>
 struct TileGroup {
-  static constexpr int most = 2;
-  using Row = TileRow<T, MV, packed>;
-  const Row* row[most] = {};
-  int q[most] = {};  ///< columns that each takes; the later, the more
-  int count = 0;
+  const TileRow<T, MV, packed> (&row)[count];
+  const int (&q)[count];  ///< columns that each takes; the later, the more
+  Next& ahead;
 
-  inline void columns(const ColumnBlock<T>& block) const {
+  template <int NR>
+  [[gnu::always_inline]] inline void tiles(SecondOperand<T> b, int j) const {
+#pragma GCC unroll 2
+    for (int t = 0; t < count; ++t)
+      if (t == count - 1 || j < q[t]) row[t].template tile<NR>(b, j, ahead);
+  }
+
+  [[gnu::always_inline]] inline void columns(const ColumnBlock<T>& block) const {
     constexpr int nr = Kind<T>::columns;
     SecondOperand<T> b = block.b;
     int j = block.first;
     const int end = q[count - 1];
     const auto next = [&](int width) {
-      b.at += packed ? static_cast<long>(row[0]->k) * width : b.row * width;
+      b.at += packed ? static_cast<long>(block.k) * width : b.row * width;
       j += width;
     };
-    const auto all = [&](const auto& tile) {
-      for (int t = 0; t < count; ++t)
-        if (j < q[t]) tile(*row[t]);
-    };
-    for (; j < end && j + nr <= block.end; next(nr))
-      all([&](const Row& r) { r.template tile<nr>(b, j); });
+    for (; j < end && j + nr <= block.end; next(nr)) tiles<nr>(b, j);
     if constexpr (nr > 4)
       if (j < end && j + 4 <= block.end) {
-        all([&](const Row& r) { r.template tile<4>(b, j); });
+        tiles<4>(b, j);
         next(4);
       }
     if constexpr (nr > 2)
       if (j < end && j + 2 <= block.end) {
-        all([&](const Row& r) { r.template tile<2>(b, j); });
+        tiles<2>(b, j);
         next(2);
       }
-    for (; j < end; next(1)) all([&](const Row& r) { r.template tile<1>(b, j); });
+    for (; j < end; next(1)) tiles<1>(b, j);
   }
 };
 
@@ -255,35 +261,60 @@ inline bool is_narrow(int columns) {
 
 /// Rows i0.. of a block of columns, at most MV vectors of them.
 /// @param at  the rows where they were packed before, null: not yet
-template <class T, int MV, bool packed>
+template <class T, int MV, bool packed, class Next>
 inline void update_rows(const PanelUpdate<T>& u, const ColumnBlock<T>& block, int i0, int valid,
-                        typename Kind<T>::Real* buffer, Ahead<T>& ahead, PackedTile<T> at = {}) {
+                        typename Kind<T>::Real* buffer, Next& ahead, PackedTile<T> at = {}) {
   // Columns right of the tile's last row lie above the diagonal.
-  const int q = u.lower && i0 + valid < block.end ? i0 + valid : block.end;
-  if (q <= block.first) return;
+  const int q[] = {u.lower && i0 + valid < block.end ? i0 + valid : block.end};
+  if (q[0] <= block.first) return;
   if (!at.a) {
-    if (valid == MV * lanes<T> && is_narrow<T>(q - block.first))
-      at = {reinterpret_cast<const typename Kind<T>::Real*>(block.depth.a[0] + i0), u.lda};
+    const T* a = u.a + i0 + static_cast<long>(block.k0) * u.lda;
+    if (valid == MV * lanes<T> && is_narrow<T>(q[0] - block.first))
+      at = {reinterpret_cast<const typename Kind<T>::Real*>(a), u.lda};
     else
-      at = pack_tile<T, MV>(block.depth, i0, valid, buffer);
+      at = pack_tile<T, MV>(a, u.lda, valid, block.k, buffer);
   }
-  const TileRow<T, MV, packed> row{u, block.depth.k, at, ahead, {u.row, i0, valid}};
-  TileGroup<T, MV, packed>{{&row}, {q}, 1}.columns(block);
+  const TileRow<T, MV, packed> row[] = {{u, block.k, at, {u.row, i0, valid}}};
+  TileGroup<T, MV, packed, 1, Next>{row, q, ahead}.columns(block);
 }
 
 /// Two full tiles that follow each other from row i0 on.
-template <class T, bool packed>
-inline void update_pair(const PanelUpdate<T>& u, const ColumnBlock<T>& block, int i0,
-                        Ahead<T>& ahead, PackedTile<T> at) {
+template <class T, bool packed, class Next>
+inline void update_pair(const PanelUpdate<T>& u, const ColumnBlock<T>& block, int i0, Next& ahead,
+                        PackedTile<T> at) {
   constexpr int rows = tile_rows<T>;
-  const int k = block.depth.k;
   const auto columns = [&](int end) { return u.lower && end < block.end ? end : block.end; };
-  using Row = TileRow<T, Kind<T>::vectors, packed>;
-  const Row first{u, k, at, ahead, {u.row, i0, rows}};
-  const Row second{u, k, {at.a + k * at.stride, at.stride}, ahead, {u.row, i0 + rows, rows}};
-  const TileGroup<T, Kind<T>::vectors, packed> both{
-      {&first, &second}, {columns(i0 + rows), columns(i0 + 2 * rows)}, 2};
-  if (both.q[1] > block.first) both.columns(block);
+  const int q[] = {columns(i0 + rows), columns(i0 + 2 * rows)};
+  if (q[1] <= block.first) return;
+  const TileRow<T, Kind<T>::vectors, packed> row[] = {
+      {u, block.k, at, {u.row, i0, rows}},
+      {u, block.k, {at.a + block.k * at.stride, at.stride}, {u.row, i0 + rows, rows}}};
+  TileGroup<T, Kind<T>::vectors, packed, 2, Next>{row, q, ahead}.columns(block);
+}
+
+/// Columns of A from which bringing the tiles' operands nearer repays its own instructions.
+inline constexpr int deep_from = 48;
+
+/// Full tiles from row i on, packed together, `tiles` of them at `at`.
+template <class T, bool packed>
+inline void update_deep(const PanelUpdate<T>& u, const ColumnBlock<T>& block, int i, int tiles,
+                        PackedTile<T> at) {
+  constexpr int rows = tile_rows<T>, vectors = Kind<T>::vectors;
+  Ahead<T> ahead{u.a + static_cast<long>(block.k0) * u.lda, u.lda};
+  // Many columns repay the wait for A.
+  if (block.end - block.first <= 96) {
+    ahead.row = i + tiles * rows;
+    ahead.end = u.m < ahead.row + tiles * rows ? u.m : ahead.row + tiles * rows;
+  }
+  // Two tiles and what passes beside them fill the first-level cache.
+  constexpr int pair = 2 * tile_stride<T, vectors> * static_cast<int>(sizeof(T)) / Kind<T>::parts;
+  const bool paired = block.k <= first_level_cache() / pair;
+  const long each = static_cast<long>(block.k) * at.stride;
+  int t = 0;
+  for (; paired && t + 2 <= tiles; t += 2, i += 2 * rows, at.a += 2 * each)
+    update_pair<T, packed>(u, block, i, ahead, at);
+  for (; t < tiles; ++t, i += rows, at.a += each)
+    update_rows<T, vectors, packed>(u, block, i, rows, nullptr, ahead, at);
 }
 
 /// All rows of a block of columns.
@@ -298,47 +329,39 @@ inline void update_block(const PanelUpdate<T>& u, const ColumnBlock<T>& block, i
   const int whole = u.m / rows * rows - (split ? rows : 0);
   int i = u.lower ? block.first / rows * rows : 0;  // rows before lie above the diagonal
   if (i > whole) i = whole;
-  Ahead<T> ahead{block.depth};
-  // Many columns repay the wait for A.
-  const bool fetches = block.end - block.first <= 96;
-  // Two tiles and what passes beside them fill the first-level cache.
-  constexpr int pair = 2 * tile_stride<T, vectors> * static_cast<int>(sizeof(T)) / Kind<T>::parts;
-  const bool paired = block.depth.k <= first_level_cache() / pair;
+  NothingAhead none;
   while (i < whole) {
     int tiles = 1;
     PackedTile<T> at;
     if (!is_narrow<T>(block.end - block.first)) {
       const int there = (whole - i) / rows;
       tiles = there < together ? there : together;
-      pack_tiles<T, vectors>(block.depth, i, tiles, buffer);
+      pack_tiles<T, vectors>(u.a + i + static_cast<long>(block.k0) * u.lda, u.lda, tiles, block.k,
+                             buffer);
       at = {buffer, tile_stride<T, vectors>};
-      if (fetches) {
-        ahead.row = i + tiles * rows;
-        ahead.end = u.m < ahead.row + tiles * rows ? u.m : ahead.row + tiles * rows;
-      }
+      if constexpr (packed)
+        if (block.k >= deep_from) {
+          update_deep<T, packed>(u, block, i, tiles, at);
+          i += tiles * rows;
+          continue;
+        }
     }
-    int t = 0;
-    for (; paired && at.a && t + 2 <= tiles; t += 2, i += 2 * rows) {
-      update_pair<T, packed>(u, block, i, ahead, at);
-      at.a += 2 * static_cast<long>(block.depth.k) * at.stride;
-    }
-    for (; t < tiles; ++t, i += rows) {
-      update_rows<T, vectors, packed>(u, block, i, rows, buffer, ahead, at);
-      if (at.a) at.a += static_cast<long>(block.depth.k) * at.stride;
+    for (int t = 0; t < tiles; ++t, i += rows) {
+      update_rows<T, vectors, packed>(u, block, i, rows, buffer, none, at);
+      if (at.a) at.a += static_cast<long>(block.k) * at.stride;
     }
   }
-  ahead.end = 0;
   if (split) {
-    update_rows<T, 2, packed>(u, block, i, 2 * width, buffer, ahead);
+    update_rows<T, 2, packed>(u, block, i, 2 * width, buffer, none);
     i += 2 * width;
   }
   const int left = u.m - i;
   if constexpr (vectors > 2)
-    if (left > 2 * width) return update_rows<T, 3, packed>(u, block, i, left, buffer, ahead);
+    if (left > 2 * width) return update_rows<T, 3, packed>(u, block, i, left, buffer, none);
   if (left > width)
-    update_rows<T, 2, packed>(u, block, i, left, buffer, ahead);
+    update_rows<T, 2, packed>(u, block, i, left, buffer, none);
   else if (left > 0)
-    update_rows<T, 1, packed>(u, block, i, left, buffer, ahead);
+    update_rows<T, 1, packed>(u, block, i, left, buffer, none);
 }
 
 /// Where an update copies its operands to, and how many values each copy holds at most.
@@ -371,21 +394,21 @@ inline Blocking blocking(int q, int k, const Room<T>& room) {
 
 template <class T>
 inline void update_in(const PanelUpdate<T>& u, const Room<T>& room) {
-  const int k = u.k;
-  const Blocking cut = blocking<T>(u.q, k, room);
+  const Blocking cut = blocking<T>(u.q, u.k, room);
   // Copying B costs what it saves where few tiles of rows meet it.
   const bool pack = u.m > 2 * tile_rows<T> || (Kind<T>::parts == 2 && u.conjugate);
-  for (int k0 = 0; k0 < k; k0 += cut.depth) {
-    const Depth<T> depth(u, k0, k - k0 < cut.depth ? k - k0 : cut.depth);
+  for (int k0 = 0; k0 < u.k; k0 += cut.depth) {
+    const int k = u.k - k0 < cut.depth ? u.k - k0 : cut.depth;
+    const SecondOperand<T> b{u.b + static_cast<long>(k0) * u.b_col, u.b_row, u.b_col};
     if (!pack) {
-      update_block<T, false>(u, {{depth.b[0], u.b_row, u.b_col}, 0, u.q, depth}, cut.tiles,
-                             room.tiles);
+      update_block<T, false>(u, {b, 0, u.q, k0, k}, cut.tiles, room.tiles);
       continue;
     }
     for (int j = 0; j < u.q; j += cut.width) {
       const int end = u.q - j < cut.width ? u.q : j + cut.width;
-      pack_columns<T>(depth, u.b_row, u.conjugate, j, end, room.columns);
-      update_block<T, true>(u, {{room.columns}, j, end, depth}, cut.tiles, room.tiles);
+      pack_columns<T>({b.at + static_cast<long>(j) * u.b_row, u.b_row, u.b_col}, u.conjugate,
+                      end - j, k, room.columns);
+      update_block<T, true>(u, {{room.columns}, j, end, k0, k}, cut.tiles, room.tiles);
     }
   }
 }

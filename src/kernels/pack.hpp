@@ -58,6 +58,28 @@ inline void pack_column(const T* column, int valid, typename Kind<T>::Real* to) 
   }
 }
 
+/// Copies one tile of `valid` rows.
+template <class T, int MV>
+inline PackedTile<T> pack_tile(const T* a, int lda, int valid, int k,
+                               typename Kind<T>::Real* buffer) {
+  constexpr int stride = tile_stride<T, MV>;
+  for (int p = 0; p < k; ++p)
+    pack_column<T, MV>(a + static_cast<long>(p) * lda, valid,
+                       buffer + static_cast<long>(p) * stride);
+  return {buffer, stride};
+}
+
+/// Copies full tiles that follow each other.  Their columns may each lie on a page of its own,
+/// which is then looked up once for all of them.
+template <class T, int MV>
+inline void pack_tiles(const T* a, int lda, int tiles, int k, typename Kind<T>::Real* buffer) {
+  constexpr int rows = MV * lanes<T>, stride = tile_stride<T, MV>;
+  for (int p = 0; p < k; ++p)
+    for (int t = 0; t < tiles; ++t)
+      pack_column<T, MV>(a + static_cast<long>(p) * lda + t * rows, rows,
+                         buffer + (static_cast<long>(t) * k + p) * stride);
+}
+
 /// B(j,k) = at[j*row + k*column].
 template <class T>
 struct SecondOperand {
@@ -65,65 +87,28 @@ struct SecondOperand {
   long row = 1, column = 0;
 };
 
-/// Some of the columns of both operands.
+/// Copies the q columns of a block of B, tile after tile.
 template <class T>
-struct Depth {
-  int k;
-  const T* a[deepest_update];
-  const T* b[deepest_update];
-
-  /// Columns first.. of an update, `count` of them.
-  Depth(const PanelUpdate<T>& u, int first, int count) : k(count) {
-    for (int p = 0; p < k; ++p) {
-      a[p] = u.a + static_cast<long>(first + p) * u.lda;
-      b[p] = u.b + static_cast<long>(first + p) * u.b_col;
-    }
-  }
-};
-
-/// Copies one tile of `valid` rows from row i on.
-template <class T, int MV>
-inline PackedTile<T> pack_tile(const Depth<T>& depth, int i, int valid,
-                               typename Kind<T>::Real* buffer) {
-  constexpr int stride = tile_stride<T, MV>;
-  for (int p = 0; p < depth.k; ++p)
-    pack_column<T, MV>(depth.a[p] + i, valid, buffer + static_cast<long>(p) * stride);
-  return {buffer, stride};
-}
-
-/// Copies full tiles that follow each other, from row i on.  Their columns may each lie on a page
-/// of its own, which is then looked up once for all of them.
-template <class T, int MV>
-inline void pack_tiles(const Depth<T>& depth, int i, int tiles, typename Kind<T>::Real* buffer) {
-  constexpr int rows = MV * lanes<T>, stride = tile_stride<T, MV>;
-  for (int p = 0; p < depth.k; ++p)
-    for (int t = 0; t < tiles; ++t)
-      pack_column<T, MV>(depth.a[p] + i + t * rows, rows,
-                         buffer + (static_cast<long>(t) * depth.k + p) * stride);
-}
-
-/// Copies columns j..end of B, tile after tile.
-template <class T>
-inline void pack_columns(const Depth<T>& depth, long row, bool conjugate, int j, int end,
-                         T* buffer) {
+inline void pack_columns(SecondOperand<T> b, bool conjugate, int q, int k, T* buffer) {
   constexpr int nr = Kind<T>::columns;
+  int j = 0;
   const auto copy = [&](int width) {
-    if (row == 1) {
-      for (int p = 0; p < depth.k; ++p)
-        for (int i = 0; i < width; ++i)
-          buffer[p * width + i] = conjugated_if(depth.b[p][j + i], conjugate);
+    const T* from = b.at + j * b.row;
+    if (b.row == 1) {
+      for (int p = 0; p < k; ++p, from += b.column, buffer += width)
+        for (int i = 0; i < width; ++i) buffer[i] = conjugated_if(from[i], conjugate);
     } else {
       for (int i = 0; i < width; ++i)
-        for (int p = 0; p < depth.k; ++p)
-          buffer[p * width + i] = conjugated_if(depth.b[p][(j + i) * row], conjugate);
+        for (int p = 0; p < k; ++p)
+          buffer[p * width + i] = conjugated_if(from[i * b.row + p * b.column], conjugate);
+      buffer += static_cast<long>(k) * width;
     }
-    buffer += static_cast<long>(depth.k) * width;
     j += width;
   };
-  while (end - j >= nr) copy(nr);
-  while (end - j >= 4) copy(4);
-  while (end - j >= 2) copy(2);
-  if (j < end) copy(1);
+  while (q - j >= nr) copy(nr);
+  while (q - j >= 4) copy(4);
+  while (q - j >= 2) copy(2);
+  if (j < q) copy(1);
 }
 
 }  // namespace vlm::VELMORA_ISA
