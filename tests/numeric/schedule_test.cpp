@@ -169,7 +169,7 @@ constexpr Way ways[] = {{"sequential", run_alone, false, true},
 
 constexpr int threads = 4;
 const Matrix& mesh() {
-  static const Matrix m = poisson2d(22);
+  static const Matrix m = poisson3d(13);
   return m;
 }
 
