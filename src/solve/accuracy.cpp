@@ -114,6 +114,7 @@ class Measurement {
     result.condition = norm_a_ * inverse_norm(2);
     result.contraction =
         std::isfinite(unseen) && std::isfinite(result.condition) ? contraction() : infinity;
+    if (std::isnan(result.contraction)) result.contraction = infinity;
     const double q = result.contraction;
     const double growth = q < usable_contraction ? 1 / ((1 - q) * (1 - q)) : infinity;
     result.condition *= growth;

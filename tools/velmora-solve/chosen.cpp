@@ -81,8 +81,8 @@ Own<precon> make_precon(const std::string& text) {
     if (error != std::errc() || equals == end || *equals != '=' || place < 0 ||
         place >= NORV_PRECON_IPARAMS)
       throw wrong();
-    const auto read = [&](auto& to) {
-      const auto [stop, fault] = std::from_chars(equals + 1, end, to);
+    const auto read = [&wrong, end, from = equals + 1](auto& to) {
+      const auto [stop, fault] = std::from_chars(from, end, to);
       if (fault != std::errc() || stop != end) throw wrong();
     };
     each[0] == 'i' ? read(M->iparam[place]) : read(M->dparam[place]);
