@@ -73,7 +73,8 @@ TEST(InputCheck, WrongCallsOnAUsedHandle) {
       {1, [](Caller&) {}, 20, "*** wrong controlstep parameter ido 1"},
       {0, [](Caller& c) { c.mnum = 0; }, 100, "*** error velmora: wrong matrix number, clean 0"},
       {0, [](Caller& c) { c.mnum = 3; }, 100, "*** error velmora: wrong matrix number, clean 3"},
-      {22, [](Caller& c) { c.iparm(32) = 1; }, 100000, "*** error velmora: clean impossible (ido?)"},
+      {22, [](Caller& c) { c.iparm(32) = 1; }, 100000,
+       "*** error velmora: clean impossible (ido?)"},
       {12, [](Caller& c) { c.iparm(32) = 1; }, 47, "*** Input check: dparam(4) is out of bounds"},
   };
   for (const Fault& fault : faults) {
