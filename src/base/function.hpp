@@ -22,7 +22,9 @@ class Function<Result(Arguments...)> {
  public:
   template <class Given, class Callable = std::decay_t<Given>>
   requires(!std::same_as<Callable, Function> &&
-           std::is_invocable_r_v<Result, const Callable&, Arguments...>) Function(Given&& callable)
+           std::is_invocable_r_v<Result, const Callable&, Arguments...>)
+      // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): a Function is copied, see requires
+      Function(Given&& callable)
       : invoke_([](const void* self, Arguments... arguments) -> Result {
           return (*static_cast<const Callable*>(self))(std::forward<Arguments>(arguments)...);
         }) {

@@ -227,7 +227,7 @@ Outcome outcome_of_status(int status) {
 /// Phases 11 to 23 up to the solve.
 Outcome set_up(Run& run, Pattern& pattern) {
   const int phase = run.call.first_digit() == 1 ? 12 : 22;
-  const Outcome outcome = run.in_scope(pattern, [&](smat* A) {
+  Outcome outcome = run.in_scope(pattern, [&](smat* A) {
     return outcome_of_status(run.step(phase, A, nullptr, nullptr, nullptr, false));
   });
   run.set_up = !outcome;
@@ -264,7 +264,7 @@ Outcome solve(Run& run, Pattern& pattern) {
     worst = k == 0 ? run.relres : std::fmax(worst, run.relres);
     return outcome_of_status(status);
   };
-  const Outcome outcome = run.in_scope(pattern, [&](smat* A) {
+  Outcome outcome = run.in_scope(pattern, [&](smat* A) {
     smat* const transpose =
         call.mtype == 11 && transpose_asked(call) ? smat_copy_trans(A) : nullptr;
     Outcome failed;

@@ -83,10 +83,11 @@ class Measurement {
     rounding_ = weight_ + n_;
     product_work_ = rounding_ + n_;
     if (call.options.level < 2) return;
-    const auto place = reinterpret_cast<std::uintptr_t>(product_work_) +
-                       product_bytes(call.options, call.matrix.n);
-    constexpr std::uintptr_t unit = alignof(Extended<T>);
-    sums_ = reinterpret_cast<Extended<T>*>((place + unit - 1) / unit * unit);
+    constexpr std::size_t unit = alignof(Extended<T>);
+    char* const place =
+        reinterpret_cast<char*>(product_work_) + product_bytes(call.options, call.matrix.n);
+    const auto beyond = static_cast<std::size_t>(reinterpret_cast<std::uintptr_t>(place) % unit);
+    sums_ = reinterpret_cast<Extended<T>*>(place + (unit - beyond) % unit);
     probe_ = reinterpret_cast<T*>(sums_ + n_);
     probe_target_ = probe_ + n_;
     std::fill_n(probe_, 2 * n_, T(0));

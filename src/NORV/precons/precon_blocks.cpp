@@ -168,7 +168,7 @@ vec* blocklu_apply(vec* result, precon* M, const vec* x) {
   const Blocks& b = blocks_of(M);
   NORV_ASSERT(b.S != 0);
   NORV_ASSERT(x->n == b.S->n);
-  vec* y[NORV_PRECON_IPARAMS];
+  vec* y[NORV_PRECON_IPARAMS] = {};
   const unsigned nb = b.S->nb;
   for (unsigned i = 0; i < nb; ++i) {
     y[i] = part_of(b, x, i);

@@ -64,7 +64,7 @@ template <class T>
 void least_squares(int m, int n, T* a, T* b, Vector<T>& r, T* x) {
   r.assign(static_cast<std::size_t>(n) * static_cast<std::size_t>(n), T{});
   const auto column = [&](int j) { return a + std::ptrdiff_t{j} * m; };
-  const auto at = [&](int i, int j) -> T& { return r[static_cast<std::size_t>(j * n + i)]; };
+  const auto at = [&](int i, int j) -> T& { return r[static_cast<std::size_t>(j) * n + i]; };
   for (int j = 0; j < n; ++j) {
     T* const v = column(j);
     const double before = norm(m, v);
