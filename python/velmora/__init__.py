@@ -11,8 +11,9 @@ package, where the loader looks, or at the path in VELMORA_LIBRARY.
 from ._iterative import IterativeSolver, iterative
 from ._library import version
 from ._matrix import TYPES
-from ._solver import (Accuracy, Factorization, Inertia, SchurComplement, Settings, analyse,
-                      factorize, schur, splu, spsolve)
+from ._settings import Settings
+from ._solver import (Accuracy, Factorization, Inertia, SchurComplement, analyse, factorize, schur,
+                      splu, spsolve)
 from .errors import (AccuracyWarning, ConvergenceError, InputError, NotPositiveDefiniteError,
                      OutOfMemoryError, SingularMatrixError, VelmoraError)
 

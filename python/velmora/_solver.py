@@ -9,9 +9,9 @@ import scipy.sparse as sp
 from scipy.sparse.linalg import LinearOperator
 
 from . import _library, _matrix
+from ._settings import configure, settings_of
 from .errors import AccuracyWarning, NotPositiveDefiniteError, SingularMatrixError
 
-ORDERINGS = {"mmd": 0, "cmd": 1, "nd": 2}
 VERDICTS = {0: "good", 1: "solution of a nearby system", 2: "useless", -1: "not measured"}
 
 
@@ -31,61 +31,6 @@ class Accuracy(typing.NamedTuple):
     error_bound: float    # 0: not measured
     rung: int
     refinement_steps: int
-
-
-class Settings(typing.NamedTuple):
-    """The options of factorize(), with the entries of velmora.h that they set."""
-    type: typing.Union[str, int, None] = None
-    threads: int = 0                              # iparm(3); 0: as many as OpenMP gives
-    robust: bool = True                           # iparm(40), (42), (21), (11), (13)
-    accuracy: typing.Optional[int] = None         # iparm(40)
-    target: float = 0.0                           # dparm(44)
-    ordering: str = "nd"                          # iparm(2)
-    refinement: typing.Optional[int] = None       # iparm(8)
-    perturbation: typing.Optional[int] = None     # iparm(10)
-    matching: typing.Optional[int] = None         # iparm(13)
-    scaling: typing.Optional[int] = None          # iparm(11)
-    pivoting: typing.Optional[int] = None         # iparm(21)
-    single_precision: bool = False                # iparm(29); types 1, -2 and 11 have it
-    old_factor: int = 0                           # iparm(4)
-    keep: int = 0                                 # iparm(38) = n - keep
-    iparm: typing.Mapping[int, int] = {}
-    dparm: typing.Mapping[int, float] = {}
-    heed_memory: bool = True                      # refuses what the machine has no memory for
-    verbose: bool = False
-    progress: typing.Optional[typing.Callable[[str, float], None]] = None
-
-
-def _configure(handle, matrix, settings):
-    """Loads the settings into the control vectors."""
-    i, s, mtype = handle.integers, settings, handle.mtype
-    indefinite = mtype in (-2, -4, 6)
-    i[2] = ORDERINGS[s.ordering]
-    i[3] = s.threads
-    i[4] = s.old_factor
-    i[29] = int(s.single_precision and mtype in (1, -2, 11))
-    i[33] = 1
-    i[38] = matrix.n - s.keep if s.keep else 0
-    i[40] = 0 if s.keep else s.accuracy or 0
-    if s.robust:
-        if not s.keep:
-            i[40] = max(1, s.accuracy or 0)
-            i[42] = int(s.old_factor == 0)  # a new factor is what helps an old one
-        if mtype not in (2, 4):
-            i[8] = 10
-        if indefinite:
-            i[21] = 1
-            if matrix.has_zero_diagonal():
-                i[11], i[13] = 1, 2
-    for number, value in ((8, s.refinement), (10, s.perturbation), (13, s.matching),
-                          (11, s.scaling), (21, s.pivoting)):
-        if value is not None:
-            i[number] = value
-    handle.reals[44] = s.target
-    for number, value in s.iparm.items():
-        i[number] = value
-    for number, value in s.dparm.items():
-        handle.reals[number] = value
 
 
 def _columns(b, kind):
@@ -200,7 +145,7 @@ class Factorization(LinearOperator):
             self._handle.seconds = before.seconds
         self._handle.progress = self._settings.progress
         self._has_memory = False
-        _configure(self._handle, self._matrix, self._settings)
+        configure(self._handle, self._matrix, self._settings)
         self._call(11)
 
     def _factor(self):
@@ -236,7 +181,7 @@ class Factorization(LinearOperator):
 
     def measures(self, wanted):
         """Whether solves with this factor are measured and refined, as the settings say, or plain."""
-        _configure(self._handle, self._matrix, self._settings)
+        configure(self._handle, self._matrix, self._settings)
         if not wanted:
             i, s = self._handle.integers, self._settings
             i[8], i[40], i[42] = s.refinement or 0, s.accuracy or 0, 0
@@ -500,20 +445,13 @@ class SchurComplement:
         return x
 
 
-def _settings(options):
-    try:
-        return Settings(**options)
-    except TypeError as wrong:
-        raise TypeError(f"{wrong}; the options are {', '.join(Settings._fields)}") from None
-
-
 def analyse(A, **options) -> Factorization:
     """Orders the pattern of A and forms the structure of its factor, and no more.
 
     Takes the options of factorize().  The result tells nnz, and factors by factorize() with the
     values of A or by refactorize(A_new) with others.
     """
-    return Factorization(A, _settings(options), False)
+    return Factorization(A, settings_of(options), False)
 
 
 def factorize(A, **options) -> Factorization:
@@ -533,7 +471,7 @@ def factorize(A, **options) -> Factorization:
     The others, by their names in velmora.Settings, set one entry of velmora.h each; iparm and dparm
     are mappings from numbers to values for any other.
     """
-    return Factorization(A, _settings(options), True)
+    return Factorization(A, settings_of(options), True)
 
 
 def splu(A, **options) -> Factorization:
@@ -549,4 +487,4 @@ def spsolve(A, b, **options) -> np.ndarray:
 
 def schur(A, keep, **options) -> SchurComplement:
     """Eliminates all unknowns but `keep`, an array of their numbers or of truth values."""
-    return SchurComplement(A, keep, _settings(options))
+    return SchurComplement(A, keep, settings_of(options))

@@ -18,7 +18,8 @@ from scipy.sparse import csgraph
 from petsc4py import PETSc
 
 from . import _matrix
-from ._solver import Factorization, Settings
+from ._settings import Settings
+from ._solver import Factorization
 from .errors import InputError
 
 # PETSc calls the contexts that are left when it ends.  By itself it ends after the interpreter.
