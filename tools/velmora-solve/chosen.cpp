@@ -19,13 +19,16 @@ namespace tool {
 namespace {
 
 struct Free {
-  void operator()(smat* A) const { std::free(A); }  // the arrays are the matrix's
+  void operator()(smat* A) const { smat_free(A); }
   void operator()(precon* M) const { precon_free(M, -1); }
   void operator()(solver* s) const { solver_free(s); }
   void operator()(vec* x) const { vec_release(x); }
 };
 template <class Record>
 using Own = std::unique_ptr<Record, Free>;
+struct FreeView {
+  void operator()(smat* A) const { std::free(A); }  // the arrays are somebody else's
+};
 
 double now() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -90,42 +93,29 @@ Own<precon> make_precon(const std::string& text) {
   return M;
 }
 
-/// The caller's matrix as a record over arrays with base 0.
-struct Held {
-  std::vector<int> ia, ja;
-  std::vector<double> a;
-  Own<smat> record;
-
-  explicit Held(const SparseMatrix& matrix) : ia(matrix.ia), ja(matrix.ja), a(matrix.a) {
-    for (int& each : ia) --each;
-    for (int& each : ja) --each;
-    const auto n = static_cast<unsigned>(matrix.n);
-    const int type = (matrix.form == Form::full ? 0 : 1) + (matrix.complex ? 2 : 0);
-    record.reset(smat_new_from(n, n, ia.data(), ja.data(), a.data(), type, 0));
+/// The matrix in the storage that is wanted, as a record with base 0; its transpose if asked for.
+class Held {
+ public:
+  Held(Storage storage, const SparseMatrix& given, bool transposed)
+      : matrix_(storage == Storage::all_entries && given.form != Form::full ? expanded(given)
+                                                                            : given) {
+    for (int& each : matrix_.ia) --each;
+    for (int& each : matrix_.ja) --each;
+    const auto n = static_cast<unsigned>(matrix_.n);
+    const int type = (matrix_.form == Form::full ? 0 : 1) + (matrix_.complex ? 2 : 0);
+    view_.reset(
+        smat_new_from(n, n, matrix_.ia.data(), matrix_.ja.data(), matrix_.a.data(), type, 0));
+    if (transposed && matrix_.form != Form::symmetric)
+      transpose_.reset(smat_copy_trans(view_.get()));
   }
-};
 
-SparseMatrix stored_for(Storage storage, const SparseMatrix& matrix, bool transposed) {
-  SparseMatrix to =
-      storage == Storage::all_entries && matrix.form != Form::full ? expanded(matrix) : matrix;
-  if (!transposed || to.form == Form::symmetric) return to;
-  // Counting sort by columns; the rows come in order.
-  SparseMatrix t = to;
-  const std::size_t width = to.complex ? 2 : 1;
-  std::vector<int> next(static_cast<std::size_t>(to.n) + 2, 1);
-  for (const int j : to.ja) ++next[static_cast<std::size_t>(j) + 1];
-  for (std::size_t j = 2; j < next.size(); ++j) next[j] += next[j - 1] - 1;
-  t.ia.assign(next.begin() + 1, next.end());
-  for (int i = 0; i < to.n; ++i)
-    for (int k = to.ia[static_cast<std::size_t>(i)] - 1;
-         k < to.ia[static_cast<std::size_t>(i) + 1] - 1; ++k) {
-      const auto from = static_cast<std::size_t>(k);
-      const auto put = static_cast<std::size_t>(next[static_cast<std::size_t>(to.ja[from])]++ - 1);
-      t.ja[put] = i + 1;
-      for (std::size_t c = 0; c < width; ++c) t.a[put * width + c] = to.a[from * width + c];
-    }
-  return t;
-}
+  smat* get() const { return transpose_ ? transpose_.get() : view_.get(); }
+
+ private:
+  SparseMatrix matrix_;
+  std::unique_ptr<smat, FreeView> view_;
+  Own<smat> transpose_;
+};
 
 struct Limits {
   double tolerance;
@@ -188,8 +178,8 @@ std::string solve_as_chosen(const Options& options, const Printer& printer,
   factor.method = method.name;
   factor.preconditioner = info != nullptr ? info->name : "none";
 
-  const Held held(stored_for(storage, matrix, settings.transposed));
-  smat* const A = held.record.get();
+  const Held held(storage, matrix, settings.transposed);
+  smat* const A = held.get();
   const std::string what = info != nullptr ? fmt::format("{} with {}", method.name, info->name)
                                            : std::string(method.name);
   const Watch watch(what);

@@ -24,6 +24,7 @@ void Follower::follow(void* data, int iteration, double relative_residual) {
   while (digit >= 10 && digit % 10 == 0) digit /= 10;
   if (digit == 0 || digit == 1 || digit == 2 || digit == 5) self.tell();
 }
+
 std::string set_up_and_iterate(Session& session, const Options& options, const Printer& printer,
                                const std::vector<double>& b, int nrhs, Factor& factor) {
   // The measures of a good residual differ from |r| / |b| by small factors.
