@@ -433,7 +433,8 @@ TEST(Cpp, AListenerIsToldAndMayEndTheCall) {
   std::vector<velm::Phase> phases;
   bool ends = false;
   solver.listen([&](velm::Phase phase, double share) {
-    if (share == 0) phases.push_back(phase);
+    // On a slow machine a share of 0 may be told more than once.
+    if (share == 0 && (phases.empty() || phases.back() != phase)) phases.push_back(phase);
     return !ends;
   });
   const auto matrix = make_form<double, int>(to_dense(m), Layout::rows, 0, Part::all, false, 1);
