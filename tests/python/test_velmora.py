@@ -221,7 +221,8 @@ def test_progress_is_told_and_ends_calls():
     f = velmora.factorize(A, threads=1, progress=lambda *word: told.append(word))
     b = np.ones(200)
     x = f.solve(b)
-    assert [phase for phase, share in told if share == 0] == ["analysis", "factorization", "solution"]
+    phases = list(dict.fromkeys(phase for phase, share in told if share == 0))
+    assert phases == ["analysis", "factorization", "solution"]
 
     class Enough(Exception):
         pass
