@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "base/clock.hpp"
+#include "base/matrix_types.hpp"
 #include "gallery/gallery.hpp"
 #include "graph/adjacency.hpp"
 #include "graph/compress.hpp"
@@ -142,7 +143,8 @@ int metis_separator(const WeightedGraph& g) {
   return static_cast<int>(std::count(where.begin(), where.end(), 2));
 }
 
-/// seconds_per_vertex, seconds_per_neighbour.
+/// seconds_per_vertex, seconds_per_neighbour, of the separator alone: the graphs of its sides come on
+/// top.
 void measure_separators() {
   Fit fit;
   std::printf("%-24s %8s %9s %6s %7s %9s | %6s %9s | %9s\n", "graph", "vertices", "neighbrs", "cut",
@@ -221,7 +223,8 @@ Dissected dissected(const WeightedGraph& graph, const DissectionTuning& tuning) 
   return out;
 }
 
-/// saved_cubes: each level of separators is found in pieces of half the size, whatever it costs.
+/// The saving of each level of separators, which are found in pieces of half the size, whatever it
+/// costs.
 void measure_savings() {
   std::printf("%-24s %12s   saving of levels 1 to 5, and operations for each second they take\n",
               "graph", "mindeg flops");
@@ -295,6 +298,11 @@ double analysis_seconds(Matrix& m, int threads, bool wall, std::vector<int>& per
   return seconds;
 }
 
+/// What the library takes for an operation of a factor of the matrix beside a real symmetric one.
+double operation_cost(const Matrix& m) {
+  return (m.triangle() ? 1.0 : 2.0) * (matrix_type(m.mtype).complex ? 4.0 : 1.0);
+}
+
 /// Orders and analyses of a matrix beside METIS_NodeND, which gets the adjacency as it is.
 void compare_with_nodend(Matrix m, Means& means) {
   const Adjacency graph = adjacency_of(m);
@@ -306,12 +314,13 @@ void compare_with_nodend(Matrix m, Means& means) {
   std::vector<int> own;
   double metis = 1e300, order = 1e300, analysis = 1e300;
   Ordering found;
+  const DissectionRequest request{.operation_cost = operation_cost(m)};
   for (int round = 0; round < 3; ++round) {  // in turns: what else runs slows all of them
     metis = std::min(metis, once([&] {
                        METIS_NodeND(&n, ptr.data(), adj.data(), nullptr, nullptr, perm.data(),
                                     place.data());
                      }));
-    order = std::min(order, once([&] { gepmetis_velmora(graph, {}, found); }));
+    order = std::min(order, once([&] { gepmetis_velmora(graph, request, found); }));
     analysis = std::min(analysis, analysis_seconds(m, 1, false, own));
   }
   const double one = analysis_seconds(m, 1, true, own);
@@ -353,16 +362,24 @@ bool scale(DissectionTuning& tuning, const std::string& name, double by) {
       {"seconds_per_vertex", &T::seconds_per_vertex},
       {"seconds_per_neighbour", &T::seconds_per_neighbour},
       {"seconds_per_flop", &T::seconds_per_flop},
+      {"seconds_per_separator", &T::seconds_per_separator},
       {"saved_cubes", &T::saved_cubes},
+      {"saved_of_whole", &T::saved_of_whole},
+      {"saved_of_solid", &T::saved_of_solid},
+      {"saved_of_piece", &T::saved_of_piece},
       {"unlike_sides", &T::unlike_sides},
       {"band_share", &T::band_share},
       {"promising_layer", &T::promising_layer},
       {"hopeless_layer", &T::hopeless_layer}};
-  const std::pair<const char*, int T::*> counts[] = {
-      {"least_piece", &T::least_piece},     {"coarse_enough", &T::coarse_enough},
-      {"first_cluster", &T::first_cluster}, {"cluster_size", &T::cluster_size},
-      {"attempts", &T::attempts},           {"passes", &T::passes},
-      {"idle_moves", &T::idle_moves},       {"band_layers", &T::band_layers}};
+  const std::pair<const char*, int T::*> counts[] = {{"least_piece", &T::least_piece},
+                                                     {"tried_first", &T::tried_first},
+                                                     {"coarse_enough", &T::coarse_enough},
+                                                     {"first_cluster", &T::first_cluster},
+                                                     {"cluster_size", &T::cluster_size},
+                                                     {"attempts", &T::attempts},
+                                                     {"passes", &T::passes},
+                                                     {"idle_moves", &T::idle_moves},
+                                                     {"band_layers", &T::band_layers}};
   for (const auto& [figure, member] : reals)
     if (name == figure) return tuning.*member *= by, true;
   for (const auto& [figure, member] : counts)

@@ -145,7 +145,8 @@ OrderOptions order_options(const Options& options) {
           .symmetric = options.symmetric,
           .threads = options.threads,
           .domains = options.partial != 0 ? 1 : count_domains(options),
-          .schur = options.schur};
+          .schur = options.schur,
+          .operation_cost = (options.symmetric ? 1.0 : 2.0) * (options.type->complex ? 4.0 : 1.0)};
 }
 
 SymbolicOptions symbolic_options(const Options& options) {

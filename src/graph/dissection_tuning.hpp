@@ -10,16 +10,31 @@ namespace vlm {
 /// proportion to each other; `ordering_bench --vary FIGURE` shows what half and twice of one would
 /// make of orders and their time.
 struct DissectionTuning {
-  // A separator: ordering_bench --separators
-  double seconds_per_vertex = 1.2e-7;
-  double seconds_per_neighbour = 2e-8;
-  /// Saved operations lie in large fronts, which run at about 45e9 a second; each counts twice,
-  /// because a factor is computed and used more than once: ordering_bench --operations
+  // A separator, with the graphs of its sides: ordering_bench --separators
+  double seconds_per_separator = 2e-4;
+  double seconds_per_vertex = 5e-8;
+  double seconds_per_neighbour = 1.3e-8;
+  /// Operations of a real symmetric matrix.  Those of large fronts run at about 45e9 a second, those
+  /// of small ones at half of that; a factor is computed and used more than once:
+  /// ordering_bench --operations
   double seconds_per_flop = 1.0 / 20e9;
-  /// Operations that a separator saves, in cubes of its weight: ordering_bench --savings
-  double saved_cubes = 130;
+  /// Operations that a separator saves, in cubes of its weight, above which it is not asked what
+  /// minimum degree needs: ordering_bench --vary saved_cubes
+  double saved_cubes = 45;
+  /// Part of the operations of minimum degree that separators save: of the whole graph, of
+  /// one that is solid, and of a piece whose columns reach into the separators around it:
+  /// ordering_bench --vary FIGURE
+  double saved_of_whole = 0.19;
+  double saved_of_solid = 0.4;
+  double saved_of_piece = 0.1;
+  /// Operations of minimum degree in squares of the weight, above which a graph counts as solid:
+  /// in meshes of surfaces they grow more slowly than this square.
+  double solid_work = 3;
   /// Vertices and neighbours of a piece that is not cut any more, whatever it would save.
   int least_piece = 4000;
+  /// Vertices and neighbours of a graph that minimum degree orders before any separator is sought;
+  /// in larger ones the first separator may do without.
+  int tried_first = 300000;
   /// Vertices and neighbours of a graph that is worth the start of a team: its order takes more
   /// than a millisecond.  ordering_bench --stages
   int least_team = 6000;

@@ -33,6 +33,8 @@ struct Task {
   Piece piece;
   int first = 0;         // its places in the order begin there
   double separator = 0;  // weight that its separator is expected to have; 0: unknown
+  double flops = 0;      // that minimum degree is expected to need; 0: unknown
+  bool ordered = false;  // by minimum degree, to see how many these are
   bool layered = true;   // layers may be good separators
   int parent = none;     // number in the trace
   int depth = 0;
@@ -72,9 +74,14 @@ class Dissector {
   void leave(Task task);
   std::unique_ptr<Task> largest_waiting(bool& finished);
   void work();
-  bool pays(const Task& task) const;
-  bool split(Task& task, Task& left, Task& right);
-  void order_leaf(const Piece& piece, int first);
+  bool worth(const WeightedGraph& g, double operations) const;
+  double saving(const Task& task) const;
+  bool small(const WeightedGraph& g) const;
+  bool surely_pays(const WeightedGraph& g, double separator) const;
+  bool minimum_degree_does(Task& task);
+  bool find_sides(Task& task, Sides& side);
+  void split(const Task& task, const Sides& side, Task& left, Task& right);
+  double order_leaf(const Piece& piece, int first);
   Vector<int> partners_within(const Piece& piece, int size, Vector<int>& local) const;
   FactorCost postorder(Vector<int>& order, EliminationTree* tree) const;
   FactorCost finish(Dissection& found) const;
@@ -147,10 +154,12 @@ void Dissector::cut_all(Piece whole) {
   // A forest has nothing that separators could save.
   const bool forest =
       static_cast<std::int64_t>(task.piece.graph.adj.size()) <= 2LL * (graph_.n - 1);
-  if (size(task.piece.graph) <= tuning_.least_piece || forest) {
+  if (forest) {
     order_leaf(task.piece, 0);
     return;
   }
+  // One thread tries minimum degree on what it orders in little time.
+  if (size(task.piece.graph) <= tuning_.tried_first && minimum_degree_does(task)) return;
   MemoryMeter* const meter = thread_meter;
   const int threads = size(task.piece.graph) > tuning_.least_team ? std::max(goal_.threads, 1) : 1;
   leave(std::move(task));
@@ -162,7 +171,7 @@ void Dissector::cut_all(Piece whole) {
   }
   in_team_ = false;
   failure_.rethrow();
-  if (uncut_.piece.graph.n == 0) return;
+  if (uncut_.piece.graph.n == 0 || (uncut_.ordered && pairs_ == nullptr)) return;
   const double start = timer_velmora();
   order_leaf(uncut_.piece, 0);
   note(uncut_, start, team_.saved());
@@ -223,18 +232,33 @@ void Dissector::dissect_piece(Task task) {
   if (goal_.trace != nullptr && goal_.threads < 2)
     team_.assume(std::max(1, goal_.trace->threads >> std::min(task.depth, 30)));
   pulse();
-  Task left, right;
-  if (!pays(task) || !split(task, left, right)) {
+  const WeightedGraph& g = task.piece.graph;
+  const auto stays_whole = [&] {
+    return task.separator > 0 && !task.ordered && !surely_pays(g, task.separator) &&
+           minimum_degree_does(task);
+  };
+  if (stays_whole()) {
+    note(task, start, saved);
+    return;
+  }
+  Sides side;
+  if (!find_sides(task, side)) {
     if (task.depth == 0) {  // nobody has work beside it
       const int number = note(task, start, saved);
       uncut_ = std::move(task);
       uncut_.parent = number;
       return;
     }
-    order_leaf(task.piece, task.first);
+    if (!task.ordered || pairs_ != nullptr) order_leaf(task.piece, task.first);
     note(task, start, saved);
     return;
   }
+  if (task.depth == 0 && stays_whole()) {  // now the weight of a separator is known
+    note(task, start, saved);
+    return;
+  }
+  Task left, right;
+  split(task, side, left, right);
   task.piece = {};
   left.parent = right.parent = note(task, start, saved);
   left.depth = right.depth = task.depth + 1;
@@ -242,21 +266,44 @@ void Dissector::dissect_piece(Task task) {
   dissect_piece(std::move(right));
 }
 
-// Whether a separator is expected to save more time in the factorization than it takes to find.
-bool Dissector::pays(const Task& task) const {
-  const WeightedGraph& g = task.piece.graph;
-  if (g.n + static_cast<double>(g.adj.size()) <= tuning_.least_piece) return false;
-  if (task.separator == 0) return true;
-  const double seconds = tuning_.seconds_per_vertex * g.n +
+// Whether a separator that saves so many operations pays for the time that it takes to find.
+bool Dissector::worth(const WeightedGraph& g, double operations) const {
+  const double seconds = tuning_.seconds_per_separator + tuning_.seconds_per_vertex * g.n +
                          tuning_.seconds_per_neighbour * static_cast<double>(g.adj.size());
-  return tuning_.saved_cubes * std::pow(task.separator, 3) * tuning_.seconds_per_flop > seconds;
+  return operations * goal_.operation_cost * tuning_.seconds_per_flop > seconds;
 }
 
-// Puts a separator at the end of the places of a piece, and its sides before it.  False when the
-// piece has no useful separator.
-bool Dissector::split(Task& task, Task& left, Task& right) {
+bool Dissector::small(const WeightedGraph& g) const {
+  return g.n + static_cast<double>(g.adj.size()) <= tuning_.least_piece;
+}
+
+// Operations that separators save of those of minimum degree.
+double Dissector::saving(const Task& task) const {
+  if (task.depth > 0) return tuning_.saved_of_piece * task.flops;
+  const Vector<int>& w = task.piece.graph.weight;
+  const double weight = std::accumulate(w.begin(), w.end(), 0.0);
+  const bool solid = task.flops > tuning_.solid_work * weight * weight;
+  return (solid ? tuning_.saved_of_solid : tuning_.saved_of_whole) * task.flops;
+}
+
+// Whether a separator of this weight pays, however good minimum degree is.
+bool Dissector::surely_pays(const WeightedGraph& g, double separator) const {
+  return !small(g) && worth(g, tuning_.saved_cubes * std::pow(separator, 3));
+}
+
+// Orders a piece by minimum degree, unless that is expected not to do; whether it does.
+bool Dissector::minimum_degree_does(Task& task) {
   const WeightedGraph& g = task.piece.graph;
-  Sides side = find_separator(g, tuning_, task.layered, workspace().separator, team_);
+  if (!small(g) && worth(g, saving(task))) return false;
+  task.flops = order_leaf(task.piece, task.first);
+  task.ordered = true;
+  return small(g) || !worth(g, saving(task));
+}
+
+// Finds a separator; false when there is no useful one.
+bool Dissector::find_sides(Task& task, Sides& side) {
+  const WeightedGraph& g = task.piece.graph;
+  side = find_separator(g, tuning_, task.layered, workspace().separator, team_);
   if (keeper_) {
     Vector<int> paired(side.begin(), side.end());
     const std::lock_guard hold(latch_pairs_);
@@ -264,17 +311,23 @@ bool Dissector::split(Task& task, Task& left, Task& right) {
     std::copy(paired.begin(), paired.end(), side.begin());
   }
   int count[3] = {0, 0, 0};
-  double weight[3] = {0, 0, 0};
+  double weight = 0;
   for (int i = 0; i < g.n; ++i) {
     ++count[side[i]];
-    weight[side[i]] += g.weight[i];
+    if (side[i] == 2) weight += g.weight[i];
   }
-  if (task.separator == 0 && count[2] > tuning_.poor_separator * g.n) {
+  if (task.depth == 0 && count[2] > tuning_.poor_separator * g.n) {
     // What is worse than in any mesh has no separators: the whole goes to minimum degree at once.
     if (count[2] > tuning_.hopeless_separator * std::pow(g.n, 2.0 / 3)) return false;
     poor_ = true;
   }
-  if (count[0] == 0 || count[1] == 0 || count[2] > g.n / 3) return false;
+  task.separator = weight;
+  return count[0] > 0 && count[1] > 0 && count[2] <= g.n / 3;
+}
+
+// Puts a separator at the end of the places of a piece, and its sides before it.
+void Dissector::split(const Task& task, const Sides& side, Task& left, Task& right) {
+  const WeightedGraph& g = task.piece.graph;
   Vector<int> index(g.n);
   const auto take = [&](int s) {
     (s == 0 ? left : right).piece = take_side(task.piece, side, s, index);
@@ -285,21 +338,23 @@ bool Dissector::split(Task& task, Task& left, Task& right) {
     team_.loop(2, take);
   left.layered = right.layered = task.layered;
   left.first = task.first;
-  right.first = left.first + count[0];
-  int at = right.first + count[1];
+  right.first = left.first + left.piece.graph.n;
+  const int first = right.first + right.piece.graph.n;
+  int at = first;
   for (int i = 0; i < g.n; ++i)
     if (side[i] == 2) order_[at++] = task.piece.vertex[i];
-  const bool flat = static_cast<double>(count[2]) * count[2] <= tuning_.flat_factor * g.n;
-  const auto expected = [&](int s) {
-    return weight[2] * std::pow(static_cast<double>(count[s]) / g.n, flat ? 1.0 / 2 : 2.0 / 3);
-  };
-  left.separator = expected(0);
-  right.separator = expected(1);
-  return true;
+  const double cut = at - first;
+  const bool flat = cut * cut <= tuning_.flat_factor * g.n;
+  for (Task* half : {&left, &right}) {
+    const double part = static_cast<double>(half->piece.graph.n) / g.n;
+    half->separator = task.separator * std::pow(part, flat ? 1.0 / 2 : 2.0 / 3);
+    half->flops = task.flops * part;
+  }
 }
 
 // Minimum degree on the piece, with the separators around it as halo.
-void Dissector::order_leaf(const Piece& piece, int first) {
+// Its operations.
+double Dissector::order_leaf(const Piece& piece, int first) {
   Workspace& own = workspace();
   Vector<int> vertex, order, lead;
   WeightedGraph leaf = with_halo(graph_, piece, own.local, vertex);
@@ -307,13 +362,14 @@ void Dissector::order_leaf(const Piece& piece, int first) {
   if (pairs_ != nullptr)
     leaf = contract_pairs(leaf, partners_within(piece, leaf.n, own.local), lead);
   order.reserve(leaf.n);
-  approximate_minimum_degree(leaf, halo, order, own.amd);
+  const double flops = approximate_minimum_degree(leaf, halo, order, own.amd).flops;
   int at = first;
   for (const int i : order) {
     const int v = pairs_ == nullptr ? vertex[i] : vertex[lead[i]];
     order_[at++] = v;
     if (pairs_ != nullptr && pairs_->partner[v] != none) order_[at++] = pairs_->partner[v];
   }
+  return flops;
 }
 
 // Partners of the vertices of a piece in its own numbering.

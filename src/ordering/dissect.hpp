@@ -6,8 +6,9 @@
 /// P. Amestoy (2000); separators from find_separator().
 ///
 /// Pieces are cut while a separator is expected to save more time in the factorization than it
-/// takes to find; minimum degree alone orders small graphs and forests.  Pieces go side by side,
-/// from a queue of the team.  The order depends on the graph only; the domains are subtrees of its
+/// takes to find.  Where its weight alone does not tell, minimum degree orders the piece, and its
+/// operations tell: of the whole too, so small and flat graphs often stay uncut.  Pieces go side by
+/// side, from a queue of the team.  The order depends on the graph only; the domains are subtrees of its
 /// elimination (domains.hpp).
 #pragma once
 
@@ -35,6 +36,8 @@ struct DissectionTrace {
 struct DissectionGoal {
   int domains = 1;  ///< domains wanted
   int threads = 1;  ///< of the team
+  /// What an operation of the factorization takes beside one of a real symmetric matrix.
+  double operation_cost = 1;
   DissectionTuning tuning = {};
   DissectionTrace* trace = nullptr;  ///< filled where there is one and one thread works
 };

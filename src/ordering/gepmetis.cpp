@@ -12,7 +12,9 @@ namespace vlm {
 namespace {
 
 DissectionGoal goal_of(const DissectionRequest& request) {
-  return {std::max(request.nparts, 1), std::max(request.threads, 1)};
+  return {.domains = std::max(request.nparts, 1),
+          .threads = std::max(request.threads, 1),
+          .operation_cost = request.operation_cost};
 }
 
 // Group of the nodes of a vertex: its domain, or behind the domains.

@@ -14,6 +14,8 @@ namespace vlm {
 struct DissectionRequest {
   int nparts = 1;   ///< domains wanted, for the threads of the factorization
   int threads = 1;  ///< of the ordering; the order does not depend on them
+  /// What an operation of the factorization takes beside one of a real symmetric matrix.
+  double operation_cost = 1;
 };
 
 /// Orders the graph.

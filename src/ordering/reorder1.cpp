@@ -27,7 +27,7 @@ int build_adjacency(const OrderInput& input, const OrderOptions& options, Adjace
 }
 
 DissectionRequest dissection_request(const OrderOptions& options) {
-  return {options.domains, options.parallel ? options.threads : 1};
+  return {options.domains, options.parallel ? options.threads : 1, options.operation_cost};
 }
 
 // Row of the matrix in the place of a node.

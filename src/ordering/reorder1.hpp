@@ -22,6 +22,8 @@ struct OrderOptions {
   bool parallel = true;   ///< the dissection runs on all threads
   int domains = 1;        ///< leaf domains wanted of a dissection
   int schur = 0;          ///< nodes n - schur + 1 to n stay last
+  /// What an operation of the factorization takes beside one of a real symmetric matrix.
+  double operation_cost = 1;
 };
 
 /// The matrix, and what the caller or a matching says of its order.

@@ -15,7 +15,7 @@ TEST(OrderingFailure, EveryAllocationTellsItsBytes) {
   Adjacency graph;
   ladj_mod_velmora({m.n, View<const int>(m.ia), View<const int>(m.ja)}, graph);
   const WeightedGraph nodes = weighted_graph(graph);
-  DissectionGoal goal{.domains = 3};
+  DissectionGoal goal{.domains = 3, .operation_cost = 8};  // so that cuts pay
   goal.tuning.least_team = 0;
   goal.tuning.least_shared = 1000;
   const Dissection whole = dissect(nodes, goal);

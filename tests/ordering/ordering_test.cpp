@@ -314,6 +314,21 @@ TEST(Ordering, DissectionBeatsMinimumDegreeInThreeDimensions) {
   }
 }
 
+TEST(Ordering, GraphsAreCutWhereThatPays) {
+  const auto flops = [](const WeightedGraph& graph, double operation_cost) {
+    Dissection found = dissect(graph, {.operation_cost = operation_cost});
+    return postorder_and_cost(graph, found.order).flops;
+  };
+  Vector<int> order;
+  const WeightedGraph flat = weighted_graph(adjacency_of(test::plate(60, 1)));
+  const double uncut = approximate_minimum_degree(flat, 0, order).flops;
+  EXPECT_EQ(flops(flat, 1), uncut) << "what separators save is less than their time";
+  EXPECT_LT(flops(flat, 100), uncut);
+  const WeightedGraph solid = weighted_graph(adjacency_of(test::poisson3d(20)));
+  order.clear();
+  EXPECT_LT(flops(solid, 1), 0.7 * approximate_minimum_degree(solid, 0, order).flops);
+}
+
 // Orders do not depend on the threads that work on them, nor on their timing.
 TEST(Ordering, ThreadsGiveTheOrderOfOne) {
   std::vector<test::Matrix> matrices{
@@ -328,12 +343,12 @@ TEST(Ordering, ThreadsGiveTheOrderOfOne) {
       Vector<char> held;
       if (schur > 0) held.assign(m.n, 0), std::fill(held.end() - schur, held.end(), 1);
       Ordering one;
-      gepmetis_velmora(graph, {3, 1}, one, held);
+      gepmetis_velmora(graph, {3, 1, 8}, one, held);  // dear operations: cuts pay
       expect_order(one, m.n, m.name);
       expect_ranges(one, graph, m.name);
       for (const int threads : {2, 3, 5, 8}) {
         Ordering order;
-        gepmetis_velmora(graph, {3, threads}, order, held);
+        gepmetis_velmora(graph, {3, threads, 8}, order, held);
         EXPECT_EQ(order.perm, one.perm) << m.name << ", " << threads << " threads";
       }
     }
