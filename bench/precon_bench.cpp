@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -72,11 +73,19 @@ double relative_residual(smat* A, const vec* x, const vec* b) {
 
 /// @return false: the setup failed
 bool run(smat* A, const char* method, const char* name, Row& row) {
-  // "NAME" or "NAME d0=VALUE", the first of its real parameters.
-  const std::string text = name;
-  precon* const M = precon_new_by_name(text.substr(0, text.find(' ')).c_str());
-  if (const std::size_t at = text.find('='); at != std::string::npos)
-    M->dparam[0] = std::stod(text.substr(at + 1));
+  // "NAME", or "NAME d0=VALUE i9=VALUE" with some of its parameters.
+  std::istringstream text(name);
+  std::string word;
+  text >> word;
+  precon* const M = precon_new_by_name(word.c_str());
+  while (text >> word) {
+    const std::size_t at = word.find('=');
+    const int place = std::stoi(word.substr(1, at - 1));
+    if (word[0] == 'd')
+      M->dparam[place] = std::stod(word.substr(at + 1));
+    else
+      M->iparam[place] = std::stoi(word.substr(at + 1));
+  }
   const double start = seconds();
   const bool ready = precon_setup(M, A) == 1;
   row.setup = seconds() - start;
@@ -130,12 +139,13 @@ void table(const char* matrix, const gallery::Matrix& m, const char* method,
 void peer_rows(const char* matrix, const gallery::Matrix& m) {
   if (!is_wanted(matrix) || !bench::has_peer()) return;
   smat* const A = as_smat(m);
-  for (const auto& [form, name] : {std::pair{bench::PeerIlu::on_pattern, "hypre ILU(0)"},
-                                   std::pair{bench::PeerIlu::by_threshold, "hypre ILUT"}}) {
+  for (const auto& [drop, name] :
+       {std::pair{0.0, "hypre ILU(0)"}, std::pair{0.01, "hypre ILUT, 0.01"},
+        std::pair{1e-4, "hypre ILUT, 1e-4"}, std::pair{1e-6, "hypre ILUT, 1e-6"}}) {
     Row best;
     for (int k = 0; k < repetitions; ++k) {
       std::vector<double> b = right_hand_side(m.n), x(b.size(), 0.0);
-      const bench::PeerFigures f = bench::run_peer(form, m, 1e-8, b, x);
+      const bench::PeerFigures f = bench::run_peer(drop, m, 1e-8, b, x);
       vec *const vx = vec_new_from(A->n, x.data()), *const vb = vec_new_from(A->n, b.data());
       Row row;
       row.setup = f.setup;
@@ -180,7 +190,8 @@ int main(int argc, char** argv) {
   table("convection_diffusion 40", wind, "QMR", {"ILU0", "ILUC"});
   const Matrix net = circuit(8000, 6);
   table("circuit 8000", net, "BICGSTAB",
-        {"DIAG", "MPS_DIAG", "ILU0", "ILUT", "ILUT d0=0.01", "ILUC", "ILUC d0=0.05"});
+        {"DIAG", "MPS_DIAG", "ILU0", "ILUT", "ILUT d0=1e-6", "ILUC", "ILUC d0=1e-4", "ILUC d0=1e-5",
+         "ILUC d0=1e-5 i9=2"});
   peer_rows("circuit 8000", net);
   table("badly_scaled 20000", badly_scaled(20000, 3, 7), "BICGSTAB",
         {"DIAG", "MPS_DIAG", "ILU0", "ILUT", "ILUC"});

@@ -53,7 +53,7 @@ HYPRE_IJVector make_vector(const std::vector<double>& values,
 
 bool has_peer() { return true; }
 
-PeerFigures run_peer(PeerIlu form, const gallery::Matrix& m, double tolerance,
+PeerFigures run_peer(double drop, const gallery::Matrix& m, double tolerance,
                      const std::vector<double>& b, std::vector<double>& x) {
   int started = 0;
   MPI_Initialized(&started);
@@ -72,10 +72,10 @@ PeerFigures run_peer(PeerIlu form, const gallery::Matrix& m, double tolerance,
   HYPRE_IJVectorGetObject(ij_x, reinterpret_cast<void**>(&px));
   HYPRE_Solver ilu, krylov;
   HYPRE_ILUCreate(&ilu);
-  HYPRE_ILUSetType(ilu, form == PeerIlu::on_pattern ? 0 : 1);
+  HYPRE_ILUSetType(ilu, drop > 0 ? 1 : 0);
   HYPRE_ILUSetMaxIter(ilu, 1);
   HYPRE_ILUSetTol(ilu, 0);
-  if (form == PeerIlu::by_threshold) HYPRE_ILUSetDropThreshold(ilu, 0.01);
+  if (drop > 0) HYPRE_ILUSetDropThreshold(ilu, drop);
   HYPRE_ParCSRBiCGSTABCreate(MPI_COMM_SELF, &krylov);
   HYPRE_BiCGSTABSetTol(krylov, tolerance);
   HYPRE_BiCGSTABSetMaxIter(krylov, 1000);
@@ -105,7 +105,7 @@ PeerFigures run_peer(PeerIlu form, const gallery::Matrix& m, double tolerance,
 
 bool has_peer() { return false; }
 
-PeerFigures run_peer(PeerIlu, const gallery::Matrix&, double, const std::vector<double>&,
+PeerFigures run_peer(double, const gallery::Matrix&, double, const std::vector<double>&,
                      std::vector<double>&) {
   return {};
 }

@@ -13,15 +13,13 @@ struct PeerFigures {
   double setup = 0, solve = 0;  ///< wall clock seconds
 };
 
-/// Its form: on the pattern, or by its threshold of 0.01.
-enum class PeerIlu { on_pattern, by_threshold };
-
 bool has_peer();
 
 /// Solves a real system once, to `tolerance` of the relative residual or 1000 iterations.
-/// @param m  both triangles, base 1
-/// @param x  out
-PeerFigures run_peer(PeerIlu form, const gallery::Matrix& m, double tolerance,
+/// @param drop  threshold; 0: incomplete LU on the pattern
+/// @param m     both triangles, base 1
+/// @param x     out
+PeerFigures run_peer(double drop, const gallery::Matrix& m, double tolerance,
                      const std::vector<double>& b, std::vector<double>& x);
 
 }  // namespace bench

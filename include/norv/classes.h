@@ -27,7 +27,10 @@ NORV_API precon* precon_mps_diag_create(void);
 
 /* Incomplete LU; both triangles stored.  A weighted matching brings large entries to the diagonal
  * and scales, where some diagonal entry is smaller than a hundredth of its row's largest.
+ * Rows and columns are then exchanged alike for an order of minimum degree, as the matching has left
+ * no order of the caller's.
  *   iparam[8]  matching: 0 where it helps, 1 always, 2 never
+ *   iparam[9]  minimum degree: 0 where there is a matching, 1 always, 2 never
  *
  * ILUT  by rows with a threshold and a limit of entries (Y. Saad, ILUT: a dual threshold incomplete
  *       LU factorization, 1994)

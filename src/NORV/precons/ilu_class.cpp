@@ -17,7 +17,7 @@ namespace {
 
 // Places of the parameters.
 enum { ilut_drop = 0, iluc_drop = 0, iluc_fill = 1, iluc_pivot = 2 };
-enum { ilut_fill = 0, iluc_style = 0, iluc_fill_strategy = 1, use_matching = 8 };
+enum { ilut_fill = 0, iluc_style = 0, iluc_fill_strategy = 1, use_matching = 8, use_order = 9 };
 
 template <class T>
 struct ScaledFactor {
@@ -40,9 +40,11 @@ using Factorize = LuFactor<T> (*)(const precon* M, const FullRows<T>& rows);
 template <class T, Factorize<T> factorize>
 void setup_of_kind(precon* M, const smat* A) {
   IluData* const data = data_of<IluData>(M);
-  const int use = M->iparam[use_matching];
+  const int use = M->iparam[use_matching], order = M->iparam[use_order];
   if (use < 0 || use > 2) bad_options(1, "Unknown use of the matching: %d", use);
-  data->transversal = choose_matching<T>(A, static_cast<UseMatching>(use));
+  if (order < 0 || order > 2) bad_options(1, "Unknown use of an order: %d", order);
+  data->transversal =
+      choose_transversal<T>(A, static_cast<UseMatching>(use), static_cast<UseOrder>(order));
   auto kept = std::make_unique<ScaledFactor<T>>();
   kept->factor = factorize(M, full_rows<T>(A, data->transversal));
   for (Triangle<T>* each : {&kept->factor.L, &kept->factor.U})
@@ -68,7 +70,7 @@ int setup(precon* M, smat* A) {
   return 1;
 }
 
-/// With R, C the scalings and P the exchange of rows, L U stands for P R A C.
+/// With R, C the scalings, P the exchange of rows and Q that of columns, L U stands for P R A C Q.
 template <class T>
 void apply_of_kind(IluData& data, bool transposed, const T* x, T* y) {
   auto& kept = data.of<T>();
@@ -76,20 +78,19 @@ void apply_of_kind(IluData& data, bool transposed, const T* x, T* y) {
   const Transversal& t = data.transversal;
   const int n = kept->factor.n;
   T* const w = kept->work.data();
-  const bool plain = t.empty();
+  const auto scaled = [](const T& value, const Vector<double>& scale, int at) {
+    return scale.empty() ? value : value * scale[at];
+  };
+  const auto row_at = [&](int i) { return t.empty() ? i : t.row[i]; };
+  const auto column_at = [&](int i) { return t.column.empty() ? i : t.column[i]; };
   for (int i = 0; i < n; ++i) {
-    const int row = plain ? i : t.row[i];
-    w[i] = plain ? x[i] : transposed ? x[i] * t.column_scale[i] : x[row] * t.row_scale[row];
+    const int from = transposed ? column_at(i) : row_at(i);
+    w[i] = scaled(x[from], transposed ? t.column_scale : t.row_scale, from);
   }
   transposed ? solve_trans(kept->factor, w) : solve(kept->factor, w);
   for (int i = 0; i < n; ++i) {
-    const int row = plain ? i : t.row[i];
-    if (plain)
-      y[i] = w[i];
-    else if (transposed)
-      y[row] = w[i] * t.row_scale[row];
-    else
-      y[i] = w[i] * t.column_scale[i];
+    const int to = transposed ? row_at(i) : column_at(i);
+    y[to] = scaled(w[i], transposed ? t.row_scale : t.column_scale, to);
   }
 }
 

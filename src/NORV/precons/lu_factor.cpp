@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 
+#include "NORV/precons/position_set.hpp"
 #include "norv/sort.h"
 
 namespace vlm::norv {
@@ -62,7 +62,8 @@ void append(Triangle<T>& A, Vector<int>& index, Vector<T>& value, int most) {
   auto* const numbers = reinterpret_cast<double*>(value.data());
   if (kept < count)
     split_factor_row_by_abs_value(count, is_complex_v<T>, numbers, index.data(), kept);
-  sort_row_qs(kept, is_complex_v<T>, numbers, index.data());
+  if (!std::is_sorted(index.data(), index.data() + kept))
+    sort_row_qs(kept, is_complex_v<T>, numbers, index.data());
   std::copy_n(index.data(), kept, A.index.extend(kept));
   std::copy_n(value.data(), kept, A.value.extend(kept));
   A.start.push_back(A.index.size());
@@ -110,7 +111,8 @@ class Ilut {
         drop_(drop),
         fill_(fill),
         f_(new_factor<T>(A.n, static_cast<std::int64_t>(A.column.size()) + A.n)),
-        row_(A.n) {}
+        row_(A.n),
+        waiting_(A.n) {}
 
   LuFactor<T> run() {
     for (int i = 0; i < A_.n; ++i) form(i);
@@ -120,12 +122,10 @@ class Ilut {
  private:
   void enter(int i, int j, T v) {
     row_.enter(j, v);
-    if (j < i) {
-      waiting_.push_back(j);
-      std::push_heap(waiting_.begin(), waiting_.end(), std::greater<>());
-    } else if (j > i) {
+    if (j < i)
+      waiting_.insert(j);
+    else if (j > i)
       right_.push_back(j);
-    }
   }
 
   void form(int i) {
@@ -151,9 +151,7 @@ class Ilut {
   /// Takes the rows before i off, columns ascending.
   void eliminate(int i, double least) {
     while (!waiting_.empty()) {
-      std::pop_heap(waiting_.begin(), waiting_.end(), std::greater<>());
-      const int k = waiting_.back();
-      waiting_.pop_back();
+      const int k = waiting_.take_first();
       const T entry = row_[k];
       row_.leave(k);
       ++f_.seen;
@@ -197,7 +195,8 @@ class Ilut {
   const int fill_;
   LuFactor<T> f_;
   WorkRow<T> row_;
-  Vector<int> waiting_, left_, right_;  ///< columns before the diagonal, a heap; taken; behind it
+  PositionSet waiting_;       ///< columns before the diagonal, to be taken
+  Vector<int> left_, right_;  ///< taken; behind the diagonal
   Vector<T> left_value_, right_value_;
 };
 

@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <random>
+#include <set>
 
 #include "NORV/precons/lu_factor.hpp"
+#include "NORV/precons/position_set.hpp"
 #include "norv/classes.h"
 #include "norv/krylov.h"
 #include "norv_log.hpp"
@@ -40,16 +43,19 @@ TEST(Ilu, WithoutDroppingItSolves) {
         for (const int style : {0, 1}) {
           SCOPED_TRACE(testing::Message() << name << type << weak << style);
           const Smat A = unsymmetric(type, weak);
-          const Precon M(name[3] == 'T' ? precon_ilut_create_param(0.0, int(A->n))
-                                        : precon_iluc_create_param(0.0, 0.0, 0.0, style));
-          ASSERT_EQ(precon_setup(M.get(), A.get()), 1);
-          ASSERT_EQ(precon_setup(M.get(), A.get()), 1);  // again, in place of the first
-          const Vec b = filled(A->n, type == NORV_CPX_UNSYM, 35);
-          const Vec x(precon_solve(nullptr, M.get(), b.get()));
-          EXPECT_LT(residual_by_rows(A.get(), x.get(), b.get()), 1e-9);
-          expect_transposed(M.get(), A->n, type == NORV_CPX_UNSYM);
-          EXPECT_EQ(M->nperturbed, 0);
-          EXPECT_GT(M->nnz, int(A->nnz));
+          for (const int order : {0, 1}) {
+            const Precon M(name[3] == 'T' ? precon_ilut_create_param(0.0, int(A->n))
+                                          : precon_iluc_create_param(0.0, 0.0, 0.0, style));
+            M->iparam[9] = order;
+            ASSERT_EQ(precon_setup(M.get(), A.get()), 1);
+            ASSERT_EQ(precon_setup(M.get(), A.get()), 1);  // again, in place of the first
+            const Vec b = filled(A->n, type == NORV_CPX_UNSYM, 35);
+            const Vec x(precon_solve(nullptr, M.get(), b.get()));
+            EXPECT_LT(residual_by_rows(A.get(), x.get(), b.get()), 1e-9);
+            expect_transposed(M.get(), A->n, type == NORV_CPX_UNSYM);
+            EXPECT_EQ(M->nperturbed, 0);
+            EXPECT_GT(M->nnz, int(A->nnz));
+          }
         }
 }
 
@@ -121,6 +127,49 @@ TEST(Ilu, LimitsHold) {
     EXPECT_GT(off, distance_before);
     before = f.entries();
     distance_before = off;
+  }
+}
+
+// A circuit: rows exchanged at random leave an order in which factors fill and are no use.
+TEST(Ilu, MinimumDegreeSavesFillAndSteps) {
+  const Smat A = to_smat(circuit(2000, 6));
+  const Vec b = filled(A->n, false, 44);
+  int nnz[2], steps[2];
+  for (const int own_order : {0, 1}) {
+    const Precon M(precon_iluc_create_param(1e-4, 10, 1e-8, 1));
+    M->iparam[9] = own_order ? 2 : 0;
+    ASSERT_EQ(precon_setup(M.get(), A.get()), 1);
+    nnz[own_order] = M->nnz;
+    const Vec x = zeros(A->n, false);
+    const Solver s(solver_new("BICGSTAB"));
+    solver_set_precon(s.get(), M.get());
+    solver_set_maxiter(s.get(), 300);
+    steps[own_order] = solver_solve(s.get(), A.get(), x.get(), b.get());
+    if (!own_order) {
+      EXPECT_LT(residual_by_rows(A.get(), x.get(), b.get()), 1e-7);
+    }
+  }
+  EXPECT_LT(nnz[0], 0.7 * nnz[1]);
+  EXPECT_LE(steps[0], steps[1]);
+}
+
+// Positions come out as from a sorted set, whatever is put in between.
+TEST(Ilu, PositionsAscend) {
+  for (const int n : {1, 64, 65, 5000, 300000}) {
+    std::mt19937 random(static_cast<unsigned>(n));
+    norv::PositionSet set(n);
+    std::set<int> reference;
+    for (int step = 0; step < 3000; ++step) {
+      ASSERT_EQ(set.empty(), reference.empty());
+      if (!reference.empty() && random() % 3 == 0) {
+        ASSERT_EQ(set.take_first(), *reference.begin());
+        reference.erase(reference.begin());
+      } else {
+        const int position = static_cast<int>(random() % static_cast<unsigned>(n));
+        set.insert(position);
+        reference.insert(position);
+      }
+    }
   }
 }
 

@@ -229,9 +229,11 @@ TEST(KrylovEnds, ByStagnation) {
     SCOPED_TRACE(each.name);
     const bool window = std::string(each.name).substr(0, 5) == "GMRES";
     const auto run = [&](int non_improvement) {
-      const Vec x = zeros(300, false);
-      return each.solve({1e-14, A.get(), x.get(), nullptr, b.get(), nullptr, 4000, non_improvement,
-                         0, nullptr, 40});
+      const Vec x = zeros(300, false), best = filled(300, false, 6);
+      const KrylovResult result = each.solve({1e-14, A.get(), x.get(), best.get(), b.get(), nullptr,
+                                              4000, non_improvement, 0, nullptr, 40});
+      EXPECT_TRUE(vec_equal(x.get(), best.get()));
+      return result;
     };
     const KrylovResult result = run(window ? 5 : 40);
     EXPECT_EQ(result.end, KrylovEnd::stagnation);
@@ -251,9 +253,10 @@ TEST(KrylovEnds, ByBreakdown) {
   e->v[0] = 1;
   for (const Named& each : full_forms) {
     SCOPED_TRACE(each.name);
-    const Vec x(vec_new_zero(2));
-    const KrylovResult result =
-        each.solve({1e-12, swap.get(), x.get(), nullptr, e.get(), nullptr, 50, 50, 0, nullptr, 10});
+    const Vec x(vec_new_zero(2)), best = filled(2, false, 6);
+    const KrylovResult result = each.solve(
+        {1e-12, swap.get(), x.get(), best.get(), e.get(), nullptr, 50, 50, 0, nullptr, 10});
+    EXPECT_TRUE(vec_equal(x.get(), best.get()));
     if (std::string(each.name).substr(0, 5) == "GMRES") {  // it goes on
       EXPECT_EQ(result.end, KrylovEnd::solved);
       EXPECT_EQ(x->v[1], 1.0);
@@ -290,6 +293,13 @@ TEST(KrylovEnds, AtOnce) {
     vec_copy(x.get(), guess.get());
     EXPECT_EQ(solver_solve(s.get(), A.get(), x.get(), b.get()), 0);
     EXPECT_TRUE(vec_equal(x.get(), guess.get()));
+  }
+  for (const Named& each : full_forms) {
+    SCOPED_TRACE(each.name);
+    const Vec x = zeros(36, false), best = filled(36, false, 6);
+    each.solve({1e-8, A.get(), x.get(), best.get(), zero.get(), nullptr, 50, 50, 0, nullptr, 10});
+    EXPECT_EQ(vec_inf_norm(x.get()), 0.0);
+    EXPECT_EQ(vec_inf_norm(best.get()), 0.0);
   }
 }
 
