@@ -10,6 +10,7 @@
 #include "base/amuxy.hpp"
 #include "base/status.hpp"
 #include "base/vector_primitives.hpp"
+#include "solve/rounding_level.hpp"
 
 namespace vlm {
 namespace {
@@ -49,15 +50,13 @@ Vectors lay_out(const RefineCall& call) {
   };
   v.rhs = options.solution_in_b ? take(v.length) : call.b;
   v.iterate = options.solution_in_b ? call.b : call.x;
-  v.kept = take(v.length);
-  v.correction = take(v.length);
-  v.product_work =
-      take(amuxy_work_bytes(call.n, options.type.mtype, options.transpose, options.threads) /
-           sizeof(double));
   v.best = take(static_cast<std::size_t>(call.nrhs));
   v.behind = take(static_cast<std::size_t>(call.nrhs));
-  v.rounding = next;
+  v.rounding = take(static_cast<std::size_t>(call.nrhs));
   std::fill_n(v.behind, call.nrhs, 0.0);
+  v.kept = take(v.length);
+  v.correction = take(v.length);  // from here on the room of a test
+  v.product_work = next;
   return v;
 }
 
@@ -109,6 +108,15 @@ class StoppingRule {
 /// Values of a column that the rows of the Schur complement don't hold.
 std::size_t leading_length(const RefineCall& call) {
   return vector_length(call.options, call.n - call.options.schur, 1);
+}
+
+/// A limit that is one, not a number of steps, takes none where there is nothing to gain.  Between
+/// the steps the correction's place is free for the test.
+bool nothing_to_gain(const RefineCall& call, const Vectors& v) {
+  const RefineOptions& options = call.options;
+  if (options.limit <= 0 || options.schur > 0) return false;
+  const SparseProduct product{call.matrix, options.type.mtype, options.transpose, options.threads};
+  return at_rounding_level(product, call.nrhs, v.iterate, v.rhs, v.correction);
 }
 
 /// Keeps the right-hand sides where the solution overwrites them.  @return sum over all of them
@@ -189,6 +197,7 @@ int refinement_loop(const RefineCall& call, const SolveStep& solve, const Vector
   StoppingRule rule(options.limit, sums.rhs);
   Verdict verdict = Verdict::go_on;
   for (int step = 1; verdict == Verdict::go_on; ++step) {
+    if (step > 1 && nothing_to_gain(call, v)) return status_ok;
     sums.residual = measure_iterate(call, v, step == 1);
     if (const int status = solve(call.nrhs, v.correction, v.correction)) {
       restore_best(call, v);
@@ -207,10 +216,15 @@ int refinement_loop(const RefineCall& call, const SolveStep& solve, const Vector
 }  // namespace
 
 std::size_t refine_bytes(const RefineOptions& options, int n, int nrhs) {
-  const std::size_t vectors = options.solution_in_b ? 3 : 2;
-  return (vectors * vector_length(options, n, nrhs) + 3 * static_cast<std::size_t>(nrhs)) *
-             sizeof(double) +
-         amuxy_work_bytes(n, options.type.mtype, options.transpose, options.threads);
+  const std::size_t vectors = vector_length(options, n, nrhs);
+  const std::size_t loop =
+      vectors * sizeof(double) +
+      amuxy_work_bytes(n, options.type.mtype, options.transpose, options.threads);
+  const std::size_t test =
+      rounding_room(n, options.type.nvals(), nrhs, options.threads) * sizeof(double);
+  const std::size_t before =
+      (options.solution_in_b ? 2 : 1) * vectors + 3 * static_cast<std::size_t>(nrhs);
+  return before * sizeof(double) + std::max(loop, test);
 }
 
 int refine_velmora(const RefineCall& call, const SolveStep& solve, RefineResult& result) {
@@ -219,11 +233,12 @@ int refine_velmora(const RefineCall& call, const SolveStep& solve, RefineResult&
   if (!options.due) return solve(call.nrhs, call.b, options.solution_in_b ? call.b : call.x);
 
   const Vectors v = lay_out(call);
-  const int threads = options.threads;
   Sums sums;
-  sums.rhs = measure_rhs(call, v);
+  if (options.solution_in_b) sums.rhs = measure_rhs(call, v);
   if (const int status = solve(call.nrhs, call.b, v.iterate)) return status;
-  sums.x = sum_of_absolutes(v.length, v.iterate, threads);
+  if (nothing_to_gain(call, v)) return status_ok;
+  if (!options.solution_in_b) sums.rhs = measure_rhs(call, v);
+  sums.x = sum_of_absolutes(v.length, v.iterate, options.threads);
   return refinement_loop(call, solve, v, sums, result);
 }
 

@@ -6,6 +6,8 @@
 /// Processes, 1963).  A step costs one product, fused with the residual, and one solve; one more
 /// product tells what the last step gave.
 ///
+/// A limit that is no number of steps takes none where only rounding is left (rounding_level.hpp).
+///
 /// A step that makes things worse is not kept: each right-hand side receives the iterate whose
 /// residual has the smallest 1-norm, that of the plain solve included.
 #pragma once
