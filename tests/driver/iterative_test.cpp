@@ -367,6 +367,29 @@ TEST(Iterative, TwoHandlesInTwoThreads) {
   }
 }
 
+// Threads sweep parts of the factor; a solve with fewer of them gives the same bits.
+TEST(Iterative, ThreadsShareTheSweeps) {
+  NorvLog log(0);
+  const Matrix m = shifted_laplacian(110, 0.02, true, 3);
+  for (const int threads : {1, 2, 3}) {
+    SCOPED_TRACE(threads);
+    IterativeCaller c(m);
+    c.iparm(3) = threads;
+    c.dparm[2] = 500;
+    ASSERT_EQ(c.run(12), 0);
+    ASSERT_GT(c.iparm(18), 100000);
+    ASSERT_EQ(c.run(33), 0);
+    EXPECT_LT(c.relative_residual(c.b, c.x), 1e-8);
+    const std::vector<double> first = c.x;
+    c.iparm(3) = 1;  // a solve with fewer threads than the setup
+    std::fill(c.x.begin(), c.x.end(), 0.0);
+    ASSERT_EQ(c.run(33), 0);
+    EXPECT_EQ(c.x, first);
+    EXPECT_EQ(c.run(23), 0);
+    EXPECT_LT(c.relative_residual(c.b, c.x), 1e-8);
+  }
+}
+
 // The exported form on the caller's own record, with the preconditioner of the process.
 TEST(Iterative, ScalarInterface) {
   NorvLog log(0);

@@ -8,6 +8,7 @@
 #include "NORV/corelib/vec_common.hpp"
 #include "NORV/precons/ildlt_messages.hpp"
 #include "base/clock.hpp"
+#include "base/sparse_product.hpp"
 
 namespace vlm::norv {
 namespace {
@@ -18,6 +19,13 @@ template <class T>
 bool stalls(const UpperRows<T>& left, int m) {
   constexpr int small = 1000;
   return left.n > small && left.n > 0.75 * m && left.entries() > 64 * std::int64_t{left.n};
+}
+
+/// Whether a call has threads for the sweeps, and these take long enough.
+template <class T>
+bool sweeps_by_parts(const LdltFactor<T>& factor) {
+  constexpr std::int64_t worth_a_team = 100000;
+  return sparse::threads_offered() > 1 && factor.entries() >= worth_a_team;
 }
 
 /// Entries of an smat as rows.
@@ -192,6 +200,11 @@ UpperRows<T> Mildlt<T>::add_level(UpperRows<T>&& A, const LevelOrder& order,
     level.scale_at[k] = level.scale[i];
   }
   level.factor = std::move(result.factor);
+  if (sweeps_by_parts(level.factor)) {
+    level.parts = FactorParts<T>(level.factor);
+    level.factor.column.release();  // the parts have them
+    level.factor.value.release();
+  }
   totals_.entries += level.factor.entries() + level.factor.pivots;
   totals_.positive += level.factor.npos;
   totals_.negative += level.factor.nneg;
@@ -260,10 +273,17 @@ void Mildlt<T>::solve_level(std::size_t l, const T* x, T* y) {
   Level& level = levels_[l];
   T* const w = level.work.data();
   for (int k = 0; k < level.m; ++k) w[k] = product(x[level.row[k]], level.scale_at[k]);
-  solve_forward(level.factor, w);
+  const int threads = sparse::threads_offered();
+  if (level.parts.empty())
+    solve_forward(level.factor, w);
+  else
+    level.parts.forward(w, threads);
   T* const rest = w + level.factor.pivots;
   if (level.factor.pivots < level.m) solve_level(l + 1, rest, rest);
-  solve_diagonal_backward(level.factor, w);
+  if (level.parts.empty())
+    solve_diagonal_backward(level.factor, w);
+  else
+    level.parts.diagonal_backward(w, threads);
   for (int i = 0; i < level.m; ++i) y[i] = product(w[level.place[i]], level.scale[i]);
 }
 

@@ -12,6 +12,7 @@
 
 #include <memory>
 
+#include "NORV/precons/factor_parts.hpp"
 #include "NORV/precons/ildlt.hpp"
 #include "NORV/precons/preorder.hpp"
 #include "norv/direct.h"
@@ -94,8 +95,9 @@ class Mildlt {
 
  private:
   struct Level {
-    int m = 0;  ///< rows
-    LdltFactor<T> factor;
+    int m = 0;                ///< rows
+    LdltFactor<T> factor;     ///< without entries where there are parts
+    FactorParts<T> parts;     ///< for several threads
     Vector<int> place;        ///< [m] position of a row, delays included
     Vector<int> row;          ///< [m] its inverse: both ends of an application gather
     Vector<double> scale;     ///< [m] by row

@@ -2,6 +2,8 @@
 /// The row that an incomplete factorization is forming, and the lists in which finished rows wait.
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
 #include <utility>
 
 #include "NORV/precons/scalars.hpp"
@@ -35,6 +37,26 @@ class GatheredRow {
     column_[length_] = column;
     value_[length_++] = x;
   }
+  /// Adds value_of(p) at column[p] for p = from, from + step, ... below end.  The lengths of rows
+  /// and updates leave no pattern to predict, so that no branch depends on what a row holds.
+  template <int step, class F>
+  void add_each(const int* column, std::int64_t from, std::int64_t end, F value_of) {
+    int* const place = place_.data();
+    int* const columns = column_.data();
+    T* const values = value_.data();
+    int length = length_;
+    for (std::int64_t p = from; p < end; p += step) {
+      const int at_column = column[p];
+      int at = place[at_column];
+      const bool is_new = at < 0;
+      at = is_new ? length : at;
+      length += is_new;
+      place[at_column] = at;
+      columns[at] = at_column;
+      values[at] += value_of(p);
+    }
+    length_ = length;
+  }
   /// The entry of a column; null where there is none.
   const T* find(int column) const {
     const int at = place_[column];
@@ -54,17 +76,19 @@ class GatheredRow {
       column_[kept] = column;
       value_[kept++] = value_[p];
     }
+    std::fill(value_.begin() + kept, value_.begin() + length_, T());
     length_ = kept;
   }
   void clear() {
     for (int p = 0; p < length_; ++p) place_[column_[p]] = -1;
+    std::fill(value_.begin(), value_.begin() + length_, T());
     length_ = 0;
     diagonal = T();
   }
 
  private:
   Vector<int> place_, column_;
-  Vector<T> value_;
+  Vector<T> value_;  ///< zero behind the entries
   int length_ = 0;
 };
 

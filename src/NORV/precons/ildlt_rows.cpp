@@ -69,13 +69,15 @@ void UnfinishedRows<T>::subtract(int k, const T* entry, const Entries& of, std::
   const std::int64_t end = of.start[k + 1];
   if (!factor_.is_pair[k]) {
     const T u = -product(*entry, factor_.d[k]);
-    for (std::int64_t p = from; p < end; ++p) row.add(column[p], product(u, value[p]));
+    row.template add_each<1>(column, from, end,
+                             [=](std::int64_t p) { return product(u, value[p]); });
     return;
   }
   const T u = -(product(factor_.d[k], entry[0]) + product(factor_.e[k], entry[1]));
   const T v = -(product(factor_.e[k], entry[0]) + product(factor_.d[k + 1], entry[1]));
-  for (std::int64_t p = from; p < end; p += 2)
-    row.add(column[p], product(u, value[p]) + product(v, value[p + 1]));
+  row.template add_each<2>(column, from, end, [=](std::int64_t p) {
+    return product(u, value[p]) + product(v, value[p + 1]);
+  });
 }
 
 /// (row k at a slot) D (row k at the slot).
@@ -130,17 +132,32 @@ void UnfinishedRows<T>::gather_matrix_row(int slot, GatheredRow<T>& row) {
   for (; p < end; ++p) row.add(a_.column[p], a_.value[p]);
 }
 
+/// Asks for the entries of a row that comes next: rows that wait for a column lie far apart.
+template <class T>
+void UnfinishedRows<T>::fetch(const Entries& of, int k, const Vector<std::int64_t>& first) {
+  if (k < 0) return;
+  __builtin_prefetch(of.column + first[k]);
+  __builtin_prefetch(of.value + first[k]);
+}
+
 template <class T>
 void UnfinishedRows<T>::gather(int slot, GatheredRow<T>& row) {
   gather_matrix_row(slot, row);
   if (slot < n_)
     for (int q = a_waiting_.first(slot); q >= 0; q = a_waiting_.next(q))
       add_delayed(q, a_first_[q], slot, row);
-  for (int k = waiting_.first(slot); k >= 0; k = waiting_.next(k))
+  for (int k = waiting_.first(slot), next; k >= 0; k = next) {
+    next = waiting_.next(k);
+    fetch(kept(), next, first_);
+    if (has_left_out()) fetch(left(), next, left_first_);
     subtract_kept(k, first_[k], slot, row);
+  }
   if (has_left_out())
-    for (int k = left_waiting_.first(slot); k >= 0; k = left_waiting_.next(k))
+    for (int k = left_waiting_.first(slot), next; k >= 0; k = next) {
+      next = left_waiting_.next(k);
+      fetch(kept(), next, first_);
       subtract_left(k, left_first_[k], slot, row);
+    }
   if (by_column_) row.remove_if([this](int column) { return done_[column] != 0; });
 }
 

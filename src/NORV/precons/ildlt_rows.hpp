@@ -73,6 +73,7 @@ class UnfinishedRows {
   void subtract(int k, const T* entry, const Entries& of, std::int64_t from, GatheredRow<T>& row);
   void subtract_kept(int k, std::int64_t entry, int slot, GatheredRow<T>& row);
   void subtract_left(int k, std::int64_t entry, int slot, GatheredRow<T>& row);
+  static void fetch(const Entries& of, int k, const Vector<std::int64_t>& first);
   T quadratic(int k, const T* x) const;
   std::int64_t behind(const Entries& of, int k, std::int64_t from, int slot) const;
   void add_delayed(int q, std::int64_t from, int slot, GatheredRow<T>& row);
