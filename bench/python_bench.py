@@ -5,7 +5,7 @@
 
 For each matrix: the least seconds of several runs for factorization and one solve, of the whole and
 of what lies outside of the library: reading the matrix, finding its type, bringing it to the
-library's form.  One thread; options are the repetitions (5) and a largest number of equations.
+library's form.  One thread; options are the repetitions (5), the largest and the smallest number of equations.
 """
 
 import sys
@@ -50,13 +50,13 @@ def best(repetitions, run):
     return min((run() for _ in range(repetitions)), key=lambda pair: pair[0])
 
 
-def main(repetitions=5, largest=10**9):
+def main(repetitions=5, largest=10**9, smallest=0):
     print("| matrix | n | velmora s | outside s | share % | named type, share % | refactor s |"
           " share % | splu s |\n|---|---|---|---|---|---|---|---|---|")
     for name, A in CASES:
         A = sp.csc_matrix(A)
         n = A.shape[0]
-        if n > largest:
+        if not smallest <= n <= largest:
             continue
         b = np.ones(n)
 

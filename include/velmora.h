@@ -134,9 +134,9 @@
  *               is not used (diagonal systems: x receives it as well)
  *    7  out     steps of iterative refinement in the last solve
  *    8  in      [1; 2 for 11, 13] refinement: at most |iparm(8)| steps, > 0: none where only rounding
- *               is left, of |A||x| + |b| at most 4e-16 in all and max(1e-14, 1e-16 n^1/2) in a row;
- *               0 two steps when pivots were perturbed, else none.  Each right-hand side receives the
- *               iterate with the least 1-norm of the residual, or the last where rounding decides
+ *               is left, of |A||x| + |b| at most 4e-16 in all and max(1e-14, 1e-16 n^1/2) in a row
+ *               (not with iparm(40), (42)); 0 two when pivots were perturbed, else none.  Each column
+ *               receives the iterate with the least 1-norm of the residual, the last where it ties
  *    9  in      [0] < 0: memory of the factors is not counted into iparm(17)
  *   10  in      [8 for -2, -4, 6; 13 for 1, 3; 12 for 11, 13; else 0] pivots below about
  *               10^-|iparm(10)| times the size of the matrix are perturbed

@@ -6,6 +6,7 @@ import ctypes.util
 import os
 import pathlib
 import signal
+import _signal  # the same calls without the look-up of names, which takes longer than small solves
 import threading
 import time
 import weakref
@@ -153,30 +154,34 @@ class _Watch:
     """
 
     def __init__(self, handle, progress):
-        main = threading.current_thread() is threading.main_thread()
-        self._handler = signal.getsignal(signal.SIGINT) if main else None
-        self._takes_signal = callable(self._handler)
-        _call.interrupted, _call.failure, _call.progress = False, None, progress
-        self._pt = handle.pt.ctypes.data
-        if self._takes_signal:
-            call = _call.__dict__
+        call = self._call = _call.__dict__
+        self._outer = call.get("progress")  # where the caller's function itself makes calls
+        call["interrupted"], call["failure"], call["progress"] = False, None, progress
+        self._handler = None
+        if threading.current_thread() is threading.main_thread():
+            handler = _signal.getsignal(signal.SIGINT)
+            if callable(handler):
+                self._handler = handler
+                _signal.signal(signal.SIGINT, self._mark)
+        listens = self._handler is not None or progress is not None
+        if listens != handle.listens:
+            lib.velmora_set_progress(handle.at_pt, _LISTENER if listens else None, None)
+            handle.listens = listens
 
-            def mark(*_):
-                call["interrupted"] = True
-
-            signal.signal(signal.SIGINT, mark)
-        if self._takes_signal or progress is not None:
-            lib.velmora_set_progress(self._pt, _LISTENER, None)
+    def _mark(self, *_):
+        self._call["interrupted"] = True
 
     def end(self):
         """Raises what the call was ended for."""
-        lib.velmora_set_progress(self._pt, None, None)
-        if self._takes_signal:
-            signal.signal(signal.SIGINT, self._handler)
-            if _call.interrupted:
+        call = self._call
+        call["progress"] = self._outer
+        if self._handler is not None:
+            _signal.signal(signal.SIGINT, self._handler)
+            if call["interrupted"]:
                 self._handler(signal.SIGINT, None)
-        if _call.failure is not None:
-            raise _call.failure
+        if call["failure"] is not None:
+            failure, call["failure"] = call["failure"], None
+            raise failure
 
 
 def _pointer(array):
@@ -196,13 +201,16 @@ class Handle:
         self.reals = np.zeros(65)
         self.seconds = 0.0  # spent in the library
         self.progress = None  # called with a phase's name and the share of it that is done
+        self.listens = False
+        self.at_pt = self.pt.ctypes.data
+        self._at_controls = self.integers.ctypes.data + 4, self.reals.ctypes.data + 8
         self._lock = threading.Lock()
         self._scalars = (ctypes.c_int * 8)(1, 1, mtype, 0, 0, 0, 0, 0)
         at = ctypes.addressof(self._scalars)
         self._at = [at + 4 * k for k in range(8)]
         solver = ctypes.c_int(1 if iterative else 0)
-        lib.velmorainit(self.pt.ctypes.data, self._at[2], ctypes.addressof(solver),
-                        self.integers[1:].ctypes.data, self.reals[1:].ctypes.data, self._at[7])
+        lib.velmorainit(self.at_pt, self._at[2], ctypes.addressof(solver), self._at_controls[0],
+                        self._at_controls[1], self._at[7])
         self._finalizer = weakref.finalize(self, _release, self.pt, self.integers[1:],
                                            self.reals[1:], mtype)
 
@@ -220,12 +228,12 @@ class Handle:
             scalars[3:8] = phase, matrix.n, nrhs, int(verbose), 0
             watch = _Watch(self, self.progress)
             start = time.perf_counter()
-            lib.velmora(self.pt.ctypes.data, at[0], at[1], at[2], at[3], at[4],
+            lib.velmora(self.at_pt, at[0], at[1], at[2], at[3], at[4],
                         _pointer(matrix.a if values is None else values),
                         _pointer(matrix.ia if ia is None else ia),
                         _pointer(matrix.ja if ja is None else ja), None, at[5],
-                        self.integers.ctypes.data + 4, at[6], _pointer(b), _pointer(x), at[7],
-                        self.reals.ctypes.data + 8)
+                        self._at_controls[0], at[6], _pointer(b), _pointer(x), at[7],
+                        self._at_controls[1])
             self.seconds += time.perf_counter() - start
             watch.end()
             return scalars[7]

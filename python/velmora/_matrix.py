@@ -72,15 +72,15 @@ class Lines:
         self.by_columns = A.format == "csc"
         self.dtype = A.dtype
         self.start, self.index, data = A.indptr, A.indices, A.data
-        if self.start[-1] + self.n >= 2**31:
+        entries = int(self.start[-1])
+        if entries + self.n >= 2**31:
             refuse("the matrix has more entries than 32-bit positions can count")
         if self.index.dtype != np.int32 or self.start.dtype != np.int32:
             self.start = self.start.astype(np.int32)
             self.index = self.index.astype(np.int32)
-        if len(data) != self.start[-1]:
-            data = data[:self.start[-1]]
-            self.index = self.index[:self.start[-1]]
-        wide = np.complex128 if np.issubdtype(data.dtype, np.complexfloating) else np.float64
+        if len(data) != entries:
+            data, self.index = data[:entries], self.index[:entries]
+        wide = np.complex128 if data.dtype.kind == "c" else np.float64
         self.data = np.ascontiguousarray(data, dtype=wide)
         if wide is np.complex128 and not self.data.imag.any():
             self.data = np.ascontiguousarray(self.data.real)
@@ -140,38 +140,39 @@ class Stored:
             self._take_triangle(lines)
         else:
             self.ia, self.ja = lines.start + np.int32(1), lines.index + np.int32(1)
-            if self.mtype in (1, 3) or len(lines.index) <= lines.n:
+            # A structurally symmetric type is only found where the diagonal is there.
+            if self.mtype in (1, 3) and not self.chosen or len(lines.index) <= lines.n:
                 self._add_diagonal()
             self._take_values(lines)
 
     def _take_triangle(self, lines):
-        lower_only = False
-        if not self.chosen:
-            below = int(np.count_nonzero(lines.index < lines.line))
-            above = int(np.count_nonzero(lines.index > lines.line))
-            lower_only = below > 0 and above == 0
-            if below and above and below != above:
-                refuse("the triangles have different numbers of entries: the matrix is not symmetric")
-        self._conjugated = is_hermitian(self.mtype) and self.by_columns != lower_only
-        if lower_only:  # the rows of the transpose, with where their entries came from
-            A = sp.csr_matrix((np.arange(len(lines.index)), lines.index, lines.start),
-                              (self.n, self.n))
-            T = A.tocsc()
-            self.ia, self.ja, self._pick = T.indptr + np.int32(1), T.indices + np.int32(1), T.data
-            self._add_diagonal()
-            self._take_values(lines)
-            return
-        self._upper = True
-        room = len(lines.index) + self.n
-        self.ia, self.ja = np.empty(self.n + 1, dtype=np.int32), np.empty(room, dtype=np.int32)
+        entries = len(lines.index)
+        self._upper, self._conjugated = True, is_hermitian(self.mtype) and self.by_columns
+        self.ia = np.empty(self.n + 1, dtype=np.int32)
+        # Where the type was found there are two triangles.
+        self.ja = np.empty((entries // 2 if self.chosen else entries) + self.n, dtype=np.int32)
         self._take_upper(lines)
+        above = len(self.a) - self.n
         self.ja = self.ja[:len(self.a)]
+        if self.chosen or 2 * above == entries - self.n and self.a[self.ia[:-1] - 1].all():
+            return
+        below = int(np.count_nonzero(lines.index < lines.line))
+        if above and below and above != below:
+            refuse("the triangles have different numbers of entries: the matrix is not symmetric")
+        if above or not below:
+            return
+        # The rows of the transpose, with where their entries came from.
+        self._upper, self._conjugated = False, is_hermitian(self.mtype) and not self.by_columns
+        A = sp.csr_matrix((np.arange(entries), lines.index, lines.start), (self.n, self.n))
+        T = A.tocsc()
+        self.ia, self.ja, self._pick = T.indptr + np.int32(1), T.indices + np.int32(1), T.data
+        self._add_diagonal()
+        self._take_values(lines)
 
     def _take_upper(self, lines, pattern=True):
         """The values of the upper triangle, and at first its pattern."""
         values = self._values_of(lines)
-        room = len(values) + self.n if pattern else len(self.ja)
-        self.a = np.empty(room, dtype=values.dtype)
+        self.a = np.empty(len(self.ja), dtype=values.dtype)
         count = lib.velmora_upper_triangle(
             self.n, int(is_complex(self.mtype)), int(self._conjugated), lines.start.ctypes.data,
             lines.index.ctypes.data, values.ctypes.data, self.ia.ctypes.data if pattern else None,

@@ -10,7 +10,7 @@
 #include <complex>
 #include <cstddef>
 #include <exception>
-#include <vector>
+#include <memory>
 
 #include "base/scalar.hpp"
 #include "velmora.h"
@@ -27,61 +27,78 @@ struct Lines {
   int n;
   const int *start, *index;
   const T* value;
-  int begin(int i) const { return start[i] - start[0]; }
-  int end(int i) const { return start[i + 1] - start[0]; }
-  int other(int p) const { return index[p] - start[0]; }
+  int base = start[0];  // by value, as the compiler must think that loops write to start
+  int begin(int i) const { return start[i] - base; }
+  int end(int i) const { return start[i + 1] - base; }
+  int other(int p) const { return index[p] - base; }
 };
 
 struct Symmetry {
   bool pattern = true, symmetric = true, hermitian = true;
+  bool minors = true;  ///< where Hermitian: every 0 < a(i,i), |a(i,j)|^2 < a(i,i) a(j,j)
+  bool zeros = false;  ///< on the diagonal, or entries of it that are not there
 };
 
+/// Tests |a(i,j)|^2 < a(i,i) a(j,j), once the diagonal of both lines has been told.
 template <class T>
-Symmetry compare_with_transpose(const Lines<T>& lines, std::vector<T>& diagonal) {
+class Minors {
+ public:
+  explicit Minors(int n) : root_(new double[static_cast<std::size_t>(n)]) {}
+  /// @return a(i,i) is positive
+  bool set_diagonal(int i, const T& value) {
+    const double d = std::real(value);
+    root_[i] = d > 0 ? std::sqrt(d) : 0;  // roots, as a product might overflow
+    return d > 0;
+  }
+  bool positive(int i, int j, const T& value) const {
+    return std::abs(value) < root_[i] * root_[j];
+  }
+
+ private:
+  std::unique_ptr<double[]> root_;
+};
+
+/// One pass.  The entries of a line before its diagonal have been met from the other side.
+template <class T>
+Symmetry compare_with_transpose(const Lines<T>& lines) {
   Symmetry found;
-  std::vector<int> next(
-      static_cast<std::size_t>(lines.n));  // first entry not met from the other side
+  Minors<T> minors(lines.n);
+  // First entry of each line not met from the other side.
+  const std::unique_ptr<int[]> next(new int[static_cast<std::size_t>(lines.n)]);
   for (int i = 0; i < lines.n; ++i) next[i] = lines.begin(i);
-  for (int i = 0; i < lines.n; ++i)
-    for (int p = next[i]; p < lines.end(i); ++p) {
+  for (int i = 0; i < lines.n; ++i) {
+    const int end = lines.end(i);
+    int p = next[i];
+    T diagonal(0);
+    if (p < end && lines.other(p) == i) diagonal = lines.value[p++];
+    found.zeros = found.zeros || diagonal == T(0);
+    if constexpr (is_complex_v<T>) found.hermitian = found.hermitian && diagonal.imag() == 0;
+    found.minors = found.minors && found.hermitian && minors.set_diagonal(i, diagonal);
+    for (int q = lines.begin(i); found.minors && q < next[i]; ++q)
+      found.minors = minors.positive(i, lines.other(q), lines.value[q]);
+    for (; p < end; ++p) {
       const int j = lines.other(p);
+      if (j <= i) return {false, false, false};
       const T& value = lines.value[p];
-      if (j == i) {
-        diagonal[i] = value;
-        continue;
-      }
-      const int q = j > i ? next[j]++ : 0;
-      if (j < i || q >= lines.end(j) || lines.other(q) != i) return {false, false, false};
+      const int q = next[j]++;
+      if (q >= lines.end(j) || lines.other(q) != i) return {false, false, false};
       found.symmetric = found.symmetric && lines.value[q] == value;
       found.hermitian = found.hermitian && lines.value[q] == maybe_conj<true>(value);
     }
-  if constexpr (is_complex_v<T>)
-    for (const T& d : diagonal) found.hermitian = found.hermitian && d.imag() == 0;
-  return found;
-}
-
-/// Every |a(i,j)|^2 < a(i,i) a(j,j), of a matrix that equals its adjoint.
-template <class T>
-bool minors_are_positive(const Lines<T>& lines, const std::vector<T>& diagonal) {
-  std::vector<double> root(diagonal.size());
-  for (std::size_t i = 0; i < root.size(); ++i) {
-    if (!(std::real(diagonal[i]) > 0)) return false;
-    root[i] = std::sqrt(std::real(diagonal[i]));
   }
-  for (int i = 0; i < lines.n; ++i)
-    for (int p = lines.end(i) - 1; p >= lines.begin(i) && lines.other(p) > i; --p)
-      if (!(std::abs(lines.value[p]) < root[i] * root[lines.other(p)])) return false;
-  return true;
+  return found;
 }
 
 /// Every |a(i,i)| is at least a tenth of what stands beside it.
 template <class T>
-bool diagonal_is_strong(const Lines<T>& lines, const std::vector<T>& diagonal) {
+bool diagonal_is_strong(const Lines<T>& lines) {
   for (int i = 0; i < lines.n; ++i) {
-    const double size = 10 * std::abs(diagonal[i]);
-    if (!(size > 0)) return false;
-    for (int p = lines.begin(i); p < lines.end(i); ++p)
-      if (lines.other(p) != i && std::abs(lines.value[p]) > size) return false;
+    double diagonal = 0, largest = 0;
+    for (int p = lines.begin(i); p < lines.end(i); ++p) {
+      double& size = lines.other(p) == i ? diagonal : largest;
+      size = std::max(size, std::abs(lines.value[p]));
+    }
+    if (!(diagonal > 0) || largest > 10 * diagonal) return false;
   }
   return true;
 }
@@ -93,32 +110,40 @@ struct Choice {
 
 /// The symmetry that a half says it has.
 template <class T>
-Symmetry symmetry_of_half(const Lines<T>& lines, Form form, std::vector<T>& diagonal) {
+Symmetry examine_half(const Lines<T>& lines, Form form) {
+  Symmetry found;
+  found.symmetric = form == symmetric_half;
+  found.hermitian = form == hermitian_half || !is_complex_v<T>;
+  Minors<T> minors(lines.n);
+  for (int i = 0; i < lines.n; ++i) {
+    const int p = lines.begin(i);
+    const T diagonal = p < lines.end(i) && lines.other(p) == i ? lines.value[p] : T(0);
+    found.zeros = found.zeros || diagonal == T(0);
+    found.minors = minors.set_diagonal(i, diagonal) && found.minors;
+  }
   for (int i = 0; i < lines.n; ++i)
-    if (const int p = lines.begin(i); p < lines.end(i) && lines.other(p) == i)
-      diagonal[i] = lines.value[p];
-  return {true, form == symmetric_half, form == hermitian_half || !is_complex_v<T>};
+    for (int p = lines.begin(i); found.minors && p < lines.end(i); ++p)
+      found.minors = lines.other(p) == i || minors.positive(i, lines.other(p), lines.value[p]);
+  return found;
 }
 
 template <class T>
 Choice choose_type(const Lines<T>& lines, Form form) {
   constexpr bool complex = is_complex_v<T>;
-  std::vector<T> diagonal(static_cast<std::size_t>(lines.n), T(0));
-  const Symmetry found = form == all_entries ? compare_with_transpose(lines, diagonal)
-                                             : symmetry_of_half(lines, form, diagonal);
+  const Symmetry found =
+      form == all_entries ? compare_with_transpose(lines) : examine_half(lines, form);
   if (!found.pattern) return {complex ? 13 : 11, "the pattern is not symmetric"};
   if (found.hermitian) {
-    if (minors_are_positive(lines, diagonal))
+    if (found.minors)
       return {complex ? 4 : 2, "positive diagonal and 2x2 minors: Cholesky is tried first"};
-    const bool zeros = std::find(diagonal.begin(), diagonal.end(), T(0)) != diagonal.end();
     if (complex)
-      return {-4, zeros ? "Hermitian with zeros on the diagonal"
-                        : "Hermitian, but not all 2x2 minors are positive"};
-    return {-2, zeros ? "symmetric with zeros on the diagonal"
-                      : "symmetric, but not all 2x2 minors are positive"};
+      return {-4, found.zeros ? "Hermitian with zeros on the diagonal"
+                              : "Hermitian, but not all 2x2 minors are positive"};
+    return {-2, found.zeros ? "symmetric with zeros on the diagonal"
+                            : "symmetric, but not all 2x2 minors are positive"};
   }
   if (found.symmetric) return {6, "complex symmetric, not Hermitian"};
-  if (diagonal_is_strong(lines, diagonal))
+  if (diagonal_is_strong(lines))
     return {complex ? 3 : 1, "symmetric pattern with a strong diagonal"};
   return {complex ? 13 : 11, "symmetric pattern, but the diagonal is weak"};
 }

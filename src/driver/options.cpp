@@ -194,6 +194,7 @@ RefineOptions refine_options(const Options& options, const Call& call, int pertu
           .transpose = options.transpose,
           .due = due,
           .limit = options.refinement,
+          .to_the_end = accuracy_asked(call),
           .solution_in_b = options.solution_in_b,
           .schur = options.schur,
           .threads = options.threads};

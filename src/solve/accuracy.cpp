@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "base/amuxy.hpp"
+#include "base/progress.hpp"
 #include "base/scalar.hpp"
 #include "base/status.hpp"
 #include "base/values.hpp"
@@ -104,8 +105,10 @@ class Measurement {
 
   int run(Accuracy& result) {
     prepare_rows();
-    for (int k = 0; k < call_.nrhs; k += block)
+    for (int k = 0; k < call_.nrhs; k += block) {
+      pulse();
       measure_columns(k, std::min(block, call_.nrhs - k), result);
+    }
     if (call_.options.level < 2) return status_ok;
     unit_vector(peak_row_);
     const double unseen = inverse_norm(1);

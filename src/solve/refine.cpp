@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "base/amuxy.hpp"
+#include "base/progress.hpp"
 #include "base/status.hpp"
 #include "base/vector_primitives.hpp"
 #include "solve/rounding_level.hpp"
@@ -105,16 +106,19 @@ class StoppingRule {
   double best_;
 };
 
+/// Columns of a product between two looks at the listener.
+constexpr int listening_block = 8;
+
 /// Values of a column that the rows of the Schur complement don't hold.
 std::size_t leading_length(const RefineCall& call) {
   return vector_length(call.options, call.n - call.options.schur, 1);
 }
 
-/// A limit that is one, not a number of steps, takes none where there is nothing to gain.  Between
-/// the steps the correction's place is free for the test.
+/// A limit that is one, not a number of steps, takes none where there is nothing to gain, unless the
+/// error is to be told: its bound would tell what a step removes.  Between the steps the correction's place is free for the test.
 bool nothing_to_gain(const RefineCall& call, const Vectors& v) {
   const RefineOptions& options = call.options;
-  if (options.limit <= 0 || options.schur > 0) return false;
+  if (options.limit <= 0 || options.to_the_end || options.schur > 0) return false;
   const SparseProduct product{call.matrix, options.type.mtype, options.transpose, options.threads};
   return at_rounding_level(product, call.nrhs, v.iterate, v.rhs, v.correction);
 }
@@ -142,10 +146,15 @@ double measure_rhs(const RefineCall& call, const Vectors& v) {
 double measure_iterate(const RefineCall& call, const Vectors& v, bool first) {
   const RefineOptions& options = call.options;
   const SparseProduct product{call.matrix, options.type.mtype, options.transpose, options.threads};
-  double total =
-      amuxy_res_velmora(product, call.nrhs, v.iterate, v.rhs, v.correction, v.product_work);
-  if (options.schur > 0) total = 0;
   const std::size_t column = vector_length(options, call.n, 1);
+  double total = 0;
+  for (int k = 0; k < call.nrhs; k += listening_block) {
+    pulse();
+    const std::size_t at = column * static_cast<std::size_t>(k);
+    total += amuxy_res_velmora(product, std::min(listening_block, call.nrhs - k), v.iterate + at,
+                               v.rhs + at, v.correction + at, v.product_work);
+  }
+  if (options.schur > 0) total = 0;
   for (int k = 0; k < call.nrhs; ++k) {
     const double* const residual = v.correction + column * static_cast<std::size_t>(k);
     const bool summed = call.nrhs == 1 && options.schur == 0;
@@ -169,11 +178,10 @@ double measure_iterate(const RefineCall& call, const Vectors& v, bool first) {
 /// @return sum of the corrections over all right-hand sides
 double correct_iterate(const RefineCall& call, const Vectors& v) {
   const int threads = call.options.threads;
-  if (std::count(v.behind, v.behind + call.nrhs, 0.0) == call.nrhs)
-    return keep_and_add(v.length, v.correction, v.iterate, v.kept, threads);
   const std::size_t column = vector_length(call.options, call.n, 1);
   double sum = 0;
   for (int k = 0; k < call.nrhs; ++k) {
+    pulse();
     const std::size_t at = column * static_cast<std::size_t>(k);
     sum += v.behind[k] == 0
                ? keep_and_add(column, v.correction + at, v.iterate + at, v.kept + at, threads)
@@ -238,7 +246,11 @@ int refine_velmora(const RefineCall& call, const SolveStep& solve, RefineResult&
   if (const int status = solve(call.nrhs, call.b, v.iterate)) return status;
   if (nothing_to_gain(call, v)) return status_ok;
   if (!options.solution_in_b) sums.rhs = measure_rhs(call, v);
-  sums.x = sum_of_absolutes(v.length, v.iterate, options.threads);
+  const std::size_t column = vector_length(options, call.n, 1);
+  for (std::size_t at = 0; at < v.length; at += column) {
+    pulse();
+    sums.x += sum_of_absolutes(column, v.iterate + at, options.threads);
+  }
   return refinement_loop(call, solve, v, sums, result);
 }
 

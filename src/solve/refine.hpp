@@ -26,6 +26,7 @@ struct RefineOptions {
   bool due = false;  ///< false: the plain solve
   int limit = 0;  ///< iparm(8): its size is the most steps, of which a positive one takes as many
                   ///< as help; 0: two steps
+  bool to_the_end = false;  ///< the error will be measured: steps are taken from rounding as well
   bool solution_in_b = false;  ///< iparm(6)
   int schur = 0;  ///< trailing unknowns that the solve leaves zero, and whose rows don't count
   int threads = 1;

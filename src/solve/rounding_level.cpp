@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "base/matrix_types.hpp"
+#include "base/progress.hpp"
 #include "base/sparse_product.hpp"
 
 namespace vlm {
@@ -193,7 +194,10 @@ bool all_columns(const SparseProduct& product, int nrhs, const T* x, const T* b,
       good.store(false, std::memory_order_relaxed);
   };
   if (threads == 1) {
-    for (int g = 0; g < groups; ++g) take(g, 0);
+    for (int g = 0; g < groups; ++g) {
+      pulse();
+      take(g, 0);
+    }
   } else {
 #pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
     for (int g = 0; g < groups; ++g) take(g, omp_get_thread_num());

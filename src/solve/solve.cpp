@@ -318,11 +318,13 @@ void solve_block(const SolveCall& call, int k0, int nb, int threads, T* work) {
                       .temp_length = static_cast<std::ptrdiff_t>(st.max_rows) * nb,
                       .threads = threads};
   block.tails = block.frame.temp + block.temp_length * threads;
+  pulse();
   psol_fwgath_velmora(block, call, k0);
   if (block.sweep.partial)
     sweep_path<Family>(block.frame, block.sweep);
   else
     run_sweeps<Family>(block);
+  pulse();
   psol_bwscat_velmora(block, call, k0);
 }
 
