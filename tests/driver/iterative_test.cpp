@@ -445,7 +445,8 @@ TEST(Iterative, ScalarInterface) {
   EXPECT_EQ(phase(22), 3);
   pars.precon = 0;
   pars.maxiter = 400;
-  EXPECT_EQ(phase(33), phase(13));  // without a preconditioner
+  const int prepared = phase(13);  // without a preconditioner
+  EXPECT_EQ(phase(33), prepared);
   EXPECT_EQ(phase(-1), 0);
 }
 
