@@ -195,7 +195,7 @@
  *               nothing else; it isn't refined.  No mark: a whole solve.  With iparm(38) the last
  *               n - iparm(38) count as marked.  Together with iparm(5) > 0 it is error -1
  *   32  in      [1 if velmorainit() was asked for the iterative solver] 1: iterative solver,
- *               types -2, 2 and 6; others are error -1.  See "Iterative solver" below
+ *               types -2, 2, 6 and 11; others are error -1.  See "Iterative solver" below
  *   33  in      [0] 1: dparm(33) receives the logarithm of |det A|
  *   34  in      [0] not 0: fixed order of updates, so that results do not vary from run to run
  *               with several threads; no refinement.  Only with iparm(2), (24), (25) at 2, 1, 1
