@@ -17,7 +17,7 @@ thread_local Progress* of_thread = nullptr;
 }  // namespace
 
 Progress::Progress(Listener listener, void* data)
-    : listener_(listener), data_(data), before_(of_thread) {
+    : listener_(listener), data_(data), before_(of_thread), thread_(&of_thread) {
   of_thread = this;
 }
 
@@ -25,9 +25,13 @@ Progress::~Progress() { of_thread = before_; }
 
 Progress* Progress::current() { return of_thread; }
 
+ProgressScope::ProgressScope(Progress* progress) : before_(of_thread) { of_thread = progress; }
+
+ProgressScope::~ProgressScope() { of_thread = before_; }
+
 bool Progress::tell(double share) {
   last_ = timer_velmora();
-  cancelled_ = cancelled_ || listener_(data_, phase_, share) != 0;
+  if (!cancelled_ && listener_(data_, phase_, share) != 0) cancelled_ = true;
   return !cancelled_;
 }
 
@@ -43,7 +47,8 @@ void Progress::end() {
 }
 
 bool Progress::pulse() {
-  if (cancelled_) return false;
+  if (cancelled_.load(std::memory_order_relaxed)) return false;
+  if (thread_ != &of_thread) return true;
   if (phase_ == 0) return true;  // none has begun
   if (timer_velmora() - last_ < interval) return true;
   const auto done = static_cast<double>(done_.load(std::memory_order_relaxed));

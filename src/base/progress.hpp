@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 /// Who is told how far a call has come, and may end it.
 ///
-/// A call with a listener has one Progress; the thread of the call finds it by current(), which is
-/// null on every other thread and in calls without a listener.  Work is counted by all threads; the
-/// listener is called by the thread of the call alone, from the places where that thread pulses.
+/// A call with a listener has one Progress; the thread of the call finds it by current(), and so do
+/// threads in a ProgressScope; it is null on every other thread and in calls without a listener.
+/// Work is counted by all threads; the listener is called by the thread of the call alone, from the
+/// places where that thread pulses.
 #pragma once
 
 #include <atomic>
@@ -27,7 +28,7 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  /// That of the call which the calling thread runs; null where nobody listens.
+  /// That of the call which the calling thread works for; null where nobody listens.
   static Progress* current();
 
   /// A phase begins, with so much work before it, in any unit.  Throws Cancelled.
@@ -38,7 +39,8 @@ class Progress {
   void add(double work) {
     done_.fetch_add(static_cast<std::int64_t>(work), std::memory_order_relaxed);
   }
-  /// Tells the listener, unless that was a moment ago.  @return false once the call is to end
+  /// Tells the listener, on the thread of the call and unless that was a moment ago.
+  /// @return false once the call is to end
   bool pulse();
 
  private:
@@ -47,10 +49,23 @@ class Progress {
   const Listener listener_;
   void* const data_;
   Progress* const before_;
+  const void* const thread_;  // of the call
   int phase_ = 0;
   double total_ = 0, last_ = 0;
   std::atomic<std::int64_t> done_{0};
-  bool cancelled_ = false;
+  std::atomic<bool> cancelled_ = false;
+};
+
+/// Lets the calling thread, one of a team, end its work with the call that formed the team.
+class ProgressScope {
+ public:
+  explicit ProgressScope(Progress* progress);
+  ~ProgressScope();
+  ProgressScope(const ProgressScope&) = delete;
+  ProgressScope& operator=(const ProgressScope&) = delete;
+
+ private:
+  Progress* const before_;
 };
 
 /// Pulses where somebody listens on this thread; throws Cancelled.

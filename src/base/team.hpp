@@ -44,4 +44,18 @@ class TeamFailure {
   std::atomic<bool> cancelled_ = false;
 };
 
+/// What a team takes over from the thread that forms it: its memory is counted there, and the
+/// listener of the call may end its work.
+struct TeamCaller {
+  MemoryMeter* meter = thread_meter;
+  Progress* progress = Progress::current();
+};
+
+/// For the time that a thread works in the team of a caller.
+struct TeamScope {
+  explicit TeamScope(const TeamCaller& caller) : metered(caller.meter), listens(caller.progress) {}
+  MeterScope metered;
+  ProgressScope listens;
+};
+
 }  // namespace vlm

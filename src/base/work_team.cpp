@@ -20,6 +20,7 @@ void WorkTeam::run(Loop& loop) {
   take_turns(loop);
   Backoff backoff;
   for (bool closed = false;; backoff.wait()) {
+    loop.failure.guard(pulse);
     const std::lock_guard hold(latch_);
     if (!closed) std::erase(open_, &loop);
     closed = true;

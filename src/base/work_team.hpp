@@ -30,10 +30,10 @@ void side_by_side(int threads, int turns, const Body& body) {
     return;
   }
   TeamFailure failure;
-  MemoryMeter* const meter = thread_meter;
+  const TeamCaller caller;
 #pragma omp parallel for schedule(dynamic, 1) num_threads(std::min(threads, turns))
   for (int k = 0; k < turns; ++k) {
-    const MeterScope metered(meter);
+    const TeamScope of(caller);
     failure.guard([&] { body(k); });
   }
   failure.rethrow();

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "base/progress.hpp"
 #include "metis/vertex_cut.hpp"
 
 namespace vlm {
@@ -238,8 +239,10 @@ bool Separation::pass(int to) {
 
 void Separation::refine() {
   int to = weight_[0] < weight_[1] ? 0 : 1;
-  for (int done = 0, idle = 0; done < limits_.passes && idle < 2; ++done, to = 1 - to)
+  for (int done = 0, idle = 0; done < limits_.passes && idle < 2; ++done, to = 1 - to) {
+    pulse();
     idle = pass(to) ? 0 : idle + 1;
+  }
 }
 
 // The separator and the next vertices, layer by layer.

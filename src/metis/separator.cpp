@@ -7,6 +7,8 @@
 #include <numeric>
 #include <utility>
 
+#include "base/progress.hpp"
+
 namespace vlm {
 namespace {
 
@@ -49,6 +51,7 @@ class Multilevel {
 
   void contract_all() {
     while (coarsest().n > tuning_.coarse_enough) {
+      pulse();
       CoarseLevel coarse;
       const LevelGraph at = coarsest();
       const int members = levels_.empty() ? tuning_.first_cluster : tuning_.cluster_size;

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "base/memory.hpp"
+#include "base/progress.hpp"
 
 namespace vlm {
 namespace {
@@ -35,8 +36,11 @@ class FlowNetwork {
   void maximise() {
     while (assign_levels()) {
       for (int v = 0; v < g_.n; ++v) current_[2 * v] = current_[2 * v + 1] = own_arc(v);
-      for (int v = 0; v < g_.n; ++v)
-        if (at_source_[v]) push_from(2 * v);
+      for (int v = 0; v < g_.n; ++v) {
+        if (!at_source_[v]) continue;
+        pulse();
+        push_from(2 * v);
+      }
     }
   }
 

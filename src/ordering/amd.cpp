@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "base/memory.hpp"
+#include "base/progress.hpp"
 #include "graph/forest.hpp"
 
 namespace vlm {
@@ -110,7 +111,8 @@ void QuotientGraph::load(const WeightedGraph& graph) {
 }
 
 FactorCost QuotientGraph::eliminate_all() {
-  while (eliminated_ < to_eliminate_) {
+  for (unsigned elements = 0; eliminated_ < to_eliminate_; ++elements) {
+    if (elements % 64 == 0) pulse();
     const int me = pop_least();
     form_element(me);
     renew_flag();

@@ -160,13 +160,13 @@ void Dissector::cut_all(Piece whole) {
   }
   // One thread tries minimum degree on what it orders in little time.
   if (size(task.piece.graph) <= tuning_.tried_first && minimum_degree_does(task)) return;
-  MemoryMeter* const meter = thread_meter;
+  const TeamCaller caller;
   const int threads = size(task.piece.graph) > tuning_.least_team ? std::max(goal_.threads, 1) : 1;
   leave(std::move(task));
   in_team_ = true;
 #pragma omp parallel num_threads(threads)
   {
-    const MeterScope metered(meter);
+    const TeamScope of(caller);
     work();
   }
   in_team_ = false;
@@ -206,10 +206,12 @@ void Dissector::work() {
   for (bool finished = false; !finished;) {
     const std::unique_ptr<Task> piece = largest_waiting(finished);
     if (piece == nullptr) {
-      if (team_.help())
+      if (team_.help()) {
         backoff.reset();
-      else
+      } else {
         backoff.wait();
+        failure_.guard(pulse);
+      }
       continue;
     }
     backoff.reset();

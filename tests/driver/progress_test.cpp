@@ -188,17 +188,28 @@ TEST(Progress, IterationsAreToldAndEnded) {
   }
 }
 
-/// Minimum degree is ended between two pivots.
+/// Minimum degree is ended between two pivots, nested dissection within a piece, also where the
+/// piece is another thread's.
 TEST(Progress, AnAnalysisEndsInTheMiddle) {
-  const Matrix m = gallery::poisson3d(44);
-  Session session(m, 1);
-  session.iparm(2) = 0;
-  Listener listener;
-  listener.last = 1;
-  listener.attach(session);
-  EXPECT_EQ(session.analyse(), -9);
-  EXPECT_EQ(listener.words.back().phase, 11);
-  EXPECT_EQ(listener.words.back().share, 0);  // the order was not complete
+  const Matrix solid = gallery::poisson3d(60), net = gallery::circuit(120000, 8);
+  struct Case {
+    const Matrix& m;
+    int ordering, threads;
+  };
+  for (const Case& c : {Case{solid, 0, 1}, Case{solid, 2, 1}, Case{solid, 2, 2}, Case{net, 2, 1},
+                        Case{net, 2, 3}}) {
+    SCOPED_TRACE("ordering " + std::to_string(c.ordering) + ", threads " +
+                 std::to_string(c.threads));
+    Session session(c.m, c.threads);
+    session.iparm(2) = c.ordering;
+    Listener listener;
+    listener.last = 1;
+    listener.attach(session);
+    EXPECT_EQ(session.analyse(), -9);
+    EXPECT_EQ(listener.words.back().phase, 11);
+    EXPECT_EQ(listener.words.back().share, 0);  // the order was not complete
+    EXPECT_TRUE(listener.on_own_thread);
+  }
 }
 
 TEST(Progress, TheListenerIsForgottenWithTheHandle) {
