@@ -10,6 +10,7 @@
 #include "base/matrix_types.hpp"
 #include "base/progress.hpp"
 #include "base/sparse_product.hpp"
+#include "base/team.hpp"
 
 namespace vlm {
 namespace {
@@ -31,6 +32,13 @@ template <class T, int width>
 struct Row {
   T residual[width];
   double scale[width];  ///< |A||x|
+  Row& operator+=(const Row& other) {
+    for (int k = 0; k < width; ++k) {
+      residual[k] += other.residual[k];
+      scale[k] += other.scale[k];
+    }
+    return *this;
+  }
 };
 
 /// Of some rows of one right-hand side.
@@ -50,18 +58,22 @@ struct Found {
 /// the processor's own prefetching stops.
 constexpr int ahead = 64;
 
-/// Subtracts rows first to last-1 of the matrix times x from the residuals, adds their sizes.
-/// @param x  [n * width], the values of one unknown next to each other
-template <Access access, int width, class T>
+/// Rows first to last-1 of -A x and |A||x|.
+/// @param x    [n * width], the values of one unknown next to each other
+/// @param out  [n], gets what the entries bring to the rows of their columns
+/// @param own  own(i, row), what row i itself brings; rows of a triangle get nothing from rows behind
+///             them, and are complete with it
+template <Access access, int width, class T, class Own>
 void take_rows(const InputMatrix& m, const T* __restrict x, Row<T, width>* __restrict out,
-               int first, int last) {
+               int first, int last, const Own& own) {
   const T* const values = values_as<T>(m.a);
   for (std::ptrdiff_t i = first; i < last; ++i) {
-    T sum[width] = {}, own[width];
-    double scale[width] = {}, own_size[width];
+    Row<T, width> sum{};
+    T x_own[width];
+    double x_size[width];
     for (int k = 0; k < width; ++k) {
-      own[k] = x[i * width + k];
-      own_size[k] = size_of(own[k]);
+      x_own[k] = x[i * width + k];
+      x_size[k] = size_of(x_own[k]);
     }
     for (int p = m.ia[i] - 1; p < m.ia[i + 1] - 1; ++p) {
       __builtin_prefetch(values + p + ahead);
@@ -70,37 +82,39 @@ void take_rows(const InputMatrix& m, const T* __restrict x, Row<T, width>* __res
       const T a = values[p];
       const double a_size = size_of(a);
       if constexpr (sparse::gathers(access)) {
-        const T here = maybe_conj<access == Access::hermitian_transpose>(a);
-        for (int k = 0; k < width; ++k) add_product(sum[k], here, x[j * width + k]);
-        for (int k = 0; k < width; ++k) scale[k] += a_size * size_of(x[j * width + k]);
+        const T here = -maybe_conj<access == Access::hermitian_transpose>(a);
+        for (int k = 0; k < width; ++k) add_product(sum.residual[k], here, x[j * width + k]);
+        for (int k = 0; k < width; ++k) sum.scale[k] += a_size * size_of(x[j * width + k]);
       }
       if constexpr (sparse::scatters(access)) {
         if (sparse::mirrors(access) && j == i) continue;
         const T there = -maybe_conj<access == Access::hermitian>(a);
         Row<T, width>& row = out[j];
-        for (int k = 0; k < width; ++k) add_product(row.residual[k], there, own[k]);
-        for (int k = 0; k < width; ++k) row.scale[k] += a_size * own_size[k];
+        for (int k = 0; k < width; ++k) add_product(row.residual[k], there, x_own[k]);
+        for (int k = 0; k < width; ++k) row.scale[k] += a_size * x_size[k];
       }
     }
-    if constexpr (sparse::gathers(access)) {
-      for (int k = 0; k < width; ++k) {
-        out[i].residual[k] -= sum[k];
-        out[i].scale[k] += scale[k];
-      }
-    }
+    if constexpr (sparse::gathers(access)) own(i, sum);
   }
 }
 
 /// What a row's residual may be of its |A||x| + |b|.  The largest among many rows is larger.
 double allowed_part(int n) { return worst_row * std::max(1.0, std::sqrt(n / many_rows)); }
 
-/// Judges one row of one right-hand side.
-template <class T>
-void judge(const T& r, double scale, const T& b, double allowed, Found& found) {
-  const double residual = size_of(r), whole = (scale + size_of(b)) / excess<T>;
-  if (!(residual <= allowed * whole)) found.good = false;
-  found.residual += residual;
-  found.scale += whole;
+/// Judges one row of each right-hand side.
+/// @param b       values of the row, one for each, `stride` apart
+/// @param allowed allowed_part()
+template <class T, int width>
+void judge(const Row<T, width>& row, const T* b, std::ptrdiff_t stride, double allowed,
+           Found* found) {
+  for (int k = 0; k < width; ++k) {
+    const T right = b[k * stride];
+    const double residual = size_of(right + row.residual[k]);
+    const double whole = (row.scale[k] + size_of(right)) / excess<T>;
+    if (!(residual <= allowed * whole)) found[k].good = false;
+    found[k].residual += residual;
+    found[k].scale += whole;
+  }
 }
 
 /// One right-hand side, by a team.
@@ -110,54 +124,63 @@ bool single(const SparseProduct& product, const T* x, const T* b, double* room) 
   const std::int64_t n = m.n;
   // Threads that add into foreign rows have all rows to themselves.
   constexpr bool apart = sparse::scatters(access);
-  auto* const rows = reinterpret_cast<Row<T, 1>*>(room);
+  using One = Row<T, 1>;
+  auto* const rows = reinterpret_cast<One*>(room);
   const sparse::Rows<sparse::Format{1, sparse::Diagonal::anywhere, true}, int, T> A{
       m.n, m.n, m.ia, m.ja, values_as<T>(m.a)};
   const int threads = A.nnz() < sparse::worth_a_team ? 1 : product.nthreads;
   const double allowed = allowed_part(m.n);
-  return sum_over_team(threads,
-                       [&](int thread, int team) {
-                         Row<T, 1>* const own = rows + (apart ? n * thread : 0);
-                         const int from = sparse::share_begin(A, thread, team);
-                         const int to = sparse::share_begin(A, thread + 1, team);
-                         for (int i = apart ? 0 : from; i < (apart ? m.n : to); ++i)
-                           own[i] = {{apart && thread > 0 ? T(0) : b[i]}, {0}};
-                         take_rows<access, 1>(m, x, own, from, to);
-                         if (apart) sparse::wait_for_team(team);
-                         Found found;
-                         for (int i = from; i < to; ++i) {
-                           Row<T, 1> row = rows[i];
-                           for (int other = 1; apart && other < team; ++other) {
-                             const Row<T, 1>& part = rows[n * other + i];
-                             row.residual[0] += part.residual[0];
-                             row.scale[0] += part.scale[0];
-                           }
-                           judge(row.residual[0], row.scale[0], b[i], allowed, found);
-                         }
-                         return found;
-                       })
+  return sum_over_team(
+             threads,
+             [&](int thread, int team) {
+               One* const mine = rows + n * thread;
+               const int from = sparse::share_begin(A, thread, team);
+               const int to = sparse::share_begin(A, thread + 1, team);
+               Found found;
+               if constexpr (apart) {
+                 std::fill_n(mine, n, One{});
+                 take_rows<access, 1>(m, x, mine, from, to,
+                                      [&](std::ptrdiff_t i, const One& own) { mine[i] += own; });
+                 sparse::wait_for_team(team);
+                 for (int i = from; i < to; ++i) {
+                   One row = rows[i];
+                   for (int other = 1; other < team; ++other) row += rows[n * other + i];
+                   judge(row, b + i, 0, allowed, &found);
+                 }
+               } else {
+                 take_rows<access, 1>(m, x, mine, from, to, [&](std::ptrdiff_t i, const One& own) {
+                   judge(own, b + i, 0, allowed, &found);
+                 });
+               }
+               return found;
+             })
       .passes();
 }
 
 /// Four right-hand sides, by one thread.
+/// @param rows   [n] zeros, which they are again afterwards
+/// @param mixed  [group * n] scratch
 template <Access access, class T>
-bool together(const SparseProduct& product, const T* x, const T* b, double* room) {
-  const InputMatrix& m = product.matrix;
+bool together(const InputMatrix& m, const T* x, const T* b, Row<T, group>* rows, T* mixed) {
   const std::ptrdiff_t n = m.n;
-  auto* const rows = reinterpret_cast<Row<T, group>*>(room);
-  T* const mixed = reinterpret_cast<T*>(rows + n);
   const double allowed = allowed_part(m.n);
   for (std::ptrdiff_t i = 0; i < n; ++i)
-    for (int k = 0; k < group; ++k) {
-      mixed[i * group + k] = x[i + k * n];
-      rows[i].residual[k] = b[i + k * n];
-      rows[i].scale[k] = 0;
-    }
-  take_rows<access, group>(m, mixed, rows, 0, m.n);
+    for (int k = 0; k < group; ++k) mixed[i * group + k] = x[i + k * n];
   Found found[group];
-  for (std::ptrdiff_t i = 0; i < n; ++i)
-    for (int k = 0; k < group; ++k)
-      judge(rows[i].residual[k], rows[i].scale[k], b[i + k * n], allowed, found[k]);
+  const auto finish = [&](std::ptrdiff_t i, Row<T, group>& row) {
+    judge(row, b + i, n, allowed, found);
+    row = {};
+  };
+  take_rows<access, group>(m, mixed, rows, 0, m.n, [&](std::ptrdiff_t i, Row<T, group>& own) {
+    if constexpr (sparse::scatters(access)) {
+      rows[i] += own;
+      finish(i, rows[i]);
+    } else {
+      finish(i, own);
+    }
+  });
+  if constexpr (!sparse::gathers(access))
+    for (std::ptrdiff_t i = 0; i < n; ++i) finish(i, rows[i]);
   return std::ranges::all_of(found, &Found::passes);
 }
 
@@ -187,21 +210,23 @@ bool all_columns(const SparseProduct& product, int nrhs, const T* x, const T* b,
   const int threads = worth_it ? sharers(nrhs, product.nthreads) : 1;
   const std::size_t own = group_room(product.matrix.n, sizeof(T) / sizeof(double));
   std::atomic<bool> good = true;
-  const auto take = [&](int g, int thread) {
-    if (!good.load(std::memory_order_relaxed)) return;
-    const std::ptrdiff_t at = n * std::min(g * group, nrhs - group);
-    if (!together<access>(product, x + at, b + at, room + static_cast<std::size_t>(thread) * own))
-      good.store(false, std::memory_order_relaxed);
-  };
-  if (threads == 1) {
-    for (int g = 0; g < groups; ++g) {
-      pulse();
-      take(g, 0);
-    }
-  } else {
-#pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
-    for (int g = 0; g < groups; ++g) take(g, omp_get_thread_num());
+  TeamFailure failure;
+#pragma omp parallel num_threads(threads)
+  {
+    double* const mine = room + static_cast<std::size_t>(omp_get_thread_num()) * own;
+    auto* const rows = reinterpret_cast<Row<T, group>*>(mine);
+    std::fill_n(rows, n, Row<T, group>{});
+#pragma omp for schedule(dynamic, 1)
+    for (int g = 0; g < groups; ++g)
+      failure.guard([&] {
+        pulse();
+        if (!good.load(std::memory_order_relaxed)) return;
+        const std::ptrdiff_t at = n * std::min(g * group, nrhs - group);
+        if (!together<access>(product.matrix, x + at, b + at, rows, reinterpret_cast<T*>(rows + n)))
+          good.store(false, std::memory_order_relaxed);
+      });
   }
+  failure.rethrow();
   return good;
 }
 
