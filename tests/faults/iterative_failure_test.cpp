@@ -3,8 +3,11 @@
 // next call solves.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <vector>
 
+#include "NORV/precons/factor_parts.hpp"
+#include "NORV/precons/ildlt.hpp"
 #include "allocations.hpp"
 #include "caller.hpp"
 #include "gallery.hpp"
@@ -63,6 +66,40 @@ TEST(IterativeFailure, EveryAllocationFailsOnce) {
     }
     EXPECT_GT(failures, 100);
   }
+}
+
+// A factor that is cut for threads stays whole when a part finds no memory.
+TEST(IterativeFailure, EveryAllocationOfAFactorsParts) {
+  norv::LdltFactor<double> f;
+  f.n = 201;
+  f.pivots = 200;
+  f.start.push_back(0);
+  for (int k = 0; k < f.pivots; ++k) {  // chains of ten that end in the last row
+    *f.column.extend(1) = k % 10 == 9 ? 200 : k + 1;
+    *f.value.extend(1) = 0.5;
+    f.start.push_back(k + 1);
+    f.d.push_back(2);
+    f.e.push_back(0);
+    f.is_pair.push_back(0);
+  }
+  Vector<double> whole(f.n, 1.0), y;
+  norv::solve_forward(f, whole.data());
+  int failures = 0;
+  for (bool failed = true; failed; ++failures) {
+    const long long before = allocations::live();
+    allocations::arm(failures + 1);
+    try {
+      norv::FactorParts<double> parts(f);
+      failed = allocations::disarm().happened;
+      y.assign(f.n, 1.0);
+      parts.forward(y.data(), 2);
+    } catch (const AllocationFailure& failure) {
+      EXPECT_EQ(failure.bytes, allocations::disarm().bytes);
+      EXPECT_EQ(allocations::live(), before);
+    }
+  }
+  EXPECT_GT(failures, 100);
+  for (int i = 0; i < f.n; ++i) EXPECT_NEAR(y[i], whole[i], 1e-14 * std::abs(whole[i]));
 }
 
 }  // namespace

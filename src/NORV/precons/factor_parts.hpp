@@ -20,8 +20,6 @@ class FactorParts {
   explicit FactorParts(const LdltFactor<T>& factor);
 
   bool empty() const { return parts_.empty(); }
-  /// Entries of the top, which one thread sweeps alone.
-  std::int64_t top_entries() const { return top_.factor.entries(); }
 
   /// solve_forward() and solve_diagonal_backward() of the whole factor.
   void forward(T* y, int threads);
