@@ -180,6 +180,13 @@ Transfer<T> eliminate(smat* A, const Vector<int>& number, int coarse, const aml_
   return transfer;
 }
 
+/// Unknown methods are refused where a level gets its smoother.
+void tell_smoother(int method) {
+  constexpr const char* texts[] = {"No smoothing ... ", "Setting up ILUT smoothing.",
+                                   "GS smoothing setup (=nothing)."};
+  if (method >= 0 && method < 3) _norv_print_stat_msg("%s", texts[method]);
+}
+
 template <class T>
 void build(const aml* h, Hierarchy<T>& levels) {
   const aml_params& params = h->params;
@@ -197,6 +204,7 @@ void build(const aml* h, Hierarchy<T>& levels) {
       const int l = levels.levels();
       _norv_print_stat_msg("Setting up level %d (%dx%d) ...", l, coarse, coarse);
       _norv_print_stat_msg("Setting up smoother ... ");
+      tell_smoother(params.smoothing_method);
       levels.add_level(eliminate<T>(A, number, coarse, params));
       const smat* const C = levels.coarsest();
       const double square = static_cast<double>(C->m) * C->m;
