@@ -33,11 +33,17 @@ struct SweepTile {
   using Vector = typename S::Vector;
   static constexpr int parts = Kind<T>::parts;
 
-  Vector sum[NR][parts][MV] = {};  ///< of products with the parts of the entries
+  Vector sum[NR][parts][MV];  ///< of products with the parts of the entries
   Vector x[NR][MV];
-  Vector sign;  ///< of what the imaginary parts give
+  Vector sign = {};  ///< of what the imaginary parts give
 
   explicit SweepTile(bool conjugate) {
+#pragma GCC unroll 8
+    for (int r = 0; r < NR; ++r)
+#pragma GCC unroll 8
+      for (int part = 0; part < parts; ++part)
+#pragma GCC unroll 8
+        for (int v = 0; v < MV; ++v) sum[r][part][v] = Vector{};
     if constexpr (parts == 2)
       for (int k = 0; k < S::width; ++k) sign[k] = (k % 2 == 0) == conjugate ? R(1) : R(-1);
   }
@@ -46,12 +52,15 @@ struct SweepTile {
   inline void add(const T* entry, long stride, const T* values) {
     const R* const from = reinterpret_cast<const R*>(values);
     Vector y[MV];
+#pragma GCC unroll 8
     for (int v = 0; v < MV; ++v) y[v] = S::load(from + v * S::width);
 #pragma GCC unroll 8
     for (int r = 0; r < NR; ++r) {
       const R* const e = reinterpret_cast<const R*>(entry + r * stride);
+#pragma GCC unroll 8
       for (int part = 0; part < parts; ++part) {
         const Vector factor = S::fill(e[part]);
+#pragma GCC unroll 8
         for (int v = 0; v < MV; ++v) sum[r][part][v] += y[v] * factor;
       }
     }
@@ -67,6 +76,7 @@ struct SweepTile {
   /// Takes the sums off the values of an unknown.
   inline void subtract(int r, T* values) const {
     R* const to = reinterpret_cast<R*>(values);
+#pragma GCC unroll 8
     for (int v = 0; v < MV; ++v)
       S::store(to + v * S::width, S::load(to + v * S::width) - product(r, v));
   }
@@ -74,16 +84,19 @@ struct SweepTile {
   /// x := values of an unknown less the sums.
   inline void take(int r, const T* values) {
     const R* const from = reinterpret_cast<const R*>(values);
+#pragma GCC unroll 8
     for (int v = 0; v < MV; ++v) x[r][v] = S::load(from + v * S::width) - product(r, v);
   }
   inline void store(int r, T* values) const {
     R* const to = reinterpret_cast<R*>(values);
+#pragma GCC unroll 8
     for (int v = 0; v < MV; ++v) S::store(to + v * S::width, x[r][v]);
   }
 
   /// x(r) -= entry x(s)
   inline void eliminate(int r, int s, const T& entry) {
     const R* const e = reinterpret_cast<const R*>(&entry);
+#pragma GCC unroll 8
     for (int v = 0; v < MV; ++v) {
       x[r][v] -= S::fill(e[0]) * x[s][v];
       if constexpr (parts == 2) x[r][v] -= S::exchange_pairs(x[s][v]) * (S::fill(e[1]) * sign);
@@ -94,6 +107,7 @@ struct SweepTile {
   inline void divide(int r, const T& entry) {
     const T reciprocal = T(1) / entry;
     const R* const e = reinterpret_cast<const R*>(&reciprocal);
+#pragma GCC unroll 8
     for (int v = 0; v < MV; ++v) {
       Vector out = x[r][v] * S::fill(e[0]);
       if constexpr (parts == 2) out += S::exchange_pairs(x[r][v]) * (S::fill(e[1]) * sign);
@@ -145,6 +159,7 @@ inline void forward_own(const PanelSweep<T>& p, int j, int at) {
 #pragma GCC unroll 8
   for (int r = 0; r < NR; ++r) {
     tile.take(r, y + (j + r) * nb);
+#pragma GCC unroll 8
     for (int s = 0; s < r; ++s) tile.eliminate(r, s, *diagonal_entry(p, j + r, j + s));
     if (!p.unit) tile.divide(r, *diagonal_entry(p, j + r, j + r));
     tile.store(r, y + (j + r) * nb);
@@ -164,6 +179,7 @@ inline void forward_rows(const PanelSweep<T>& p, int i, T* c, int at) {
       tile.add(l, 1, y);
     }
   for (; k < p.width; ++k, l += p.ld_rest, y += p.nb) tile.add(l, 1, y);
+#pragma GCC unroll 8
   for (int r = 0; r < NR; ++r) tile.subtract(r, c + static_cast<long>(p.row[i + r]) * p.nb + at);
 }
 
@@ -200,7 +216,9 @@ template <class T, int MV, int NR>
       tile.add(l + i, ld, c + static_cast<long>(p.row[i]) * p.nb);
       odd.add(l + i + 1, ld, c + static_cast<long>(p.row[i + 1]) * p.nb);
     }
+#pragma GCC unroll 8
     for (int part = 0; part < Kind<T>::parts; ++part)
+#pragma GCC unroll 8
       for (int v = 0; v < MV; ++v) tile.sum[0][part][v] += odd.sum[0][part][v];
   }
   for (; i < last; ++i) tile.add(l + i, ld, c + static_cast<long>(p.row[i]) * p.nb);
@@ -211,6 +229,7 @@ template <class T, int MV, int NR>
 inline void backward_rows(const PanelSweep<T>& p, int j, int first, int last, int at) {
   SweepTile<T, MV, NR> tile(p.conjugate);
   add_rows(tile, p, j, first, last, at);
+#pragma GCC unroll 8
   for (int r = 0; r < NR; ++r) tile.subtract(r, p.y + at + static_cast<long>(j + r) * p.nb);
 }
 
@@ -226,6 +245,7 @@ inline void backward_own(const PanelSweep<T>& p, int j, int first, int at) {
 #pragma GCC unroll 8
   for (int r = NR - 1; r >= 0; --r) {
     tile.take(r, y + (j + r) * nb);
+#pragma GCC unroll 8
     for (int s = NR - 1; s > r; --s) tile.eliminate(r, s, *diagonal_entry(p, j + s, j + r));
     if (!p.unit) tile.divide(r, *diagonal_entry(p, j + r, j + r));
     tile.store(r, y + (j + r) * nb);

@@ -49,7 +49,7 @@ struct Exchange {
   double scale_of(int node) const { return plain ? 1.0 : side.factor(node); }
 };
 
-constexpr int tiles_ahead = 2;  ///< what a tile needs is asked for so early
+constexpr int tiles_ahead = 5;  ///< what a tile needs is asked for so early
 
 /// Nodes that share a tile: a cache line of each of the caller's vectors.
 template <class T>
@@ -82,12 +82,12 @@ void ask_for_tile(const Exchange<T>& e, const double* vectors, int first) {
   if (first + nodes - 1 > e.st.n) return;
   for (int v = first; v < first + nodes; ++v) {
     const T* const row = e.row(e.plain ? v : e.st.invp(v));
-    for (int k = 0; k < e.nb; k += line) __builtin_prefetch(row + k, write ? 0 : 1);
+    for (int k = 0; k < e.nb; k += line) __builtin_prefetch(row + k, write ? 0 : 1, 2);
   }
   if (!e.plain && e.side.match) return;
   for (int k = 0; k < e.count; ++k)
     __builtin_prefetch(vectors + (static_cast<std::ptrdiff_t>(k) * e.st.n + first - 1) * doubles,
-                       write ? 1 : 0);
+                       write ? 1 : 0, 2);
 }
 
 /// The caller's value of a node, or of a position, in y: row := scaled values.
@@ -128,7 +128,7 @@ void gather_tile(const Exchange<T>& e, const double* b, const Tile<T>& tile) {
         values[c][k] = static_cast<T>(value_at<Wide<T>>(b, column + tile.node[c]) * tile.scale[c]);
     }
   }
-  for (int c = 0; c < tile.count; ++c) {
+  for (int c = 0; c < std::min(tile.count, Tile<T>::nodes); ++c) {
     std::copy_n(values[c], e.count, tile.row[c]);
     std::fill(tile.row[c] + e.count, tile.row[c] + e.nb, T(0));
   }
@@ -138,7 +138,7 @@ template <class T>
 void scatter_tile(const Exchange<T>& e, double* x, const Tile<T>& tile) {
   T values[Tile<T>::nodes][block_rhs];
   const int count = std::min(e.count, block_rhs);
-  for (int c = 0; c < tile.count; ++c) std::copy_n(tile.row[c], count, values[c]);
+  for (int c = 0; c < std::min(tile.count, Tile<T>::nodes); ++c) std::copy_n(tile.row[c], count, values[c]);
   for (int k = 0; k < e.count; ++k) {
     const std::ptrdiff_t column = static_cast<std::ptrdiff_t>(k) * e.st.n - 1;
     if (tile.adjacent) {
