@@ -5,6 +5,7 @@
 #include "kernels/gemm.hpp"
 #include "kernels/ldlt.hpp"
 #include "kernels/lu.hpp"
+#include "kernels/sweep.hpp"
 #include "kernels/triangle.hpp"
 #include "kernels/vector.hpp"
 
@@ -28,7 +29,10 @@ constexpr Kernels<T> table() {
           multiply<T>,
           multiply_transposed<T>,
           solve_lower<T>,
-          solve_lower_transposed<T>};
+          solve_lower_transposed<T>,
+          lanes<T> / Kind<T>::parts,
+          sweep_forward<T>,
+          sweep_backward<T>};
 }
 
 const Kernels<double> kernels_double = table<double>();

@@ -84,6 +84,24 @@ struct TriangleSolve {
   T* x = nullptr;  ///< [rows]
 };
 
+/// A panel's triangle and the rows below it against a block of vectors, the values of one unknown
+/// next to each other.
+template <class T>
+struct PanelSweep {
+  int width = 0, below = 0;
+  int nb = 0;            ///< values of one unknown, a multiple of sweep_unit
+  const T* l = nullptr;  ///< the triangle L(j,k) = l[j*l_row + k*l_col]
+  int l_row = 1, l_col = 0;
+  bool unit = false;        ///< the diagonal of L counts as 1
+  bool conjugate = false;   ///< all entries are conjugated (complex kinds)
+  const T* rest = nullptr;  ///< [below * width] rows below, column-major
+  int ld_rest = 0;
+  T* y = nullptr;            ///< [width * nb] the panel's unknowns
+  const int* row = nullptr;  ///< [below] rows of c, or of the tail
+  int front = 0;             ///< a forward step finds so many rows in c, the others in the tail
+  T *c = nullptr, *tail = nullptr;
+};
+
 /// Pivot statistics and threshold of a diagonal block's factorization.
 template <class T>
 struct BlockPivots {
@@ -121,6 +139,11 @@ struct Kernels {
   /// x := op(L)^-1 x and x := op(L)^-T x for one vector; strides as in RightSolve.
   void (*solve_lower)(const TriangleSolve<T>&);
   void (*solve_lower_transposed)(const TriangleSolve<T>&);
+  int sweep_unit;  ///< values that a vector holds
+  /// y := op(L)^-1 y and the rows below less their entries times y.
+  void (*sweep_forward)(const PanelSweep<T>&);
+  /// y := op(L)^-T (y - op(entries below)^T c), op the conjugate where asked.
+  void (*sweep_backward)(const PanelSweep<T>&);
 };
 
 }  // namespace vlm

@@ -13,7 +13,7 @@
 namespace vlm {
 namespace {
 
-constexpr int block_columns = 16;  ///< columns solved for at once
+constexpr int block_columns = 16;  ///< columns solved for at once, whole vectors of any kind
 /// Values of the solutions for which a thread is worth starting.
 constexpr double worth_a_thread = 1e5;
 
@@ -70,7 +70,7 @@ struct ColumnScratch {
 
   explicit ColumnScratch(const Structure& st)
       : y(static_cast<std::size_t>(st.n) * block_columns),
-        temp(static_cast<std::size_t>(st.max_rows) * block_columns),
+        temp(static_cast<std::size_t>(st.max_rows)),
         down(st),
         up(st) {}
 };
@@ -83,8 +83,9 @@ class ColumnSolver {
 
   void solve(const OutsideEntry* entry, const OutsideEntry* end, ColumnScratch<T>& scratch,
              double* values) const {
-    int nb = 1;
-    for (const OutsideEntry* e = entry + 1; e < end; ++e) nb += e->column != e[-1].column;
+    int columns = 1;
+    for (const OutsideEntry* e = entry + 1; e < end; ++e) columns += e->column != e[-1].column;
+    const int nb = block_stride<T>(columns);
     SolveFrame<T> f{.options = options_,
                     .st = st_,
                     .store = store_,

@@ -13,13 +13,13 @@
 #include "base/status.hpp"
 #include "base/team.hpp"
 #include "numeric/factorize.hpp"
+#include "solve/exchange.hpp"
 #include "solve/solve_panels.hpp"
 
 namespace vlm {
 
 namespace {
 
-constexpr int block_rhs = 32;  ///< most right-hand sides taken at once
 /// Entries of the factor, times right-hand sides, below which one thread does it all.
 constexpr double worthwhile_entries = 3e5;
 /// Right-hand sides for which a thread of its own reads the whole factor.
@@ -60,18 +60,6 @@ Sweep plan_sweep(const SolveOptions& options, const Structure& st) {
   return sweep;
 }
 
-/// Node and scale of each position, on the side of the right-hand side or of the solution.
-///
-/// The factored matrix is P R A C under the symmetric order.  Right-hand sides enter through
-/// its rows and solutions leave through its columns; with the transposed matrix the sides
-/// change places.
-struct Side {
-  const int* match = nullptr;  ///< row of A in the place of a node; null: the node itself
-  const double* scale = nullptr;
-  int node(int order_node) const { return match ? match[order_node - 1] : order_node; }
-  double factor(int at) const { return scale ? scale[at - 1] : 1.0; }
-};
-
 Side row_side(const SolveCall& call) {
   const double* scale = call.matching.scale;
   return {call.matching.perm, scale ? scale + call.st.n : nullptr};
@@ -79,11 +67,19 @@ Side row_side(const SolveCall& call) {
 
 Side column_side(const SolveCall& call) { return {nullptr, call.matching.scale}; }
 
+/// Doubles before right-hand side k of the caller.
+template <class T>
+std::ptrdiff_t column_start(const Structure& st, int k) {
+  constexpr std::ptrdiff_t doubles = sizeof(Wide<T>) / sizeof(double);
+  return static_cast<std::ptrdiff_t>(k) * st.n * doubles;
+}
+
 /// What the threads of one block of right-hand sides share.
 template <class T>
 struct SolveBlock {
   SolveFrame<T> frame;
   Sweep sweep;
+  int count = 1;                   ///< right-hand sides
   std::ptrdiff_t temp_length = 0;  ///< values of one thread's scratch, which lie behind each other
   int threads = 1;                 ///< more than one: domains side by side
   T* tails = nullptr;  ///< [domains * tail_length()] what domains subtract from the rest
@@ -101,21 +97,6 @@ struct SolveBlock {
   }
 };
 
-/// Calls visit(i) for the positions 1 to n, which the threads share in pieces.
-template <class Visit>
-void share_positions(int n, int threads, const Visit& visit) {
-  if (threads <= 1) {
-    for (int i = 1; i <= n; ++i) visit(i);
-    return;
-  }
-#pragma omp parallel num_threads(threads)
-  {
-    const std::int64_t team = omp_get_num_threads(), me = omp_get_thread_num();
-    const int last = static_cast<int>(n * (me + 1) / team);
-    for (int i = static_cast<int>(n * me / team) + 1; i <= last; ++i) visit(i);
-  }
-}
-
 /// Calls visit(i) for the positions of the panels on the path.
 template <class Visit>
 void for_each_on_path(const Structure& st, const Visit& visit) {
@@ -124,30 +105,25 @@ void for_each_on_path(const Structure& st, const Visit& visit) {
 }
 
 /// y := scaled right-hand sides in elimination order; a backward step alone takes them as they
-/// stand.
+/// stand.  May throw Cancelled, as the next one.
 template <class T>
 void psol_fwgath_velmora(const SolveBlock<T>& block, const SolveCall& call, int k0) {
   const SolveFrame<T>& f = block.frame;
   const Structure& st = f.st;
-  const Side side = call.options.transpose ? column_side(call) : row_side(call);
-  const bool plain = f.options.steps > 1;
-  const auto gather = [&, side](int i) {
-    T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
-    const int node = plain ? i : side.node(st.perm(i));
-    const double s = plain ? 1.0 : side.factor(node);
-    for (int k = 0; k < f.nb; ++k) {
-      const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1;
-      yi[k] = static_cast<T>(value_at<Wide<T>>(call.b, at) * s);
-    }
-  };
+  const Exchange<T> e{.st = st,
+                      .side = call.options.transpose ? column_side(call) : row_side(call),
+                      .plain = f.options.steps > 1,
+                      .count = block.count,
+                      .nb = f.nb,
+                      .y = f.y};
+  const double* const b = call.b + column_start<T>(st, k0);
+  const auto gather = [&](int i) { gather_row(e, b, i); };
   if (!block.sweep.partial) {
-    share_positions(st.n, block.threads, gather);
-  } else if (plain) {
+    gather_all(e, b, block.threads);
+  } else if (e.plain) {
     for_each_on_path(st, gather);
   } else {
-    for_each_on_path(st, [&](int i) {
-      std::fill_n(f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb, f.nb, T(0));
-    });
+    for_each_on_path(st, [&](int i) { std::fill_n(e.row(i), f.nb, T(0)); });
     for (const int i : call.options.transpose ? st.marked_columns : st.marked_rows) gather(i);
   }
 }
@@ -157,19 +133,17 @@ template <class T>
 void psol_bwscat_velmora(const SolveBlock<T>& block, const SolveCall& call, int k0) {
   const SolveFrame<T>& f = block.frame;
   const Structure& st = f.st;
-  const Side side = call.options.transpose ? row_side(call) : column_side(call);
-  const bool plain = f.options.steps == 1;
-  const auto scatter = [&, side](int i) {
-    const T* yi = f.y + static_cast<std::ptrdiff_t>(i - 1) * f.nb;
-    const int node = plain ? i : side.node(st.perm(i));
-    const double s = plain ? 1.0 : side.factor(node);
-    for (int k = 0; k < f.nb; ++k)
-      put_value(call.x, static_cast<std::ptrdiff_t>(k0 + k) * st.n + node - 1,
-                static_cast<Wide<T>>(yi[k]) * s);
-  };
+  const Exchange<T> e{.st = st,
+                      .side = call.options.transpose ? row_side(call) : column_side(call),
+                      .plain = f.options.steps == 1,
+                      .count = block.count,
+                      .nb = f.nb,
+                      .y = f.y};
+  double* const x = call.x + column_start<T>(st, k0);
+  const auto scatter = [&](int i) { scatter_row(e, x, i); };
   if (!block.sweep.partial) {
-    share_positions(st.n, block.threads, scatter);
-  } else if (plain) {
+    scatter_all(e, x, block.threads);
+  } else if (e.plain) {
     for_each_on_path(st, scatter);
   } else {
     for (const int i : call.options.transpose ? st.marked_rows : st.marked_columns) scatter(i);
@@ -291,33 +265,44 @@ Division divide(const SolveOptions& options, const Structure& st, int nrhs) {
   return out;
 }
 
+/// Values in a line of the cache.
+template <class T>
+constexpr std::size_t line_values = 64 / sizeof(T);
+
 /// Values of work that one block needs.
+template <class T>
 std::size_t block_values(const Structure& st, const Division& division) {
-  std::size_t rows =
-      static_cast<std::size_t>(st.n) +
-      static_cast<std::size_t>(st.max_rows) * static_cast<std::size_t>(division.domains);
+  std::size_t rows = static_cast<std::size_t>(st.n);
   if (division.domains > 1) {
     const int tail = st.n - st.xsuper(st.range(2 * st.nparts + 1)) + 1;
     rows += static_cast<std::size_t>(tail) * static_cast<std::size_t>(st.nparts);
   }
-  return rows * static_cast<std::size_t>(division.block);
+  const auto stride = static_cast<std::size_t>(block_stride<T>(division.block));
+  const auto scratch =
+      static_cast<std::size_t>(st.max_rows) * static_cast<std::size_t>(division.domains);
+  // Blocks follow each other, each from a new line of the cache on.
+  return (rows * stride + scratch) / line_values<T> * line_values<T> + line_values<T>;
 }
 
 /// Solves for right-hand sides k0 to k0 + nb - 1.
 template <class Family, class T>
-void solve_block(const SolveCall& call, int k0, int nb, int threads, T* work) {
+void solve_block(const SolveCall& call, int k0, int count, int threads, T* work) {
   const Structure& st = call.st;
+  const int nb = block_stride<T>(count);
   SolveBlock<T> block{.frame = {.options = call.options,
                                 .st = st,
                                 .store = factor_store<T>(st, const_cast<void*>(call.lu)),
                                 .y = work,
-                                .temp = work + static_cast<std::ptrdiff_t>(st.n) * nb,
+                                .temp = nullptr,
                                 .nb = nb,
                                 .tail_first = st.n + 1},
                       .sweep = plan_sweep(call.options, st),
-                      .temp_length = static_cast<std::ptrdiff_t>(st.max_rows) * nb,
+                      .count = count,
+                      .temp_length = st.max_rows,
                       .threads = threads};
-  block.tails = block.frame.temp + block.temp_length * threads;
+  block.tails = work + static_cast<std::ptrdiff_t>(st.n) * nb;
+  block.frame.temp =
+      block.tails + (threads > 1 ? block.domains() * block.tail_length() : std::ptrdiff_t{0});
   pulse();
   psol_fwgath_velmora(block, call, k0);
   if (block.sweep.partial)
@@ -331,7 +316,8 @@ void solve_block(const SolveCall& call, int k0, int nb, int threads, T* work) {
 template <class Family, class T>
 int solve_with(const SolveCall& call) {
   const Division division = divide(call.options, call.st, call.nrhs);
-  T* work = static_cast<T*>(call.work);
+  T* const work =
+      reinterpret_cast<T*>((reinterpret_cast<std::uintptr_t>(call.work) + 63) / 64 * 64);
   const auto solve_from = [&](int k0, T* own) {
     const int nb = std::min(division.block, call.nrhs - k0);
     solve_block<Family>(call, k0, nb, division.domains, own);
@@ -340,7 +326,7 @@ int solve_with(const SolveCall& call) {
     for (int k0 = 0; k0 < call.nrhs; k0 += division.block) solve_from(k0, work);
     return status_ok;
   }
-  const std::size_t stride = block_values(call.st, division);
+  const std::size_t stride = block_values<T>(call.st, division);
   TeamFailure failure;
 #pragma omp parallel for schedule(dynamic, 1) num_threads(division.blocks)
   for (int k0 = 0; k0 < call.nrhs; k0 += division.block)
@@ -386,8 +372,12 @@ Kernel choose_kernel(const MatrixType& type, bool single) {
 
 std::size_t solve_work_bytes(const SolveOptions& options, const Structure& st, int nrhs) {
   const Division division = divide(options, st, nrhs);
-  return block_values(st, division) * static_cast<std::size_t>(division.blocks) *
-         scalar_bytes(options.type, options.single);
+  const std::size_t blocks = static_cast<std::size_t>(division.blocks);
+  const auto bytes = [&]<class T>(T) { return block_values<T>(st, division) * blocks * sizeof(T); };
+  const std::size_t aligned = options.type.complex ? bytes(zcomplex{})
+                              : options.single     ? bytes(float{})
+                                                   : bytes(double{});
+  return aligned + 64;
 }
 
 int solve_velmora(const SolveOptions& options, const Structure& structure, const Matching& matching,

@@ -3,8 +3,8 @@
 ///
 /// One right-hand side runs through panel kernels bound by the reading of the factor.
 /// Several are taken in blocks and held with the right-hand sides of one unknown next to
-/// each other, so that a panel's scattered rows are whole vectors and the dense work is the
-/// update and right-solve kernels of the factorization.
+/// each other, so that a panel's scattered rows are whole vectors, which the kernels take where
+/// they stand.
 #pragma once
 
 #include <algorithm>
@@ -23,9 +23,9 @@ struct SolveFrame {
   const Structure& st;
   FactorStore<T> store;
   const Kernels<T>& kernel = kernels<T>();
-  T* y = nullptr;     ///< [n * nb]
-  T* temp = nullptr;  ///< [max_rows * nb] scratch of one thread
-  int nb = 1;
+  T* y = nullptr;      ///< [n * nb]
+  T* temp = nullptr;   ///< [max_rows] scratch of one thread for one right-hand side
+  int nb = 1;          ///< one, or as block_stride() says
   int tail_first = 0;  ///< updates of rows from here on go to `tail`
   T* tail = nullptr;   ///< as y, valid from tail_first on
 
@@ -35,6 +35,13 @@ struct SolveFrame {
     return static_cast<int>(std::lower_bound(row, row + count, tail_first) - row);
   }
 };
+
+/// Values of one unknown in a block of right-hand sides: whole vectors, unless it is a single one.
+template <class T>
+int block_stride(int nrhs) {
+  const int unit = kernels<T>().sweep_unit;
+  return nrhs == 1 ? 1 : (nrhs + unit - 1) / unit * unit;
+}
 
 /// Applies the interchanges of a panel's diagonal block to its part of y.
 template <class T>
@@ -148,20 +155,25 @@ void backward_column(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T
   *y = t.unit ? v : v / conjugate_if(*t.block, t.conjugate);
 }
 
-/// The diagonal block against a block of right-hand sides, which are held transposed.
+/// A step of several right-hand sides.
 template <class T>
-void solve_block(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t,
-                 typename RightSolve<T>::Op op, T* y) {
-  f.kernel.solve_right({.m = f.nb,
-                        .n = p.width,
-                        .l = t.block,
-                        .l_row = t.row,
-                        .l_col = t.col,
-                        .unit = t.unit,
-                        .conjugate = t.conjugate,
-                        .op = op,
-                        .x = y,
-                        .ldx = f.nb});
+PanelSweep<T> block_step(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t, T* y) {
+  const int* const row = p.row + p.width;
+  return {.width = p.width,
+          .below = p.below(),
+          .nb = f.nb,
+          .l = t.block,
+          .l_row = t.row,
+          .l_col = t.col,
+          .unit = t.unit,
+          .conjugate = t.conjugate,
+          .rest = t.below,
+          .ld_rest = t.ld_below,
+          .y = y,
+          .row = row,
+          .front = f.rows_in_front(row, p.below()),
+          .c = f.y - f.nb,
+          .tail = f.tail - f.nb};
 }
 
 /// y := (triangle)^-1 y for a panel's columns, and the rows below brought up to date.
@@ -169,68 +181,24 @@ template <class T>
 void forward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t) {
   T* y = f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb;
   if (t.pivot && p.width > 1) interchange_block(t.pivot, p.width, y, f.nb, false);
-  const int* row = p.row + p.width;
-  if (f.nb == 1) {
-    if (p.width == 1)
-      forward_column(f, p, t, y);
-    else
-      forward_vector(f, p, t, y);
-    return;
-  }
-  // Held transposed: L y = b reads Y L^T = B.
-  solve_block(f, p, t, RightSolve<T>::Op::transposed, y);
-  if (p.below() == 0) return;
-  PanelUpdate<T> u{.m = f.nb,
-                   .q = p.below(),
-                   .k = p.width,
-                   .a = y,
-                   .lda = f.nb,
-                   .b = t.below,
-                   .b_row = 1,
-                   .b_col = t.ld_below,
-                   .c = f.y - f.nb,
-                   .ldc = f.nb,
-                   .col = row,
-                   .conjugate = t.conjugate};
-  u.q = f.rows_in_front(row, p.below());
-  if (u.q > 0) f.kernel.update(u);
-  if (u.q == p.below()) return;
-  u.b += u.q;
-  u.col += u.q;
-  u.c = f.tail - f.nb;
-  u.q = p.below() - u.q;
-  f.kernel.update(u);
+  if (f.nb > 1)
+    f.kernel.sweep_forward(block_step(f, p, t, y));
+  else if (p.width == 1)
+    forward_column(f, p, t, y);
+  else
+    forward_vector(f, p, t, y);
 }
 
 /// y := (triangle)^-T y for a panel's columns, from the finished rows below.
 template <class T>
 void backward_panel(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t) {
   T* y = f.y + static_cast<std::ptrdiff_t>(p.first - 1) * f.nb;
-  const int* row = p.row + p.width;
-  if (f.nb == 1 && p.width == 1) {
+  if (f.nb > 1)
+    f.kernel.sweep_backward(block_step(f, p, t, y));
+  else if (p.width == 1)
     backward_column(f, p, t, y);
-  } else if (f.nb == 1) {
+  else
     backward_vector(f, p, t, y);
-  } else {
-    for (int i = 0; i < p.below(); ++i)
-      std::copy_n(f.y + static_cast<std::ptrdiff_t>(row[i] - 1) * f.nb, f.nb,
-                  f.temp + static_cast<std::ptrdiff_t>(i) * f.nb);
-    if (p.below() > 0) {
-      PanelUpdate<T> u{.m = f.nb,
-                       .q = p.width,
-                       .k = p.below(),
-                       .a = f.temp,
-                       .lda = f.nb,
-                       .b = t.below,
-                       .b_row = t.ld_below,
-                       .b_col = 1,
-                       .c = y,
-                       .ldc = f.nb,
-                       .conjugate = t.conjugate};
-      f.kernel.update(u);
-    }
-    solve_block(f, p, t, RightSolve<T>::Op::plain, y);
-  }
   if (t.pivot && p.width > 1) interchange_block(t.pivot, p.width, y, f.nb, true);
 }
 

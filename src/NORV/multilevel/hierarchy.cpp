@@ -36,6 +36,27 @@ std::unique_ptr<precon, ReleasePrecon> new_ilut(smat* A, const aml_params& param
   return M;
 }
 
+/// Whether each entry of an upper triangle is at most the geometric mean of its two diagonal entries,
+/// as in every definite matrix.  No exchange of rows has a larger product on its diagonal then: a
+/// matching would find nothing.  The diagonal itself must not spread so far that scaling matters.
+template <class T>
+bool diagonal_leads(const Rows<T>& A) {
+  constexpr double widest = 1e8;
+  Vector<double> diagonal(static_cast<std::size_t>(A.m), 0.0);
+  for (int i = 0; i < A.m; ++i)
+    if (A.ia[i] < A.ia[i + 1] && A.ja[A.ia[i]] == i) diagonal[i] = real_part(A.a[A.ia[i]]);
+  if (diagonal.empty()) return false;
+  const auto [least, most] = std::minmax_element(diagonal.begin(), diagonal.end());
+  if (!(*least > 0) || !(*most <= widest * *least)) return false;
+  for (int i = 0; i < A.m; ++i)
+    for (int k = A.ia[i]; k < A.ia[i + 1]; ++k)
+      if (!(squared(A.a[k]) <= diagonal[i] * diagonal[A.ja[k]] * (1 + 1e-12))) return false;
+  return true;
+}
+
+/// Neither scaling nor a matching, in the places of the direct solver's options.
+constexpr const char* as_it_is = "10:0,12:0";
+
 }  // namespace
 
 template <class T>
@@ -96,7 +117,8 @@ void Hierarchy<T>::finish() {
     smat_to_symmetric_structure(A);
     smat_realloc(A, A->nnz);
   }
-  coarse_ = std::make_unique<CoarseLevel>(A);
+  const bool plain = symmetric_ && diagonal_leads(rows<T>(A));
+  coarse_ = std::make_unique<CoarseLevel>(A, plain ? as_it_is : nullptr);
   if (levels_.size() > 1) last.A = A;
   for (std::size_t l = 0; l + 2 < levels_.size(); ++l)
     if (std::int64_t{levels_[l + 1].A->nnz} * worth_two_visits <= levels_[l].A->nnz)

@@ -91,9 +91,10 @@ Vector<int> places_of(const Vector<int>& order) {
 
 // ---- coarsest level -----------------------------------------------------------------------------
 
-CoarseLevel::CoarseLevel(smat* A) : matrix_(A) {
+CoarseLevel::CoarseLevel(smat* A, const char* options) : matrix_(A) {
   x_ = A->is_complex ? vec_new_cpx(A->n) : vec_new(A->n);
-  factor_ = direct_factorize(A);
+  factor_ = norv_velmora_analyse_iparam(A, nullptr, options);
+  norv_velmora_factorize(factor_, A);
 }
 
 CoarseLevel::CoarseLevel(smat* A, Vector<int>& order) : matrix_(A) {

@@ -50,7 +50,8 @@ class CoarseLevel {
  public:
   CoarseLevel() = default;
   /// Takes the matrix over.
-  explicit CoarseLevel(smat* A);
+  /// @param options  see norv_velmora_analyse_iparam()
+  explicit CoarseLevel(smat* A, const char* options = nullptr);
   /// @param order  see factorize_in_order()
   CoarseLevel(smat* A, Vector<int>& order);
   ~CoarseLevel();

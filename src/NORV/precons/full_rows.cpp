@@ -69,7 +69,7 @@ void order_by_degree(const smat* A, Transversal& transversal) {
   Adjacency graph;
   if (ladjun_velmora({n, {ia.data(), ia.size()}, {ja.data(), ja.size()}},
                      {rows_from_one.data(), rows_from_one.size()}, graph) != status_ok)
-    return;
+    throw AllocationFailure(2 * sizeof(int) * std::size_t{A->nnz});  // beyond 32-bit positions
   transversal.column.clear();
   approximate_minimum_degree(weighted_graph(graph), 0, transversal.column);
   transversal.row.resize(rows.size());

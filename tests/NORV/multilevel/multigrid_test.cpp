@@ -344,6 +344,36 @@ TEST_F(MultigridTest, EndsOfAHierarchy) {
   }
 }
 
+TEST_F(MultigridTest, DirectSolverTakesTheMatrixAsItIsWhereItsDiagonalLeads) {
+  NorvLog log(2);
+  const auto residual_of = [&](const Smat& A) {
+    const Precon M = create("SMAGGR");
+    M->iparam[2] = 1000;
+    EXPECT_EQ(precon_setup(M.get(), A.get()), 1);
+    EXPECT_EQ(hierarchy(M)->num_levels, 1);
+    const Vec b = random.vector(A->m, A->is_complex), x(precon_solve(nullptr, M.get(), b.get()));
+    return relative_residual(A, x, b);
+  };
+  const std::string no_matching = "iparam[12] = 0";
+  for (const Matrix& m : {poisson2d(12), elasticity3d(4, 1)}) {
+    EXPECT_LT(residual_of(full(m)), 1e-12);
+    EXPECT_NE(log.take().find(no_matching), std::string::npos);
+  }
+  // Zeros on the diagonal, entries beyond it, a diagonal that spreads: a matching and scaling help.
+  Smat large = full(poisson2d(12));
+  for (int k = large->ia[0]; k < large->ia[1]; ++k) large->a[k] *= large->ja[k] == 0 ? 1e-3 : 1;
+  Smat spread = full(poisson2d(12));
+  for (int i = 0; i < static_cast<int>(spread->m); ++i)
+    for (int k = spread->ia[i]; k < spread->ia[i + 1]; ++k)
+      spread->a[k] *= (i % 2 ? 1e6 : 1.0) * (spread->ja[k] % 2 ? 1e6 : 1.0);
+  for (const Smat* A : {&large, &spread}) {
+    EXPECT_LT(residual_of(*A), 1e-8);
+    EXPECT_EQ(log.take().find(no_matching), std::string::npos);
+  }
+  EXPECT_LT(residual_of(full(stokes(6))), 1e-8);
+  EXPECT_EQ(log.take().find(no_matching), std::string::npos);
+}
+
 TEST_F(MultigridTest, BlockSizesThatDoNotDivide) {
   NorvLog log(1);
   const Smat A = full(poisson2d(11));  // 121 unknowns
