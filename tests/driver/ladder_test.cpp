@@ -158,6 +158,9 @@ TEST(Ladder, LeavesWhatTheCallerHas) {
   s.iparm(5) = -1;
   ASSERT_EQ(s.analyse(), 0);
   ASSERT_EQ(s.factor(), 0);
+  const auto two = random_vector(m, 2, 7);
+  s.solve(two, 2);
+  ASSERT_EQ(s.factor(), 0);  // whose memory has the work space of two columns
   const auto plain = s.solve(b);
   const auto perm = s.perm;
   const int perturbed = s.iparm(14), memory = s.iparm(17);
@@ -176,7 +179,6 @@ TEST(Ladder, LeavesWhatTheCallerHas) {
   EXPECT_LE(componentwise_error(m, again, b), good);
   EXPECT_EQ(s.solve(b), again);
   EXPECT_EQ(s.iparm(43), rung);
-  const auto two = random_vector(m, 2, 7);
   EXPECT_LE(componentwise_error(m, s.solve(two, 2), two, 2), good);
   // In b as well as in x.
   s.iparm(6) = 1;
