@@ -4,6 +4,7 @@
 //   ordering_bench --nodend [PROBLEM...]   orders and analyses beside METIS_NodeND
 //   ordering_bench --stages PROBLEM...     the stages of analyses, one and two threads
 //   ordering_bench --path PROBLEM...       computed times of orders on up to 16 threads
+//   ordering_bench --matching PROBLEM...   steps of matchings, and their share of analyses
 //   ordering_bench --degree PROBLEM...     minimum degree beside AMD
 //   ordering_bench --separators            seconds of separators and of minimum degree
 //   ordering_bench --operations            operations a second of the factorization
@@ -414,6 +415,7 @@ int main(int argc, char** argv) {
   if (what == "--nodend") return vlm::compare_all(argc - 2, argv + 2);
   if (what == "--stages") return vlm::print_stages({argv + 2, argv + argc}), 0;
   if (what == "--path") return vlm::print_paths({argv + 2, argv + argc}), 0;
+  if (what == "--matching") return vlm::print_matchings({argv + 2, argv + argc}), 0;
   if (what == "--degree") return vlm::print_degrees({argv + 2, argv + argc}), 0;
   if (what == "--separators") return vlm::measure_separators(), 0;
   if (what == "--operations") return vlm::measure_operations(), 0;
@@ -422,7 +424,7 @@ int main(int argc, char** argv) {
   if (what == "--vary" && argc > 2) return vlm::vary(argv[2]);
   std::fprintf(stderr,
                "ordering_bench --nodend [PROBLEM...] | --stages PROBLEM... | --path PROBLEM... | "
-               "--degree PROBLEM... | --separators | "
+               "--matching PROBLEM... | --degree PROBLEM... | --separators | "
                "--operations | --savings | "
                "--pairs | --vary FIGURE\n");
   return 1;

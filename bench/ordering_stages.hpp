@@ -24,4 +24,9 @@ void print_paths(const std::vector<std::string>& problems);
 /// Minimum degree beside AMD, where its library is there.  The graphs are not compressed.
 void print_degrees(const std::vector<std::string>& problems);
 
+/// Wall clock of the steps of a weighted matching, and of whole analyses with one, on one and on two
+/// threads, milliseconds, the least of five.  Pairs: those of a symmetric matrix, with the graph that
+/// is ordered.
+void print_matchings(const std::vector<std::string>& problems);
+
 }  // namespace vlm
