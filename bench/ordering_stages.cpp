@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "ordering_stages.hpp"
 
+#include <malloc.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <new>
 #include <string>
 #include <vector>
@@ -109,6 +115,40 @@ gallery::Matrix named_matrix(const std::string& problem) {
   gallery::Matrix m = bench::load(problem, 0).matrix;
   if (m.name.empty()) m.name = problem.substr(problem.rfind('/') + 1);
   return m;
+}
+
+double memory_of(const std::function<void()>& run) {
+  int ends[2];
+  if (pipe(ends) != 0) return 0;
+  const pid_t child = fork();
+  if (child == 0) {
+    const auto kilobytes = [](const char* name) {
+      double value = 0;
+      if (std::FILE* status = std::fopen("/proc/self/status", "r")) {
+        char line[256];
+        while (std::fgets(line, sizeof line, status) != nullptr)
+          if (std::strncmp(line, name, std::strlen(name)) == 0)
+            value = std::atof(line + std::strlen(name) + 1);
+        std::fclose(status);
+      }
+      return value;
+    };
+    malloc_trim(0);
+    if (std::FILE* peak = std::fopen("/proc/self/clear_refs", "w")) {  // begins anew
+      std::fputs("5", peak);
+      std::fclose(peak);
+    }
+    const double before = kilobytes("VmRSS");
+    run();
+    const double bytes = (kilobytes("VmHWM") - before) * 1024;
+    _exit(write(ends[1], &bytes, sizeof bytes) == sizeof bytes ? 0 : 1);
+  }
+  double bytes = 0;
+  const bool told = child > 0 && read(ends[0], &bytes, sizeof bytes) == sizeof bytes;
+  close(ends[0]);
+  close(ends[1]);
+  if (child > 0) waitpid(child, nullptr, 0);
+  return told ? bytes : 0;
 }
 
 void print_paths(const std::vector<std::string>& problems) {
