@@ -2,8 +2,10 @@
 // Measures the figures by which nested dissection decides (src/graph/dissection_tuning.hpp).
 //
 //   ordering_bench --nodend [PROBLEM...]   orders and analyses beside METIS_NodeND
+//   ordering_bench --memory PROBLEM...     memory of orders and analyses beside METIS_NodeND
 //   ordering_bench --stages PROBLEM...     the stages of analyses, one and two threads
 //   ordering_bench --path PROBLEM...       computed times of orders on up to 16 threads
+//   ordering_bench --matching PROBLEM...   steps of matchings, and their share of analyses
 //   ordering_bench --degree PROBLEM...     minimum degree beside AMD
 //   ordering_bench --separators            seconds of separators and of minimum degree
 //   ordering_bench --operations            operations a second of the factorization
@@ -17,6 +19,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <functional>
@@ -355,6 +358,44 @@ int compare_all(int count, char** problems) {
   return 0;
 }
 
+/// Memory of METIS_NodeND, which has its graph, of the order, which has the adjacency, and of whole
+/// analyses on one and on two threads.
+int compare_memory(int count, char** problems) {
+  std::printf(
+      "| matrix | NodeND MB | order | ratio | order, 2 threads | analysis | analysis, 2 threads |\n"
+      "|---|---|---|---|---|---|---|\n");
+  for (int k = 0; k < count; ++k) {
+    Matrix m = named_matrix(problems[k]);
+    const Adjacency graph = adjacency_of(m);
+    std::vector<idx_t> ptr(graph.xadj.begin(), graph.xadj.end());
+    std::vector<idx_t> adj(graph.adjncy.begin(), graph.adjncy.end()), perm(m.n), place(m.n);
+    for (idx_t& p : ptr) --p;
+    for (idx_t& v : adj) --v;
+    idx_t n = m.n;
+    const double metis = memory_of([&] {
+      METIS_NodeND(&n, ptr.data(), adj.data(), nullptr, nullptr, perm.data(), place.data());
+    });
+    double order[2], analysis[2];
+    for (const int threads : {1, 2}) {
+      order[threads - 1] = memory_of([&] {
+        Ordering found;
+        gepmetis_velmora(
+            graph, {.nparts = threads, .threads = threads, .operation_cost = operation_cost(m)},
+            found);
+      });
+      analysis[threads - 1] = memory_of([&] {
+        std::vector<int> own;
+        analysis_seconds(m, threads, false, own);
+      });
+    }
+    std::printf("| %s | %.3g | %.3g | %.2f | %.3g | %.3g | %.3g |\n", m.name.c_str(), metis / 1e6,
+                order[0] / 1e6, order[0] / metis, order[1] / 1e6, analysis[0] / 1e6,
+                analysis[1] / 1e6);
+    std::fflush(stdout);
+  }
+  return 0;
+}
+
 /// Scales a figure by its name; false when there is none of that name.
 bool scale(DissectionTuning& tuning, const std::string& name, double by) {
   using T = DissectionTuning;
@@ -412,8 +453,10 @@ int vary(const std::string& name) {
 int main(int argc, char** argv) {
   const std::string what = argc > 1 ? argv[1] : "";
   if (what == "--nodend") return vlm::compare_all(argc - 2, argv + 2);
+  if (what == "--memory") return vlm::compare_memory(argc - 2, argv + 2);
   if (what == "--stages") return vlm::print_stages({argv + 2, argv + argc}), 0;
   if (what == "--path") return vlm::print_paths({argv + 2, argv + argc}), 0;
+  if (what == "--matching") return vlm::print_matchings({argv + 2, argv + argc}), 0;
   if (what == "--degree") return vlm::print_degrees({argv + 2, argv + argc}), 0;
   if (what == "--separators") return vlm::measure_separators(), 0;
   if (what == "--operations") return vlm::measure_operations(), 0;
@@ -421,8 +464,9 @@ int main(int argc, char** argv) {
   if (what == "--pairs") return vlm::measure_pairs(), 0;
   if (what == "--vary" && argc > 2) return vlm::vary(argv[2]);
   std::fprintf(stderr,
-               "ordering_bench --nodend [PROBLEM...] | --stages PROBLEM... | --path PROBLEM... | "
-               "--degree PROBLEM... | --separators | "
+               "ordering_bench --nodend [PROBLEM...] | --memory PROBLEM... | --stages PROBLEM... | "
+               "--path PROBLEM... | "
+               "--matching PROBLEM... | --degree PROBLEM... | --separators | "
                "--operations | --savings | "
                "--pairs | --vary FIGURE\n");
   return 1;

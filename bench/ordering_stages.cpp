@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "ordering_stages.hpp"
 
+#include <malloc.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <new>
 #include <string>
 #include <vector>
@@ -15,6 +21,8 @@
 #include "base/clock.hpp"
 #include "graph/compress.hpp"
 #include "graph/symbolic_cost.hpp"
+#include "matching/mps.hpp"
+#include "matching/mpssym.hpp"
 #include "ordering/amd.hpp"
 #include "ordering/dissect.hpp"
 #include "ordering/reorder1.hpp"
@@ -23,6 +31,7 @@
 #include "symbolic/sfinit.hpp"
 #include "symbolic/structure.hpp"
 #include "symbolic/symfct.hpp"
+#include "velmora.h"
 
 namespace vlm {
 namespace {
@@ -108,6 +117,40 @@ gallery::Matrix named_matrix(const std::string& problem) {
   return m;
 }
 
+double memory_of(const std::function<void()>& run) {
+  int ends[2];
+  if (pipe(ends) != 0) return 0;
+  const pid_t child = fork();
+  if (child == 0) {
+    const auto kilobytes = [](const char* name) {
+      double value = 0;
+      if (std::FILE* status = std::fopen("/proc/self/status", "r")) {
+        char line[256];
+        while (std::fgets(line, sizeof line, status) != nullptr)
+          if (std::strncmp(line, name, std::strlen(name)) == 0)
+            value = std::atof(line + std::strlen(name) + 1);
+        std::fclose(status);
+      }
+      return value;
+    };
+    malloc_trim(0);
+    if (std::FILE* peak = std::fopen("/proc/self/clear_refs", "w")) {  // begins anew
+      std::fputs("5", peak);
+      std::fclose(peak);
+    }
+    const double before = kilobytes("VmRSS");
+    run();
+    const double bytes = (kilobytes("VmHWM") - before) * 1024;
+    _exit(write(ends[1], &bytes, sizeof bytes) == sizeof bytes ? 0 : 1);
+  }
+  double bytes = 0;
+  const bool told = child > 0 && read(ends[0], &bytes, sizeof bytes) == sizeof bytes;
+  close(ends[0]);
+  close(ends[1]);
+  if (child > 0) waitpid(child, nullptr, 0);
+  return told ? bytes : 0;
+}
+
 void print_paths(const std::vector<std::string>& problems) {
   std::printf(
       "| matrix | threads | compression | pieces | longest path | pieces on the threads | tree, "
@@ -176,6 +219,80 @@ void print_stages(const std::vector<std::string>& problems) {
       std::printf("| %s | %d |", m.name.c_str(), threads);
       for (const double s : least.seconds) std::printf(" %.3g |", s * 1e3);
       std::printf(" %.3g ms |\n", least.total() * 1e3);
+      std::fflush(stdout);
+    }
+  }
+}
+
+namespace {
+
+/// Seconds of a whole analysis by the library with a matching.
+double matched_analysis(const gallery::Matrix& m, int threads) {
+  void* pt[64] = {};
+  int iparm[64] = {}, one = 1, solver = 0, error = 0, quiet = 0, mtype = m.mtype, n = m.n;
+  double dparm[64] = {};
+  int phase = 11;
+  iparm[2] = threads;
+  velmorainit(pt, &mtype, &solver, iparm, dparm, &error);
+  iparm[2] = threads;
+  iparm[12] = 1;
+  const auto run = [&] {
+    velmora(pt, &one, &one, &mtype, &phase, &n, const_cast<double*>(m.a.data()),
+            const_cast<int*>(m.ia.data()), const_cast<int*>(m.ja.data()), nullptr, &one, iparm,
+            &quiet, nullptr, nullptr, &error, dparm);
+  };
+  const double start = timer_velmora();
+  run();
+  const double seconds = timer_velmora() - start;
+  phase = -1;
+  run();
+  return seconds;
+}
+
+}  // namespace
+
+void print_matchings(const std::vector<std::string>& problems) {
+  std::printf(
+      "| matrix | threads | costs | start | paths | pairs | matching | analysis | share |\n"
+      "|---|---|---|---|---|---|---|---|---|\n");
+  for (const std::string& name : problems) {
+    const gallery::Matrix m = named_matrix(name);
+    for (const int threads : {1, 2}) {
+      double least[5] = {1e300, 1e300, 1e300, 0, 1e300};
+      const auto keep = [](double& at, double start) {
+        at = std::min(at, timer_velmora() - start);
+      };
+      if (m.triangle()) least[3] = 1e300;
+      for (int run = 0; run < 5; ++run) {
+        const MatchInput input{m.n, m.ia.data(), m.ja.data(), m.a.data(), m.triangle(), threads};
+        double start = timer_velmora();
+        const mps_csr cost = csr_create_log(input);
+        keep(least[0], start);
+        start = timer_velmora();
+        MatchState state = kuhn_munkres_init(cost, threads);
+        keep(least[1], start);
+        start = timer_velmora();
+        kuhn_munkres(cost, state);
+        keep(least[2], start);
+        if (m.triangle()) {
+          const MatchResult match = mps_velmora(input);
+          start = timer_velmora();
+          const PairedOrder pairs = reordering_matching_sym2x2(input, match.perm);
+          if (match.u.empty() || !worth_exchanging(exchangeable_pairs(input, match, pairs))) {
+            PairGraph compressed;
+            compress_2x2_blocks(input, pairs, compressed);
+          } else {
+            Adjacency graph;
+            uncompressed_graph(input, graph);
+          }
+          keep(least[3], start);
+        }
+        least[4] = std::min(least[4], matched_analysis(m, threads));
+      }
+      const double sum = least[0] + least[1] + least[2] + least[3];
+      std::printf("| %s | %d |", m.name.c_str(), threads);
+      for (int k = 0; k < 4; ++k) std::printf(" %.3g |", least[k] * 1e3);
+      std::printf(" %.3g | %.3g ms | %.2f |\n", sum * 1e3, least[4] * 1e3, sum / least[4]);
       std::fflush(stdout);
     }
   }

@@ -2,6 +2,7 @@
 /// The stages of an analysis, for ordering_bench.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,9 @@ namespace vlm {
 
 /// A problem by its class and size or by its file, named for a table.
 gallery::Matrix named_matrix(const std::string& problem);
+
+/// Bytes by which a child process grows at most while it runs; 0 where that can't be told.
+double memory_of(const std::function<void()>& run);
 
 /// Wall clock of each stage of whole analyses without matching, on one and on two threads,
 /// milliseconds, the analysis with the least sum of three.
@@ -23,5 +27,10 @@ void print_paths(const std::vector<std::string>& problems);
 
 /// Minimum degree beside AMD, where its library is there.  The graphs are not compressed.
 void print_degrees(const std::vector<std::string>& problems);
+
+/// Wall clock of the steps of a weighted matching, and of whole analyses with one, on one and on two
+/// threads, milliseconds, the least of five.  Pairs: those of a symmetric matrix, with the graph that
+/// is ordered.
+void print_matchings(const std::vector<std::string>& problems);
 
 }  // namespace vlm

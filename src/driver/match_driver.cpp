@@ -106,7 +106,8 @@ Outcome run_matching(const InputMatrix& matrix, const Options& options, int* per
   const Vector<double> magnitudes =
       options.type->nvals() == 2 ? convert2abs(matrix.nnz(), matrix.a) : Vector<double>();
   const MatchInput part{matrix.n - options.schur, matrix.ia, matrix.ja,
-                        options.type->nvals() == 2 ? magnitudes.data() : matrix.a, symmetric};
+                        options.type->nvals() == 2 ? magnitudes.data() : matrix.a, symmetric,
+                        options.threads};
   MatchResult result = match(part, options);
   if (!symmetric && result.count < part.n) return {error_matching, -result.count, 0, 0};
   // A given order stands; the matching then only scales.

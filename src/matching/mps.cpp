@@ -5,11 +5,15 @@
 #include <cfloat>
 #include <climits>
 #include <cmath>
+#include <numeric>
 #include <stdexcept>
+#include <utility>
 
 #include "base/matrix_types.hpp"
 #include "base/memory.hpp"
 #include "base/progress.hpp"
+#include "base/work_team.hpp"
+#include "matching/logarithms.hpp"
 
 namespace vlm {
 
@@ -27,23 +31,40 @@ double weight(double value) {
 
 /// Turns weights into costs in place and sets logmax and path_bound.
 /// @param cost  on entry val holds weights, logmax the largest weight of each column or 0
-void take_logarithms(mps_csr& cost) {
-  for (double& top : cost.logmax) top = top > 0 ? std::log(top) : 0;
-  double smallest = 0;
-  const std::size_t nnz = cost.col.size();
-  for (std::size_t p = 0; p < nnz; ++p) {
-    const double c = std::log(cost.val[p]) - cost.logmax[cost.col[p]];
-    cost.val[p] = c;
-    smallest = std::min(smallest, c);
-  }
-  cost.path_bound = smallest * (-1.0 - cost.n);
+void weights_to_costs(mps_csr& cost, int threads) {
+  constexpr int block = 1024;  // stays in the nearest cache between the two loops
+  for (double& largest : cost.logmax)
+    if (!(largest > 0)) largest = 1;
+  take_logarithms(cost.logmax.data(), cost.logmax.size());
+  const auto nnz = static_cast<int>(cost.col.size());
+  const int blocks = (nnz + block - 1) / block, parts = threads_for(nnz, threads);
+  Vector<double> smallest(parts, 0);
+  double* const val = cost.val.data();
+  const double* const top = cost.logmax.data();
+  const int* const col = cost.col.data();
+  side_by_side(parts, parts, [&](int part) {
+    const Slice mine(blocks, part, parts);
+    double least = 0;
+    for (int b = mine.begin; b < mine.end; ++b) {
+      const int first = b * block, last = first + std::min(block, nnz - first);
+      take_logarithms(val + first, last - first);
+#pragma omp simd reduction(min : least)
+      for (int p = first; p < last; ++p) {
+        val[p] = std::min(val[p] - top[col[p]], 0.0);
+        least = std::min(least, val[p]);
+      }
+    }
+    smallest[part] = least;
+  });
+  cost.path_bound = *std::min_element(smallest.begin(), smallest.end()) * (-1.0 - cost.n);
 }
 
 /// Calls visit(row, column, weight), 0-based, for the entries of the matrix that is to be matched:
-/// those stored that take part, and their mirror images when only one triangle is stored.
+/// those stored in some rows that take part, and their mirror images when only one triangle is
+/// stored.
 template <class Visit>
-void for_each_entry(const MatchInput& m, Visit visit) {
-  for (int i = 0; i < m.n; ++i) {
+void for_each_entry(const MatchInput& m, Slice rows, Visit visit) {
+  for (int i = rows.begin; i < rows.end; ++i) {
     for (int p = m.ia[i] - 1; p < m.ia[i + 1] - 1; ++p) {
       const int j = m.ja[p] - 1;
       if (j >= m.n || m.a[p] == 0) continue;
@@ -247,18 +268,11 @@ class GreedyStart {
   GreedyStart(const mps_csr& cost, MatchState& state)
       : cost_(cost), state_(state), next_(cost.rowptr.begin(), cost.rowptr.end() - 1) {}
 
-  void match_row(int i) {
-    const int first = cost_.rowptr[i], last = cost_.rowptr[i + 1];
-    double top = -DBL_MAX;
-    int best = -1;
-    for (int p = first; p < last; ++p) {
-      if (top <= cost_.val[p]) {
-        top = cost_.val[p];
-        best = cost_.col[p];
-      }
-    }
-    state_.u[i] = top;
+  /// @param best  the last column of largest cost, or -1
+  void match_row(int i, int best) {
     if (best < 0) return;
+    const int first = cost_.rowptr[i], last = cost_.rowptr[i + 1];
+    const double top = state_.u[i];
     if (state_.match[best] < 0) return take(i, best);
     for (int p = first; p < last; ++p)
       if (cost_.val[p] == top && state_.match[cost_.col[p]] < 0) return take(i, cost_.col[p]);
@@ -294,45 +308,80 @@ class GreedyStart {
 }  // namespace
 
 mps_csr csr_create_log(const MatchInput& m) {
+  constexpr int most_parts = 8;  // each has counters of its own
   mps_csr cost;
   cost.n = cost.ncol = m.n;
-  cost.rowptr.assign(static_cast<std::size_t>(m.n) + 1, 0);
-  cost.logmax.assign(m.n, 0);
-  std::int64_t total = 0;
-  for_each_entry(m, [&](int i, int j, double w) {
-    ++total;
-    ++cost.rowptr[i];
-    cost.logmax[j] = std::max(cost.logmax[j], w);
+  const std::size_t stored = m.n > 0 ? m.ia[m.n] - 1 : 0;
+  const int parts = std::min(threads_for(stored, m.threads), most_parts);
+  Vector<Vector<int>> next(parts);    // entries of each row, then where the next one comes
+  Vector<Vector<double>> top(parts);  // largest weight of each column
+  Vector<std::int64_t> counted(parts, 0);
+  side_by_side(parts, parts, [&](int part) {
+    next[part].assign(m.n, 0);
+    top[part].assign(m.n, 0);
+    int* const length = next[part].data();
+    double* const largest = top[part].data();
+    std::int64_t count = 0;
+    for_each_entry(m, Slice(m.n, part, parts), [=, &count](int i, int j, double w) {
+      ++count;
+      ++length[i];
+      largest[j] = std::max(largest[j], w);
+    });
+    counted[part] = count;
   });
-  if (total > INT_MAX) throw std::length_error("matching: too many entries");
+  if (std::accumulate(counted.begin(), counted.end(), std::int64_t{0}) > INT_MAX)
+    throw std::length_error("matching: too many entries");
 
-  cost.col.resize(total);
-  cost.val.resize(total);
-  Vector<int> next(m.n);
+  cost.rowptr.resize(static_cast<std::size_t>(m.n) + 1);
   int start = 0;
   for (int i = 0; i < m.n; ++i) {
-    const int length = cost.rowptr[i];
-    next[i] = cost.rowptr[i] = start;
-    start += length;
+    cost.rowptr[i] = start;
+    for (Vector<int>& of_part : next) start += std::exchange(of_part[i], start);
   }
   cost.rowptr[m.n] = start;
-  for_each_entry(m, [&](int i, int j, double w) {
-    const int p = next[i]++;
-    cost.col[p] = j;
-    cost.val[p] = w;
+  cost.logmax = std::move(top[0]);
+  for (int part = 1; part < parts; ++part)
+    for (int j = 0; j < m.n; ++j) cost.logmax[j] = std::max(cost.logmax[j], top[part][j]);
+  top.clear();
+  cost.col.resize(start);
+  cost.val.resize(start);
+  side_by_side(parts, parts, [&](int part) {
+    int *const place = next[part].data(), *const col = cost.col.data();
+    double* const val = cost.val.data();
+    for_each_entry(m, Slice(m.n, part, parts), [=](int i, int j, double w) {
+      const int p = place[i]++;
+      col[p] = j;
+      val[p] = w;
+    });
   });
-  take_logarithms(cost);
+  weights_to_costs(cost, m.threads);
   return cost;
 }
 
-MatchState kuhn_munkres_init(const mps_csr& cost) {
+MatchState kuhn_munkres_init(const mps_csr& cost, int threads) {
   MatchState state;
   state.match.assign(cost.ncol, -1);
   state.match_of_row.assign(cost.n, -1);
   state.u.assign(cost.n, 0);
   state.v.assign(cost.ncol, 0);
+  Vector<int> best(cost.n, -1);  // column of the largest cost of a row, the last one of equals
+  const int parts = threads_for(cost.col.size(), threads);
+  side_by_side(parts, parts, [&](int part) {
+    const Slice rows(cost.n, part, parts);
+    const double* const val = cost.val.data();
+    for (int i = rows.begin; i < rows.end; ++i) {
+      double top = -DBL_MAX;
+      int at = -1;
+      for (int p = cost.rowptr[i]; p < cost.rowptr[i + 1]; ++p) {
+        at = top <= val[p] ? p : at;
+        top = std::max(top, val[p]);
+      }
+      state.u[i] = top;
+      best[i] = at < 0 ? -1 : cost.col[at];
+    }
+  });
   GreedyStart start(cost, state);
-  for (int i = 0; i < cost.n; ++i) start.match_row(i);
+  for (int i = 0; i < cost.n; ++i) start.match_row(i, best[i]);
   return state;
 }
 
@@ -367,7 +416,7 @@ int expand_matching(Vector<int>& match) {
 
 MatchResult mps_velmora(const MatchInput& matrix) {
   const mps_csr cost = csr_create_log(matrix);
-  MatchState state = kuhn_munkres_init(cost);
+  MatchState state = kuhn_munkres_init(cost, matrix.threads);
   MatchResult result;
   result.count = kuhn_munkres(cost, state);
   if (result.count < cost.n) {

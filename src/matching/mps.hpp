@@ -28,6 +28,7 @@ struct MatchInput {
   const int* ja = nullptr;    ///< columns, in any order
   const double* a = nullptr;  ///< values
   bool upper = false;         ///< the upper triangle stands for the symmetric matrix
+  int threads = 1;            ///< that may take part; results are the same on any number
 };
 
 /// Work matrix of the matching: costs c(i,j) = log|a(i,j)| - log max_k |a(k,j)| <= 0 of the
@@ -67,7 +68,8 @@ mps_csr csr_create_log(const MatchInput& matrix);
 
 /// Greedy start: each row takes the column of its largest cost, another one of equal cost, or a
 /// column whose owner can move to a free column of its own largest cost.  O(nnz).
-MatchState kuhn_munkres_init(const mps_csr& cost);
+/// @param threads  that find the largest costs; the result is the same on any number
+MatchState kuhn_munkres_init(const mps_csr& cost, int threads = 1);
 
 /// Completes the greedy start to a matching of largest size, of smallest total cost when that
 /// size is n.  @return the number of matched rows

@@ -8,6 +8,7 @@
 #include <numeric>
 
 #include "base/memory.hpp"
+#include "base/work_team.hpp"
 #include "graph/dissection_tuning.hpp"
 
 namespace vlm {
@@ -243,14 +244,28 @@ Pairing exchangeable_pairs(const MatchInput& matrix, const MatchResult& match,
     pairs.partner[order.node[k + 1]] = order.node[k];
   }
   Vector<double> scale(n);
-  for (int i = 0; i < n; ++i) scale[i] = std::exp(0.5 * (match.u[i] + match.v[i]));
-  // Calls visit(i, j) for the large entries at or right of the diagonal.
-  const auto for_each_large = [&](auto visit) {
-    for (int i = 0; i < n; ++i)
+  const auto stored = static_cast<std::size_t>(n > 0 ? matrix.ia[n] - 1 : 0);
+  const int parts = threads_for(stored, matrix.threads);
+  side_by_side(parts, parts, [&](int part) {
+    const Slice mine(n, part, parts);
+    for (int i = mine.begin; i < mine.end; ++i)
+      scale[i] = std::exp(0.5 * (match.u[i] + match.v[i]));
+  });
+  struct Entry {
+    int i, j;
+  };
+  Vector<Vector<Entry>> large(parts);  // at or right of the diagonal, row by row
+  side_by_side(parts, parts, [&](int part) {
+    const Slice mine(n, part, parts);
+    for (int i = mine.begin; i < mine.end; ++i)
       for (int p = matrix.ia[i] - 1; p < matrix.ia[i + 1] - 1; ++p)
         if (const int j = matrix.ja[p] - 1;
             j < n && std::fabs(matrix.a[p]) * scale[i] * scale[j] >= large_entry)
-          visit(i, j);
+          large[part].push_back({i, j});
+  });
+  const auto for_each_large = [&](auto visit) {
+    for (const Vector<Entry>& of_part : large)
+      for (const Entry& e : of_part) visit(e.i, e.j);
   };
   pairs.sound.assign(n, 0);
   const Vector<bool> good = nodes_with_pivot(matrix);

@@ -16,6 +16,9 @@
 #include "allocations.hpp"
 #include "caller.hpp"
 #include "gallery.hpp"
+#include "graph/adjacency.hpp"
+#include "graph/compress.hpp"
+#include "ordering/dissect.hpp"
 
 namespace vlm::test {
 namespace {
@@ -69,12 +72,14 @@ void prepare(Caller& c, const Case& as) {
 int sweep(const Case& as, const std::vector<int>& phases, std::size_t tested) {
   int k = 1, spared = 0;
   std::vector<double> good, good_a;
+  std::vector<int> good_perm;
   {
     Caller c(as.matrix.mtype, as.matrix.ia, as.matrix.ja, as.matrix.a);
     prepare(c, as);
     for (const int phase : phases) EXPECT_EQ(c.run(phase), 0);
     good = c.x;
     good_a = c.a;
+    good_perm = c.perm;
   }
   for (bool more = true; more; ++k) {
     Caller c(as.matrix.mtype, as.matrix.ia, as.matrix.ja, as.matrix.a);
@@ -99,6 +104,7 @@ int sweep(const Case& as, const std::vector<int>& phases, std::size_t tested) {
     for (std::size_t i = 0; i < good_a.size(); ++i)
       error = std::max(error, std::abs(c.a[i] - good_a[i]));
     EXPECT_LE(error, as.threads == 1 && !as.may_recover ? 0 : 1e-8) << "allocation " << k;
+    EXPECT_TRUE(c.perm == good_perm) << "allocation " << k;
     c.run(-1);
     EXPECT_EQ(allocations::live(), before) << "allocation " << k;
     if (::testing::Test::HasFailure()) return k;
@@ -155,6 +161,18 @@ TEST(Allocation, Options) {
     sweep(c, {13}, 0);
     if (HasFailure()) return;
   }
+}
+
+// The order of a grid that is cut, which comes back in perm: after a failure it is the same.
+TEST(Allocation, AnalysisByDissection) {
+  const Matrix grid = structurally_symmetric(10, 1, 3);
+  Adjacency graph;
+  ladjun_velmora({grid.n, View<const int>(grid.ia), View<const int>(grid.ja)}, {}, graph);
+  DissectionTrace trace;
+  dissect(compress_graph(graph).graph, {.operation_cost = 8, .trace = &trace});
+  ASSERT_GE(trace.pieces.size(), 3U) << "the grid is not cut";
+  for (const int threads : {1, 2})
+    EXPECT_GT(sweep({grid, {{5, -1}}, threads}, {11}, 0), 200) << threads << " threads";
 }
 
 // Phases and options that go on from a factor.

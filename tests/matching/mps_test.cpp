@@ -12,6 +12,7 @@
 #include <numeric>
 #include <random>
 
+#include "matching/logarithms.hpp"
 #include "matching/mps_constraint.hpp"
 
 namespace vlm {
@@ -406,6 +407,49 @@ TEST(ConstrainedMatching, NoConstraintsAndHugeDuals) {
   EXPECT_EQ(match, (Vector<int>{0, -1}));
   EXPECT_EQ(u, (Vector<double>{0, 0}));
   EXPECT_EQ(v, (Vector<double>{0}));
+}
+
+TEST(Mps, LogarithmsAreThoseOfTheLibrary) {
+  Vector<double> x{DBL_TRUE_MIN, std::nextafter(DBL_MIN, 0.0), DBL_MIN, 1, DBL_MAX};
+  std::mt19937_64 random(1);
+  for (int e = -1074; e < 1024; ++e)
+    for (int k = 0; k < 7; ++k)
+      x.push_back(std::max(DBL_TRUE_MIN, std::ldexp(1 + (random() >> 12) * 0x1p-52, e)));
+  for (int k = -50; k <= 50; ++k) x.push_back(1 + k * 0x1p-40);
+  Vector<double> log = x;
+  take_logarithms(log.data(), log.size());
+  for (std::size_t k = 0; k < x.size(); ++k) EXPECT_DOUBLE_EQ(log[k], std::log(x[k])) << x[k];
+  EXPECT_EQ(log[3], 0);
+}
+
+// Large enough for parts on several threads, with both triangles and with one.
+TEST(Mps, SameOnAnyNumberOfThreads) {
+  const int n = 14000;
+  std::mt19937_64 random(2);
+  Vector<int> ia{1}, ja;
+  Vector<double> a;
+  for (int i = 0; i < n; ++i) {
+    for (int j = i, k = 0; j < n && k < 8; ++k, j += 1 + static_cast<int>(random() % 900)) {
+      ja.push_back(j + 1);
+      a.push_back(std::ldexp(1.0 + random() % 5, static_cast<int>(random() % 20) + (k == 0) * 12));
+    }
+    ia.push_back(static_cast<int>(ja.size()) + 1);
+  }
+  for (const bool upper : {false, true}) {
+    MatchInput input{n, ia.data(), ja.data(), a.data(), upper};
+    const mps_csr cost = csr_create_log(input);
+    const MatchResult one = mps_velmora(input);
+    EXPECT_EQ(one.count, n);
+    for (const int threads : {2, 3, 5, 8}) {
+      input.threads = threads;
+      const mps_csr other = csr_create_log(input);
+      EXPECT_TRUE(other.rowptr == cost.rowptr && other.col == cost.col && other.val == cost.val &&
+                  other.logmax == cost.logmax && other.path_bound == cost.path_bound)
+          << threads;
+      const MatchResult result = mps_velmora(input);
+      EXPECT_TRUE(result.perm == one.perm && result.u == one.u && result.v == one.v) << threads;
+    }
+  }
 }
 
 }  // namespace
