@@ -8,7 +8,7 @@
 #include <cmath>
 
 #include "NORV/precons/lu_factor.hpp"
-#include "norv/sort.h"
+#include "NORV/precons/work_line.hpp"
 
 namespace vlm::norv {
 namespace {
@@ -44,29 +44,6 @@ struct Side {
       wait(line);
       line = next;
     }
-  }
-};
-
-/// A line that is being formed.
-template <class T>
-struct Line {
-  Vector<T> value;  ///< [n] by position
-  Vector<char> taken;
-  Vector<int> index;
-
-  explicit Line(int n)
-      : value(static_cast<std::size_t>(n), T{}), taken(static_cast<std::size_t>(n), 0) {}
-  void add(int j, T v) {
-    if (!taken[j]) {
-      taken[j] = 1;
-      value[j] = T{};
-      index.push_back(j);
-    }
-    value[j] += v;
-  }
-  void clear() {
-    for (const int j : index) taken[j] = 0;
-    index.clear();
   }
 };
 
@@ -110,13 +87,13 @@ class Iluc {
 
   /// line -= sum over the lines of `by` that reach k of their entry there times what `of` has from
   /// there on.
-  void reduce(int k, Line<T>& line, const Side<T>& by, const Side<T>& of, bool with_diagonal) {
+  void reduce(int k, WorkLine<T>& line, const Side<T>& by, const Side<T>& of, bool with_diagonal) {
     for (int i = by.head[k]; i >= 0; i = by.link[i]) {
       const T multiplier = by.lines.value[by.first[i]];
       std::int64_t p = of.first[i];
       const std::int64_t end = of.lines.start[i + 1];
       if (!with_diagonal && p < end && of.lines.index[p] == k) ++p;
-      for (; p < end; ++p) line.add(of.lines.index[p], -product(multiplier, of.lines.value[p]));
+      line.subtract(multiplier, of.lines.index.data() + p, of.lines.value.data() + p, end - p);
     }
   }
 
@@ -127,38 +104,23 @@ class Iluc {
     return std::max(1.0, magnitude(component));
   }
 
-  /// Drops and appends a line; its entries are divided by `by` first.  What is compared is
-  /// weight |entry|.
-  void keep(Line<T>& line, Side<T>& side, T by, double weight, double& norm) {
+  /// Drops and appends the entries behind k of a line, divided by the pivot for L.  What is compared
+  /// is weight |entry|.
+  void keep(int k, WorkLine<T>& line, Side<T>& side, T by, double weight, double& norm) {
     kept_.clear();
-    kept_value_.clear();
-    for (const int j : line.index) {
-      const T v = line.value[j];
-      ++f_.seen;
-      if (weight * magnitude(v) < o_.drop || v == T{}) {
-        ++f_.dropped;
-        continue;
-      }
-      kept_.push_back(j);
-      kept_value_.push_back(v);
+    int seen = 0;
+    for (int p = 0; p < line.size(); ++p) {
+      const int j = line.position(p);
+      if (j == k) continue;
+      const T v = line[j];
+      ++seen;
+      if (!(weight * magnitude(v) < o_.drop || v == T{})) kept_.push_back(j, v);
     }
     line.clear();
-    const int count = static_cast<int>(kept_.size());
-    const int most = o_.most >= 0 ? std::min(o_.most, count) : count;
-    auto* const numbers = reinterpret_cast<double*>(kept_value_.data());
-    if (most < count)
-      split_factor_row_by_abs_value(count, is_complex_v<T>, numbers, kept_.data(), most);
-    f_.dropped += count - most;
-    sort_row_qs(most, is_complex_v<T>, numbers, kept_.data());
-    Triangle<T>& to = side.lines;
-    int* const index = to.index.extend(most);
-    T* const value = to.value.extend(most);
-    for (int p = 0; p < most; ++p) {
-      index[p] = kept_[p];
-      value[p] = product(kept_value_[p], by);
-      norm = std::max(norm, magnitude(value[p]));
-    }
-    to.start.push_back(to.index.size());
+    const std::int64_t before = side.lines.entries();
+    norm = std::max(norm, kept_.append_to(side.lines, o_.most, by));
+    f_.seen += seen;
+    f_.dropped += seen - (side.lines.entries() - before);
   }
 
   void step(int k) {
@@ -174,16 +136,13 @@ class Iluc {
     reduce(k, column_, U_, L_, false);
     L_.advance(k);
     U_.advance(k);
-    const T formed = row_.value[k];
-    row_.index.erase(std::find(row_.index.begin(), row_.index.end(), k));
-    row_.taken[k] = 0;
-    const T reciprocal = divide(T(1), accepted(k, formed, largest));
+    const T reciprocal = divide(T(1), accepted(k, row_[k], largest));
     f_.pivot.push_back(reciprocal);
     T in_L{}, in_U{};
     const double growth_L = grow(L_.estimate[k], in_L), growth_U = grow(U_.estimate[k], in_U);
     const double relative = magnitude(reciprocal);
-    keep(row_, U_, T(1), (o_.by_inverse ? growth_U : 1.0) * relative, f_.norm_U);
-    keep(column_, L_, reciprocal, (o_.by_inverse ? growth_L : 1.0) * relative, f_.norm_L);
+    keep(k, row_, U_, T(1), (o_.by_inverse ? growth_U : 1.0) * relative, f_.norm_U);
+    keep(k, column_, L_, reciprocal, (o_.by_inverse ? growth_L : 1.0) * relative, f_.norm_L);
     extend(L_, k, in_L, T(1));
     extend(U_, k, in_U, reciprocal);
   }
@@ -210,9 +169,10 @@ class Iluc {
   const IlucOptions o_;
   LuFactor<T> f_;
   Side<T> L_, U_;
-  Line<T> row_, column_;
-  Vector<int> column_start_, column_row_, kept_;
-  Vector<T> column_value_, kept_value_;
+  WorkLine<T> row_, column_;
+  Vector<int> column_start_, column_row_;
+  Vector<T> column_value_;
+  KeptEntries<T> kept_;
 };
 
 }  // namespace

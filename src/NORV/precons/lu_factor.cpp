@@ -6,7 +6,7 @@
 #include <cmath>
 
 #include "NORV/precons/position_set.hpp"
-#include "norv/sort.h"
+#include "NORV/precons/work_line.hpp"
 
 namespace vlm::norv {
 namespace {
@@ -31,42 +31,6 @@ void spread(const Triangle<T>& A, int i, T* y) {
   const T by = y[i];
   for (std::int64_t p = A.start[i]; p < A.start[i + 1]; ++p)
     y[A.index[p]] -= product(A.value[p], by);
-}
-
-/// A row that is being formed: values by column, and which columns hold one.
-template <class T>
-class WorkRow {
- public:
-  explicit WorkRow(int n) : value_(n, T{}), taken_(n, 0) {}
-  T& operator[](int j) { return value_[j]; }
-  bool holds(int j) const { return taken_[j] != 0; }
-  void enter(int j, T v) {
-    taken_[j] = 1;
-    value_[j] = v;
-  }
-  void leave(int j) {
-    taken_[j] = 0;
-    value_[j] = T{};
-  }
-
- private:
-  Vector<T> value_;
-  Vector<char> taken_;
-};
-
-/// Appends the largest entries of a line, columns ascending.
-template <class T>
-void append(Triangle<T>& A, Vector<int>& index, Vector<T>& value, int most) {
-  const int count = static_cast<int>(index.size());
-  const int kept = most >= 0 ? std::min(most, count) : count;
-  auto* const numbers = reinterpret_cast<double*>(value.data());
-  if (kept < count)
-    split_factor_row_by_abs_value(count, is_complex_v<T>, numbers, index.data(), kept);
-  if (!std::is_sorted(index.data(), index.data() + kept))
-    sort_row_qs(kept, is_complex_v<T>, numbers, index.data());
-  std::copy_n(index.data(), kept, A.index.extend(kept));
-  std::copy_n(value.data(), kept, A.value.extend(kept));
-  A.start.push_back(A.index.size());
 }
 
 template <class T>
@@ -120,84 +84,61 @@ class Ilut {
   }
 
  private:
-  void enter(int i, int j, T v) {
-    row_.enter(j, v);
-    if (j < i)
-      waiting_.insert(j);
-    else if (j > i)
-      right_.push_back(j);
-  }
-
   void form(int i) {
-    right_.clear();
-    left_.clear();
-    left_value_.clear();
     const double norm = row_norm(A_, i), least = drop_ * norm;
-    row_.enter(i, T{});
-    for (int k = A_.start[i]; k < A_.start[i + 1]; ++k) {
-      if (A_.column[k] == i)
-        row_[i] = A_.value[k];
-      else
-        enter(i, A_.column[k], A_.value[k]);
-    }
+    row_.add(i, T{});
+    for (int k = A_.start[i]; k < A_.start[i + 1]; ++k) row_.add(A_.column[k], A_.value[k]);
     eliminate(i, least);
-    const T pivot = row_[i];
-    row_.leave(i);
     constexpr double tiny = 1e-14, replacement = 1e-4;
-    enter_pivot(f_, pivot, tiny * norm, (drop_ + replacement) * norm);
-    keep(least);
+    enter_pivot(f_, row_[i], tiny * norm, (drop_ + replacement) * norm);
+    keep(i, least);
+    row_.clear();
   }
 
   /// Takes the rows before i off, columns ascending.
   void eliminate(int i, double least) {
-    while (!waiting_.empty()) {
+    kept_.clear();
+    for (int seen = 0;;) {
+      for (; seen < row_.size(); ++seen)
+        if (row_.position(seen) < i) waiting_.insert(row_.position(seen));
+      if (waiting_.empty()) break;
       const int k = waiting_.take_first();
       const T entry = row_[k];
-      row_.leave(k);
       ++f_.seen;
       if (magnitude(entry) <= least) {
         ++f_.dropped;
         continue;
       }
       const T multiplier = product(entry, f_.pivot[k]);
-      left_.push_back(k);
-      left_value_.push_back(multiplier);
-      for (std::int64_t p = f_.U.start[k]; p < f_.U.start[k + 1]; ++p) {
-        const int j = f_.U.index[p];
-        const T off = product(multiplier, f_.U.value[p]);
-        if (row_.holds(j))
-          row_[j] -= off;
-        else
-          enter(i, j, -off);
-      }
+      kept_.push_back(k, multiplier);
+      const std::int64_t first = f_.U.start[k];
+      row_.subtract(multiplier, f_.U.index.data() + first, f_.U.value.data() + first,
+                    f_.U.start[k + 1] - first);
     }
+    kept_.append_to(f_.L, fill_);
   }
 
-  void keep(double least) {
-    right_value_.clear();
-    std::size_t kept = 0;
-    f_.seen += static_cast<std::int64_t>(right_.size());
-    for (const int j : right_) {
-      const T v = row_[j];
-      row_.leave(j);
-      if (magnitude(v) <= least) continue;
-      right_[kept++] = j;
-      right_value_.push_back(v);
+  void keep(int i, double least) {
+    kept_.clear();
+    for (int p = 0; p < row_.size(); ++p) {
+      const int j = row_.position(p);
+      if (j <= i) continue;
+      ++f_.seen;
+      if (magnitude(row_[j]) <= least)
+        ++f_.dropped;
+      else
+        kept_.push_back(j, row_[j]);
     }
-    f_.dropped += static_cast<std::int64_t>(right_.size() - kept);
-    right_.resize(kept);
-    append(f_.L, left_, left_value_, fill_);
-    append(f_.U, right_, right_value_, fill_);
+    kept_.append_to(f_.U, fill_);
   }
 
   const FullRows<T>& A_;
   const double drop_;
   const int fill_;
   LuFactor<T> f_;
-  WorkRow<T> row_;
-  PositionSet waiting_;       ///< columns before the diagonal, to be taken
-  Vector<int> left_, right_;  ///< taken; behind the diagonal
-  Vector<T> left_value_, right_value_;
+  WorkLine<T> row_;
+  PositionSet waiting_;  ///< columns before the diagonal, to be taken
+  KeptEntries<T> kept_;
 };
 
 }  // namespace
@@ -235,33 +176,38 @@ LuFactor<T> factorize_ilut(const FullRows<T>& A, double drop, int fill) {
 template <class T>
 LuFactor<T> factorize_ilu0(const FullRows<T>& A) {
   LuFactor<T> f = new_factor<T>(A.n, static_cast<std::int64_t>(A.column.size()));
-  WorkRow<T> row(A.n);
-  Vector<int> left, right;
-  Vector<T> left_value, right_value;
+  Vector<T> row(static_cast<std::size_t>(A.n), T{});
+  Vector<char> held(static_cast<std::size_t>(A.n), 0);
+  KeptEntries<T> left, right;
   for (int i = 0; i < A.n; ++i) {
     const double norm = row_norm(A, i);
-    row.enter(i, T{});
-    for (int k = A.start[i]; k < A.start[i + 1]; ++k) row.enter(A.column[k], A.value[k]);
-    left.clear(), right.clear(), left_value.clear(), right_value.clear();
-    for (int p = A.start[i]; p < A.start[i + 1]; ++p) {
+    const int first = A.start[i], last = A.start[i + 1];
+    held[i] = 1;
+    for (int k = first; k < last; ++k) {
+      held[A.column[k]] = 1;
+      row[A.column[k]] = A.value[k];
+    }
+    left.clear();
+    right.clear();
+    for (int p = first; p < last; ++p) {
       const int k = A.column[p];
-      if (k > i) {
-        right.push_back(k);
-        right_value.push_back(row[k]);
-      }
+      if (k > i) right.push_back(k, row[k]);
       if (k >= i) continue;
       const T multiplier = product(row[k], f.pivot[k]);
-      left.push_back(k);
-      left_value.push_back(multiplier);
+      left.push_back(k, multiplier);
       for (std::int64_t q = f.U.start[k]; q < f.U.start[k + 1]; ++q)
-        if (row.holds(f.U.index[q])) row[f.U.index[q]] -= product(multiplier, f.U.value[q]);
+        if (held[f.U.index[q]]) row[f.U.index[q]] -= product(multiplier, f.U.value[q]);
     }
     constexpr double tiny = 1e-14, replacement = 1e-4;
     enter_pivot(f, row[i], tiny * norm, replacement * norm);
-    row.leave(i);
-    for (int k = A.start[i]; k < A.start[i + 1]; ++k) row.leave(A.column[k]);
-    append(f.L, left, left_value, -1);
-    append(f.U, right, right_value, -1);
+    held[i] = 0;
+    row[i] = T{};
+    for (int k = first; k < last; ++k) {
+      held[A.column[k]] = 0;
+      row[A.column[k]] = T{};
+    }
+    left.append_to(f.L, -1);
+    right.append_to(f.U, -1);
   }
   return f;
 }
