@@ -6,10 +6,12 @@
 #include <atomic>
 #include <cmath>
 #include <cstdint>
+#include <type_traits>
 
 #include "base/matrix_types.hpp"
 #include "base/progress.hpp"
 #include "base/sparse_product.hpp"
+#include "kernels/choice.hpp"
 
 namespace vlm {
 namespace {
@@ -17,7 +19,9 @@ namespace {
 using sparse::Access;
 
 /// Right-hand sides that share a pass.
-constexpr int group = 4;
+constexpr int group = residual_group;
+/// Right-hand sides from which a group is worth it, the last one standing in for those that lack.
+constexpr int worth_a_group = 3;
 
 double size_of(double v) { return std::abs(v); }
 double size_of(const zcomplex& v) { return std::abs(v.real()) + std::abs(v.imag()); }
@@ -26,11 +30,11 @@ double size_of(const zcomplex& v) { return std::abs(v.real()) + std::abs(v.imag(
 template <class T>
 constexpr double excess = sizeof(T) == sizeof(double) ? 1 : 2;
 
-/// What is gathered of one row, the right-hand sides next to each other.
-template <class T, int width>
+/// What is gathered of one row of a right-hand side.
+template <class T>
 struct Row {
-  T residual[width];
-  double scale[width];  ///< |A||x|
+  T residual;
+  double scale;  ///< |A||x|
 };
 
 /// Of some rows of one right-hand side.
@@ -51,18 +55,15 @@ struct Found {
 constexpr int ahead = 64;
 
 /// Subtracts rows first to last-1 of the matrix times x from the residuals, adds their sizes.
-/// @param x  [n * width], the values of one unknown next to each other
-template <Access access, int width, class T>
-void take_rows(const InputMatrix& m, const T* __restrict x, Row<T, width>* __restrict out,
-               int first, int last) {
+template <Access access, class T>
+void take_rows(const InputMatrix& m, const T* __restrict x, Row<T>* __restrict out, int first,
+               int last) {
   const T* const values = values_as<T>(m.a);
   for (std::ptrdiff_t i = first; i < last; ++i) {
-    T sum[width] = {}, own[width];
-    double scale[width] = {}, own_size[width];
-    for (int k = 0; k < width; ++k) {
-      own[k] = x[i * width + k];
-      own_size[k] = size_of(own[k]);
-    }
+    T sum{};
+    double scale = 0;
+    const T own = x[i];
+    const double own_size = size_of(own);
     for (int p = m.ia[i] - 1; p < m.ia[i + 1] - 1; ++p) {
       __builtin_prefetch(values + p + ahead);
       __builtin_prefetch(m.ja + p + ahead);
@@ -70,23 +71,18 @@ void take_rows(const InputMatrix& m, const T* __restrict x, Row<T, width>* __res
       const T a = values[p];
       const double a_size = size_of(a);
       if constexpr (sparse::gathers(access)) {
-        const T here = maybe_conj<access == Access::hermitian_transpose>(a);
-        for (int k = 0; k < width; ++k) add_product(sum[k], here, x[j * width + k]);
-        for (int k = 0; k < width; ++k) scale[k] += a_size * size_of(x[j * width + k]);
+        add_product(sum, maybe_conj<access == Access::hermitian_transpose>(a), x[j]);
+        scale += a_size * size_of(x[j]);
       }
       if constexpr (sparse::scatters(access)) {
         if (sparse::mirrors(access) && j == i) continue;
-        const T there = -maybe_conj<access == Access::hermitian>(a);
-        Row<T, width>& row = out[j];
-        for (int k = 0; k < width; ++k) add_product(row.residual[k], there, own[k]);
-        for (int k = 0; k < width; ++k) row.scale[k] += a_size * own_size[k];
+        add_product(out[j].residual, -maybe_conj<access == Access::hermitian>(a), own);
+        out[j].scale += a_size * own_size;
       }
     }
     if constexpr (sparse::gathers(access)) {
-      for (int k = 0; k < width; ++k) {
-        out[i].residual[k] -= sum[k];
-        out[i].scale[k] += scale[k];
-      }
+      out[i].residual -= sum;
+      out[i].scale += scale;
     }
   }
 }
@@ -110,54 +106,83 @@ bool single(const SparseProduct& product, const T* x, const T* b, double* room) 
   const std::int64_t n = m.n;
   // Threads that add into foreign rows have all rows to themselves.
   constexpr bool apart = sparse::scatters(access);
-  auto* const rows = reinterpret_cast<Row<T, 1>*>(room);
+  auto* const rows = reinterpret_cast<Row<T>*>(room);
   const sparse::Rows<sparse::Format{1, sparse::Diagonal::anywhere, true}, int, T> A{
       m.n, m.n, m.ia, m.ja, values_as<T>(m.a)};
   const int threads = A.nnz() < sparse::worth_a_team ? 1 : product.nthreads;
   const double allowed = allowed_part(m.n);
   return sum_over_team(threads,
                        [&](int thread, int team) {
-                         Row<T, 1>* const own = rows + (apart ? n * thread : 0);
+                         Row<T>* const own = rows + (apart ? n * thread : 0);
                          const int from = sparse::share_begin(A, thread, team);
                          const int to = sparse::share_begin(A, thread + 1, team);
                          for (int i = apart ? 0 : from; i < (apart ? m.n : to); ++i)
-                           own[i] = {{apart && thread > 0 ? T(0) : b[i]}, {0}};
-                         take_rows<access, 1>(m, x, own, from, to);
+                           own[i] = {apart && thread > 0 ? T(0) : b[i], 0};
+                         take_rows<access>(m, x, own, from, to);
                          if (apart) sparse::wait_for_team(team);
                          Found found;
                          for (int i = from; i < to; ++i) {
-                           Row<T, 1> row = rows[i];
+                           Row<T> row = rows[i];
                            for (int other = 1; apart && other < team; ++other) {
-                             const Row<T, 1>& part = rows[n * other + i];
-                             row.residual[0] += part.residual[0];
-                             row.scale[0] += part.scale[0];
+                             const Row<T>& part = rows[n * other + i];
+                             row.residual += part.residual;
+                             row.scale += part.scale;
                            }
-                           judge(row.residual[0], row.scale[0], b[i], allowed, found);
+                           judge(row.residual, row.scale, b[i], allowed, found);
                          }
                          return found;
                        })
       .passes();
 }
 
-/// Four right-hand sides, by one thread.
+/// The real parts of a group's values, then the imaginary ones.
+void put_parts(double* to, double v) { to[0] = v; }
+void put_parts(double* to, const zcomplex& v) {
+  to[0] = v.real();
+  to[group] = v.imag();
+}
+template <class T>
+T from_parts(const double* from) {
+  if constexpr (std::is_same_v<T, double>)
+    return from[0];
+  else
+    return {from[0], from[group]};
+}
+
+/// A group of right-hand sides from `first` on, by one thread.
 template <Access access, class T>
-bool together(const SparseProduct& product, const T* x, const T* b, double* room) {
+bool together(const SparseProduct& product, int nrhs, int first, const T* x, const T* b,
+              double* room) {
   const InputMatrix& m = product.matrix;
-  const std::ptrdiff_t n = m.n;
-  auto* const rows = reinterpret_cast<Row<T, group>*>(room);
-  T* const mixed = reinterpret_cast<T*>(rows + n);
-  const double allowed = allowed_part(m.n);
+  const std::ptrdiff_t n = m.n, width = group * sizeof(T) / sizeof(double);
+  double* const mixed = room;
+  double* const residual = mixed + n * width;
+  double* const scale = residual + n * width;
+  std::ptrdiff_t column[group];
+  for (int k = 0; k < group; ++k) column[k] = n * std::min(first + k, nrhs - 1);
   for (std::ptrdiff_t i = 0; i < n; ++i)
     for (int k = 0; k < group; ++k) {
-      mixed[i * group + k] = x[i + k * n];
-      rows[i].residual[k] = b[i + k * n];
-      rows[i].scale[k] = 0;
+      put_parts(mixed + i * width + k, x[i + column[k]]);
+      put_parts(residual + i * width + k, b[i + column[k]]);
+      scale[i * group + k] = size_of(b[i + column[k]]);
     }
-  take_rows<access, group>(m, mixed, rows, 0, m.n);
+  kernels<T>().residual_rows({.first = 0,
+                              .last = m.n,
+                              .ia = m.ia,
+                              .ja = m.ja,
+                              .a = values_as<T>(m.a),
+                              .gathers = sparse::gathers(access),
+                              .scatters = sparse::scatters(access),
+                              .conjugate_here = access == Access::hermitian_transpose,
+                              .conjugate_there = access == Access::hermitian,
+                              .x = mixed,
+                              .residual = residual,
+                              .scale = scale});
+  const double allowed = allowed_part(m.n);
   Found found[group];
   for (std::ptrdiff_t i = 0; i < n; ++i)
     for (int k = 0; k < group; ++k)
-      judge(rows[i].residual[k], rows[i].scale[k], b[i + k * n], allowed, found[k]);
+      judge(from_parts<T>(residual + i * width + k), scale[i * group + k], T(0), allowed, found[k]);
   return std::ranges::all_of(found, &Found::passes);
 }
 
@@ -169,19 +194,20 @@ std::size_t group_room(int n, int nvals) {
   return static_cast<std::size_t>(n) * static_cast<std::size_t>(group * (2 * nvals + 1));
 }
 
+int groups_of(int nrhs) { return (nrhs + group - 1) / group; }
+
 /// Teams of one that share many right-hand sides.
-int sharers(int nrhs, int nthreads) { return std::max(1, std::min(nthreads, nrhs / group)); }
+int sharers(int nrhs, int nthreads) { return std::max(1, std::min(nthreads, groups_of(nrhs))); }
 
 template <Access access, class T>
 bool all_columns(const SparseProduct& product, int nrhs, const T* x, const T* b, double* room) {
   const std::ptrdiff_t n = product.matrix.n;
-  if (nrhs < group) {
+  if (nrhs < worth_a_group) {
     for (int k = 0; k < nrhs; ++k)
       if (!single<access>(product, x + k * n, b + k * n, room)) return false;
     return true;
   }
-  // The last group reaches back over columns of the one before it.
-  const int groups = (nrhs + group - 1) / group;
+  const int groups = groups_of(nrhs);
   const std::ptrdiff_t entries = product.matrix.ia[n] - 1;
   const bool worth_it = entries * nrhs >= sparse::worth_a_team;
   const int threads = worth_it ? sharers(nrhs, product.nthreads) : 1;
@@ -189,8 +215,8 @@ bool all_columns(const SparseProduct& product, int nrhs, const T* x, const T* b,
   std::atomic<bool> good = true;
   const auto take = [&](int g, int thread) {
     if (!good.load(std::memory_order_relaxed)) return;
-    const std::ptrdiff_t at = n * std::min(g * group, nrhs - group);
-    if (!together<access>(product, x + at, b + at, room + static_cast<std::size_t>(thread) * own))
+    double* const own_room = room + static_cast<std::size_t>(thread) * own;
+    if (!together<access>(product, nrhs, g * group, x, b, own_room))
       good.store(false, std::memory_order_relaxed);
   };
   if (threads == 1) {
@@ -223,7 +249,8 @@ bool by_type(const SparseProduct& product, int nrhs, const double* x, const doub
 }  // namespace
 
 std::size_t rounding_room(int n, int nvals, int nrhs, int nthreads) {
-  if (nrhs < group) return single_room(n, nvals) * static_cast<std::size_t>(std::max(1, nthreads));
+  if (nrhs < worth_a_group)
+    return single_room(n, nvals) * static_cast<std::size_t>(std::max(1, nthreads));
   return group_room(n, nvals) * static_cast<std::size_t>(sharers(nrhs, nthreads));
 }
 
