@@ -5,6 +5,7 @@
 #include "kernels/gemm.hpp"
 #include "kernels/ldlt.hpp"
 #include "kernels/lu.hpp"
+#include "kernels/residual.hpp"
 #include "kernels/sweep.hpp"
 #include "kernels/triangle.hpp"
 #include "kernels/vector.hpp"
@@ -32,7 +33,8 @@ constexpr Kernels<T> table() {
           solve_lower_transposed<T>,
           lanes<T> / Kind<T>::parts,
           sweep_forward<T>,
-          sweep_backward<T>};
+          sweep_backward<T>,
+          residual_rows<T>};
 }
 
 const Kernels<double> kernels_double = table<double>();

@@ -7,6 +7,7 @@
 /// offsets, since the operands are panels and not structural arrays.
 #pragma once
 
+#include <complex>
 #include <cstddef>
 
 #include "kernels/blas.hpp"
@@ -102,6 +103,25 @@ struct PanelSweep {
   T *c = nullptr, *tail = nullptr;
 };
 
+/// Vectors that share a pass over a sparse matrix.
+inline constexpr int residual_group = 16;
+
+/// Rows first to last-1 of a sparse matrix times a group of vectors, the values of one unknown next
+/// to each other, of complex kinds all real parts before all imaginary ones.  Products are taken off
+/// the residuals and their sizes added up, of complex factors the sums of the parts' magnitudes.
+template <class T>
+struct ResidualRows {
+  using Real = decltype(std::real(T()));
+  int first = 0, last = 0;
+  const int *ia = nullptr, *ja = nullptr;  ///< rows and columns, 1-based
+  const T* a = nullptr;
+  bool gathers = true, scatters = false;  ///< entries count for their row; for their column
+  bool conjugate_here = false, conjugate_there = false;  ///< in the one and the other place
+  const Real* x = nullptr;
+  Real* residual = nullptr;
+  Real* scale = nullptr;  ///< [n * residual_group]
+};
+
 /// Pivot statistics and threshold of a diagonal block's factorization.
 template <class T>
 struct BlockPivots {
@@ -144,6 +164,7 @@ struct Kernels {
   void (*sweep_forward)(const PanelSweep<T>&);
   /// y := op(L)^-T (y - op(entries below)^T c), op the conjugate where asked.
   void (*sweep_backward)(const PanelSweep<T>&);
+  void (*residual_rows)(const ResidualRows<T>&);
 };
 
 }  // namespace vlm

@@ -20,7 +20,7 @@
 
 namespace vlm {
 
-constexpr int block_rhs = 32;  ///< most right-hand sides taken at once
+constexpr int block_rhs = 64;  ///< most right-hand sides taken at once
 
 /// Node and scale of each position, on the side of the right-hand side or of the solution.
 ///

@@ -6,11 +6,13 @@
 #include <atomic>
 #include <cmath>
 #include <cstdint>
+#include <type_traits>
 
 #include "base/matrix_types.hpp"
 #include "base/progress.hpp"
 #include "base/sparse_product.hpp"
 #include "base/team.hpp"
+#include "kernels/choice.hpp"
 
 namespace vlm {
 namespace {
@@ -18,7 +20,9 @@ namespace {
 using sparse::Access;
 
 /// Right-hand sides that share a pass.
-constexpr int group = 4;
+constexpr int group = residual_group;
+/// Right-hand sides from which a group is worth it, the last one standing in for those that lack.
+constexpr int worth_a_group = 3;
 
 double size_of(double v) { return std::abs(v); }
 double size_of(const zcomplex& v) { return std::abs(v.real()) + std::abs(v.imag()); }
@@ -27,18 +31,11 @@ double size_of(const zcomplex& v) { return std::abs(v.real()) + std::abs(v.imag(
 template <class T>
 constexpr double excess = sizeof(T) == sizeof(double) ? 1 : 2;
 
-/// What is gathered of one row, the right-hand sides next to each other.
-template <class T, int width>
+/// What is gathered of one row of a right-hand side.
+template <class T>
 struct Row {
-  T residual[width];
-  double scale[width];  ///< |A||x|
-  Row& operator+=(const Row& other) {
-    for (int k = 0; k < width; ++k) {
-      residual[k] += other.residual[k];
-      scale[k] += other.scale[k];
-    }
-    return *this;
-  }
+  T residual;
+  double scale;  ///< |A||x|
 };
 
 /// Of some rows of one right-hand side.
@@ -58,23 +55,16 @@ struct Found {
 /// the processor's own prefetching stops.
 constexpr int ahead = 64;
 
-/// Rows first to last-1 of -A x and |A||x|.
-/// @param x    [n * width], the values of one unknown next to each other
-/// @param out  [n], gets what the entries bring to the rows of their columns
-/// @param own  own(i, row), what row i itself brings; rows of a triangle get nothing from rows behind
-///             them, and are complete with it
-template <Access access, int width, class T, class Own>
-void take_rows(const InputMatrix& m, const T* __restrict x, Row<T, width>* __restrict out,
-               int first, int last, const Own& own) {
+/// Subtracts rows first to last-1 of the matrix times x from the residuals, adds their sizes.
+template <Access access, class T>
+void take_rows(const InputMatrix& m, const T* __restrict x, Row<T>* __restrict out, int first,
+               int last) {
   const T* const values = values_as<T>(m.a);
   for (std::ptrdiff_t i = first; i < last; ++i) {
-    Row<T, width> sum{};
-    T x_own[width];
-    double x_size[width];
-    for (int k = 0; k < width; ++k) {
-      x_own[k] = x[i * width + k];
-      x_size[k] = size_of(x_own[k]);
-    }
+    T sum{};
+    double scale = 0;
+    const T own = x[i];
+    const double own_size = size_of(own);
     for (int p = m.ia[i] - 1; p < m.ia[i + 1] - 1; ++p) {
       __builtin_prefetch(values + p + ahead);
       __builtin_prefetch(m.ja + p + ahead);
@@ -82,39 +72,32 @@ void take_rows(const InputMatrix& m, const T* __restrict x, Row<T, width>* __res
       const T a = values[p];
       const double a_size = size_of(a);
       if constexpr (sparse::gathers(access)) {
-        const T here = -maybe_conj<access == Access::hermitian_transpose>(a);
-        for (int k = 0; k < width; ++k) add_product(sum.residual[k], here, x[j * width + k]);
-        for (int k = 0; k < width; ++k) sum.scale[k] += a_size * size_of(x[j * width + k]);
+        add_product(sum, maybe_conj<access == Access::hermitian_transpose>(a), x[j]);
+        scale += a_size * size_of(x[j]);
       }
       if constexpr (sparse::scatters(access)) {
         if (sparse::mirrors(access) && j == i) continue;
-        const T there = -maybe_conj<access == Access::hermitian>(a);
-        Row<T, width>& row = out[j];
-        for (int k = 0; k < width; ++k) add_product(row.residual[k], there, x_own[k]);
-        for (int k = 0; k < width; ++k) row.scale[k] += a_size * x_size[k];
+        add_product(out[j].residual, -maybe_conj<access == Access::hermitian>(a), own);
+        out[j].scale += a_size * own_size;
       }
     }
-    if constexpr (sparse::gathers(access)) own(i, sum);
+    if constexpr (sparse::gathers(access)) {
+      out[i].residual -= sum;
+      out[i].scale += scale;
+    }
   }
 }
 
 /// What a row's residual may be of its |A||x| + |b|.  The largest among many rows is larger.
 double allowed_part(int n) { return worst_row * std::max(1.0, std::sqrt(n / many_rows)); }
 
-/// Judges one row of each right-hand side.
-/// @param b       values of the row, one for each, `stride` apart
-/// @param allowed allowed_part()
-template <class T, int width>
-void judge(const Row<T, width>& row, const T* b, std::ptrdiff_t stride, double allowed,
-           Found* found) {
-  for (int k = 0; k < width; ++k) {
-    const T right = b[k * stride];
-    const double residual = size_of(right + row.residual[k]);
-    const double whole = (row.scale[k] + size_of(right)) / excess<T>;
-    if (!(residual <= allowed * whole)) found[k].good = false;
-    found[k].residual += residual;
-    found[k].scale += whole;
-  }
+/// Judges one row of one right-hand side.
+template <class T>
+void judge(const T& r, double scale, const T& b, double allowed, Found& found) {
+  const double residual = size_of(r), whole = (scale + size_of(b)) / excess<T>;
+  if (!(residual <= allowed * whole)) found.good = false;
+  found.residual += residual;
+  found.scale += whole;
 }
 
 /// One right-hand side, by a team.
@@ -124,63 +107,83 @@ bool single(const SparseProduct& product, const T* x, const T* b, double* room) 
   const std::int64_t n = m.n;
   // Threads that add into foreign rows have all rows to themselves.
   constexpr bool apart = sparse::scatters(access);
-  using One = Row<T, 1>;
-  auto* const rows = reinterpret_cast<One*>(room);
+  auto* const rows = reinterpret_cast<Row<T>*>(room);
   const sparse::Rows<sparse::Format{1, sparse::Diagonal::anywhere, true}, int, T> A{
       m.n, m.n, m.ia, m.ja, values_as<T>(m.a)};
   const int threads = A.nnz() < sparse::worth_a_team ? 1 : product.nthreads;
   const double allowed = allowed_part(m.n);
-  return sum_over_team(
-             threads,
-             [&](int thread, int team) {
-               One* const mine = rows + n * thread;
-               const int from = sparse::share_begin(A, thread, team);
-               const int to = sparse::share_begin(A, thread + 1, team);
-               Found found;
-               if constexpr (apart) {
-                 std::fill_n(mine, n, One{});
-                 take_rows<access, 1>(m, x, mine, from, to,
-                                      [&](std::ptrdiff_t i, const One& own) { mine[i] += own; });
-                 sparse::wait_for_team(team);
-                 for (int i = from; i < to; ++i) {
-                   One row = rows[i];
-                   for (int other = 1; other < team; ++other) row += rows[n * other + i];
-                   judge(row, b + i, 0, allowed, &found);
-                 }
-               } else {
-                 take_rows<access, 1>(m, x, mine, from, to, [&](std::ptrdiff_t i, const One& own) {
-                   judge(own, b + i, 0, allowed, &found);
-                 });
-               }
-               return found;
-             })
+  return sum_over_team(threads,
+                       [&](int thread, int team) {
+                         Row<T>* const own = rows + (apart ? n * thread : 0);
+                         const int from = sparse::share_begin(A, thread, team);
+                         const int to = sparse::share_begin(A, thread + 1, team);
+                         for (int i = apart ? 0 : from; i < (apart ? m.n : to); ++i)
+                           own[i] = {apart && thread > 0 ? T(0) : b[i], 0};
+                         take_rows<access>(m, x, own, from, to);
+                         if (apart) sparse::wait_for_team(team);
+                         Found found;
+                         for (int i = from; i < to; ++i) {
+                           Row<T> row = rows[i];
+                           for (int other = 1; apart && other < team; ++other) {
+                             const Row<T>& part = rows[n * other + i];
+                             row.residual += part.residual;
+                             row.scale += part.scale;
+                           }
+                           judge(row.residual, row.scale, b[i], allowed, found);
+                         }
+                         return found;
+                       })
       .passes();
 }
 
-/// Four right-hand sides, by one thread.
-/// @param rows   [n] zeros, which they are again afterwards
-/// @param mixed  [group * n] scratch
+/// The real parts of a group's values, then the imaginary ones.
+void put_parts(double* to, double v) { to[0] = v; }
+void put_parts(double* to, const zcomplex& v) {
+  to[0] = v.real();
+  to[group] = v.imag();
+}
+template <class T>
+T from_parts(const double* from) {
+  if constexpr (std::is_same_v<T, double>)
+    return from[0];
+  else
+    return {from[0], from[group]};
+}
+
+/// A group of right-hand sides from `first` on, by one thread.
 template <Access access, class T>
-bool together(const InputMatrix& m, const T* x, const T* b, Row<T, group>* rows, T* mixed) {
-  const std::ptrdiff_t n = m.n;
-  const double allowed = allowed_part(m.n);
+bool together(const SparseProduct& product, int nrhs, int first, const T* x, const T* b,
+              double* room) {
+  const InputMatrix& m = product.matrix;
+  const std::ptrdiff_t n = m.n, width = group * sizeof(T) / sizeof(double);
+  double* const mixed = room;
+  double* const residual = mixed + n * width;
+  double* const scale = residual + n * width;
+  std::ptrdiff_t column[group];
+  for (int k = 0; k < group; ++k) column[k] = n * std::min(first + k, nrhs - 1);
   for (std::ptrdiff_t i = 0; i < n; ++i)
-    for (int k = 0; k < group; ++k) mixed[i * group + k] = x[i + k * n];
-  Found found[group];
-  const auto finish = [&](std::ptrdiff_t i, Row<T, group>& row) {
-    judge(row, b + i, n, allowed, found);
-    row = {};
-  };
-  take_rows<access, group>(m, mixed, rows, 0, m.n, [&](std::ptrdiff_t i, Row<T, group>& own) {
-    if constexpr (sparse::scatters(access)) {
-      rows[i] += own;
-      finish(i, rows[i]);
-    } else {
-      finish(i, own);
+    for (int k = 0; k < group; ++k) {
+      put_parts(mixed + i * width + k, x[i + column[k]]);
+      put_parts(residual + i * width + k, b[i + column[k]]);
+      scale[i * group + k] = size_of(b[i + column[k]]);
     }
-  });
-  if constexpr (!sparse::gathers(access))
-    for (std::ptrdiff_t i = 0; i < n; ++i) finish(i, rows[i]);
+  kernels<T>().residual_rows({.first = 0,
+                              .last = m.n,
+                              .ia = m.ia,
+                              .ja = m.ja,
+                              .a = values_as<T>(m.a),
+                              .gathers = sparse::gathers(access),
+                              .scatters = sparse::scatters(access),
+                              .conjugate_here = access == Access::hermitian_transpose,
+                              .conjugate_there = access == Access::hermitian,
+                              .x = mixed,
+                              .residual = residual,
+                              .scale = scale});
+  const double allowed = allowed_part(m.n);
+  Found found[group];
+  for (std::ptrdiff_t i = 0; i < n; ++i)
+    for (int k = 0; k < group; ++k)
+      judge(from_parts<T>(residual + i * width + k), scale[i * group + k], T(0), allowed, found[k]);
   return std::ranges::all_of(found, &Found::passes);
 }
 
@@ -192,41 +195,46 @@ std::size_t group_room(int n, int nvals) {
   return static_cast<std::size_t>(n) * static_cast<std::size_t>(group * (2 * nvals + 1));
 }
 
+int groups_of(int nrhs) { return (nrhs + group - 1) / group; }
+
 /// Teams of one that share many right-hand sides.
-int sharers(int nrhs, int nthreads) { return std::max(1, std::min(nthreads, nrhs / group)); }
+int sharers(int nrhs, int nthreads) { return std::max(1, std::min(nthreads, groups_of(nrhs))); }
 
 template <Access access, class T>
 bool all_columns(const SparseProduct& product, int nrhs, const T* x, const T* b, double* room) {
   const std::ptrdiff_t n = product.matrix.n;
-  if (nrhs < group) {
+  if (nrhs < worth_a_group) {
     for (int k = 0; k < nrhs; ++k)
       if (!single<access>(product, x + k * n, b + k * n, room)) return false;
     return true;
   }
-  // The last group reaches back over columns of the one before it.
-  const int groups = (nrhs + group - 1) / group;
+  const int groups = groups_of(nrhs);
   const std::ptrdiff_t entries = product.matrix.ia[n] - 1;
   const bool worth_it = entries * nrhs >= sparse::worth_a_team;
   const int threads = worth_it ? sharers(nrhs, product.nthreads) : 1;
   const std::size_t own = group_room(product.matrix.n, sizeof(T) / sizeof(double));
   std::atomic<bool> good = true;
-  TeamFailure failure;
-#pragma omp parallel num_threads(threads)
-  {
-    double* const mine = room + static_cast<std::size_t>(omp_get_thread_num()) * own;
-    auto* const rows = reinterpret_cast<Row<T, group>*>(mine);
-    std::fill_n(rows, n, Row<T, group>{});
-#pragma omp for schedule(dynamic, 1)
+  const auto take = [&](int g, int thread) {
+    if (!good.load(std::memory_order_relaxed)) return;
+    double* const own_room = room + static_cast<std::size_t>(thread) * own;
+    if (!together<access>(product, nrhs, g * group, x, b, own_room))
+      good.store(false, std::memory_order_relaxed);
+  };
+  if (threads == 1) {
+    for (int g = 0; g < groups; ++g) {
+      pulse();
+      take(g, 0);
+    }
+  } else {
+    TeamFailure failure;
+#pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
     for (int g = 0; g < groups; ++g)
       failure.guard([&] {
         pulse();
-        if (!good.load(std::memory_order_relaxed)) return;
-        const std::ptrdiff_t at = n * std::min(g * group, nrhs - group);
-        if (!together<access>(product.matrix, x + at, b + at, rows, reinterpret_cast<T*>(rows + n)))
-          good.store(false, std::memory_order_relaxed);
+        take(g, omp_get_thread_num());
       });
+    failure.rethrow();
   }
-  failure.rethrow();
   return good;
 }
 
@@ -248,7 +256,8 @@ bool by_type(const SparseProduct& product, int nrhs, const double* x, const doub
 }  // namespace
 
 std::size_t rounding_room(int n, int nvals, int nrhs, int nthreads) {
-  if (nrhs < group) return single_room(n, nvals) * static_cast<std::size_t>(std::max(1, nthreads));
+  if (nrhs < worth_a_group)
+    return single_room(n, nvals) * static_cast<std::size_t>(std::max(1, nthreads));
   return group_room(n, nvals) * static_cast<std::size_t>(sharers(nrhs, nthreads));
 }
 

@@ -22,8 +22,8 @@ inline constexpr double worst_row = 1e-14, many_rows = 1e4;
 /// Doubles of room for the test.
 std::size_t rounding_room(int n, int nvals, int nrhs, int nthreads);
 
-/// One pass over the matrix for four right-hand sides, or for a single one; ends with the first
-/// that does not pass.  Complex numbers count by the sums of their parts' magnitudes, which on the
+/// One pass over the matrix for a group of right-hand sides, or for a single one; ends with the
+/// first that does not pass.  Complex numbers count by the sums of their parts' magnitudes, which on the
 /// side of |A||x| are halved, so that a test that is passed holds for the moduli.
 /// @param x, b  n by nrhs, in
 /// @param room  rounding_room() doubles, written to

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The steps of a sweep with a panel and a block of right-hand sides, of every instruction set that
-// the processor runs, beside plain loops over the same entries.
+// What works on several right-hand sides at once, of every instruction set that the processor runs,
+// beside plain loops: the steps of a sweep with a panel, and residuals.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -161,6 +161,80 @@ TYPED_TEST(SweepKernelTest, StepsAreThoseOfPlainLoops) {
                 << kernel->isa << " width " << width << " below " << below;
             ASSERT_EQ(backward.c, want.c);
           }
+}
+
+/// A triangle, a matrix by rows and one by columns, 40 rows with up to 5 entries off the diagonal.
+TYPED_TEST(SweepKernelTest, ResidualsAndTheirSizesAreThoseOfPlainLoops) {
+  using T = TypeParam;
+  using Real = typename ResidualRows<T>::Real;
+  constexpr int n = 40, group = residual_group, parts = sizeof(T) / sizeof(Real);
+  std::mt19937 gen{7};
+  std::vector<int> ia{1}, ja;
+  for (int i = 0; i < n; ++i) {
+    ja.push_back(i + 1);
+    for (int j = i + 1; j < n && j < i + 12; j += 1 + static_cast<int>(gen() % 4))
+      ja.push_back(j + 1);
+    ia.push_back(static_cast<int>(ja.size()) + 1);
+  }
+  std::vector<T> a(ja.size()), x(n * group);
+  for (T& v : a) v = random_value<T>(gen);
+  for (T& v : x) v = random_value<T>(gen);
+  const auto size = [](T v) { return std::abs(std::real(v)) + std::abs(std::imag(v)); };
+  std::vector<Real> mixed(static_cast<std::size_t>(n * group * parts));
+  const auto place = [](int i, int k, int part) {
+    return static_cast<std::size_t>((i * parts + part) * group + k);
+  };
+  for (int i = 0; i < n; ++i)
+    for (int k = 0; k < group; ++k) {
+      const T v = x[static_cast<std::size_t>(i * group + k)];
+      mixed[place(i, k, 0)] = std::real(v);
+      if (parts == 2) mixed[place(i, k, parts - 1)] = std::imag(v);
+    }
+  for (const Kernels<T>* kernel : runnable_kernels<T>())
+    for (int flags = 1; flags < 16; ++flags) {
+      ResidualRows<T> p{.first = 2, .last = n - 1, .ia = ia.data(), .ja = ja.data(), .a = a.data()};
+      p.gathers = (flags & 1) != 0;
+      p.scatters = (flags & 2) != 0;
+      p.conjugate_here = (flags & 4) != 0;
+      p.conjugate_there = (flags & 8) != 0;
+      if (!p.gathers && !p.scatters) continue;
+      std::vector<T> want(n * group, T(1));
+      std::vector<Real> want_scale(n * group, Real(2)), scale(want_scale);
+      std::vector<Real> residual(mixed.size(), Real(0));
+      for (int i = 0; i < n; ++i)
+        for (int k = 0; k < group; ++k) residual[place(i, k, 0)] = Real(1);
+      const auto take = [&](int to, int from, T entry) {
+        for (int k = 0; k < group; ++k) {
+          const auto at = static_cast<std::size_t>(to * group + k);
+          const T v = x[static_cast<std::size_t>(from * group + k)];
+          want[at] -= entry * v;
+          want_scale[at] += static_cast<Real>(size(entry) * size(v));
+        }
+      };
+      for (int i = p.first; i < p.last; ++i)
+        for (int at = ia[static_cast<std::size_t>(i)]; at < ia[static_cast<std::size_t>(i + 1)];
+             ++at) {
+          const int j = ja[static_cast<std::size_t>(at - 1)] - 1;
+          const T entry = a[static_cast<std::size_t>(at - 1)];
+          if (p.gathers) take(i, j, conjugated_if(entry, p.conjugate_here));
+          if (p.scatters && !(p.gathers && i == j))
+            take(j, i, conjugated_if(entry, p.conjugate_there));
+        }
+      p.x = mixed.data();
+      p.residual = residual.data();
+      p.scale = scale.data();
+      kernel->residual_rows(p);
+      const double tolerance = std::is_same_v<T, float> ? 1e-5 : 1e-13;
+      ASSERT_LT(distance(scale, want_scale), tolerance) << kernel->isa << flags;
+      for (int i = 0; i < n; ++i)
+        for (int k = 0; k < group; ++k) {
+          const T v = want[static_cast<std::size_t>(i * group + k)];
+          ASSERT_NEAR(residual[place(i, k, 0)], std::real(v), tolerance) << kernel->isa << flags;
+          if (parts == 2) {
+            ASSERT_NEAR(residual[place(i, k, parts - 1)], std::imag(v), tolerance);
+          }
+        }
+    }
 }
 
 }  // namespace
