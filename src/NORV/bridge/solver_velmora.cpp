@@ -274,6 +274,9 @@ void norv_velmora_factorize(direct_factorization* f, smat* A) {
   vlm::mend_diagonal(work, A);
   int error = 0;
   {
+    // A preconditioner that timing changes takes another number of iterations each time.
+    const vlm::OptionForCall fixed_order(work.iparm[33],
+                                         vlm::running_scope() != nullptr ? 1 : work.iparm[33]);
     const vlm::FortranIndexing base_1(A);
     error = vlm::call_velmora(work, 22, A, f->perm != nullptr ? f->perm->p : nullptr, 1, nullptr,
                               nullptr);

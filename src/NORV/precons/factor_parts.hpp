@@ -5,7 +5,7 @@
 /// don't meet: subtrees of about equal work become parts, what is above them the top.  Each part,
 /// and the top, is a factor of its own over the rows that it touches; a part's effect on the rows
 /// of the top is summed up in the part, and added part by part.  The number of parts is fixed, so
-/// that results do not depend on the number of threads.
+/// that a sweep does not depend on the number of threads.
 #pragma once
 
 #include "NORV/precons/ldlt_factor.hpp"
