@@ -173,7 +173,7 @@ PanelSweep<T> block_step(const SolveFrame<T>& f, const Panel<T>& p, const Triang
           .row = row,
           .front = f.rows_in_front(row, p.below()),
           .c = f.y - f.nb,
-          .tail = f.tail - f.nb};
+          .tail = f.tail == nullptr ? nullptr : f.tail - f.nb};
 }
 
 /// y := (triangle)^-1 y for a panel's columns, and the rows below brought up to date.
