@@ -150,6 +150,17 @@ T from_parts(const double* from) {
     return {from[0], from[group]};
 }
 
+/// Calls f(begin, end) for pieces of n rows, whose residuals stay in the second-level cache.  The
+/// listener may end the call between them.
+template <class F>
+void by_pieces(int n, const F& f) {
+  constexpr int piece = 2048;
+  for (int begin = 0; begin < n; begin += std::min(piece, n - begin)) {
+    pulse();
+    f(begin, begin + std::min(piece, n - begin));
+  }
+}
+
 /// A group of right-hand sides from `first` on, by one thread.
 template <Access access, class T>
 bool together(const SparseProduct& product, int nrhs, int first, const T* x, const T* b,
@@ -161,29 +172,39 @@ bool together(const SparseProduct& product, int nrhs, int first, const T* x, con
   double* const scale = residual + n * width;
   std::ptrdiff_t column[group];
   for (int k = 0; k < group; ++k) column[k] = n * std::min(first + k, nrhs - 1);
-  for (std::ptrdiff_t i = 0; i < n; ++i)
-    for (int k = 0; k < group; ++k) {
-      put_parts(mixed + i * width + k, x[i + column[k]]);
-      put_parts(residual + i * width + k, b[i + column[k]]);
-      scale[i * group + k] = size_of(b[i + column[k]]);
-    }
-  kernels<T>().residual_rows({.first = 0,
-                              .last = m.n,
-                              .ia = m.ia,
-                              .ja = m.ja,
-                              .a = values_as<T>(m.a),
-                              .gathers = sparse::gathers(access),
-                              .scatters = sparse::scatters(access),
-                              .conjugate_here = access == Access::hermitian_transpose,
-                              .conjugate_there = access == Access::hermitian,
-                              .x = mixed,
-                              .residual = residual,
-                              .scale = scale});
+  by_pieces(m.n, [&](int begin, int end) {
+    for (std::ptrdiff_t i = begin; i < end; ++i)
+      for (int k = 0; k < group; ++k) {
+        put_parts(mixed + i * width + k, x[i + column[k]]);
+        put_parts(residual + i * width + k, b[i + column[k]]);
+        scale[i * group + k] = size_of(b[i + column[k]]);
+      }
+  });
   const double allowed = allowed_part(m.n);
   Found found[group];
-  for (std::ptrdiff_t i = 0; i < n; ++i)
-    for (int k = 0; k < group; ++k)
-      judge(from_parts<T>(residual + i * width + k), scale[i * group + k], T(0), allowed, found[k]);
+  const auto judge_rows = [&](int begin, int end) {
+    for (std::ptrdiff_t i = begin; i < end; ++i)
+      for (int k = 0; k < group; ++k)
+        judge(from_parts<T>(residual + i * width + k), scale[i * group + k], T(0), allowed,
+              found[k]);
+  };
+  by_pieces(m.n, [&](int begin, int end) {
+    kernels<T>().residual_rows({.first = begin,
+                                .last = end,
+                                .ia = m.ia,
+                                .ja = m.ja,
+                                .a = values_as<T>(m.a),
+                                .gathers = sparse::gathers(access),
+                                .scatters = sparse::scatters(access),
+                                .conjugate_here = access == Access::hermitian_transpose,
+                                .conjugate_there = access == Access::hermitian,
+                                .x = mixed,
+                                .residual = residual,
+                                .scale = scale});
+    // Rows of a stored triangle get nothing from those behind them.
+    if (sparse::gathers(access)) judge_rows(begin, end);
+  });
+  if (!sparse::gathers(access)) by_pieces(m.n, judge_rows);
   return std::ranges::all_of(found, &Found::passes);
 }
 
