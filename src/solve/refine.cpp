@@ -19,7 +19,7 @@ namespace {
 /// A residual below this part of the right-hand side is one of rounding, which may change it by
 /// this factor.  Among iterates so good and so close the later one counts: its small rows, which
 /// the norm does not see, are the better ones.
-constexpr double rounding_level = 1e-12, rounding_noise = 2;
+constexpr double rounding_level = 1e-12, rounding_noise = 16;
 
 std::size_t vector_length(const RefineOptions& options, int n, int nrhs) {
   return static_cast<std::size_t>(n) * static_cast<std::size_t>(nrhs) *
