@@ -105,8 +105,11 @@ Outcome run_matching(const InputMatrix& matrix, const Options& options, int* per
   const bool symmetric = options.symmetric;
   const Vector<double> magnitudes =
       options.type->nvals() == 2 ? convert2abs(matrix.nnz(), matrix.a) : Vector<double>();
-  const MatchInput part{matrix.n - options.schur, matrix.ia, matrix.ja,
-                        options.type->nvals() == 2 ? magnitudes.data() : matrix.a, symmetric,
+  const MatchInput part{matrix.n - options.schur,
+                        matrix.ia,
+                        matrix.ja,
+                        options.type->nvals() == 2 ? magnitudes.data() : matrix.a,
+                        symmetric,
                         options.threads};
   MatchResult result = match(part, options);
   if (!symmetric && result.count < part.n) return {error_matching, -result.count, 0, 0};

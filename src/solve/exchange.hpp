@@ -138,7 +138,8 @@ template <class T>
 void scatter_tile(const Exchange<T>& e, double* x, const Tile<T>& tile) {
   T values[Tile<T>::nodes][block_rhs];
   const int count = std::min(e.count, block_rhs);
-  for (int c = 0; c < std::min(tile.count, Tile<T>::nodes); ++c) std::copy_n(tile.row[c], count, values[c]);
+  for (int c = 0; c < std::min(tile.count, Tile<T>::nodes); ++c)
+    std::copy_n(tile.row[c], count, values[c]);
   for (int k = 0; k < e.count; ++k) {
     const std::ptrdiff_t column = static_cast<std::ptrdiff_t>(k) * e.st.n - 1;
     if (tile.adjacent) {
