@@ -5,6 +5,7 @@
 /// the factor, the scratch.  Only then are the factor and the caller's arrays written.
 #include "driver/invert.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +16,7 @@
 #include "base/scratch_file.hpp"
 #include "base/status.hpp"
 #include "base/thread_guard.hpp"
+#include "base/work_team.hpp"
 #include "driver/check_input_fc.hpp"
 #include "driver/diag.hpp"
 #include "driver/factor_store.hpp"
@@ -95,6 +97,18 @@ struct Free {
   void operator()(void* block) const { std::free(block); }
 };
 
+/// Copies a factor; the threads touch its memory for the first time, and listen between pieces.
+void copy_factor(void* to, const void* from, std::size_t bytes, int threads) {
+  constexpr std::size_t piece = std::size_t{16} << 20;
+  const auto pieces = static_cast<int>((bytes + piece - 1) / piece);
+  side_by_side(threads, pieces, [&](int k) {
+    pulse();
+    const std::size_t at = static_cast<std::size_t>(k) * piece;
+    std::memcpy(static_cast<char*>(to) + at, static_cast<const char*>(from) + at,
+                std::min(piece, bytes - at));
+  });
+}
+
 void print_times(double total, const InverseTimes& times) {
   const auto line = [](const char* text, double seconds) {
     std::printf("[VELMORA]: %-38s%14.6f s\n", text, seconds);
@@ -129,6 +143,7 @@ Outcome invert_record(const Call& call, FactorRecord& record, InverseTimes& time
   const Structure& st = *static_cast<const Structure*>(slot(pt, slot_structure));
   const InverseOptions options{matrix_type(record.mtype), record.single,
                                call.iparm(3) < 1 ? call.default_threads : call.iparm(3)};
+  if (Progress* const progress = Progress::current()) progress->begin(phase_inversion, 0);
   const bool fills = call.iparm(37) == 1 && stored.symmetric;
   Vector<int> starts;
   if (fills)
@@ -140,7 +155,8 @@ Outcome invert_record(const Call& call, FactorRecord& record, InverseTimes& time
   void* lu = record.lu;
   if (call.iparm(36) == copy_in_memory) {
     copy.reset(allocate(record.bytes, at_inverse));
-    lu = std::memcpy(copy.get(), record.lu, record.bytes);
+    copy_factor(copy.get(), record.lu, record.bytes, options.threads);
+    lu = copy.get();
   } else if (call.iparm(36) == copy_on_disk) {
     if (file.write(record.lu, record.bytes) != 0) return {error_memory, at_file, 0, record.bytes};
   }
