@@ -2,6 +2,7 @@
 #include "ordering/amd.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 
 #include "base/memory.hpp"
@@ -13,6 +14,21 @@ namespace {
 
 constexpr int none = -1;
 
+double pairs(double of) { return of * (of - 1) / 2; }
+
+// Where a variable waits that costs so much and has this weight: by the logarithm of the cost over
+// the square root of the weight, four places an octave from 2^-24 on.  The bits of a double are
+// its logarithm, by straight lines between the powers of two.
+constexpr int cost_places = 8 * (24 + 64);
+constexpr int bits_of_place = 49;
+constexpr std::int64_t least_logarithm =
+    std::bit_cast<std::int64_t>(0x1p-24) - std::bit_cast<std::int64_t>(1.0) / 2;
+int cost_place(double cost, int weight) {
+  const auto logarithm =
+      std::bit_cast<std::int64_t>(cost) - std::bit_cast<std::int64_t>(double(weight)) / 2;
+  return static_cast<int>(std::max<std::int64_t>(0, logarithm - least_logarithm) >> bits_of_place);
+}
+
 // The quotient graph.
 //
 // A live variable i has its list in lists[start[i] ...): elements[i] elements first, then
@@ -21,6 +37,10 @@ constexpr int none = -1;
 // pivot element, 0 when it has been absorbed or eliminated with owner[i].  work[e] is 0 for a
 // dead element; otherwise its distance from `flag` is the part of the element outside the
 // pivot element.
+//
+// Variables wait in lists by their place in the sequence of scores; previous[i] is ~place for the
+// first of a list.
+template <EliminationScore score>
 class QuotientGraph {
  public:
   QuotientGraph(const WeightedGraph& graph, int halo, AmdWorkspace& w)
@@ -37,7 +57,9 @@ class QuotientGraph {
         next_(w.next),
         previous_(w.previous),
         bucket_(w.bucket),
-        owner_(w.owner) {
+        owner_(w.owner),
+        reach_(w.reach),
+        joined_(w.joined) {
     load(graph);
   }
 
@@ -60,16 +82,25 @@ class QuotientGraph {
   void close_element(int me);
   void renew_flag();
 
+  void enqueue(int i, int place);
+  int place_of(int i, int weight, int degree) const;
+
+  static constexpr bool by_fill = score == EliminationScore::fill;
+
   bool is_halo(int i) const { return i >= inner_; }
 
   int n_, inner_;
   Vector<int>&lists_, &start_, &length_, &elements_, &size_, &degree_, &work_;
   Vector<int>&head_, &next_, &previous_, &bucket_, &owner_;
+  // Of a member of the pivot element, by fill: the weight that its other elements have outside,
+  // and the pairs of neighbours that these or a neighbour's weight join.
+  Vector<int>& reach_;
+  Vector<double>& joined_;
   int free_ = 0;          // first unused place of lists_
   int total_ = 0;         // weight of all vertices
   int to_eliminate_ = 0;  // weight of the inner vertices
   int eliminated_ = 0;
-  int least_ = 0;
+  int least_ = 0;   // no variable waits at a place before
   int flag_ = 2;
   int largest_ = 0;  // weight of the largest element so far
   // the pivot element
@@ -80,7 +111,8 @@ class QuotientGraph {
   FactorCost cost_;
 };
 
-void QuotientGraph::load(const WeightedGraph& graph) {
+template <EliminationScore score>
+void QuotientGraph<score>::load(const WeightedGraph& graph) {
   const int edges = graph.ptr[n_];
   lists_.resize(static_cast<std::size_t>(edges) + edges / 5 + n_ + 1);
   std::copy(graph.adj.begin(), graph.adj.begin() + edges, lists_.begin());
@@ -96,21 +128,49 @@ void QuotientGraph::load(const WeightedGraph& graph) {
   owner_.assign(n_, none);
   degree_.assign(n_, 0);
   bucket_.assign(n_, none);
+  if constexpr (by_fill) {
+    reach_.assign(n_, 0);
+    joined_.assign(n_, 0.0);
+  }
   for (int i = 0; i < n_; ++i) {
     total_ += size_[i];
     if (!is_halo(i)) to_eliminate_ += size_[i];
-    for (int k = start_[i]; k < start_[i] + length_[i]; ++k) degree_[i] += size_[lists_[k]];
+    for (int k = start_[i]; k < start_[i] + length_[i]; ++k) {
+      degree_[i] += size_[lists_[k]];
+      if constexpr (by_fill) joined_[i] += pairs(size_[lists_[k]]);
+    }
   }
-  head_.assign(total_ + 1, none);
-  for (int i = 0; i < inner_; ++i) {
-    const int first = head_[degree_[i]];
-    next_[i] = first;
-    if (first != none) previous_[first] = i;
-    head_[degree_[i]] = i;
-  }
+  head_.assign(by_fill ? cost_places : total_ + 1, none);
+  least_ = static_cast<int>(head_.size()) - 1;
+  for (int i = 0; i < inner_; ++i) enqueue(i, place_of(i, size_[i], degree_[i]));
 }
 
-FactorCost QuotientGraph::eliminate_all() {
+// Where a variable that may be eliminated waits.
+//
+// By fill, its neighbours become a clique, in which the pairs that share an element, or a vertex,
+// are joined already.  A small part of the clique counts whatever is joined of it, as wide elements make the
+// next steps dear; and a variable that stands for many spreads its cost over their columns.
+template <EliminationScore score>
+int QuotientGraph<score>::place_of(int i, int weight, int degree) const {
+  if constexpr (!by_fill) return degree;
+  const double joined = pairs(std::max(members_ - weight, 0)) + joined_[i] -
+                        static_cast<double>(weight) * reach_[i];
+  const double d = degree;
+  return cost_place(std::max(0.0, pairs(d) - joined) + d * d / 32, weight);
+}
+
+template <EliminationScore score>
+void QuotientGraph<score>::enqueue(int i, int place) {
+  const int first = head_[place];
+  next_[i] = first;
+  previous_[i] = ~place;
+  if (first != none) previous_[first] = i;
+  head_[place] = i;
+  least_ = std::min(least_, place);
+}
+
+template <EliminationScore score>
+FactorCost QuotientGraph<score>::eliminate_all() {
   for (unsigned elements = 0; eliminated_ < to_eliminate_; ++elements) {
     if (elements % 64 == 0) pulse();
     const int me = pop_least();
@@ -127,25 +187,28 @@ FactorCost QuotientGraph::eliminate_all() {
   return cost_;
 }
 
-int QuotientGraph::pop_least() {
+template <EliminationScore score>
+int QuotientGraph<score>::pop_least() {
   while (head_[least_] == none) ++least_;
   const int me = head_[least_];
   head_[least_] = next_[me];
-  if (next_[me] != none) previous_[next_[me]] = none;
+  if (next_[me] != none) previous_[next_[me]] = ~least_;
   return me;
 }
 
-void QuotientGraph::unlink(int i) {
+template <EliminationScore score>
+void QuotientGraph<score>::unlink(int i) {
   if (is_halo(i)) return;
   if (next_[i] != none) previous_[next_[i]] = previous_[i];
-  if (previous_[i] != none)
+  if (previous_[i] >= 0)
     next_[previous_[i]] = next_[i];
   else
-    head_[degree_[i]] = next_[i];
+    head_[~previous_[i]] = next_[i];
 }
 
 // Takes variable i into the pivot element, at the free end of the lists.
-void QuotientGraph::gather_member(int i) {
+template <EliminationScore score>
+void QuotientGraph<score>::gather_member(int i) {
   const int weight = size_[i];
   if (weight <= 0) return;
   members_ += weight;
@@ -155,7 +218,8 @@ void QuotientGraph::gather_member(int i) {
 }
 
 // Forms the element of the pivot: its variables and those of its elements, which it absorbs.
-void QuotientGraph::form_element(int me) {
+template <EliminationScore score>
+void QuotientGraph<score>::form_element(int me) {
   pivots_ = size_[me];
   eliminated_ += pivots_;
   size_[me] = -pivots_;
@@ -182,7 +246,8 @@ void QuotientGraph::form_element(int me) {
   degree_[me] = members_;
 }
 
-void QuotientGraph::kill_element(int e, int absorber) {
+template <EliminationScore score>
+void QuotientGraph<score>::kill_element(int e, int absorber) {
   owner_[e] = absorber;
   work_[e] = 0;
   length_[e] = 0;
@@ -190,7 +255,8 @@ void QuotientGraph::kill_element(int e, int absorber) {
 
 // Sees to it that the element of the pivot fits behind the lists: else the live lists are
 // moved together.  They never hold more than the edges of the graph, so that suffices.
-void QuotientGraph::make_room(int me) {
+template <EliminationScore score>
+void QuotientGraph<score>::make_room(int me) {
   std::int64_t needed = length_[me] - elements_[me];
   for (int k = start_[me]; k < start_[me] + elements_[me]; ++k) needed += length_[lists_[k]];
   needed = std::min<std::int64_t>(needed, n_);
@@ -214,7 +280,8 @@ void QuotientGraph::make_room(int me) {
   free_ = to;
 }
 
-void QuotientGraph::renew_flag() {
+template <EliminationScore score>
+void QuotientGraph<score>::renew_flag() {
   if (flag_ < 2 || flag_ > 2000000000 - total_) {
     for (int& w : work_)
       if (w != 0) w = 1;
@@ -224,7 +291,8 @@ void QuotientGraph::renew_flag() {
 
 // work(e) - flag := weight of element e outside the pivot element, for each element that
 // touches it.
-void QuotientGraph::measure_overlaps() {
+template <EliminationScore score>
+void QuotientGraph<score>::measure_overlaps() {
   for (int p = begin_; p < end_; ++p) {
     const int i = lists_[p];
     const int weight = -size_[i];
@@ -238,16 +306,19 @@ void QuotientGraph::measure_overlaps() {
   }
 }
 
-void QuotientGraph::update_members(int me) {
+template <EliminationScore score>
+void QuotientGraph<score>::update_members(int me) {
   for (int p = begin_; p < end_; ++p) update_member(me, lists_[p]);
   degree_[me] = members_;
 }
 
 // Degree bound and hash of one member; its list loses what the pivot element covers.
-void QuotientGraph::update_member(int me, int i) {
+template <EliminationScore score>
+void QuotientGraph<score>::update_member(int me, int i) {
   const int first = start_[i], variables = first + elements_[i], stop = first + length_[i];
   int to = first;
   std::int64_t degree = 0;
+  double joined = 0;
   std::uint32_t hash = 0;
   for (int k = first; k < variables; ++k) {
     const int e = lists_[k];
@@ -255,6 +326,7 @@ void QuotientGraph::update_member(int me, int i) {
     const int outside = work_[e] - flag_;
     if (outside > 0) {
       degree += outside;
+      if constexpr (by_fill) joined += outside * (degree_[e] - 0.5 * (outside + 1.0));
       lists_[to++] = e;
       hash += static_cast<std::uint32_t>(e);
     } else {
@@ -263,10 +335,12 @@ void QuotientGraph::update_member(int me, int i) {
   }
   elements_[i] = to - first + 1;
   const int kept_elements = to;
+  if constexpr (by_fill) reach_[i] = static_cast<int>(std::min<std::int64_t>(degree, total_));
   for (int k = variables; k < stop; ++k) {
     const int j = lists_[k];
     if (size_[j] <= 0) continue;
     degree += size_[j];
+    if constexpr (by_fill) joined += pairs(size_[j]);
     lists_[to++] = j;
     hash += static_cast<std::uint32_t>(j);
   }
@@ -282,6 +356,7 @@ void QuotientGraph::update_member(int me, int i) {
     return;
   }
   degree_[i] = static_cast<int>(std::min<std::int64_t>(degree_[i], degree));
+  if constexpr (by_fill) joined_[i] = joined;
   // me goes first.  A place is free, because me or an absorbed element was on the list.
   lists_[to] = lists_[kept_elements];
   lists_[kept_elements] = lists_[first];
@@ -293,7 +368,8 @@ void QuotientGraph::update_member(int me, int i) {
   previous_[i] = b;
 }
 
-void QuotientGraph::merge_indistinguishable() {
+template <EliminationScore score>
+void QuotientGraph<score>::merge_indistinguishable() {
   for (int p = begin_; p < end_; ++p) {
     const int i = lists_[p];
     if (size_[i] >= 0) continue;
@@ -306,7 +382,8 @@ void QuotientGraph::merge_indistinguishable() {
 }
 
 // Absorbs into i the later variables of its bucket that have the same list.
-void QuotientGraph::merge_with_followers(int i) {
+template <EliminationScore score>
+void QuotientGraph<score>::merge_with_followers(int i) {
   for (int k = start_[i] + 1; k < start_[i] + length_[i]; ++k) work_[lists_[k]] = flag_;
   int before = i;
   for (int j = next_[i]; j != none;) {
@@ -330,7 +407,8 @@ void QuotientGraph::merge_with_followers(int i) {
 }
 
 // Puts the remaining members back into the degree lists and closes the element.
-void QuotientGraph::close_element(int me) {
+template <EliminationScore score>
+void QuotientGraph<score>::close_element(int me) {
   const int left = total_ - eliminated_;
   int to = begin_;
   for (int p = begin_; p < end_; ++p) {
@@ -343,12 +421,7 @@ void QuotientGraph::close_element(int me) {
         static_cast<std::int64_t>(degree_[i]) + members_ - weight, left - weight));
     degree_[i] = degree;
     if (is_halo(i)) continue;
-    const int first = head_[degree];
-    next_[i] = first;
-    previous_[i] = none;
-    if (first != none) previous_[first] = i;
-    head_[degree] = i;
-    least_ = std::min(least_, degree);
+    enqueue(i, place_of(i, weight, degree));
   }
   size_[me] = pivots_;
   length_[me] = to - begin_;
@@ -359,7 +432,8 @@ void QuotientGraph::close_element(int me) {
 
 // Order of the vertices by a postorder of the assembly tree, in which the child with the most
 // rows comes last, next to its parent.
-void QuotientGraph::postorder(Vector<int>& order) {
+template <EliminationScore score>
+void QuotientGraph<score>::postorder(Vector<int>& order) {
   Vector<int>&merged = bucket_, &follower = previous_;
   Forest forest(n_, head_, next_);
   merged.assign(n_, none);
@@ -387,17 +461,22 @@ void QuotientGraph::postorder(Vector<int>& order) {
 
 }  // namespace
 
-FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, Vector<int>& order,
-                                      AmdWorkspace& workspace) {
-  QuotientGraph quotient(graph, halo, workspace);
-  const FactorCost cost = quotient.eliminate_all();
-  quotient.postorder(order);
-  return cost;
+FactorCost minimum_score(const WeightedGraph& graph, int halo, EliminationScore score,
+                         Vector<int>& order, AmdWorkspace& workspace) {
+  const auto run = [&](auto quotient) {
+    const FactorCost cost = quotient.eliminate_all();
+    quotient.postorder(order);
+    return cost;
+  };
+  if (score == EliminationScore::fill)
+    return run(QuotientGraph<EliminationScore::fill>(graph, halo, workspace));
+  return run(QuotientGraph<EliminationScore::degree>(graph, halo, workspace));
 }
 
-FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, Vector<int>& order) {
+FactorCost minimum_score(const WeightedGraph& graph, int halo, EliminationScore score,
+                         Vector<int>& order) {
   AmdWorkspace workspace;
-  return approximate_minimum_degree(graph, halo, order, workspace);
+  return minimum_score(graph, halo, score, order, workspace);
 }
 
 }  // namespace vlm

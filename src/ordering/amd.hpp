@@ -18,18 +18,26 @@
 
 namespace vlm {
 
+/// What the next pivot has least of.
+enum class EliminationScore {
+  degree,  ///< neighbours
+  fill,    ///< pairs of neighbours that are not joined yet
+};
+
+/// Work arrays of minimum_score(), for a caller that orders many graphs.
+struct AmdWorkspace {
+  Vector<int> lists, start, length, elements, size, degree, work;
+  Vector<int> head, next, previous, bucket, owner, reach;
+  Vector<double> joined;
+};
+
 /// Orders the vertices 0 to graph.n - halo - 1; the last `halo` vertices are the halo.
 /// @param order  vertices in elimination order, postordered by the assembly tree, appended to
 /// @return cost of the columns ordered, exact
-FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, Vector<int>& order);
+FactorCost minimum_score(const WeightedGraph& graph, int halo, EliminationScore score,
+                         Vector<int>& order, AmdWorkspace& workspace);
 
-/// Work arrays of approximate_minimum_degree(), for a caller that orders many graphs.
-struct AmdWorkspace {
-  Vector<int> lists, start, length, elements, size, degree, work;
-  Vector<int> head, next, previous, bucket, owner;
-};
-
-FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, Vector<int>& order,
-                                      AmdWorkspace& workspace);
+FactorCost minimum_score(const WeightedGraph& graph, int halo, EliminationScore score,
+                         Vector<int>& order);
 
 }  // namespace vlm

@@ -364,7 +364,7 @@ double Dissector::order_leaf(const Piece& piece, int first) {
   if (pairs_ != nullptr)
     leaf = contract_pairs(leaf, partners_within(piece, leaf.n, own.local), lead);
   order.reserve(leaf.n);
-  const double flops = approximate_minimum_degree(leaf, halo, order, own.amd).flops;
+  const double flops = minimum_score(leaf, halo, EliminationScore::fill, order, own.amd).flops;
   int at = first;
   for (const int i : order) {
     const int v = pairs_ == nullptr ? vertex[i] : vertex[lead[i]];
