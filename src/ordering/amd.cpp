@@ -2,8 +2,10 @@
 #include "ordering/amd.hpp"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstdint>
+#include <numeric>
 
 #include "base/memory.hpp"
 #include "base/progress.hpp"
@@ -38,8 +40,8 @@ int cost_place(double cost, int weight) {
 // dead element; otherwise its distance from `flag` is the part of the element outside the
 // pivot element.
 //
-// Variables wait in lists by their place in the sequence of scores; previous[i] is ~place for the
-// first of a list.
+// Variables wait in rings by their place in the sequence of scores; next[n + place] and
+// previous[n + place] are the ends of a ring.
 template <EliminationScore score>
 class QuotientGraph {
  public:
@@ -53,13 +55,11 @@ class QuotientGraph {
         size_(w.size),
         degree_(w.degree),
         work_(w.work),
-        head_(w.head),
         next_(w.next),
         previous_(w.previous),
         bucket_(w.bucket),
         owner_(w.owner),
-        reach_(w.reach),
-        joined_(w.joined) {
+        known_(w.known) {
     load(graph);
   }
 
@@ -76,14 +76,14 @@ class QuotientGraph {
   void make_room(int me);
   void measure_overlaps();
   void update_members(int me);
-  void update_member(int me, int i);
+  void update_member(int me, int p);
   void merge_indistinguishable();
   void merge_with_followers(int i);
   void close_element(int me);
   void renew_flag();
 
   void enqueue(int i, int place);
-  int place_of(int i, int weight, int degree) const;
+  int place_of(int weight, int degree, const KnownFill& known) const;
 
   static constexpr bool by_fill = score == EliminationScore::fill;
 
@@ -91,16 +91,15 @@ class QuotientGraph {
 
   int n_, inner_;
   Vector<int>&lists_, &start_, &length_, &elements_, &size_, &degree_, &work_;
-  Vector<int>&head_, &next_, &previous_, &bucket_, &owner_;
-  // Of a member of the pivot element, by fill: the weight that its other elements have outside,
-  // and the pairs of neighbours that these or a neighbour's weight join.
-  Vector<int>& reach_;
-  Vector<double>& joined_;
-  int free_ = 0;          // first unused place of lists_
-  int total_ = 0;         // weight of all vertices
-  int to_eliminate_ = 0;  // weight of the inner vertices
+  Vector<int>&next_, &previous_, &bucket_, &owner_;
+  Vector<KnownFill>& known_;  // of the members of the pivot element, by fill
+  int free_ = 0;              // first unused place of lists_
+  int total_ = 0;             // weight of all vertices
+  int to_eliminate_ = 0;      // weight of the inner vertices
   int eliminated_ = 0;
-  int least_ = 0;   // no variable waits at a place before
+  int least_ = 0;  // no variable waits at a place before
+  // A bit for each place at which a variable waits; those of others may be set too.
+  std::array<std::uint64_t, (cost_places + 63) / 64> used_ = {};
   int flag_ = 2;
   int largest_ = 0;  // weight of the largest element so far
   // the pivot element
@@ -123,26 +122,27 @@ void QuotientGraph<score>::load(const WeightedGraph& graph) {
   size_.assign(graph.weight.begin(), graph.weight.begin() + n_);
   elements_.assign(n_, 0);
   work_.assign(n_, 1);
-  next_.assign(n_, none);
-  previous_.assign(n_, none);
   owner_.assign(n_, none);
   degree_.assign(n_, 0);
   bucket_.assign(n_, none);
-  if constexpr (by_fill) {
-    reach_.assign(n_, 0);
-    joined_.assign(n_, 0.0);
-  }
+  if constexpr (by_fill) known_.resize(n_);
   for (int i = 0; i < n_; ++i) {
     total_ += size_[i];
     if (!is_halo(i)) to_eliminate_ += size_[i];
-    for (int k = start_[i]; k < start_[i] + length_[i]; ++k) {
-      degree_[i] += size_[lists_[k]];
-      if constexpr (by_fill) joined_[i] += pairs(size_[lists_[k]]);
-    }
+    for (int k = start_[i]; k < start_[i] + length_[i]; ++k) degree_[i] += size_[lists_[k]];
   }
-  head_.assign(by_fill ? cost_places : total_ + 1, none);
-  least_ = static_cast<int>(head_.size()) - 1;
-  for (int i = 0; i < inner_; ++i) enqueue(i, place_of(i, size_[i], degree_[i]));
+  const int places = by_fill ? cost_places : total_ + 1;
+  next_.resize(n_ + places);
+  previous_.resize(n_ + places);
+  std::iota(next_.begin() + n_, next_.end(), n_);
+  std::iota(previous_.begin() + n_, previous_.end(), n_);
+  least_ = places - 1;
+  for (int i = 0; i < inner_; ++i) {
+    KnownFill known;
+    for (int k = start_[i]; by_fill && k < start_[i] + length_[i]; ++k)
+      known.joined += 2 * pairs(size_[lists_[k]]);
+    enqueue(i, place_of(size_[i], degree_[i], known));
+  }
 }
 
 // Where a variable that may be eliminated waits.
@@ -151,21 +151,21 @@ void QuotientGraph<score>::load(const WeightedGraph& graph) {
 // are joined already.  A small part of the clique counts whatever is joined of it, as wide elements make the
 // next steps dear; and a variable that stands for many spreads its cost over their columns.
 template <EliminationScore score>
-int QuotientGraph<score>::place_of(int i, int weight, int degree) const {
+int QuotientGraph<score>::place_of(int weight, int degree, const KnownFill& known) const {
   if constexpr (!by_fill) return degree;
-  const double joined = pairs(std::max(members_ - weight, 0)) + joined_[i] -
-                        static_cast<double>(weight) * reach_[i];
   const double d = degree;
+  const double joined =
+      pairs(std::max(members_ - weight, 0)) + known.joined / 2 - weight * known.reach;
   return cost_place(std::max(0.0, pairs(d) - joined) + d * d / 32, weight);
 }
 
 template <EliminationScore score>
 void QuotientGraph<score>::enqueue(int i, int place) {
-  const int first = head_[place];
+  const int head = n_ + place, first = next_[head];
   next_[i] = first;
-  previous_[i] = ~place;
-  if (first != none) previous_[first] = i;
-  head_[place] = i;
+  previous_[i] = head;
+  previous_[first] = next_[head] = i;
+  if constexpr (by_fill) used_[place / 64] |= std::uint64_t{1} << place % 64;
   least_ = std::min(least_, place);
 }
 
@@ -189,21 +189,26 @@ FactorCost QuotientGraph<score>::eliminate_all() {
 
 template <EliminationScore score>
 int QuotientGraph<score>::pop_least() {
-  while (head_[least_] == none) ++least_;
-  const int me = head_[least_];
-  head_[least_] = next_[me];
-  if (next_[me] != none) previous_[next_[me]] = ~least_;
+  while (next_[n_ + least_] >= n_) {
+    if constexpr (by_fill) {  // most places are empty
+      used_[least_ / 64] &= ~(std::uint64_t{1} << least_ % 64);
+      int word = least_ / 64;
+      while (used_[word] == 0) ++word;
+      least_ = 64 * word + std::countr_zero(used_[word]);
+    } else {
+      ++least_;
+    }
+  }
+  const int me = next_[n_ + least_];
+  unlink(me);
   return me;
 }
 
 template <EliminationScore score>
 void QuotientGraph<score>::unlink(int i) {
   if (is_halo(i)) return;
-  if (next_[i] != none) previous_[next_[i]] = previous_[i];
-  if (previous_[i] >= 0)
-    next_[previous_[i]] = next_[i];
-  else
-    head_[~previous_[i]] = next_[i];
+  previous_[next_[i]] = previous_[i];
+  next_[previous_[i]] = next_[i];
 }
 
 // Takes variable i into the pivot element, at the free end of the lists.
@@ -308,17 +313,19 @@ void QuotientGraph<score>::measure_overlaps() {
 
 template <EliminationScore score>
 void QuotientGraph<score>::update_members(int me) {
-  for (int p = begin_; p < end_; ++p) update_member(me, lists_[p]);
+  for (int p = begin_; p < end_; ++p) update_member(me, p);
   degree_[me] = members_;
 }
 
 // Degree bound and hash of one member; its list loses what the pivot element covers.
 template <EliminationScore score>
-void QuotientGraph<score>::update_member(int me, int i) {
+void QuotientGraph<score>::update_member(int me, int p) {
+  const int i = lists_[p];
   const int first = start_[i], variables = first + elements_[i], stop = first + length_[i];
   int to = first;
   std::int64_t degree = 0;
-  double joined = 0;
+  double joined = 0;               // by the other elements, twice
+  std::int64_t joined_within = 0;  // by the weights of neighbours, twice
   std::uint32_t hash = 0;
   for (int k = first; k < variables; ++k) {
     const int e = lists_[k];
@@ -326,7 +333,8 @@ void QuotientGraph<score>::update_member(int me, int i) {
     const int outside = work_[e] - flag_;
     if (outside > 0) {
       degree += outside;
-      if constexpr (by_fill) joined += outside * (degree_[e] - 0.5 * (outside + 1.0));
+      if constexpr (by_fill)
+        joined += static_cast<double>(outside * (2LL * degree_[e] - outside - 1));
       lists_[to++] = e;
       hash += static_cast<std::uint32_t>(e);
     } else {
@@ -335,12 +343,12 @@ void QuotientGraph<score>::update_member(int me, int i) {
   }
   elements_[i] = to - first + 1;
   const int kept_elements = to;
-  if constexpr (by_fill) reach_[i] = static_cast<int>(std::min<std::int64_t>(degree, total_));
+  const std::int64_t reach = degree;
   for (int k = variables; k < stop; ++k) {
     const int j = lists_[k];
     if (size_[j] <= 0) continue;
     degree += size_[j];
-    if constexpr (by_fill) joined += pairs(size_[j]);
+    if constexpr (by_fill) joined_within += size_[j] * (size_[j] - 1LL);
     lists_[to++] = j;
     hash += static_cast<std::uint32_t>(j);
   }
@@ -356,7 +364,8 @@ void QuotientGraph<score>::update_member(int me, int i) {
     return;
   }
   degree_[i] = static_cast<int>(std::min<std::int64_t>(degree_[i], degree));
-  if constexpr (by_fill) joined_[i] = joined;
+  if constexpr (by_fill)
+    known_[p - begin_] = {joined + static_cast<double>(joined_within), static_cast<double>(reach)};
   // me goes first.  A place is free, because me or an absorbed element was on the list.
   lists_[to] = lists_[kept_elements];
   lists_[kept_elements] = lists_[first];
@@ -421,7 +430,7 @@ void QuotientGraph<score>::close_element(int me) {
         static_cast<std::int64_t>(degree_[i]) + members_ - weight, left - weight));
     degree_[i] = degree;
     if (is_halo(i)) continue;
-    enqueue(i, place_of(i, weight, degree));
+    enqueue(i, place_of(weight, degree, by_fill ? known_[p - begin_] : KnownFill{}));
   }
   size_[me] = pivots_;
   length_[me] = to - begin_;
@@ -435,7 +444,7 @@ void QuotientGraph<score>::close_element(int me) {
 template <EliminationScore score>
 void QuotientGraph<score>::postorder(Vector<int>& order) {
   Vector<int>&merged = bucket_, &follower = previous_;
-  Forest forest(n_, head_, next_);
+  Forest forest(n_, work_, next_);
   merged.assign(n_, none);
   for (int i = inner_ - 1; i >= 0; --i) {
     int up = owner_[i];

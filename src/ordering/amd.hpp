@@ -24,11 +24,17 @@ enum class EliminationScore {
   fill,    ///< pairs of neighbours that are not joined yet
 };
 
+/// What is known of the fill of a variable in the element that its last pivot made.
+struct KnownFill {
+  double joined = 0;  ///< twice the pairs of neighbours that other elements and weights join
+  double reach = 0;   ///< weight that its other elements have outside of this one
+};
+
 /// Work arrays of minimum_score(), for a caller that orders many graphs.
 struct AmdWorkspace {
   Vector<int> lists, start, length, elements, size, degree, work;
-  Vector<int> head, next, previous, bucket, owner, reach;
-  Vector<double> joined;
+  Vector<int> next, previous, bucket, owner;
+  Vector<KnownFill> known;
 };
 
 /// Orders the vertices 0 to graph.n - halo - 1; the last `halo` vertices are the halo.

@@ -192,9 +192,9 @@ TEST(MinimumScore, OrdersOfSmallGraphsAreNearTheBest) {
 TEST(MinimumScore, FillSavesOperationsInMeshes) {
   double logarithms = 0;
   int count = 0;
-  for (const test::Matrix& m : {test::poisson2d(30), test::poisson2d(60), test::plate(60, 1),
-                                test::poisson3d(10), test::poisson3d(14), test::saddle_point(6, 1),
-                                test::interior_point_kkt(20, 4, 1)}) {
+  for (const test::Matrix& m :
+       {test::poisson2d(30), test::poisson2d(60), test::plate(60, 1), test::poisson3d(10),
+        test::poisson3d(14), test::saddle_point(6, 1), test::interior_point_kkt(20, 4, 1)}) {
     const WeightedGraph graph = graph_of(m);
     const double ratio =
         operations(graph, EliminationScore::fill) / operations(graph, EliminationScore::degree);
@@ -219,7 +219,8 @@ TEST(MinimumScore, WeightsStandForVertices) {
     ASSERT_TRUE(test::is_permutation(from_one(scaled)));
     const FactorCost counted = postorder_and_cost(heavy, scaled);
     EXPECT_NEAR(cost.flops, counted.flops, 1e-9 * counted.flops) << factor;
-    EXPECT_LT(cost.flops, 1.3 * std::pow(factor, 3.0) * operations(light, EliminationScore::degree));
+    EXPECT_LT(cost.flops,
+              1.3 * std::pow(factor, 3.0) * operations(light, EliminationScore::degree));
   }
 }
 
