@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-/// Approximate minimum degree ordering of a weighted graph, with halo.
+/// Approximate minimum degree and minimum fill orderings of a weighted graph, with halo.
 ///
 /// P. R. Amestoy, T. A. Davis and I. S. Duff, "An approximate minimum degree ordering
 /// algorithm", SIAM J. Matrix Anal. Appl. 17 (1996): quotient graph with element absorption
@@ -8,8 +8,13 @@
 /// nested dissection and halo approximate minimum degree", 2000) count in the degrees and are
 /// never eliminated: they stand for the separators around a leaf of a dissection.
 ///
+/// Fill: E. Rothberg and S. C. Eisenstat, "Node selection strategies for bottom-up sparse matrix
+/// ordering", SIAM J. Matrix Anal. Appl. 19 (1998), and E. G. Ng and P. Raghavan, "Performance of
+/// greedy ordering heuristics for sparse Cholesky factorization", SIAM J. Matrix Anal. Appl. 20
+/// (1999): of the pairs of neighbours those that share an element are taken off, for all elements.
+///
 /// The time is close to linear in the edges on graphs of small degree.  Memory is about
-/// 1.2 |adj| + 12 n integers.
+/// 1.2 |adj| + 12 n integers, by fill 16 n.
 #pragma once
 
 #include "base/memory.hpp"

@@ -354,7 +354,7 @@ void Dissector::split(const Task& task, const Sides& side, Task& left, Task& rig
   }
 }
 
-// Minimum degree on the piece, with the separators around it as halo.
+// Minimum fill or degree on the piece, with the separators around it as halo.
 // Its operations.
 double Dissector::order_leaf(const Piece& piece, int first) {
   Workspace& own = workspace();
@@ -364,7 +364,10 @@ double Dissector::order_leaf(const Piece& piece, int first) {
   if (pairs_ != nullptr)
     leaf = contract_pairs(leaf, partners_within(piece, leaf.n, own.local), lead);
   order.reserve(leaf.n);
-  const double flops = minimum_score(leaf, halo, EliminationScore::fill, order, own.amd).flops;
+  const bool by_fill =
+      halo > 0 || static_cast<double>(leaf.adj.size()) <= tuning_.sparse_whole * leaf.n;
+  const auto score = by_fill ? EliminationScore::fill : EliminationScore::degree;
+  const double flops = minimum_score(leaf, halo, score, order, own.amd).flops;
   int at = first;
   for (const int i : order) {
     const int v = pairs_ == nullptr ? vertex[i] : vertex[lead[i]];
