@@ -190,7 +190,7 @@ void print_degrees(const std::vector<std::string>& problems) {
     double least[3] = {1e300, 1e300, 1e300};
     Vector<int> order[3];
     order[2].resize(graph.n);
-    for (int run = 0; run < 15; ++run)
+    for (int run = 0; run < 5; ++run)
       for (const int k : {0, 1, 2}) {
         const double start = timer_velmora();
         if (k < 2) {
@@ -268,7 +268,7 @@ void print_matchings(const std::vector<std::string>& problems) {
         at = std::min(at, timer_velmora() - start);
       };
       if (m.triangle()) least[3] = 1e300;
-      for (int run = 0; run < 15; ++run) {
+      for (int run = 0; run < 5; ++run) {
         const MatchInput input{m.n, m.ia.data(), m.ja.data(), m.a.data(), m.triangle(), threads};
         double start = timer_velmora();
         const mps_csr cost = csr_create_log(input);
