@@ -184,8 +184,7 @@ void print_degrees(const std::vector<std::string>& problems) {
       has_amd ? " AMD ms | operations |" : "", has_amd ? "---|---|" : "");
   for (const std::string& name : problems) {
     const gallery::Matrix m = named_matrix(name);
-    const WeightedGraph graph =
-        getenv("COMP") ? compress_graph(adjacency_of(m)).graph : weighted_graph(adjacency_of(m));
+    const WeightedGraph graph = weighted_graph(adjacency_of(m));
     constexpr EliminationScore scores[] = {EliminationScore::degree, EliminationScore::fill};
     double least[3] = {1e300, 1e300, 1e300};
     Vector<int> order[3];
