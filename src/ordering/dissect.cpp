@@ -362,7 +362,7 @@ double Dissector::order_leaf(const Piece& piece, int first) {
   Workspace& own = workspace();
   Vector<int> vertex, order, lead;
   WeightedGraph made;
-  const bool alone = piece.vertex.empty();  // the whole graph has no halo
+  const bool alone = piece.all != nullptr && pairs_ == nullptr;  // no halo, no list of vertices
   if (!alone) {
     if (own.local.empty()) own.local.assign(graph_.n, none);
     made = with_halo(graph_, piece, own.local, vertex);
