@@ -301,7 +301,9 @@ bool Dissector::minimum_degree_does(Task& task) {
   if (!small(g) && worth(g, saving(task))) return false;
   task.flops = order_leaf(task.piece, task.first);
   task.ordered = true;
-  return small(g) || !worth(g, saving(task));
+  if (small(g) || !worth(g, saving(task))) return true;
+  if (task.depth == 0 && g.n > most_kept) trim_heap();  // a separator's work stands in its place
+  return false;
 }
 
 // Finds a separator; false when there is no useful one.
@@ -373,10 +375,7 @@ double Dissector::order_leaf(const Piece& piece, int first) {
   const WeightedGraph& leaf = alone ? piece.graph() : made;
   order.reserve(leaf.n);
   const double flops = approximate_minimum_degree(leaf, halo, order, own.amd).flops;
-  if (leaf.n > most_kept) {
-    own.amd = {};
-    if (alone) trim_heap();
-  }
+  if (leaf.n > most_kept) own.amd = {};
   int at = first;
   for (const int i : order) {
     const int v = alone ? i : pairs_ == nullptr ? vertex[i] : vertex[lead[i]];
