@@ -300,12 +300,8 @@ template <class T, bool packed>
 inline void update_deep(const PanelUpdate<T>& u, const ColumnBlock<T>& block, int i, int tiles,
                         PackedTile<T> at) {
   constexpr int rows = tile_rows<T>, vectors = Kind<T>::vectors;
-  Ahead<T> ahead{u.a + static_cast<long>(block.k0) * u.lda, u.lda};
-  // Many columns repay the wait for A.
-  if (block.end - block.first <= 96) {
-    ahead.row = i + tiles * rows;
-    ahead.end = u.m < ahead.row + tiles * rows ? u.m : ahead.row + tiles * rows;
-  }
+  Ahead<T> ahead{u.a + static_cast<long>(block.k0) * u.lda, u.lda, i + tiles * rows};
+  ahead.end = u.m < ahead.row + tiles * rows ? u.m : ahead.row + tiles * rows;
   // Two tiles and what passes beside them fill the first-level cache.
   constexpr int pair = 2 * tile_stride<T, vectors> * static_cast<int>(sizeof(T)) / Kind<T>::parts;
   const bool paired = block.k <= first_level_cache() / pair;

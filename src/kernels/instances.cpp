@@ -27,7 +27,7 @@ constexpr Kernels<T> table() {
           ldlt_diagonal<T>,
           lu_complete<T>,
           largest<T>,
-          multiply<T>,
+          subtract_product<T>,
           multiply_transposed<T>,
           solve_lower<T>,
           solve_lower_transposed<T>,

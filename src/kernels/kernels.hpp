@@ -152,8 +152,8 @@ struct Kernels {
   void (*lu_complete)(int n, T* a, int lda, int* row, int* column, T* work, BlockPivots<T>& stats);
   /// Largest magnitude among n values, of complex ones that of a part; NaN does not count.
   double (*largest)(std::ptrdiff_t n, const T* x);
-  /// t := A x for an m by n panel.
-  void (*multiply)(int m, int n, const T* a, int lda, const T* x, T* t);
+  /// t -= A x for an m by n panel.
+  void (*subtract_product)(int m, int n, const T* a, int lda, const T* x, T* t);
   /// y(j) -= sum over i of op(A(i,j)) t(i), op the conjugate where asked.
   void (*multiply_transposed)(int m, int n, const T* a, int lda, bool conjugate, const T* t, T* y);
   /// x := op(L)^-1 x and x := op(L)^-T x for one vector; strides as in RightSolve.

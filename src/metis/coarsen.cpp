@@ -238,11 +238,10 @@ int contract_part(const LevelGraph& g, const int* cluster, const Slice& part, Co
 void contract_clusters(const LevelGraph& g, int count, CoarseLevel& coarse, CoarsenWorkspace& w,
                        WorkTeam& team) {
   const int* const cluster = coarse.cluster.data();
-  const auto edges = static_cast<std::size_t>(g.ptr[g.n]);
-  for (Vector<int>* list : {&w.adj, &w.edge})
-    if (list->size() < edges) {
-      list->clear();
-      list->resize(edges);
+  for (Growing<int>* list : {&w.adj, &w.edge})
+    if (list->size() < g.ptr[g.n]) {
+      list->release();
+      list->extend(g.ptr[g.n]);
     }
   WeightedGraph& out = coarse.graph;
   out.n = count;

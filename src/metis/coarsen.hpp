@@ -10,6 +10,7 @@
 
 #include <cstdint>
 
+#include "base/growing.hpp"
 #include "base/work_team.hpp"
 #include "metis/level_graph.hpp"
 
@@ -29,7 +30,8 @@ struct ClusterLists {
 
 /// Work arrays, for a caller that contracts many graphs.
 struct CoarsenWorkspace {
-  Vector<int> next, meeting, adj, edge;
+  Vector<int> next, meeting;
+  Growing<int> adj, edge;  // as long as all edges, of which a contraction fills a part
   ClusterLists clusters;
   Vector<ClusterLists> slices;
   Vector<Vector<int>> place;

@@ -61,8 +61,6 @@ void Separation::GainQueue::clear() {
 
 void Separation::set_scale() {
   const int n = graph_.n;
-  if (static_cast<int>(near_.size()) < n) near_.resize(n);
-  queue_.prepare(n);
   const std::int64_t total = weight_[0] + weight_[1] + weight_[2];
   set_most(total);
   unit_ = static_cast<int>(std::max<std::int64_t>(1, total / std::max(n, 1) / 8));
@@ -131,7 +129,14 @@ double Separation::cost_of(const std::array<std::int64_t, 3>& weight) const {
          1e-3 * difference;
 }
 
+// The arrays of moves; they would stand beside a search for layers.
+void Separation::prepare_moves() {
+  if (static_cast<int>(near_.size()) < graph_.n) near_.resize(graph_.n);
+  queue_.prepare(graph_.n);
+}
+
 void Separation::grow_from(int seed) {
+  prepare_moves();
   trail_.clear();
   double best = cost();
   std::size_t kept = 0;
@@ -238,6 +243,7 @@ bool Separation::pass(int to) {
 }
 
 void Separation::refine() {
+  prepare_moves();
   int to = weight_[0] < weight_[1] ? 0 : 1;
   for (int done = 0, idle = 0; done < limits_.passes && idle < 2; ++done, to = 1 - to) {
     pulse();

@@ -104,6 +104,7 @@ class Separation {
     most_ = static_cast<std::int64_t>(limits_.larger_side * static_cast<double>(total));
   }
   void set_scale();
+  void prepare_moves();
   void weigh(const Slice& slice, std::array<std::int64_t, 3>& weight, Vector<int>& separator) const;
   int weight_near(int v, int s) const;
   int bucket(int v) const;

@@ -59,14 +59,17 @@ class Multilevel {
       if (coarse.graph.n > 0.9 * at.n) break;
       levels_.push_back(std::move(coarse));
     }
+    if (whole_.n > most_kept) w_.coarsen = {};
   }
 
   // Carries the sides of the coarsest level back to the whole graph.
   void refine_up(Sides side) {
     while (!levels_.empty()) {
-      const CoarseLevel level = std::move(levels_.back());
-      levels_.pop_back();
-      w_.separation.load(coarsest(), side, level.cluster, team_);
+      {
+        const CoarseLevel level = std::move(levels_.back());
+        levels_.pop_back();
+        w_.separation.load(coarsest(), side, level.cluster, team_);
+      }
       w_.separation.refine();
       if (!levels_.empty()) side = w_.separation.sides();
     }
@@ -167,7 +170,9 @@ Sides find_separator(const WeightedGraph& graph, const DissectionTuning& tuning,
     if (layer.cost() < cost) best = &layer;
   }
   best->cut_through_band(tuning.band_layers, tuning.band_share);
-  return best->take_sides();
+  Sides sides = best->take_sides();
+  if (graph.n > most_kept) workspace = {};
+  return sides;
 }
 
 }  // namespace vlm

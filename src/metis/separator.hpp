@@ -24,6 +24,10 @@
 
 namespace vlm {
 
+/// Vertices of a graph up to which its work arrays are kept for the next one.  Those of larger ones
+/// would stand beside everything that follows.
+constexpr int most_kept = 16384;
+
 /// Work arrays of a way down the contractions and back.
 struct MultilevelWorkspace {
   Separation separation;

@@ -85,11 +85,7 @@ class Dissector {
   Vector<int> partners_within(const Piece& piece, int size, Vector<int>& local) const;
   FactorCost postorder(Vector<int>& order, EliminationTree* tree) const;
   FactorCost finish(Dissection& found) const;
-  Workspace& workspace() {
-    Workspace& own = workspaces_[in_team_ ? omp_get_thread_num() : 0];
-    if (own.local.empty()) own.local.assign(graph_.n, none);
-    return own;
-  }
+  Workspace& workspace() { return workspaces_[in_team_ ? omp_get_thread_num() : 0]; }
 
   const WeightedGraph& graph_;
   const DissectionGoal& goal_;
@@ -112,8 +108,12 @@ class Dissector {
 
 // The graph without its held vertices.
 Piece Dissector::whole_graph() {
-  Piece whole{graph_, Vector<int>(graph_.n)};
-  std::iota(whole.vertex.begin(), whole.vertex.end(), 0);
+  Piece whole;
+  whole.all = &graph_;
+  if (pairs_ != nullptr) {  // their keeper asks for a list
+    whole.vertex.resize(graph_.n);
+    std::iota(whole.vertex.begin(), whole.vertex.end(), 0);
+  }
   if (!held_.empty()) {
     Vector<int> index(graph_.n);
     whole = take_side(whole, held_, 0, index);
@@ -126,7 +126,7 @@ Dissection Dissector::run() {
   int inner = 0;
   {
     Piece whole = whole_graph();
-    inner = whole.graph.n;
+    inner = whole.graph().n;
     order_.resize(inner);
     cut_all(std::move(whole));
   }
@@ -153,15 +153,16 @@ void Dissector::cut_all(Piece whole) {
   const auto size = [](const WeightedGraph& g) { return g.n + static_cast<double>(g.adj.size()); };
   // A forest has nothing that separators could save.
   const bool forest =
-      static_cast<std::int64_t>(task.piece.graph.adj.size()) <= 2LL * (graph_.n - 1);
+      static_cast<std::int64_t>(task.piece.graph().adj.size()) <= 2LL * (graph_.n - 1);
   if (forest) {
     order_leaf(task.piece, 0);
     return;
   }
   // One thread tries minimum degree on what it orders in little time.
-  if (size(task.piece.graph) <= tuning_.tried_first && minimum_degree_does(task)) return;
+  if (size(task.piece.graph()) <= tuning_.tried_first && minimum_degree_does(task)) return;
   const TeamCaller caller;
-  const int threads = size(task.piece.graph) > tuning_.least_team ? std::max(goal_.threads, 1) : 1;
+  const int threads =
+      size(task.piece.graph()) > tuning_.least_team ? std::max(goal_.threads, 1) : 1;
   leave(std::move(task));
   in_team_ = true;
 #pragma omp parallel num_threads(threads)
@@ -171,7 +172,7 @@ void Dissector::cut_all(Piece whole) {
   }
   in_team_ = false;
   failure_.rethrow();
-  if (uncut_.piece.graph.n == 0 || (uncut_.ordered && pairs_ == nullptr)) return;
+  if (uncut_.piece.graph().n == 0 || (uncut_.ordered && pairs_ == nullptr)) return;
   const double start = timer_velmora();
   order_leaf(uncut_.piece, 0);
   note(uncut_, start, team_.saved());
@@ -193,7 +194,7 @@ std::unique_ptr<Task> Dissector::largest_waiting(bool& finished) {
   finished = unfinished_ == 0;
   if (waiting_.empty()) return nullptr;
   const auto largest = std::ranges::max_element(
-      waiting_, {}, [](const Task* task) { return task->piece.graph.adj.size(); });
+      waiting_, {}, [](const Task* task) { return task->piece.graph().adj.size(); });
   std::unique_ptr<Task> taken(*largest);
   *largest = waiting_.back();
   waiting_.pop_back();
@@ -234,7 +235,7 @@ void Dissector::dissect_piece(Task task) {
   if (goal_.trace != nullptr && goal_.threads < 2)
     team_.assume(std::max(1, goal_.trace->threads >> std::min(task.depth, 30)));
   pulse();
-  const WeightedGraph& g = task.piece.graph;
+  const WeightedGraph& g = task.piece.graph();
   const auto stays_whole = [&] {
     return task.separator > 0 && !task.ordered && !surely_pays(g, task.separator) &&
            minimum_degree_does(task);
@@ -261,6 +262,7 @@ void Dissector::dissect_piece(Task task) {
   }
   Task left, right;
   split(task, side, left, right);
+  if (task.depth == 0 && task.piece.graph().n > most_kept) trim_heap();
   task.piece = {};
   left.parent = right.parent = note(task, start, saved);
   left.depth = right.depth = task.depth + 1;
@@ -282,7 +284,7 @@ bool Dissector::small(const WeightedGraph& g) const {
 // Operations that separators save of those of minimum degree.
 double Dissector::saving(const Task& task) const {
   if (task.depth > 0) return tuning_.saved_of_piece * task.flops;
-  const Vector<int>& w = task.piece.graph.weight;
+  const Vector<int>& w = task.piece.graph().weight;
   const double weight = std::accumulate(w.begin(), w.end(), 0.0);
   const bool solid = task.flops > tuning_.solid_work * weight * weight;
   return (solid ? tuning_.saved_of_solid : tuning_.saved_of_whole) * task.flops;
@@ -295,16 +297,18 @@ bool Dissector::surely_pays(const WeightedGraph& g, double separator) const {
 
 // Orders a piece by minimum degree, unless that is expected not to do; whether it does.
 bool Dissector::minimum_degree_does(Task& task) {
-  const WeightedGraph& g = task.piece.graph;
+  const WeightedGraph& g = task.piece.graph();
   if (!small(g) && worth(g, saving(task))) return false;
   task.flops = order_leaf(task.piece, task.first);
   task.ordered = true;
-  return small(g) || !worth(g, saving(task));
+  if (small(g) || !worth(g, saving(task))) return true;
+  if (task.depth == 0 && g.n > most_kept) trim_heap();  // a separator's work stands in its place
+  return false;
 }
 
 // Finds a separator; false when there is no useful one.
 bool Dissector::find_sides(Task& task, Sides& side) {
-  const WeightedGraph& g = task.piece.graph;
+  const WeightedGraph& g = task.piece.graph();
   side = find_separator(g, tuning_, task.layered, workspace().separator, team_);
   if (keeper_) {
     Vector<int> paired(side.begin(), side.end());
@@ -329,7 +333,7 @@ bool Dissector::find_sides(Task& task, Sides& side) {
 
 // Puts a separator at the end of the places of a piece, and its sides before it.
 void Dissector::split(const Task& task, const Sides& side, Task& left, Task& right) {
-  const WeightedGraph& g = task.piece.graph;
+  const WeightedGraph& g = task.piece.graph();
   Vector<int> index(g.n);
   const auto take = [&](int s) {
     (s == 0 ? left : right).piece = take_side(task.piece, side, s, index);
@@ -340,15 +344,15 @@ void Dissector::split(const Task& task, const Sides& side, Task& left, Task& rig
     team_.loop(2, take);
   left.layered = right.layered = task.layered;
   left.first = task.first;
-  right.first = left.first + left.piece.graph.n;
-  const int first = right.first + right.piece.graph.n;
+  right.first = left.first + left.piece.graph().n;
+  const int first = right.first + right.piece.graph().n;
   int at = first;
   for (int i = 0; i < g.n; ++i)
-    if (side[i] == 2) order_[at++] = task.piece.vertex[i];
+    if (side[i] == 2) order_[at++] = task.piece.vertex_of(i);
   const double cut = at - first;
   const bool flat = cut * cut <= tuning_.flat_factor * g.n;
   for (Task* half : {&left, &right}) {
-    const double part = static_cast<double>(half->piece.graph.n) / g.n;
+    const double part = static_cast<double>(half->piece.graph().n) / g.n;
     half->separator = task.separator * std::pow(part, flat ? 1.0 / 2 : 2.0 / 3);
     half->flops = task.flops * part;
   }
@@ -359,18 +363,25 @@ void Dissector::split(const Task& task, const Sides& side, Task& left, Task& rig
 double Dissector::order_leaf(const Piece& piece, int first) {
   Workspace& own = workspace();
   Vector<int> vertex, order, lead;
-  WeightedGraph leaf = with_halo(graph_, piece, own.local, vertex);
-  const int halo = leaf.n - piece.graph.n;
+  WeightedGraph made;
+  const bool alone = piece.all != nullptr && pairs_ == nullptr;  // no halo, no list of vertices
+  if (!alone) {
+    if (own.local.empty()) own.local.assign(graph_.n, none);
+    made = with_halo(graph_, piece, own.local, vertex);
+  }
+  const int halo = alone ? 0 : made.n - piece.graph().n;
   if (pairs_ != nullptr)
-    leaf = contract_pairs(leaf, partners_within(piece, leaf.n, own.local), lead);
+    made = contract_pairs(made, partners_within(piece, made.n, own.local), lead);
+  const WeightedGraph& leaf = alone ? piece.graph() : made;
   order.reserve(leaf.n);
   const bool by_fill =
       halo > 0 || static_cast<double>(leaf.adj.size()) <= tuning_.sparse_whole * leaf.n;
   const auto score = by_fill ? EliminationScore::fill : EliminationScore::degree;
   const double flops = minimum_score(leaf, halo, score, order, own.amd).flops;
+  if (leaf.n > most_kept) own.amd = {};
   int at = first;
   for (const int i : order) {
-    const int v = pairs_ == nullptr ? vertex[i] : vertex[lead[i]];
+    const int v = alone ? i : pairs_ == nullptr ? vertex[i] : vertex[lead[i]];
     order_[at++] = v;
     if (pairs_ != nullptr && pairs_->partner[v] != none) order_[at++] = pairs_->partner[v];
   }
@@ -380,7 +391,7 @@ double Dissector::order_leaf(const Piece& piece, int first) {
 // Partners of the vertices of a piece in its own numbering.
 Vector<int> Dissector::partners_within(const Piece& piece, int size, Vector<int>& local) const {
   Vector<int> partner(size, none);
-  const int n = piece.graph.n;
+  const int n = piece.graph().n;
   for (int i = 0; i < n; ++i) local[piece.vertex[i]] = i;
   for (int i = 0; i < n; ++i)
     if (const int mate = pairs_->partner[piece.vertex[i]]; mate != none) partner[i] = local[mate];

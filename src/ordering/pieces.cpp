@@ -7,12 +7,16 @@ WeightedGraph with_halo(const WeightedGraph& whole, const Piece& piece, Vector<i
                         Vector<int>& vertex) {
   constexpr int none = -1;
   vertex = piece.vertex;
-  const int inner = piece.graph.n;
-  for (int i = 0; i < inner; ++i) local[vertex[i]] = i;
+  const int inner = piece.graph().n;
+  std::size_t edges = 0;
+  for (int i = 0; i < inner; ++i) {
+    local[vertex[i]] = i;
+    edges += whole.ptr[vertex[i] + 1] - whole.ptr[vertex[i]];
+  }
   WeightedGraph out;
   out.ptr.assign(inner + 1, 0);
-  out.adj.reserve(piece.graph.adj.size() * 2);
-  Vector<int> degree;  // of the halo vertices
+  out.adj.reserve(2 * edges - piece.graph().adj.size());  // those that leave the piece count twice
+  Vector<int> degree;                                     // of the halo vertices
   for (int i = 0; i < inner; ++i) {
     const int v = vertex[i];
     for (int k = whole.ptr[v]; k < whole.ptr[v + 1]; ++k) {

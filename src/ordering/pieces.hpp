@@ -7,18 +7,23 @@
 
 namespace vlm {
 
-/// A part of a graph, with its own numbering.
+/// A part of a graph, with its own numbering; or all of it, by reference.
 struct Piece {
-  WeightedGraph graph;
-  Vector<int> vertex;  ///< vertex of the whole graph  [graph.n]
+  WeightedGraph own;
+  const WeightedGraph* all = nullptr;  ///< not null: stands for `own`
+  Vector<int>
+      vertex;  ///< vertex of the whole graph  [graph().n], or empty: that of the same number
+
+  const WeightedGraph& graph() const { return all != nullptr ? *all : own; }
+  int vertex_of(int i) const { return vertex.empty() ? i : vertex[i]; }
 };
 
 /// The vertices of a piece on one of its sides, with their mutual edges.
-/// @param side   of a vertex  [piece.graph.n], in
-/// @param index  scratch  [piece.graph.n]
+/// @param side   of a vertex  [piece.graph().n], in
+/// @param index  scratch  [piece.graph().n]
 template <class Side>
 Piece take_side(const Piece& piece, const Vector<Side>& side, int wanted, Vector<int>& index) {
-  const WeightedGraph& from = piece.graph;
+  const WeightedGraph& from = piece.graph();
   Piece part;
   int count = 0, edges = 0;
   for (int i = 0; i < from.n; ++i)
@@ -26,7 +31,7 @@ Piece take_side(const Piece& piece, const Vector<Side>& side, int wanted, Vector
       index[i] = count++;
       edges += from.ptr[i + 1] - from.ptr[i];
     }
-  WeightedGraph& to = part.graph;
+  WeightedGraph& to = part.own;
   to.n = count;
   part.vertex.reserve(count);
   to.ptr.reserve(count + 1);
@@ -35,7 +40,7 @@ Piece take_side(const Piece& piece, const Vector<Side>& side, int wanted, Vector
   to.weight.reserve(count);
   for (int i = 0; i < from.n; ++i) {
     if (side[i] != wanted) continue;
-    part.vertex.push_back(piece.vertex[i]);
+    part.vertex.push_back(piece.vertex_of(i));
     to.weight.push_back(from.weight[i]);
     for (int k = from.ptr[i]; k < from.ptr[i + 1]; ++k)
       if (side[from.adj[k]] == wanted) to.adj.push_back(index[from.adj[k]]);
@@ -44,7 +49,7 @@ Piece take_side(const Piece& piece, const Vector<Side>& side, int wanted, Vector
   return part;
 }
 
-/// A piece with the vertices around it behind its own, without edges among these.
+/// A piece that lists its vertices, with those around it behind them, without edges among these.
 /// @param whole   the graph that the piece is of, in
 /// @param local   scratch, -1 everywhere on entry and on return  [whole.n]
 /// @param vertex  vertices of the whole graph, out

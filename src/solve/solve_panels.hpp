@@ -85,10 +85,18 @@ bool is_trapezoid(const Panel<T>& p, const Triangle<T>& t) {
   return t.row == 1 && t.below == t.block + p.width;
 }
 
+/// Adds what a panel contributes to its rows below.
+template <class T>
+void add_below(const SolveFrame<T>& f, const Panel<T>& p, const T* sum) {
+  const int* row = p.row + p.width;
+  const int below = p.below(), front = f.rows_in_front(row, below);
+  for (int i = 0; i < front; ++i) f.y[row[i] - 1] += sum[i];
+  for (int i = front; i < below; ++i) f.tail[row[i] - 1] += sum[i];
+}
+
 /// Forward step of one right-hand side, y being the panel's own part.
 template <class T>
 void forward_vector(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>& t, T* y) {
-  const int* row = p.row + p.width;
   TriangleSolve<T> solve{p.width, p.width, t.block, t.row, t.col, t.unit, t.conjugate, y};
   if (p.below() == 0) {
     f.kernel.solve_lower(solve);
@@ -99,15 +107,12 @@ void forward_vector(const SolveFrame<T>& f, const Panel<T>& p, const Triangle<T>
     std::fill_n(f.temp + p.width, p.below(), T(0));
     f.kernel.solve_lower(solve);
     std::copy_n(f.temp, p.width, y);
-    const int front = f.rows_in_front(row, p.below());
-    for (int i = 0; i < front; ++i) f.y[row[i] - 1] += f.temp[p.width + i];
-    for (int i = front; i < p.below(); ++i) f.tail[row[i] - 1] += f.temp[p.width + i];
+    add_below(f, p, f.temp + p.width);
   } else {
     f.kernel.solve_lower(solve);
-    f.kernel.multiply(p.below(), p.width, t.below, t.ld_below, y, f.temp);
-    const int front = f.rows_in_front(row, p.below());
-    for (int i = 0; i < front; ++i) f.y[row[i] - 1] -= f.temp[i];
-    for (int i = front; i < p.below(); ++i) f.tail[row[i] - 1] -= f.temp[i];
+    std::fill_n(f.temp, p.below(), T(0));
+    f.kernel.subtract_product(p.below(), p.width, t.below, t.ld_below, y, f.temp);
+    add_below(f, p, f.temp);
   }
 }
 

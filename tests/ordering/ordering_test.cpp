@@ -262,6 +262,22 @@ TEST(Ordering, DissectionBeatsMinimumDegreeInThreeDimensions) {
   }
 }
 
+// A dissection copies its graph once, for the pieces, and lets the scratch of large ones go.
+TEST(Ordering, MemoryOfADissection) {
+  for (const test::Matrix& m : {test::poisson3d(36), test::poisson2d(260)}) {
+    const Adjacency graph = adjacency_of(m);
+    MemoryMeter meter;
+    {
+      const MeterScope counted(meter);
+      Ordering order;
+      gepmetis_velmora(graph, {.operation_cost = 100}, order);
+    }
+    EXPECT_EQ(meter.now(), 0);
+    const auto size = static_cast<double>(graph.adjncy.size() + 6 * graph.xadj.size());
+    EXPECT_LT(static_cast<double>(meter.peak()), 3.6 * sizeof(int) * size) << m.name;
+  }
+}
+
 TEST(Ordering, GraphsAreCutWhereThatPays) {
   const auto flops = [](const WeightedGraph& graph, double operation_cost) {
     Dissection found = dissect(graph, {.operation_cost = operation_cost});
