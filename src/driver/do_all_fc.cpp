@@ -9,6 +9,7 @@
 #include "base/clock.hpp"
 #include "base/progress.hpp"
 #include "base/status.hpp"
+#include "driver/factor_store.hpp"
 #include "driver/input_scan.hpp"
 #include "driver/stabilised_stage.hpp"
 #include "symbolic/sched.hpp"
@@ -153,7 +154,8 @@ int run_solve(StageArrays& arrays) {
                                      .nrhs = call.nrhs,
                                      .b = call.b,
                                      .x = call.x,
-                                     .cgs_arr = arrays.cgs_arr},
+                                     .cgs_arr = arrays.cgs_arr,
+                                     .room = arrays.refine_room},
                                     solve, result);
   control.results.refinement_steps = result.steps;
   note_plain_solve(arrays.record->history, timer_velmora() - start);
@@ -228,6 +230,30 @@ SolveStep solve_step(const StageArrays& arrays, bool turned) {
     return solve_velmora(as, *arrays.structure, arrays.matching, arrays.record->lu, nrhs, in, out,
                          arrays.work);
   };
+}
+
+std::size_t caller_bytes(const StageArrays& arrays) {
+  const Call& call = arrays.call;
+  return 2 * sizeof(double) * static_cast<std::size_t>(arrays.control.options.type->nvals()) *
+         static_cast<std::size_t>(call.n) * static_cast<std::size_t>(call.nrhs);
+}
+
+std::size_t test_room_bytes(const StageArrays& arrays) {
+  const Call& call = arrays.call;
+  const Options& options = arrays.control.options;
+  if (options.stabilised.k != 0) return 0;
+  return refine_room_bytes(refine_options(options, call, 1), call.n, call.nrhs);
+}
+
+void provide_vectors(StageArrays& arrays, std::size_t bytes) {
+  Control& control = arrays.control;
+  const std::size_t room = test_room_bytes(arrays);
+  const bool beside = room > control.work_bytes;
+  control.cgs_bytes = beside ? bytes + room : bytes;
+  provide_cgs(arrays.call.pt, control.cgs_bytes);
+  arrays.cgs_arr = static_cast<double*>(slot(arrays.call.pt, slot_cgs));
+  arrays.refine_room =
+      beside ? arrays.cgs_arr + bytes / sizeof(double) : static_cast<double*>(arrays.work);
 }
 
 bool factor_is_of_call(const StageArrays& arrays) {

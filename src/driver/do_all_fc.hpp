@@ -30,10 +30,11 @@ struct StageArrays {
   void* structure_block = nullptr;  ///< plan.bytes bytes
   const Structure* structure = nullptr;
   FactorRecord* record = nullptr;
-  void* work = nullptr;       ///< WORK_R0
-  double* cgs_arr = nullptr;  ///< of refinement when it is due, or of a stabilised solve
-  bool fresh = false;         ///< the factor was made in this call
-  bool may_factor = false;    ///< a factorization follows where a stabilised solve fails
+  void* work = nullptr;           ///< WORK_R0
+  double* cgs_arr = nullptr;      ///< of refinement when it is due, or of a stabilised solve
+  double* refine_room = nullptr;  ///< for the tests of refinement
+  bool fresh = false;             ///< the factor was made in this call
+  bool may_factor = false;        ///< a factorization follows where a stabilised solve fails
 
   MapInput map_input() const { return {order.matrix, order.row_perm, control.options.symmetric}; }
 };
@@ -41,6 +42,14 @@ struct StageArrays {
 /// One solve with the call's factor as the options say, or with the other of A and its transpose;
 /// its work space is that of the call.
 SolveStep solve_step(const StageArrays& arrays, bool turned);
+
+/// Bytes of the caller's right-hand sides and solutions.
+std::size_t caller_bytes(const StageArrays& arrays);
+/// Bytes that the tests of a refinement need: in WORK_R0, which is idle between the sweeps, or where
+/// that is too small, behind CGS_ARR.
+std::size_t test_room_bytes(const StageArrays& arrays);
+/// CGS_ARR of `bytes`, and that room.
+void provide_vectors(StageArrays& arrays, std::size_t bytes);
 
 /// Whether the factor was made of the values of the call: only then do its solves tell the
 /// condition.

@@ -167,10 +167,10 @@ void provide_cgs(void** pt, std::size_t bytes) {
   control.cgs_held = bytes;
 }
 
-void release_large_cgs(void** pt) {
+void release_large_cgs(void** pt, std::size_t bytes) {
   constexpr std::size_t small = std::size_t{1} << 20;
   const Control& control = control_of(pt);
-  if (control.cgs_held <= small || control.options.stabilised.k != 0) return;
+  if (control.cgs_held <= bytes + small || control.options.stabilised.k != 0) return;
   release(pt, slot_cgs);
   control_of(pt).cgs_held = 0;
 }

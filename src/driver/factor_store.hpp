@@ -17,13 +17,14 @@ namespace vlm {
 
 /// Slots in use, numbered from 1.  The listener's words are the caller's, and survive an analysis.
 enum Slot : int {
-  slot_calls = 1,         ///< count of calls; 0: the handle is empty
-  slot_basic = 2,         ///< Control
-  slot_table = 4,         ///< FactorRecord [nrecords]
-  slot_structure = 8,     ///< Structure
-  slot_work = 10,         ///< work of factorization and solve
-  slot_cgs = 11,          ///< vectors of refinement, large ones within one solve only; of
-                          ///< stabilised solves
+  slot_calls = 1,      ///< count of calls; 0: the handle is empty
+  slot_basic = 2,      ///< Control
+  slot_table = 4,      ///< FactorRecord [nrecords]
+  slot_structure = 8,  ///< Structure
+  slot_work = 10,      ///< work of factorization and solve
+  slot_cgs =
+      11,  ///< vectors of refinement, larger ones than the caller's within one solve only; of
+           ///< stabilised solves
   slot_match_perm = 13,   ///< permutation of the matching [n]
   slot_match_scale = 14,  ///< scalings of the matching [2n]
   slot_padded = 16,       ///< PaddedMatrix; its content has a destructor, as that of the next
@@ -122,9 +123,9 @@ void provide_factor(FactorRecord& record, std::size_t bytes);
 void provide_work(void** pt, std::size_t bytes);
 /// At least that much CGS_ARR for one solve.
 void provide_cgs(void** pt, std::size_t bytes);
-/// After the solve: frees CGS_ARR, unless it is so small that its allocation would cost a loop of
-/// solves more than its memory, or a stabilised sequence goes on.
-void release_large_cgs(void** pt);
+/// After the solve: frees CGS_ARR, unless a stabilised sequence goes on, or it takes hardly more than
+/// the `bytes` of the caller's own vectors: a loop of solves would pay for its allocation each time.
+void release_large_cgs(void** pt, std::size_t bytes);
 
 /// KB that one allocation counts for.
 inline std::int64_t kilobytes(std::size_t bytes) {

@@ -200,19 +200,18 @@ Outcome solve(StageArrays& arrays) {
   Control& control = arrays.control;
   void** pt = call.pt;
   if (control.options.stabilised.k != 0) with_location(at_cgs, [&] { provide_earlier(arrays); });
-  if (const std::size_t bytes = solve_vector_bytes(arrays); bytes > 0) {
+  if (const std::size_t vectors = solve_vector_bytes(arrays); vectors > 0) {
     if (call.phase == 33) {
       if (Outcome failed = test_whole_matrix(call, control.options)) return failed;
       if (Outcome failed = test_for_inverse(call, true)) return failed;
     }
-    provide_cgs(pt, bytes);
-    arrays.cgs_arr = static_cast<double*>(slot(pt, slot_cgs));
-    control.cgs_bytes = bytes;
+    provide_vectors(arrays, vectors);
   }
   struct Release {
     void** pt;
-    ~Release() { release_large_cgs(pt); }
-  } const release_cgs{pt};
+    std::size_t kept;
+    ~Release() { release_large_cgs(pt, kept); }
+  } const release_cgs{pt, caller_bytes(arrays)};
   const int status = with_location(at_cgs, [&] { return do_all_velmora_fc(Stage::solve, arrays); });
   call.iparm(7) = control.results.refinement_steps;
   if (Progress* const progress = Progress::current()) progress->end();
@@ -275,6 +274,8 @@ std::size_t numeric_work_bytes(const StageArrays& arrays, bool solves, bool clim
             padded->ja.size() * static_cast<std::size_t>(options.type->nvals()) * sizeof(double);
   bytes = std::max(bytes, solve_bytes(solves ? call.nrhs : 1));
   if (!solves) return bytes;
+  const std::size_t room = test_room_bytes(arrays);
+  if (room <= caller_bytes(arrays)) bytes = std::max(bytes, room);
   // Solves of fewer columns divide the work otherwise.
   int columns = 0;
   if (climbs || accuracy_options(options, call).level == 2)

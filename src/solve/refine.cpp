@@ -36,6 +36,7 @@ struct Vectors {
   double* best = nullptr;        ///< least 1-norm of the residual of each column  [nrhs]
   double* behind = nullptr;      ///< 1 where the best of a column is the kept one  [nrhs]
   double* rounding = nullptr;    ///< residual of each column that rounding makes  [nrhs]
+  double* norm = nullptr;        ///< 1-norm of the residual of each column  [nrhs]
   double* product_work = nullptr;
 };
 
@@ -54,9 +55,10 @@ Vectors lay_out(const RefineCall& call) {
   v.best = take(static_cast<std::size_t>(call.nrhs));
   v.behind = take(static_cast<std::size_t>(call.nrhs));
   v.rounding = take(static_cast<std::size_t>(call.nrhs));
+  v.norm = take(static_cast<std::size_t>(call.nrhs));
   std::fill_n(v.behind, call.nrhs, 0.0);
   v.kept = take(v.length);
-  v.correction = take(v.length);  // from here on the room of a test
+  v.correction = take(v.length);
   v.product_work = next;
   return v;
 }
@@ -115,12 +117,18 @@ std::size_t leading_length(const RefineCall& call) {
 }
 
 /// A limit that is one, not a number of steps, takes none where there is nothing to gain, unless the
-/// error is to be told: its bound would tell what a step removes.  Between the steps the correction's place is free for the test.
+/// error is to be told: its bound would tell what a step removes.
+bool tests_for_gain(const RefineOptions& options) {
+  return options.limit > 0 && !options.to_the_end && options.schur == 0;
+}
+
+/// Whether a test says that there is nothing to gain.  One that does not leaves the residuals and
+/// their norms.
 bool nothing_to_gain(const RefineCall& call, const Vectors& v) {
   const RefineOptions& options = call.options;
-  if (options.limit <= 0 || options.to_the_end || options.schur > 0) return false;
+  if (!tests_for_gain(options)) return false;
   const SparseProduct product{call.matrix, options.type.mtype, options.transpose, options.threads};
-  return at_rounding_level(product, call.nrhs, v.iterate, v.rhs, v.correction);
+  return at_rounding_level(product, call.nrhs, v.iterate, v.rhs, call.room, {v.correction, v.norm});
 }
 
 /// Keeps the right-hand sides where the solution overwrites them.  @return sum over all of them
@@ -140,10 +148,8 @@ double measure_rhs(const RefineCall& call, const Vectors& v) {
   return total;
 }
 
-/// The residual of the iterate, into v.correction, and which columns it is the best of.  Where
-/// none is finite the last one counts, so that a NaN shows.
-/// @return sum over all right-hand sides
-double measure_iterate(const RefineCall& call, const Vectors& v, bool first) {
+/// The residual of the iterate, into v.correction, and its norms.
+void measure_residual(const RefineCall& call, const Vectors& v) {
   const RefineOptions& options = call.options;
   const SparseProduct product{call.matrix, options.type.mtype, options.transpose, options.threads};
   const std::size_t column = vector_length(options, call.n, 1);
@@ -154,13 +160,21 @@ double measure_iterate(const RefineCall& call, const Vectors& v, bool first) {
     total += amuxy_res_velmora(product, std::min(listening_block, call.nrhs - k), v.iterate + at,
                                v.rhs + at, v.correction + at, v.product_work);
   }
-  if (options.schur > 0) total = 0;
   for (int k = 0; k < call.nrhs; ++k) {
     const double* const residual = v.correction + column * static_cast<std::size_t>(k);
     const bool summed = call.nrhs == 1 && options.schur == 0;
-    const double norm =
-        summed ? total : sum_of_absolutes(leading_length(call), residual, options.threads);
-    if (options.schur > 0) total += norm;
+    v.norm[k] = summed ? total : sum_of_absolutes(leading_length(call), residual, options.threads);
+  }
+}
+
+/// Of which columns the iterate, whose residual has been measured, is the best.  Where none is
+/// finite the last one counts, so that a NaN shows.
+/// @return sum of the residual over all right-hand sides
+double judge_iterate(const RefineCall& call, const Vectors& v, bool first) {
+  double total = 0;
+  for (int k = 0; k < call.nrhs; ++k) {
+    const double norm = v.norm[k];
+    total += norm;
     if (first) {
       v.behind[k] = 0;
       v.best[k] = norm;
@@ -206,7 +220,8 @@ int refinement_loop(const RefineCall& call, const SolveStep& solve, const Vector
   Verdict verdict = Verdict::go_on;
   for (int step = 1; verdict == Verdict::go_on; ++step) {
     if (step > 1 && nothing_to_gain(call, v)) return status_ok;
-    sums.residual = measure_iterate(call, v, step == 1);
+    if (!tests_for_gain(options)) measure_residual(call, v);
+    sums.residual = judge_iterate(call, v, step == 1);
     if (const int status = solve(call.nrhs, v.correction, v.correction)) {
       restore_best(call, v);
       return status;
@@ -215,8 +230,11 @@ int refinement_loop(const RefineCall& call, const SolveStep& solve, const Vector
     result.steps = step;
     verdict = rule.judge(step, sums);
   }
-  measure_iterate(call, v, false);
-  restore_best(call, v);
+  if (!nothing_to_gain(call, v)) {  // else the last iterate is as good as any
+    if (!tests_for_gain(options)) measure_residual(call, v);
+    judge_iterate(call, v, false);
+    restore_best(call, v);
+  }
   result.cut = verdict == Verdict::leave && options.limit == 0 && result.steps == 2;
   return verdict == Verdict::leave ? status_ok : status_contraction;
 }
@@ -225,14 +243,14 @@ int refinement_loop(const RefineCall& call, const SolveStep& solve, const Vector
 
 std::size_t refine_bytes(const RefineOptions& options, int n, int nrhs) {
   const std::size_t vectors = vector_length(options, n, nrhs);
-  const std::size_t loop =
-      vectors * sizeof(double) +
-      amuxy_work_bytes(n, options.type.mtype, options.transpose, options.threads);
-  const std::size_t test =
-      rounding_room(n, options.type.nvals(), nrhs, options.threads) * sizeof(double);
-  const std::size_t before =
-      (options.solution_in_b ? 2 : 1) * vectors + 3 * static_cast<std::size_t>(nrhs);
-  return before * sizeof(double) + std::max(loop, test);
+  return ((options.solution_in_b ? 3 : 2) * vectors + 4 * static_cast<std::size_t>(nrhs)) *
+             sizeof(double) +
+         amuxy_work_bytes(n, options.type.mtype, options.transpose, options.threads);
+}
+
+std::size_t refine_room_bytes(const RefineOptions& options, int n, int nrhs) {
+  if (!options.due || !tests_for_gain(options)) return 0;
+  return rounding_room(n, options.type.nvals(), nrhs, options.threads) * sizeof(double);
 }
 
 int refine_velmora(const RefineCall& call, const SolveStep& solve, RefineResult& result) {

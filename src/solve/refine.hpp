@@ -40,6 +40,7 @@ struct RefineCall {
   double* b = nullptr;        ///< n by nrhs; the solution when it is asked for there
   double* x = nullptr;        ///< n by nrhs; the solution otherwise, untouched when b takes it
   double* cgs_arr = nullptr;  ///< refine_bytes() bytes; not read when no refinement is due
+  double* room = nullptr;     ///< refine_room_bytes() bytes, which solves may write to
 };
 
 struct RefineResult {
@@ -50,6 +51,9 @@ struct RefineResult {
 /// One solve with the factor: out = A^-1 in for nrhs columns; in and out may be the same array.
 /// Returns a Status.
 using SolveStep = Function<int(int nrhs, const double* in, double* out)>;
+
+/// Bytes of room for the tests between the steps; 0 where there are none.
+std::size_t refine_room_bytes(const RefineOptions& options, int n, int nrhs);
 
 /// Bytes of CGS_ARR.
 std::size_t refine_bytes(const RefineOptions& options, int n, int nrhs);

@@ -9,6 +9,7 @@
 #include <type_traits>
 
 #include "base/matrix_types.hpp"
+#include "base/memory.hpp"
 #include "base/progress.hpp"
 #include "base/sparse_product.hpp"
 #include "base/team.hpp"
@@ -101,8 +102,9 @@ void judge(const T& r, double scale, const T& b, double allowed, Found& found) {
 }
 
 /// One right-hand side, by a team.
+/// @param left  its residual, where that is wanted
 template <Access access, class T>
-bool single(const SparseProduct& product, const T* x, const T* b, double* room) {
+Found single(const SparseProduct& product, const T* x, const T* b, double* room, T* left) {
   const InputMatrix& m = product.matrix;
   const std::int64_t n = m.n;
   // Threads that add into foreign rows have all rows to themselves.
@@ -112,28 +114,27 @@ bool single(const SparseProduct& product, const T* x, const T* b, double* room) 
       m.n, m.n, m.ia, m.ja, values_as<T>(m.a)};
   const int threads = A.nnz() < sparse::worth_a_team ? 1 : product.nthreads;
   const double allowed = allowed_part(m.n);
-  return sum_over_team(threads,
-                       [&](int thread, int team) {
-                         Row<T>* const own = rows + (apart ? n * thread : 0);
-                         const int from = sparse::share_begin(A, thread, team);
-                         const int to = sparse::share_begin(A, thread + 1, team);
-                         for (int i = apart ? 0 : from; i < (apart ? m.n : to); ++i)
-                           own[i] = {apart && thread > 0 ? T(0) : b[i], 0};
-                         take_rows<access>(m, x, own, from, to);
-                         if (apart) sparse::wait_for_team(team);
-                         Found found;
-                         for (int i = from; i < to; ++i) {
-                           Row<T> row = rows[i];
-                           for (int other = 1; apart && other < team; ++other) {
-                             const Row<T>& part = rows[n * other + i];
-                             row.residual += part.residual;
-                             row.scale += part.scale;
-                           }
-                           judge(row.residual, row.scale, b[i], allowed, found);
-                         }
-                         return found;
-                       })
-      .passes();
+  return sum_over_team(threads, [&](int thread, int team) {
+    Row<T>* const own = rows + (apart ? n * thread : 0);
+    const int from = sparse::share_begin(A, thread, team);
+    const int to = sparse::share_begin(A, thread + 1, team);
+    for (int i = apart ? 0 : from; i < (apart ? m.n : to); ++i)
+      own[i] = {apart && thread > 0 ? T(0) : b[i], 0};
+    take_rows<access>(m, x, own, from, to);
+    if (apart) sparse::wait_for_team(team);
+    Found found;
+    for (int i = from; i < to; ++i) {
+      Row<T> row = rows[i];
+      for (int other = 1; apart && other < team; ++other) {
+        const Row<T>& part = rows[n * other + i];
+        row.residual += part.residual;
+        row.scale += part.scale;
+      }
+      judge(row.residual, row.scale, b[i], allowed, found);
+      if (left != nullptr) left[i] = row.residual;
+    }
+    return found;
+  });
 }
 
 /// The real parts of a group's values, then the imaginary ones.
@@ -161,17 +162,37 @@ void by_pieces(int n, const F& f) {
   }
 }
 
-/// A group of right-hand sides from `first` on, by one thread.
+/// Right-hand sides `first` to `last` - 1, at most a group, and what is wanted of them.
+struct Group {
+  int first, last;
+  const LeftOver& left;
+  bool failing;  ///< another group has failed the test
+};
+
+/// Rows begin to end-1 of a group's residuals to their columns.
+template <class T>
+void hand_out(const Group& g, std::ptrdiff_t n, const double* residual, int begin, int end) {
+  constexpr std::ptrdiff_t width = group * sizeof(T) / sizeof(double);
+  constexpr int strip = 8;  // rows that stay in the first-level cache
+  for (std::ptrdiff_t i = begin; i < end; i += strip)
+    for (int k = g.first; k < g.last; ++k) {
+      T* const to = values_as<T>(g.left.residual) + n * k;
+      const double* const from = residual + k - g.first;
+      for (std::ptrdiff_t row = i; row < std::min<std::ptrdiff_t>(i + strip, end); ++row)
+        to[row] = from_parts<T>(from + row * width);
+    }
+}
+
+/// A group of right-hand sides, by one thread.  @return whether all of them pass
 template <Access access, class T>
-bool together(const SparseProduct& product, int nrhs, int first, const T* x, const T* b,
-              double* room) {
+bool together(const SparseProduct& product, const Group& g, const T* x, const T* b, double* room) {
   const InputMatrix& m = product.matrix;
   const std::ptrdiff_t n = m.n, width = group * sizeof(T) / sizeof(double);
   double* const mixed = room;
   double* const residual = mixed + n * width;
   double* const scale = residual + n * width;
   std::ptrdiff_t column[group];
-  for (int k = 0; k < group; ++k) column[k] = n * std::min(first + k, nrhs - 1);
+  for (int k = 0; k < group; ++k) column[k] = n * std::min(g.first + k, g.last - 1);
   by_pieces(m.n, [&](int begin, int end) {
     for (std::ptrdiff_t i = begin; i < end; ++i)
       for (int k = 0; k < group; ++k) {
@@ -187,6 +208,7 @@ bool together(const SparseProduct& product, int nrhs, int first, const T* x, con
       for (int k = 0; k < group; ++k)
         judge(from_parts<T>(residual + i * width + k), scale[i * group + k], T(0), allowed,
               found[k]);
+    if (g.failing) hand_out<T>(g, n, residual, begin, end);
   };
   by_pieces(m.n, [&](int begin, int end) {
     kernels<T>().residual_rows({.first = begin,
@@ -205,7 +227,12 @@ bool together(const SparseProduct& product, int nrhs, int first, const T* x, con
     if (sparse::gathers(access)) judge_rows(begin, end);
   });
   if (!sparse::gathers(access)) by_pieces(m.n, judge_rows);
-  return std::ranges::all_of(found, &Found::passes);
+  const bool passes = std::ranges::all_of(found, &Found::passes);
+  if (g.left.residual == nullptr) return passes;
+  if (!passes && !g.failing)
+    by_pieces(m.n, [&](int begin, int end) { hand_out<T>(g, n, residual, begin, end); });
+  for (int k = g.first; k < g.last; ++k) g.left.norm[k] = found[k - g.first].residual;
+  return passes;
 }
 
 /// Doubles that one right-hand side takes on one thread, and a group of them.
@@ -221,49 +248,79 @@ int groups_of(int nrhs) { return (nrhs + group - 1) / group; }
 /// Teams of one that share many right-hand sides.
 int sharers(int nrhs, int nthreads) { return std::max(1, std::min(nthreads, groups_of(nrhs))); }
 
+/// One after the other.
 template <Access access, class T>
-bool all_columns(const SparseProduct& product, int nrhs, const T* x, const T* b, double* room) {
+bool one_by_one(const SparseProduct& product, int nrhs, const T* x, const T* b, double* room,
+                const LeftOver& left) {
   const std::ptrdiff_t n = product.matrix.n;
-  if (nrhs < worth_a_group) {
-    for (int k = 0; k < nrhs; ++k)
-      if (!single<access>(product, x + k * n, b + k * n, room)) return false;
-    return true;
+  const bool wanted = left.residual != nullptr;
+  bool good = true;
+  for (int k = 0; k < nrhs && (good || wanted); ++k) {
+    const Found found = single<access>(product, x + k * n, b + k * n, room,
+                                       wanted ? values_as<T>(left.residual) + k * n : nullptr);
+    if (!found.passes()) good = false;
+    if (wanted) left.norm[k] = found.residual;
   }
-  const int groups = groups_of(nrhs);
-  const std::ptrdiff_t entries = product.matrix.ia[n] - 1;
-  const bool worth_it = entries * nrhs >= sparse::worth_a_team;
-  const int threads = worth_it ? sharers(nrhs, product.nthreads) : 1;
-  const std::size_t own = group_room(product.matrix.n, sizeof(T) / sizeof(double));
-  std::atomic<bool> good = true;
-  const auto take = [&](int g, int thread) {
-    if (!good.load(std::memory_order_relaxed)) return;
-    double* const own_room = room + static_cast<std::size_t>(thread) * own;
-    if (!together<access>(product, nrhs, g * group, x, b, own_room))
-      good.store(false, std::memory_order_relaxed);
-  };
+  return good;
+}
+
+/// Calls take(g, thread) for all groups.
+template <class Take>
+void share_groups(int groups, int threads, const Take& take) {
   if (threads == 1) {
     for (int g = 0; g < groups; ++g) {
       pulse();
       take(g, 0);
     }
-  } else {
-    TeamFailure failure;
-#pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
-    for (int g = 0; g < groups; ++g)
-      failure.guard([&] {
-        pulse();
-        take(g, omp_get_thread_num());
-      });
-    failure.rethrow();
+    return;
   }
+  TeamFailure failure;
+#pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
+  for (int g = 0; g < groups; ++g)
+    failure.guard([&] {
+      pulse();
+      take(g, omp_get_thread_num());
+    });
+  failure.rethrow();
+}
+
+template <Access access, class T>
+bool all_columns(const SparseProduct& product, int nrhs, const T* x, const T* b, double* room,
+                 const LeftOver& left) {
+  if (nrhs < worth_a_group) return one_by_one<access>(product, nrhs, x, b, room, left);
+  const int groups = groups_of(nrhs);
+  const std::ptrdiff_t entries = product.matrix.ia[product.matrix.n] - 1;
+  const bool worth_it = entries * nrhs >= sparse::worth_a_team;
+  const int threads = worth_it ? sharers(nrhs, product.nthreads) : 1;
+  const std::size_t own = group_room(product.matrix.n, sizeof(T) / sizeof(double));
+  const bool wanted = left.residual != nullptr;
+  std::atomic<bool> good = true;
+  Vector<char> handed_out(static_cast<std::size_t>(groups));
+  std::fill(handed_out.begin(), handed_out.end(), char{0});
+  const auto take = [&](int g, int thread) {
+    char& done = handed_out[static_cast<std::size_t>(g)];
+    const bool failing = !good.load(std::memory_order_relaxed);
+    if (done != 0 || (failing && !wanted)) return;
+    const Group those{.first = g * group,
+                      .last = std::min(nrhs, (g + 1) * group),
+                      .left = left,
+                      .failing = failing && wanted};
+    const bool passes =
+        together<access>(product, those, x, b, room + static_cast<std::size_t>(thread) * own);
+    if (!passes) good.store(false, std::memory_order_relaxed);
+    done = failing || !passes ? 1 : 0;
+  };
+  share_groups(groups, threads, take);
+  // Groups that passed before another one failed have kept their residuals to themselves.
+  if (!good && wanted) share_groups(groups, threads, take);
   return good;
 }
 
 template <class T>
-bool by_type(const SparseProduct& product, int nrhs, const double* x, const double* b,
-             double* room) {
+bool by_type(const SparseProduct& product, int nrhs, const double* x, const double* b, double* room,
+             const LeftOver& left) {
   const auto go = [&]<Access access>() {
-    return all_columns<access>(product, nrhs, values_as<T>(x), values_as<T>(b), room);
+    return all_columns<access>(product, nrhs, values_as<T>(x), values_as<T>(b), room, left);
   };
   const MatrixType& type = matrix_type(product.mtype);
   if (type.hermitian)
@@ -283,9 +340,9 @@ std::size_t rounding_room(int n, int nvals, int nrhs, int nthreads) {
 }
 
 bool at_rounding_level(const SparseProduct& product, int nrhs, const double* x, const double* b,
-                       double* room) {
-  return matrix_type(product.mtype).complex ? by_type<zcomplex>(product, nrhs, x, b, room)
-                                            : by_type<double>(product, nrhs, x, b, room);
+                       double* room, const LeftOver& left) {
+  return matrix_type(product.mtype).complex ? by_type<zcomplex>(product, nrhs, x, b, room, left)
+                                            : by_type<double>(product, nrhs, x, b, room, left);
 }
 
 }  // namespace vlm

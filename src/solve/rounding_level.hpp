@@ -19,15 +19,22 @@ inline constexpr double whole_residual = 4e-16;
 /// the square root of their number.
 inline constexpr double worst_row = 1e-14, many_rows = 1e4;
 
+/// What a test that is not passed leaves of all right-hand sides.
+struct LeftOver {
+  double* residual = nullptr;  ///< [n, nrhs]; written to by a test that is passed, too
+  double* norm = nullptr;      ///< [nrhs] sums of the absolute values of the residuals' doubles
+};
+
 /// Doubles of room for the test.
 std::size_t rounding_room(int n, int nvals, int nrhs, int nthreads);
 
-/// One pass over the matrix for a group of right-hand sides, or for a single one; ends with the
-/// first that does not pass.  Complex numbers count by the sums of their parts' magnitudes, which on the
+/// One pass over the matrix for a group of right-hand sides, or for a single one; without `left` it
+/// ends with the first that does not pass.  Complex numbers count by the sums of their parts' magnitudes, which on the
 /// side of |A||x| are halved, so that a test that is passed holds for the moduli.
 /// @param x, b  n by nrhs, in
 /// @param room  rounding_room() doubles, written to
+/// @param left  where residuals are wanted, which a refinement begins with
 bool at_rounding_level(const SparseProduct& product, int nrhs, const double* x, const double* b,
-                       double* room);
+                       double* room, const LeftOver& left = {});
 
 }  // namespace vlm

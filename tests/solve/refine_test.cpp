@@ -45,13 +45,15 @@ struct Phase {
     const auto inverse = vlm::test::to_dense(options.transpose ? vlm::test::transposed(m) : m);
     // Exactly the promised room, so that a sanitizer sees a step beyond it.
     std::vector<double> cgs(vlm::refine_bytes(options, m.n, nrhs) / sizeof(double), NAN);
+    std::vector<double> room(vlm::refine_room_bytes(options, m.n, nrhs) / sizeof(double), NAN);
     const vlm::RefineCall call{.options = options,
                                .matrix = {m.n, m.ia.data(), m.ja.data(), m.a.data()},
                                .n = m.n,
                                .nrhs = nrhs,
                                .b = b.data(),
                                .x = options.solution_in_b ? nullptr : x.data(),
-                               .cgs_arr = cgs.data()};
+                               .cgs_arr = cgs.data(),
+                               .room = room.data()};
     solves = 0;
     const auto solve = [&](int columns, const double* in, double* out) {
       if (++solves == 2 && fail_at_second) return static_cast<int>(vlm::status_pivot);

@@ -54,4 +54,39 @@ TEST(RoundingLevel, OneEntryThatIsOffIsFound) {
       }
 }
 
+// A group that passes keeps its residuals to itself until another one fails.
+TEST(RoundingLevel, LeavesTheResidualsOfAllColumns) {
+  for (const int mtype : vlm::test::all_mtypes)
+    for (const bool transpose : {false, true})
+      for (const int threads : {1, 3})
+        for (const int nrhs : {1, 2, 5, 16, 37}) {
+          const Matrix m = vlm::test::block_diagonal(1000, 12, 3, mtype);
+          if (transpose && m.triangle()) continue;
+          SCOPED_TRACE("type " + std::to_string(mtype) + " nrhs " + std::to_string(nrhs) +
+                       " threads " + std::to_string(threads));
+          const vlm::SparseProduct product{
+              {m.n, m.ia.data(), m.ja.data(), m.a.data()}, mtype, transpose, threads};
+          const std::vector<double> x = vlm::test::random_vector(m, nrhs, 5);
+          std::vector<double> b(x.size()), expected(x.size()), found(x.size(), NAN);
+          std::vector<double> work(vlm::amuxy_work_bytes(m.n, mtype, transpose, threads) /
+                                   sizeof(double));
+          std::vector<double> room(vlm::rounding_room(m.n, m.nvals(), nrhs, threads), NAN);
+          std::vector<double> norm(static_cast<std::size_t>(nrhs), NAN);
+          vlm::amuxy_velmora(product, nrhs, x.data(), b.data(), work.data());
+          const std::size_t column = b.size() / static_cast<std::size_t>(nrhs);
+          const int wrong = nrhs / 2;
+          b[column * static_cast<std::size_t>(wrong) + column / 3] += 0.5;
+          EXPECT_FALSE(vlm::at_rounding_level(product, nrhs, x.data(), b.data(), room.data(),
+                                              {found.data(), norm.data()}));
+          vlm::amuxy_res_velmora(product, nrhs, x.data(), b.data(), expected.data(), work.data());
+          double most = 0;
+          for (std::size_t k = 0; k < x.size(); ++k)
+            most = std::fmax(most, std::abs(found[k] - expected[k]));
+          EXPECT_LT(most, 1e-12);
+          EXPECT_EQ(std::count_if(found.begin(), found.end(), [](double v) { return v != v; }), 0);
+          for (int k = 0; k < nrhs; ++k)
+            EXPECT_NEAR(norm[static_cast<std::size_t>(k)], k == wrong ? 0.5 : 0, 1e-9) << k;
+        }
+}
+
 }  // namespace
