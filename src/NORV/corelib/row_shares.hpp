@@ -20,7 +20,7 @@ inline int first_row(const int* ia, int m, int part, int parts) {
 
 /// Threads for a walk over the rows that does so much work, in entries.
 inline int row_threads(std::int64_t work) {
-  constexpr std::int64_t worth_a_team = 10000;
+  constexpr std::int64_t worth_a_team = 50000;
   return work < worth_a_team ? 1 : sparse::threads_offered();
 }
 
