@@ -167,7 +167,7 @@ void measure_separators() {
     const double metis = seconds_of([&] { peer = metis_separator(g); });
     const double degree = seconds_of([&] {
       order.clear();
-      approximate_minimum_degree(g, 0, order);
+      minimum_score(g, 0, EliminationScore::fill, order);
     });
     const double cut = static_cast<double>(std::count(side.begin(), side.end(), 2));
     std::printf("%-24s %8d %9.0f %6.0f %7.2f %9.4f | %6d %9.4f | %9.4f\n", named.name.c_str(), g.n,

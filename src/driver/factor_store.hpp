@@ -17,14 +17,12 @@ namespace vlm {
 
 /// Slots in use, numbered from 1.  The listener's words are the caller's, and survive an analysis.
 enum Slot : int {
-  slot_calls = 1,      ///< count of calls; 0: the handle is empty
-  slot_basic = 2,      ///< Control
-  slot_table = 4,      ///< FactorRecord [nrecords]
-  slot_structure = 8,  ///< Structure
-  slot_work = 10,      ///< work of factorization and solve
-  slot_cgs =
-      11,  ///< vectors of refinement, larger ones than the caller's within one solve only; of
-           ///< stabilised solves
+  slot_calls = 1,         ///< count of calls; 0: the handle is empty
+  slot_basic = 2,         ///< Control
+  slot_table = 4,         ///< FactorRecord [nrecords]
+  slot_structure = 8,     ///< Structure
+  slot_work = 10,         ///< work of factorization and solve
+  slot_cgs = 11,          ///< vectors of refinement, see release_large_cgs(); of stabilised solves
   slot_match_perm = 13,   ///< permutation of the matching [n]
   slot_match_scale = 14,  ///< scalings of the matching [2n]
   slot_padded = 16,       ///< PaddedMatrix; its content has a destructor, as that of the next

@@ -35,6 +35,10 @@ struct DissectionTuning {
   /// Vertices and neighbours of a graph that minimum degree orders before any separator is sought;
   /// in larger ones the first separator may do without.
   int tried_first = 300000;
+  /// Neighbours of a vertex, on average, up to which a graph without separators around it is
+  /// ordered by minimum fill; in others, as leaves are not, the order by degree is the quicker by
+  /// more than the factorization loses: velmora_bench, ordering_bench --degree
+  double sparse_whole = 5;
   /// Vertices and neighbours of a graph that is worth the start of a team: its order takes more
   /// than a millisecond.  ordering_bench --stages
   int least_team = 6000;

@@ -2,7 +2,10 @@
 #include "ordering/amd.hpp"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstdint>
+#include <numeric>
 
 #include "base/memory.hpp"
 #include "base/progress.hpp"
@@ -13,6 +16,21 @@ namespace {
 
 constexpr int none = -1;
 
+double pairs(double of) { return of * (of - 1) / 2; }
+
+// Where a variable waits that costs so much and has this weight: by the logarithm of the cost over
+// the square root of the weight, four places an octave from 2^-24 on.  The bits of a double are
+// its logarithm, by straight lines between the powers of two.
+constexpr int cost_places = 8 * (24 + 64);
+constexpr int bits_of_place = 49;
+constexpr std::int64_t least_logarithm =
+    std::bit_cast<std::int64_t>(0x1p-24) - std::bit_cast<std::int64_t>(1.0) / 2;
+int cost_place(double cost, int weight) {
+  const auto logarithm =
+      std::bit_cast<std::int64_t>(cost) - std::bit_cast<std::int64_t>(double(weight)) / 2;
+  return static_cast<int>(std::max<std::int64_t>(0, logarithm - least_logarithm) >> bits_of_place);
+}
+
 // The quotient graph.
 //
 // A live variable i has its list in lists[start[i] ...): elements[i] elements first, then
@@ -21,6 +39,10 @@ constexpr int none = -1;
 // pivot element, 0 when it has been absorbed or eliminated with owner[i].  work[e] is 0 for a
 // dead element; otherwise its distance from `flag` is the part of the element outside the
 // pivot element.
+//
+// Variables wait in rings by their place in the sequence of scores; next[n + place] and
+// previous[n + place] are the ends of a ring.
+template <EliminationScore score>
 class QuotientGraph {
  public:
   QuotientGraph(const WeightedGraph& graph, int halo, AmdWorkspace& w)
@@ -33,11 +55,11 @@ class QuotientGraph {
         size_(w.size),
         degree_(w.degree),
         work_(w.work),
-        head_(w.head),
         next_(w.next),
         previous_(w.previous),
         bucket_(w.bucket),
-        owner_(w.owner) {
+        owner_(w.owner),
+        known_(w.known) {
     load(graph);
   }
 
@@ -54,22 +76,30 @@ class QuotientGraph {
   void make_room(int me);
   void measure_overlaps();
   void update_members(int me);
-  void update_member(int me, int i);
+  void update_member(int me, int p);
   void merge_indistinguishable();
   void merge_with_followers(int i);
   void close_element(int me);
   void renew_flag();
 
+  void enqueue(int i, int place);
+  int place_of(int weight, int degree, const KnownFill& known) const;
+
+  static constexpr bool by_fill = score == EliminationScore::fill;
+
   bool is_halo(int i) const { return i >= inner_; }
 
   int n_, inner_;
   Vector<int>&lists_, &start_, &length_, &elements_, &size_, &degree_, &work_;
-  Vector<int>&head_, &next_, &previous_, &bucket_, &owner_;
-  int free_ = 0;          // first unused place of lists_
-  int total_ = 0;         // weight of all vertices
-  int to_eliminate_ = 0;  // weight of the inner vertices
+  Vector<int>&next_, &previous_, &bucket_, &owner_;
+  Vector<KnownFill>& known_;  // of the members of the pivot element, by fill
+  int free_ = 0;              // first unused place of lists_
+  int total_ = 0;             // weight of all vertices
+  int to_eliminate_ = 0;      // weight of the inner vertices
   int eliminated_ = 0;
-  int least_ = 0;
+  int least_ = 0;  // no variable waits at a place before
+  // A bit for each place at which a variable waits; those of others may be set too.
+  std::array<std::uint64_t, (cost_places + 63) / 64> used_ = {};
   int flag_ = 2;
   int largest_ = 0;  // weight of the largest element so far
   // the pivot element
@@ -80,7 +110,8 @@ class QuotientGraph {
   FactorCost cost_;
 };
 
-void QuotientGraph::load(const WeightedGraph& graph) {
+template <EliminationScore score>
+void QuotientGraph<score>::load(const WeightedGraph& graph) {
   const int edges = graph.ptr[n_];
   lists_.resize(static_cast<std::size_t>(edges) + edges / 5 + n_ + 1);
   std::copy(graph.adj.begin(), graph.adj.begin() + edges, lists_.begin());
@@ -91,26 +122,55 @@ void QuotientGraph::load(const WeightedGraph& graph) {
   size_.assign(graph.weight.begin(), graph.weight.begin() + n_);
   elements_.assign(n_, 0);
   work_.assign(n_, 1);
-  next_.assign(n_, none);
-  previous_.assign(n_, none);
   owner_.assign(n_, none);
   degree_.assign(n_, 0);
   bucket_.assign(n_, none);
+  if constexpr (by_fill) known_.resize(n_);
   for (int i = 0; i < n_; ++i) {
     total_ += size_[i];
     if (!is_halo(i)) to_eliminate_ += size_[i];
     for (int k = start_[i]; k < start_[i] + length_[i]; ++k) degree_[i] += size_[lists_[k]];
   }
-  head_.assign(total_ + 1, none);
+  const int places = by_fill ? cost_places : total_ + 1;
+  next_.resize(n_ + places);
+  previous_.resize(n_ + places);
+  std::iota(next_.begin() + n_, next_.end(), n_);
+  std::iota(previous_.begin() + n_, previous_.end(), n_);
+  least_ = places - 1;
   for (int i = 0; i < inner_; ++i) {
-    const int first = head_[degree_[i]];
-    next_[i] = first;
-    if (first != none) previous_[first] = i;
-    head_[degree_[i]] = i;
+    KnownFill known;
+    for (int k = start_[i]; by_fill && k < start_[i] + length_[i]; ++k)
+      known.joined += 2 * pairs(size_[lists_[k]]);
+    enqueue(i, place_of(size_[i], degree_[i], known));
   }
 }
 
-FactorCost QuotientGraph::eliminate_all() {
+// Where a variable that may be eliminated waits.
+//
+// By fill, its neighbours become a clique, in which the pairs that share an element, or a vertex,
+// are joined already.  A small part of the clique counts whatever is joined of it, as wide elements make the
+// next steps dear; and a variable that stands for many spreads its cost over their columns.
+template <EliminationScore score>
+int QuotientGraph<score>::place_of(int weight, int degree, const KnownFill& known) const {
+  if constexpr (!by_fill) return degree;
+  const double d = degree;
+  const double joined =
+      pairs(std::max(members_ - weight, 0)) + known.joined / 2 - weight * known.reach;
+  return cost_place(std::max(0.0, pairs(d) - joined) + d * d / 32, weight);
+}
+
+template <EliminationScore score>
+void QuotientGraph<score>::enqueue(int i, int place) {
+  const int head = n_ + place, first = next_[head];
+  next_[i] = first;
+  previous_[i] = head;
+  previous_[first] = next_[head] = i;
+  if constexpr (by_fill) used_[place / 64] |= std::uint64_t{1} << place % 64;
+  least_ = std::min(least_, place);
+}
+
+template <EliminationScore score>
+FactorCost QuotientGraph<score>::eliminate_all() {
   for (unsigned elements = 0; eliminated_ < to_eliminate_; ++elements) {
     if (elements % 64 == 0) pulse();
     const int me = pop_least();
@@ -127,25 +187,33 @@ FactorCost QuotientGraph::eliminate_all() {
   return cost_;
 }
 
-int QuotientGraph::pop_least() {
-  while (head_[least_] == none) ++least_;
-  const int me = head_[least_];
-  head_[least_] = next_[me];
-  if (next_[me] != none) previous_[next_[me]] = none;
+template <EliminationScore score>
+int QuotientGraph<score>::pop_least() {
+  while (next_[n_ + least_] >= n_) {
+    if constexpr (by_fill) {  // most places are empty
+      used_[least_ / 64] &= ~(std::uint64_t{1} << least_ % 64);
+      int word = least_ / 64;
+      while (used_[word] == 0) ++word;
+      least_ = 64 * word + std::countr_zero(used_[word]);
+    } else {
+      ++least_;
+    }
+  }
+  const int me = next_[n_ + least_];
+  unlink(me);
   return me;
 }
 
-void QuotientGraph::unlink(int i) {
+template <EliminationScore score>
+void QuotientGraph<score>::unlink(int i) {
   if (is_halo(i)) return;
-  if (next_[i] != none) previous_[next_[i]] = previous_[i];
-  if (previous_[i] != none)
-    next_[previous_[i]] = next_[i];
-  else
-    head_[degree_[i]] = next_[i];
+  previous_[next_[i]] = previous_[i];
+  next_[previous_[i]] = next_[i];
 }
 
 // Takes variable i into the pivot element, at the free end of the lists.
-void QuotientGraph::gather_member(int i) {
+template <EliminationScore score>
+void QuotientGraph<score>::gather_member(int i) {
   const int weight = size_[i];
   if (weight <= 0) return;
   members_ += weight;
@@ -155,7 +223,8 @@ void QuotientGraph::gather_member(int i) {
 }
 
 // Forms the element of the pivot: its variables and those of its elements, which it absorbs.
-void QuotientGraph::form_element(int me) {
+template <EliminationScore score>
+void QuotientGraph<score>::form_element(int me) {
   pivots_ = size_[me];
   eliminated_ += pivots_;
   size_[me] = -pivots_;
@@ -182,7 +251,8 @@ void QuotientGraph::form_element(int me) {
   degree_[me] = members_;
 }
 
-void QuotientGraph::kill_element(int e, int absorber) {
+template <EliminationScore score>
+void QuotientGraph<score>::kill_element(int e, int absorber) {
   owner_[e] = absorber;
   work_[e] = 0;
   length_[e] = 0;
@@ -190,7 +260,8 @@ void QuotientGraph::kill_element(int e, int absorber) {
 
 // Sees to it that the element of the pivot fits behind the lists: else the live lists are
 // moved together.  They never hold more than the edges of the graph, so that suffices.
-void QuotientGraph::make_room(int me) {
+template <EliminationScore score>
+void QuotientGraph<score>::make_room(int me) {
   std::int64_t needed = length_[me] - elements_[me];
   for (int k = start_[me]; k < start_[me] + elements_[me]; ++k) needed += length_[lists_[k]];
   needed = std::min<std::int64_t>(needed, n_);
@@ -214,7 +285,8 @@ void QuotientGraph::make_room(int me) {
   free_ = to;
 }
 
-void QuotientGraph::renew_flag() {
+template <EliminationScore score>
+void QuotientGraph<score>::renew_flag() {
   if (flag_ < 2 || flag_ > 2000000000 - total_) {
     for (int& w : work_)
       if (w != 0) w = 1;
@@ -224,7 +296,8 @@ void QuotientGraph::renew_flag() {
 
 // work(e) - flag := weight of element e outside the pivot element, for each element that
 // touches it.
-void QuotientGraph::measure_overlaps() {
+template <EliminationScore score>
+void QuotientGraph<score>::measure_overlaps() {
   for (int p = begin_; p < end_; ++p) {
     const int i = lists_[p];
     const int weight = -size_[i];
@@ -238,16 +311,21 @@ void QuotientGraph::measure_overlaps() {
   }
 }
 
-void QuotientGraph::update_members(int me) {
-  for (int p = begin_; p < end_; ++p) update_member(me, lists_[p]);
+template <EliminationScore score>
+void QuotientGraph<score>::update_members(int me) {
+  for (int p = begin_; p < end_; ++p) update_member(me, p);
   degree_[me] = members_;
 }
 
 // Degree bound and hash of one member; its list loses what the pivot element covers.
-void QuotientGraph::update_member(int me, int i) {
+template <EliminationScore score>
+void QuotientGraph<score>::update_member(int me, int p) {
+  const int i = lists_[p];
   const int first = start_[i], variables = first + elements_[i], stop = first + length_[i];
   int to = first;
   std::int64_t degree = 0;
+  double joined = 0;               // by the other elements, twice
+  std::int64_t joined_within = 0;  // by the weights of neighbours, twice
   std::uint32_t hash = 0;
   for (int k = first; k < variables; ++k) {
     const int e = lists_[k];
@@ -255,6 +333,8 @@ void QuotientGraph::update_member(int me, int i) {
     const int outside = work_[e] - flag_;
     if (outside > 0) {
       degree += outside;
+      if constexpr (by_fill)
+        joined += static_cast<double>(outside * (2LL * degree_[e] - outside - 1));
       lists_[to++] = e;
       hash += static_cast<std::uint32_t>(e);
     } else {
@@ -263,10 +343,12 @@ void QuotientGraph::update_member(int me, int i) {
   }
   elements_[i] = to - first + 1;
   const int kept_elements = to;
+  const std::int64_t reach = degree;
   for (int k = variables; k < stop; ++k) {
     const int j = lists_[k];
     if (size_[j] <= 0) continue;
     degree += size_[j];
+    if constexpr (by_fill) joined_within += size_[j] * (size_[j] - 1LL);
     lists_[to++] = j;
     hash += static_cast<std::uint32_t>(j);
   }
@@ -282,6 +364,8 @@ void QuotientGraph::update_member(int me, int i) {
     return;
   }
   degree_[i] = static_cast<int>(std::min<std::int64_t>(degree_[i], degree));
+  if constexpr (by_fill)
+    known_[p - begin_] = {joined + static_cast<double>(joined_within), static_cast<double>(reach)};
   // me goes first.  A place is free, because me or an absorbed element was on the list.
   lists_[to] = lists_[kept_elements];
   lists_[kept_elements] = lists_[first];
@@ -293,7 +377,8 @@ void QuotientGraph::update_member(int me, int i) {
   previous_[i] = b;
 }
 
-void QuotientGraph::merge_indistinguishable() {
+template <EliminationScore score>
+void QuotientGraph<score>::merge_indistinguishable() {
   for (int p = begin_; p < end_; ++p) {
     const int i = lists_[p];
     if (size_[i] >= 0) continue;
@@ -306,7 +391,8 @@ void QuotientGraph::merge_indistinguishable() {
 }
 
 // Absorbs into i the later variables of its bucket that have the same list.
-void QuotientGraph::merge_with_followers(int i) {
+template <EliminationScore score>
+void QuotientGraph<score>::merge_with_followers(int i) {
   for (int k = start_[i] + 1; k < start_[i] + length_[i]; ++k) work_[lists_[k]] = flag_;
   int before = i;
   for (int j = next_[i]; j != none;) {
@@ -330,7 +416,8 @@ void QuotientGraph::merge_with_followers(int i) {
 }
 
 // Puts the remaining members back into the degree lists and closes the element.
-void QuotientGraph::close_element(int me) {
+template <EliminationScore score>
+void QuotientGraph<score>::close_element(int me) {
   const int left = total_ - eliminated_;
   int to = begin_;
   for (int p = begin_; p < end_; ++p) {
@@ -343,12 +430,7 @@ void QuotientGraph::close_element(int me) {
         static_cast<std::int64_t>(degree_[i]) + members_ - weight, left - weight));
     degree_[i] = degree;
     if (is_halo(i)) continue;
-    const int first = head_[degree];
-    next_[i] = first;
-    previous_[i] = none;
-    if (first != none) previous_[first] = i;
-    head_[degree] = i;
-    least_ = std::min(least_, degree);
+    enqueue(i, place_of(weight, degree, by_fill ? known_[p - begin_] : KnownFill{}));
   }
   size_[me] = pivots_;
   length_[me] = to - begin_;
@@ -359,9 +441,10 @@ void QuotientGraph::close_element(int me) {
 
 // Order of the vertices by a postorder of the assembly tree, in which the child with the most
 // rows comes last, next to its parent.
-void QuotientGraph::postorder(Vector<int>& order) {
+template <EliminationScore score>
+void QuotientGraph<score>::postorder(Vector<int>& order) {
   Vector<int>&merged = bucket_, &follower = previous_;
-  Forest forest(n_, head_, next_);
+  Forest forest(n_, work_, next_);
   merged.assign(n_, none);
   for (int i = inner_ - 1; i >= 0; --i) {
     int up = owner_[i];
@@ -387,17 +470,22 @@ void QuotientGraph::postorder(Vector<int>& order) {
 
 }  // namespace
 
-FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, Vector<int>& order,
-                                      AmdWorkspace& workspace) {
-  QuotientGraph quotient(graph, halo, workspace);
-  const FactorCost cost = quotient.eliminate_all();
-  quotient.postorder(order);
-  return cost;
+FactorCost minimum_score(const WeightedGraph& graph, int halo, EliminationScore score,
+                         Vector<int>& order, AmdWorkspace& workspace) {
+  const auto run = [&](auto quotient) {
+    const FactorCost cost = quotient.eliminate_all();
+    quotient.postorder(order);
+    return cost;
+  };
+  if (score == EliminationScore::fill)
+    return run(QuotientGraph<EliminationScore::fill>(graph, halo, workspace));
+  return run(QuotientGraph<EliminationScore::degree>(graph, halo, workspace));
 }
 
-FactorCost approximate_minimum_degree(const WeightedGraph& graph, int halo, Vector<int>& order) {
+FactorCost minimum_score(const WeightedGraph& graph, int halo, EliminationScore score,
+                         Vector<int>& order) {
   AmdWorkspace workspace;
-  return approximate_minimum_degree(graph, halo, order, workspace);
+  return minimum_score(graph, halo, score, order, workspace);
 }
 
 }  // namespace vlm

@@ -358,7 +358,7 @@ void Dissector::split(const Task& task, const Sides& side, Task& left, Task& rig
   }
 }
 
-// Minimum degree on the piece, with the separators around it as halo.
+// Minimum fill or degree on the piece, with the separators around it as halo.
 // Its operations.
 double Dissector::order_leaf(const Piece& piece, int first) {
   Workspace& own = workspace();
@@ -374,7 +374,10 @@ double Dissector::order_leaf(const Piece& piece, int first) {
     made = contract_pairs(made, partners_within(piece, made.n, own.local), lead);
   const WeightedGraph& leaf = alone ? piece.graph() : made;
   order.reserve(leaf.n);
-  const double flops = approximate_minimum_degree(leaf, halo, order, own.amd).flops;
+  const bool by_fill =
+      halo > 0 || static_cast<double>(leaf.adj.size()) <= tuning_.sparse_whole * leaf.n;
+  const auto score = by_fill ? EliminationScore::fill : EliminationScore::degree;
+  const double flops = minimum_score(leaf, halo, score, order, own.amd).flops;
   if (leaf.n > most_kept) own.amd = {};
   int at = first;
   for (const int i : order) {

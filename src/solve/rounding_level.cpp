@@ -9,7 +9,6 @@
 #include <type_traits>
 
 #include "base/matrix_types.hpp"
-#include "base/memory.hpp"
 #include "base/progress.hpp"
 #include "base/sparse_product.hpp"
 #include "base/team.hpp"
@@ -229,7 +228,8 @@ bool together(const SparseProduct& product, const Group& g, const T* x, const T*
   if (!sparse::gathers(access)) by_pieces(m.n, judge_rows);
   const bool passes = std::ranges::all_of(found, &Found::passes);
   if (g.left.residual == nullptr) return passes;
-  if (!passes && !g.failing)
+  if (passes && !g.failing) return true;
+  if (!g.failing)
     by_pieces(m.n, [&](int begin, int end) { hand_out<T>(g, n, residual, begin, end); });
   for (int k = g.first; k < g.last; ++k) g.left.norm[k] = found[k - g.first].residual;
   return passes;
@@ -295,20 +295,17 @@ bool all_columns(const SparseProduct& product, int nrhs, const T* x, const T* b,
   const std::size_t own = group_room(product.matrix.n, sizeof(T) / sizeof(double));
   const bool wanted = left.residual != nullptr;
   std::atomic<bool> good = true;
-  Vector<char> handed_out(static_cast<std::size_t>(groups));
-  std::fill(handed_out.begin(), handed_out.end(), char{0});
+  constexpr double none = -1;  // no residuals yet
+  if (wanted) std::fill_n(left.norm, nrhs, none);
   const auto take = [&](int g, int thread) {
-    char& done = handed_out[static_cast<std::size_t>(g)];
     const bool failing = !good.load(std::memory_order_relaxed);
-    if (done != 0 || (failing && !wanted)) return;
+    if (failing && (!wanted || left.norm[g * group] != none)) return;
     const Group those{.first = g * group,
                       .last = std::min(nrhs, (g + 1) * group),
                       .left = left,
                       .failing = failing && wanted};
-    const bool passes =
-        together<access>(product, those, x, b, room + static_cast<std::size_t>(thread) * own);
-    if (!passes) good.store(false, std::memory_order_relaxed);
-    done = failing || !passes ? 1 : 0;
+    if (!together<access>(product, those, x, b, room + static_cast<std::size_t>(thread) * own))
+      good.store(false, std::memory_order_relaxed);
   };
   share_groups(groups, threads, take);
   // Groups that passed before another one failed have kept their residuals to themselves.

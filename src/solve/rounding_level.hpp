@@ -29,8 +29,9 @@ struct LeftOver {
 std::size_t rounding_room(int n, int nvals, int nrhs, int nthreads);
 
 /// One pass over the matrix for a group of right-hand sides, or for a single one; without `left` it
-/// ends with the first that does not pass.  Complex numbers count by the sums of their parts' magnitudes, which on the
-/// side of |A||x| are halved, so that a test that is passed holds for the moduli.
+/// ends with the first that does not pass.  Groups that passed before another one did not are passed
+/// over again for their residuals.  Complex numbers count by the sums of their parts' magnitudes,
+/// which on the side of |A||x| are halved, so that a test that is passed holds for the moduli.
 /// @param x, b  n by nrhs, in
 /// @param room  rounding_room() doubles, written to
 /// @param left  where residuals are wanted, which a refinement begins with

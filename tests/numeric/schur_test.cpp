@@ -101,6 +101,10 @@ double exactness(Session& s, const Case& c) {
   return c.single == 1 ? 2e-3 : s.iparm(14) > 0 ? 1e-5 : 1e-10;
 }
 
+/// In single precision a perturbed pivot may change a complement, and solutions even after
+/// refinement, by as much as they are: nothing to compare.
+bool says_nothing(Session& s, const Case& c) { return c.single == 1 && s.iparm(14) > 0; }
+
 std::string name_of(const Case& c) {
   return "pivoting " + std::to_string(c.pivoting) + " matching " + std::to_string(c.matching) +
          " threads " + std::to_string(c.threads) + " panel " + std::to_string(c.panel) +
@@ -117,6 +121,7 @@ TEST(Schur, ComplementEqualsDenseElimination) {
         Session s(m, c.threads);
         set_up(s, c, m.n - trailing);
         ASSERT_EQ(s.run(12), 0);
+        if (says_nothing(s, c)) continue;
         const Dense got = filled(m, s.schur());
         for (std::size_t k = 0; k < right.a.size(); ++k)
           ASSERT_LE(std::abs(got.a[k] - right.a[k]), exactness(s, c) * size) << k;
@@ -201,6 +206,7 @@ TEST(Schur, CoupledSystemEqualsDenseSolve) {
           set_up(s, c, m.n - trailing);
           s.iparm(12) = transposed;
           ASSERT_EQ(s.run(12), 0);
+          if (says_nothing(s, c)) continue;
           const double exact = 10 * exactness(s, c);
           for (const int nrhs : {1, 3}) {
             const std::vector<double> b(

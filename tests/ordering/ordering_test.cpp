@@ -222,58 +222,6 @@ TEST(Ordering, ConstrainedDegreeHoldsTheInterfaceBack) {
   EXPECT_EQ(order.perm[m.n - 1], m.n);
 }
 
-TEST(Ordering, ApproximateDegreeCostIsExact) {
-  for (const test::Matrix& m : sample_matrices()) {
-    if (m.n > 500) continue;
-    const WeightedGraph graph = weighted_graph(adjacency_of(m));
-    Vector<int> order;
-    const FactorCost cost = approximate_minimum_degree(graph, 0, order);
-    Vector<int> perm(order);
-    for (int& v : perm) ++v;
-    ASSERT_TRUE(test::is_permutation(perm)) << m.name;
-    const test::SymbolicReference reference = test::eliminate(m, perm);
-    double flops = 0;
-    for (int j = 1; j <= m.n; ++j) flops += 1.0 * reference.colcnt[j] * reference.colcnt[j];
-    EXPECT_EQ(cost.entries, static_cast<double>(reference.nnz_l)) << m.name;
-    EXPECT_NEAR(cost.flops, flops, 1e-9 * flops) << m.name;
-    // The separate count agrees, for this and for a random order, and postorders on the way.
-    for (const bool shuffled : {false, true}) {
-      if (shuffled) {
-        const auto random = test::Rng(5).permutation(m.n);
-        std::ranges::transform(random, order.begin(), [](int v) { return v - 1; });
-      }
-      const FactorCost counted = postorder_and_cost(graph, order);
-      perm = order;
-      for (int& v : perm) ++v;
-      const test::SymbolicReference after = test::eliminate(m, perm);
-      EXPECT_EQ(counted.entries, static_cast<double>(after.nnz_l)) << m.name;
-      Vector<int> size(m.n + 1, 1);  // subtrees end at their root when postordered
-      for (int j = 1; j <= m.n; ++j) {
-        if (const int up = after.parent[j]; up > 0) size[up] += size[j];
-        for (int i = j - size[j] + 1; i < j; ++i) EXPECT_LE(after.parent[i], j) << m.name;
-      }
-    }
-  }
-}
-
-TEST(Ordering, HaloCountsButIsNotOrdered) {
-  // The upper half of a grid as halo of the lower half: the cost is that of its columns.
-  const int g = 12, inner = g * g / 2;
-  const test::Matrix m = test::poisson2d(g);
-  Vector<int> order;
-  const FactorCost cost =
-      approximate_minimum_degree(weighted_graph(adjacency_of(m)), m.n - inner, order);
-  ASSERT_EQ(static_cast<int>(order.size()), inner);
-  Vector<int> perm(m.n);
-  std::iota(perm.begin(), perm.end(), 1);
-  for (int k = 0; k < inner; ++k) perm[k] = order[k] + 1;
-  ASSERT_TRUE(test::is_permutation(perm));
-  const test::SymbolicReference reference = test::eliminate(m, perm);
-  const double expected =
-      std::accumulate(reference.colcnt.begin() + 1, reference.colcnt.begin() + 1 + inner, 0.0);
-  EXPECT_EQ(cost.entries, expected);
-}
-
 TEST(Ordering, CompressionFindsTheMeshNodes) {
   const int g = 9, unknowns = 3;
   const test::Matrix m = blocked_grid(g, unknowns);
@@ -285,7 +233,7 @@ TEST(Ordering, CompressionFindsTheMeshNodes) {
   EXPECT_EQ(compressed.graph.adj, weighted_graph(adjacency_of(test::poisson2d(g))).adj);
   // The weighted cost is that of the expanded order.
   Vector<int> order, perm;
-  const FactorCost cost = approximate_minimum_degree(compressed.graph, 0, order);
+  const FactorCost cost = minimum_score(compressed.graph, 0, EliminationScore::fill, order);
   for (const int v : order)
     perm.insert(perm.end(), compressed.nodes.begin() + compressed.first[v],
                 compressed.nodes.begin() + compressed.first[v + 1]);
@@ -298,7 +246,7 @@ TEST(Ordering, DissectionBeatsMinimumDegreeInThreeDimensions) {
   const Adjacency graph = adjacency_of(test::poisson3d(26));
   const WeightedGraph whole = weighted_graph(graph);
   Vector<int> amd;
-  const FactorCost plain = approximate_minimum_degree(whole, 0, amd);
+  const FactorCost plain = minimum_score(whole, 0, EliminationScore::fill, amd);
   Dissection found = dissect(whole, {});
   const FactorCost cut = postorder_and_cost(whole, found.order);
   EXPECT_LT(cut.flops, 0.85 * plain.flops);
@@ -337,12 +285,16 @@ TEST(Ordering, GraphsAreCutWhereThatPays) {
   };
   Vector<int> order;
   const WeightedGraph flat = weighted_graph(adjacency_of(test::plate(60, 1)));
-  const double uncut = approximate_minimum_degree(flat, 0, order).flops;
+  const double uncut = minimum_score(flat, 0, EliminationScore::degree, order).flops;
   EXPECT_EQ(flops(flat, 1), uncut) << "what separators save is less than their time";
   EXPECT_LT(flops(flat, 100), uncut);
+  const WeightedGraph sparse = weighted_graph(adjacency_of(test::poisson2d(60)));
+  order.clear();
+  EXPECT_LT(flops(sparse, 1),
+            0.9 * minimum_score(sparse, 0, EliminationScore::degree, order).flops);
   const WeightedGraph solid = weighted_graph(adjacency_of(test::poisson3d(20)));
   order.clear();
-  EXPECT_LT(flops(solid, 1), 0.7 * approximate_minimum_degree(solid, 0, order).flops);
+  EXPECT_LT(flops(solid, 1), 0.7 * minimum_score(solid, 0, EliminationScore::fill, order).flops);
 }
 
 // Orders do not depend on the threads that work on them, nor on their timing.

@@ -197,8 +197,10 @@ void Ledger::count_bytes(std::int64_t bytes) {
 }
 
 /// Runs the finalizers of that call and later ones, the last first: objects come before what
-/// they were made from.
+/// they were made from.  Blocks that they give back leave the ledger, whether or not the caller is
+/// still in the scope of a call.
 void Ledger::finalize(std::uint32_t since) {
+  const CallScope scope(*this, 0, 1);
   while (finals_ != nullptr && finals_->call >= since) {
     Final* const last = finals_;
     finals_ = last->next;

@@ -71,7 +71,7 @@ void order_by_degree(const smat* A, Transversal& transversal) {
                      {rows_from_one.data(), rows_from_one.size()}, graph) != status_ok)
     throw AllocationFailure(2 * sizeof(int) * std::size_t{A->nnz});  // beyond 32-bit positions
   transversal.column.clear();
-  approximate_minimum_degree(weighted_graph(graph), 0, transversal.column);
+  minimum_score(weighted_graph(graph), 0, EliminationScore::degree, transversal.column);
   transversal.row.resize(rows.size());
   for (int k = 0; k < n; ++k) transversal.row[k] = rows[transversal.column[k]];
 }

@@ -61,7 +61,7 @@ int order_by_metis(const Adjacency& graph, Ordering& order) {
 
 int order_by_amd(const Adjacency& graph, Ordering& order) {
   Vector<int> sequence;
-  approximate_minimum_degree(weighted_graph(graph), 0, sequence);
+  minimum_score(weighted_graph(graph), 0, EliminationScore::degree, sequence);
   order.perm.resize(graph.n);
   std::transform(sequence.begin(), sequence.end(), order.perm.begin(), [](int v) { return v + 1; });
   set_single_range(order, graph.n);
