@@ -19,7 +19,7 @@ constexpr int none = -1;
 double pairs(double of) { return of * (of - 1) / 2; }
 
 // Where a variable waits that costs so much and has this weight: by the logarithm of the cost over
-// the square root of the weight, four places an octave from 2^-24 on.  The bits of a double are
+// the square root of the weight, eight places an octave from 2^-24 on.  The bits of a double are
 // its logarithm, by straight lines between the powers of two.
 constexpr int cost_places = 8 * (24 + 64);
 constexpr int bits_of_place = 49;
@@ -148,8 +148,8 @@ void QuotientGraph<score>::load(const WeightedGraph& graph) {
 // Where a variable that may be eliminated waits.
 //
 // By fill, its neighbours become a clique, in which the pairs that share an element, or a vertex,
-// are joined already.  A small part of the clique counts whatever is joined of it, as wide elements make the
-// next steps dear; and a variable that stands for many spreads its cost over their columns.
+// are joined already.  A small part of the clique counts whatever is joined of it, as wide elements
+// make the next steps dear; and a variable that stands for many spreads its cost over their columns.
 template <EliminationScore score>
 int QuotientGraph<score>::place_of(int weight, int degree, const KnownFill& known) const {
   if constexpr (!by_fill) return degree;
